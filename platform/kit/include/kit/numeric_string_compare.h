@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string_view>
+
+namespace kit {
+
+/// Orders texts as people order numbered things: runs of digits compare by value, whatever their length, everything
+/// else by byte ("2" < "2a" < "10"). Texts that differ only in leading zeros are ordered by byte ("02" < "2"), so that
+/// distinct texts are never equivalent. A strict total order.
+struct NumericStringCompare {
+    using is_transparent = void;
+    [[nodiscard]] bool operator()(std::string_view left, std::string_view right) const;
+};
+
+}  // namespace kit

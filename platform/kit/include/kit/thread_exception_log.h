@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kit {
+
+/// The file for exceptions that escape a worker thread. Empty at first. Thread-safe.
+void SetThreadExceptionLogPath(const std::string& path);
+[[nodiscard]] std::string GetThreadExceptionLogPath();
+
+/// Appends one line: UTC time, name of the calling thread, text (line ends in it become spaces). Writes to stderr if no
+/// path is set or the file cannot be written. Thread-safe; never throws.
+void AppendToThreadExceptionLog(std::string_view text) noexcept;
+
+}  // namespace kit
