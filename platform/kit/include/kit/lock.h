@@ -70,7 +70,8 @@ private:
 };
 
 /// Several locks as one: taken in the given order, released in reverse. A part given as an lvalue is referred to, one
-/// given as an rvalue is owned. The destructor only destroys the owned parts.
+/// given as an rvalue is owned. Write braces, `LockCollection{UniqueLock(a), UniqueLock(b)}`, where the parts lock at
+/// once: between parentheses the language does not say which argument comes first.
 template <class... Locks>
 class LockCollection final : public LockInterface {
 public:
