@@ -1,0 +1,55 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace gui {
+
+/// What the display says about flow control: a word ("Caesura", "Vamp", "Repeat", "Skip", "EndOfSong",
+/// "AdvanceAttacca", or empty) and the count that goes with it. A plain value.
+class StatusFlowControl {
+public:
+    StatusFlowControl() = default;
+    StatusFlowControl(const std::string& type, int count) : type_(type), count_(count) {}
+    StatusFlowControl(std::string&& type, int count) : type_(std::move(type)), count_(count) {}
+
+    [[nodiscard]] std::string GetType() const { return type_; }
+    [[nodiscard]] int GetCount() const { return count_; }
+    /// The last count before a caesura.
+    [[nodiscard]] bool IsCaesuraZero() const { return count_ == 0 && type_ == "Caesura"; }
+    /// Posts the status to notify::guiDispatcher.
+    void Send() const;
+
+private:
+    std::string type_;
+    int count_ = 0;
+};
+
+/// The statuses that the display must show when the playhead reaches their ticks; at most one a tick. Thread-safe. In
+/// the order of locks its mutex comes last; statuses are posted while it is held.
+class FutureStatusFlowControlUpdates {
+public:
+    /// Files a status at `tickIndex` in place of the one that is there. A caesura's zero count that is displaced so is
+    /// not lost: it stays pending and is sent while the playhead stands at its tick. A status filed at or before the
+    /// last playhead waits until the playhead goes back or the statuses are cleared.
+    void AddFutureStatusFlowControl(const std::string& type, int count, unsigned int tickIndex);
+    /// Sends and forgets what is due: everything after the last playhead, up to and including `tickIndex`, which
+    /// becomes the last playhead. Costs a look-up and what is sent, however many statuses wait.
+    void SendUntil(unsigned int tickIndex);
+    /// Forgets a pending zero count, and the zero count filed at `tickIndex` unless that is 0.
+    void ClearCaesura(unsigned int tickIndex);
+    /// Forgets what is filed and the last playhead; a pending zero count stays.
+    void ClearFutureUpdates();
+
+private:
+    std::mutex mutex_;
+    // Guarded by mutex_:
+    std::map<unsigned int, StatusFlowControl> updates_;
+    bool caesuraZeroPending_ = false;
+    unsigned int caesuraZeroTickIndex_ = 0;
+    unsigned int sentUntilTickIndex_ = 0;
+};
+
+}  // namespace gui

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <string>
+
+#include "tavo_core/tavo_event.h"
+#include "tavo_core/timeline.h"
+
+/// The timeline's entries as a display lists them. A record points at its entry, which must outlive it and is never
+/// null; a copy points at the same entry. Plain values; not thread-safe.
+namespace gui {
+
+/// What all records have in common.
+template <class Entry>
+class TimelineRecord : public cmn::TavoEvent {
+public:
+    unsigned int abs_time() const override { return entry_->abs_time(); }
+    unsigned char code() const override { return entry_->code(); }
+
+protected:
+    explicit TimelineRecord(const Entry* entry) : entry_(entry) {}
+    [[nodiscard]] const Entry& GetEntry() const { return *entry_; }
+
+private:
+    const Entry* entry_;
+};
+
+class BarsBeats : public TimelineRecord<TL::BarsBeats> {
+public:
+    explicit BarsBeats(const TL::BarsBeats* entry) : TimelineRecord(entry) {}
+    std::string value() const override;
+};
+
+class Key : public TimelineRecord<TL::Key> {
+public:
+    explicit Key(const TL::Key* entry) : TimelineRecord(entry) {}
+    std::string value() const override;
+};
+
+class Meter : public TimelineRecord<TL::Meter> {
+public:
+    explicit Meter(const TL::Meter* entry) : TimelineRecord(entry) {}
+    std::string value() const override;
+    [[nodiscard]] const TL::Meter* get_wrapped() const { return &GetEntry(); }
+};
+
+class PageNum : public TimelineRecord<TL::PageNum> {
+public:
+    explicit PageNum(const TL::PageNum* entry) : TimelineRecord(entry) {}
+    int int_value() const override;
+};
+
+class Tempo : public TimelineRecord<TL::Tempo> {
+public:
+    explicit Tempo(const TL::Tempo* entry) : TimelineRecord(entry) {}
+    /// In clicks of the meter a minute; in quarter notes a minute while no meter is set.
+    std::string value() const override;
+    /// The meter in force at the tempo; it must outlive the record.
+    void meter(const TL::Meter* meter) { meter_ = meter; }
+
+private:
+    const TL::Meter* meter_ = nullptr;
+};
+
+}  // namespace gui

@@ -1,0 +1,271 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/numeric_string_compare.h"
+#include "tavo_audio/volume_type.h"
+#include "tavo_core/sequence.h"
+#include "tavo_core/tavo_event.h"
+#include "tavo_core/tavo_version.h"
+#include "tavo_core/timeline.h"
+#include "tavo_midi/midi_commands.h"
+#include "tavo_midi/midi_message_dispatcher.h"
+#include "tavo_midi/midi_time_code_controller.h"
+#include "tavo_midi/show_data.h"
+
+class Player;
+
+namespace CL {
+class Editor;
+}
+namespace tavo_sec {
+class CipherStream;
+}
+
+/// Base of the façade's own errors.
+class InterfaceError : public std::runtime_error {
+public:
+    explicit InterfaceError(const std::string& message) : std::runtime_error(message) {}
+};
+
+/// The show directory holds no `.showdata` file.
+class NoShowData : public InterfaceError {
+public:
+    using InterfaceError::InterfaceError;
+};
+
+/// The show directory holds no `.logdata` file.
+class NoChangeLog : public InterfaceError {
+public:
+    using InterfaceError::InterfaceError;
+};
+
+/// A text that names no bar.
+class NoBarStr : public InterfaceError {
+public:
+    using InterfaceError::InterfaceError;
+};
+
+/// The façade of one show: a host derives from it, supplies the player, and calls Initialize at the end of its own
+/// constructor. Queries of the show data or the editor need that. It owns the show data, the editor and the MIDI
+/// objects; the change log is the process-wide active one. Positions are tick indices.
+///
+/// Transport and state operations may be called on the host's thread and on the MIDI thread alike; they take the locks
+/// of what they call and none of their own. A display feed must be installed.
+class Interface {
+public:
+    /// Names the calling thread "Parent", sets the process's directories and the thread exception log, makes the newest
+    /// `.logdata` of the show directory the active change log and registers the MIDI command callbacks. `flag` is kept
+    /// for the derived class. Throws NoShowData, NoChangeLog, and what reading the directory and the log throws.
+    Interface(const std::string& showDirectory, const std::string& settingsDirectory, bool flag);
+    /// Removes the MIDI command callbacks first.
+    virtual ~Interface();
+    Interface(const Interface&) = delete;
+    Interface& operator=(const Interface&) = delete;
+
+    // The virtual operations; their order is part of the interface.
+
+    /// The score, not owned by the caller. Here it throws kit::NotImplementedError.
+    virtual tavo_sec::CipherStream* GetScoreTar();
+    /// The master volume; true when it was taken over.
+    virtual bool SetVolume(double volume);
+    virtual bool SetVolume(double volume, tavo_audio::VolumeType type);
+    /// The master volume.
+    virtual double GetVolume();
+    virtual double GetVolume(tavo_audio::VolumeType type);
+    /// Silences everything that sounds, at once.
+    virtual void Panic() = 0;
+    /// Names of the MIDI commands by number.
+    virtual std::map<unsigned char, std::string> GetCommandNames();
+    /// Connects the MIDI input with this index. Above 255 throws std::out_of_range; a negative one connects the input
+    /// whose index is its low byte.
+    virtual void SetMidiSource(int index);
+
+protected:
+    /// Whether a MIDI input is connected and its commands include conducted beats.
+    virtual bool GetHasConductBeat();
+    virtual void LoadChangeLogEditor();
+    virtual void LoadShowData();
+
+public:
+    /// The player that the derived class owns; asked afresh for every operation.
+    virtual Player* GetPlayer() = 0;
+
+    // Transport.
+
+    void Play();
+    /// While a caesura stands pending and the player is not faded, cancels the caesura instead. `flag` goes to the
+    /// player; the display pauses whatever it says.
+    void Pause(bool flag);
+    void Stop();
+    void Continue();
+    void FlowControlExit();
+    void Seek(unsigned int tickIndex);
+    void SeekLeft();
+    void SeekRight();
+    void SeekToNextMeasure();
+    void SeekToPreviousMeasure();
+    void NextSong();
+    void PrevSong();
+    /// Stops if playing; playback is not started again.
+    void LoadSong(std::string songNumber);
+    /// The same and seeks; plays on if playback ran before, faded or not.
+    void LoadSongAtTime(std::string songNumber, unsigned int tickIndex);
+    void Fade(std::function<void()> onDone, float seconds);
+    void CancelFade();
+    void SetTempoScale(double scale);
+    void SetTransposition(int semitones);
+    /// After a cut [start, end) was added.
+    void MovePlayheadOutOfCut(unsigned int start, unsigned int end);
+    /// Tells the player that another change log is active.
+    void LoadNewChangeLog();
+    /// Sends the whole display on the calling thread.
+    void UpdateOnce();
+
+    /// 0 normal, 1 attacca, 2 skip. An unknown song throws what the change log throws.
+    [[nodiscard]] unsigned char GetAttacca(std::string songNumber);
+    void SetAttacca(std::string songNumber, unsigned char attacca);
+
+    // State.
+
+    /// The PlayerState's numeric value.
+    [[nodiscard]] unsigned char GetState();
+    [[nodiscard]] bool GetIsStopped();
+    /// Playing only: a faded player does not count here.
+    [[nodiscard]] bool GetIsPlaying();
+    [[nodiscard]] bool GetIsPaused();
+    [[nodiscard]] bool GetIsFaded();
+    [[nodiscard]] bool IsStopped();
+    [[nodiscard]] std::string GetCurrentSongNumber();
+    /// Seconds.
+    [[nodiscard]] double GetElapsedTime();
+    /// The playhead as the display shows it.
+    [[nodiscard]] unsigned int GetTickIndex();
+
+    // MIDI commands.
+
+    void LearnMidiCommand(unsigned char command);
+    [[nodiscard]] bool IsMidiCommandLearning(unsigned char command);
+    [[nodiscard]] std::map<unsigned char, midi_commands::LearnedCommand> GetLearnedCommands();
+    void SetMidiCommand(unsigned char command, unsigned char status, unsigned char data1, unsigned char data2);
+    void UnsetMidiCommand(unsigned char command);
+    /// The MIDI status bytes that a command may use, ascending.
+    [[nodiscard]] std::vector<int> GetAllowedCommandStatuses();
+    [[nodiscard]] bool HasMidiSource();
+    [[nodiscard]] unsigned char GetConnectedSourceIndex();
+    [[nodiscard]] std::vector<MidiEndPoint> GetMidiSources();
+    [[nodiscard]] std::vector<MidiEndPoint> GetMidiDestinations();
+
+    // MIDI time code.
+
+    void ActivateMidiTimeCode();
+    void CancelMidiTimeCode();
+    [[nodiscard]] bool GetMidiTimeCodeIsActive();
+    [[nodiscard]] unsigned char GetFrameRate();
+    void SetFrameRate(unsigned char frameRate);
+    [[nodiscard]] std::string GetFrameRateAsString();
+    void SetFrameRateFromString(const std::string& text);
+    [[nodiscard]] std::vector<std::string> GetFrameRateStrings();
+    [[nodiscard]] unsigned int GetMidiTimeCodeOutputPortIndex();
+    [[nodiscard]] bool GetHasMidiTimeCodeOutputPortIndex();
+    void SetMidiTimeCodeOutputPortIndex(unsigned int index);
+
+    // The end.
+
+    /// Before the host exits without destroying its objects. Blocks for 100 ms.
+    void PrepareForExit();
+    /// Before the host destroys its objects.
+    void Shutdown();
+
+    // The show's files.
+
+    [[nodiscard]] CL::Editor* GetChangeLogEditor() { return changeLogEditor_.get(); }
+    [[nodiscard]] std::string GetShowDirectory();
+    /// Bare file names; the score's may be empty.
+    [[nodiscard]] std::string GetShowDataFilename() { return showDataFileName_; }
+    [[nodiscard]] std::string GetScoreFilename() { return scoreFileName_; }
+    /// Full paths. The settings file lies in the show directory, not in the settings directory.
+    [[nodiscard]] std::string GetChangelogFilename();
+    [[nodiscard]] std::string GetSettingsFilename();
+
+    // Change logs and their versions.
+
+    /// Saves as the next version, returns its text. Blocks for the disk.
+    std::string SaveChangelog(bool newMajor);
+    /// The same under the next major number; the minor one is kept.
+    std::string SaveChangelogCopy();
+    /// Switches to another saved change log; `name` is a bare file name.
+    void SetChangelogFilename(std::string name);
+    [[nodiscard]] std::string GetLogVersion();
+    /// Saves nothing.
+    void SetLogVersion(std::string text);
+    /// Bare file names of all versions, by version text.
+    [[nodiscard]] std::map<std::string, std::string, kit::NumericStringCompare> GetLogMap();
+    /// Two lines for every tempo edit outside the playable range; empty if there is none.
+    [[nodiscard]] std::string GetTempoScaleWarnings();
+    /// One line for every click edit that had to be changed; empty if there is none.
+    [[nodiscard]] std::string GetModifiedClickEditLog();
+    /// How many inverted edits were repaired, and what they were.
+    [[nodiscard]] unsigned int GetInvertedLoopEventCount() { return invertedLoopEventCount_; }
+    [[nodiscard]] std::string GetInvertedLoopEventDescription() { return invertedLoopEventDescription_; }
+
+    // The timeline as the performers hear it. An unknown song throws what the show data throws.
+
+    [[nodiscard]] TL::TimelineSequence<TL::BarsBeats> GetBarsBeats(std::string song);
+    [[nodiscard]] TL::TimelineSequence<TL::BarsBeats> GetBarsBeats(std::string song, bool applyClicks);
+    /// The click in force, in thirty-second notes, in the current song; so are the next four.
+    [[nodiscard]] int GetClickValueAt(unsigned int tick);
+    /// The second argument is ignored.
+    [[nodiscard]] std::vector<int> GetClickValues(unsigned int tick, unsigned int ignored);
+    [[nodiscard]] std::string GetBarString(unsigned int tick);
+    /// False, and nothing happens, if `bar` names no bar.
+    bool SeekToBar(std::string bar);
+    /// Song and tick of a score page; an unknown page throws std::out_of_range "invalid map<K, T> key".
+    [[nodiscard]] std::pair<std::string, unsigned int> LookupPage(unsigned int page);
+    /// Ticks.
+    [[nodiscard]] unsigned int GetSongLength(std::string song);
+    [[nodiscard]] unsigned int GetSongStartTickIndex(std::string song);
+    /// The current song's markers, valid until the active change log is next changed.
+    [[nodiscard]] std::vector<cmn::TavoEvent*> GetMarkers();
+    /// The current song's timeline with its tempos thinned bar by bar.
+    [[nodiscard]] TL::Timeline GetTimeline();
+    /// Copies of the current song's edits, by tick and then by kind.
+    [[nodiscard]] std::vector<std::unique_ptr<cmn::TavoEvent>> GetChangeLogPanelEvents();
+
+protected:
+    /// Loads what depends on the show data: show data, repairs, editor, page numbers. Called once the object is whole.
+    void Initialize();
+    void LoadPageNumbers();
+    void SetVersionTarget(long target);
+    [[nodiscard]] tavo_midi::ShowData& GetShowData() { return *showData_; }
+    [[nodiscard]] MidiMessageDispatcher& GetMidiMessageDispatcher() { return midiMessageDispatcher_; }
+    [[nodiscard]] MidiTimeCodeController& GetMidiTimeCodeController() { return midiTimeCodeController_; }
+    /// The constructor's third argument.
+    [[nodiscard]] bool GetFlag() const { return flag_; }
+
+private:
+    // Constant after construction.
+    const bool flag_;
+    // Used by the host's thread only, unless said otherwise.
+    std::string changeLogFileName_;
+    std::map<cmn::TAVOVersion, std::string> logFilesByVersion_;
+    std::unique_ptr<tavo_midi::ShowData> showData_;
+    std::string showDataFileName_;
+    // Refers to the show data and is destroyed before it.
+    std::unique_ptr<CL::Editor> changeLogEditor_;
+    std::string scoreFileName_;
+    std::map<unsigned int, std::pair<std::string, unsigned int>> pageNumbers_;
+    // Synchronise themselves.
+    MidiMessageDispatcher midiMessageDispatcher_;
+    midi_commands::MidiCommands midiCommands_;
+    MidiTimeCodeController midiTimeCodeController_;
+
+    unsigned int invertedLoopEventCount_ = 0;
+    std::string invertedLoopEventDescription_;
+};
