@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# layer_check.sh <source tree>: fails if an include runs upward or sideways, reaches into the private folder of a library, or
+# brings a third party's header into a library that may use only the standard one.
+set -euo pipefail
+cd "$1"
+
+layers='kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core|stage'
+third_party='fmt/|nlohmann/|zip\.h|CLI/|fluidsynth|sndfile|samplerate|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
+violations=0
+
+# check_folder <folder> <layers it may include> [std-only]
+check_folder() {
+    local folder=$1 allowed=$2 std_only=${3:-} place target top reason
+    [[ -d $folder ]] || return 0
+    while IFS=$'\t' read -r place target; do
+        top=${target%%/*}
+        reason=
+        if [[ $target == *..* ]]; then
+            reason="goes through a parent folder"
+        elif [[ $top == platform || $target == player_core/Sources/* ]]; then
+            reason="reaches into a private folder"
+        elif [[ $target == */* && $top =~ ^($layers)$ && ! $top =~ ^($allowed)$ ]]; then
+            reason="does not lie below"
+        elif [[ -n $std_only && $target =~ ^($third_party) ]]; then
+            reason="is a third party's"
+        fi
+        if [[ -n $reason ]]; then
+            echo "$place: \"$target\" $reason"
+            violations=$((violations + 1))
+        fi
+    done < <(grep -rnE --include='*.h' --include='*.cpp' '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"]' "$folder" |
+        sed -E 's/^([^:]+:[0-9]+):[^<"]*[<"]([^>"]*)[>"].*$/\1\t\2/')
+}
+
+check_folder platform/kit 'kit' std-only
+check_folder platform/tavo_core 'kit|tavo_core'
+check_folder platform/tavo_midi 'kit|tavo_core|tavo_midi'
+check_folder platform/tavo_audio 'kit|tavo_core|tavo_audio'
+check_folder platform/tavo_security 'kit|tavo_core|tavo_security'
+check_folder player_core 'kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core' std-only
+check_folder stage "$layers"
+
+((violations == 0))
