@@ -47,8 +47,9 @@ public:
 
     /// Starts the generator. A second call while one runs terminates the process.
     void StartUpdateGenerator();
-    /// Ends both threads and waits for them; after the first call, and after PrepareForExit, it does nothing. On the
-    /// update thread itself it throws std::system_error resource_deadlock_would_occur.
+    /// Ends both threads and waits for them; the caller does not hold the object's mutex. After the first call, and
+    /// after PrepareForExit, it does nothing. On the update thread itself it throws std::system_error
+    /// resource_deadlock_would_occur.
     void Quit();
     /// Tells the threads to end and does not wait. For a process that exits without destroying the object.
     void PrepareForExit();
@@ -101,6 +102,8 @@ private:
     void RunLoop();
     void UpdateGeneratorRunLoop();
     void Sleep();
+    void SayFinished_(bool& finished);
+    void JoinFinished_(std::thread& thread, const bool& finished, std::condition_variable& wakeUp);
 
     // The steps of a pass, in their order; mutex_ is held once.
     void SendPlayheadMarkerAndTitle_(unsigned int tickIndex);
@@ -109,6 +112,7 @@ private:
     void SendTempo_(bool resetDisplay, std::unique_lock<std::recursive_mutex>& lock);
     void NotifyTargetTempo_(std::unique_lock<std::recursive_mutex>& lock);
     void SendMarkerAndPage_(bool resetDisplay, unsigned int tickIndex);
+    void SendMarkerOrNone_(unsigned int tickIndex);
     void SendMarker_();
 
     // Synchronises itself.
@@ -137,7 +141,7 @@ private:
     std::condition_variable updateCondition_;
 
     // Guarded by mutex_, down to generatorStarted_.
-    unsigned int interval_;
+    unsigned int interval_ = 33;
     // Atomic because Unpause looks at it before it takes the mutex.
     std::atomic<bool> isPaused_{true};
     bool shouldRun_ = true;
@@ -145,8 +149,11 @@ private:
 
     // Synchronise themselves.
     FutureStatusFlowControlUpdates futureUpdates_;
-    std::atomic<bool> threadFinished_{false};
-    std::atomic<bool> generatorFinished_{false};
+    std::mutex finishedMutex_;
+    std::condition_variable finishedCondition_;
+    // Guarded by finishedMutex_.
+    bool threadFinished_ = false;
+    bool generatorFinished_ = false;
     // Set by the constructor, StartUpdateGenerator and Quit only.
     std::thread thread_;
     std::thread generatorThread_;

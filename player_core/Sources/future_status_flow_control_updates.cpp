@@ -1,0 +1,60 @@
+#include "player_core/future_status_flow_control_updates.h"
+
+#include "tavo_core/gui_dispatcher.h"
+
+namespace gui {
+
+void StatusFlowControl::Send() const {
+    notify::guiDispatcher.SendStatusFlowControl(type_, count_);
+}
+
+void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::string& type, int count,
+                                                                unsigned int tickIndex) {
+    const std::lock_guard lock(mutex_);
+    const auto place = updates_.lower_bound(tickIndex);
+    if (place == updates_.end() || place->first != tickIndex) {
+        updates_.emplace_hint(place, std::piecewise_construct, std::forward_as_tuple(tickIndex),
+                              std::forward_as_tuple(type, count));
+        return;
+    }
+    if (place->second.IsCaesuraZero()) {
+        caesuraZeroPending_ = true;
+        caesuraZeroTickIndex_ = tickIndex;
+    }
+    place->second = StatusFlowControl(type, count);
+}
+
+void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
+    const std::lock_guard lock(mutex_);
+    if (tickIndex < sentUntilTickIndex_) sentUntilTickIndex_ = 0;
+    if (caesuraZeroPending_ && tickIndex == caesuraZeroTickIndex_) {
+        // The display shows the zero for as long as playback stands at the caesura: nothing else is sent, nothing
+        // counts as sent, and the zero stays pending.
+        StatusFlowControl("Caesura", 0).Send();
+        return;
+    }
+    // Statuses at or before the last playhead stay filed, also those at tick 0 after a jump back. Looking up both ends
+    // of the range keeps them out of the walk.
+    const auto first = updates_.upper_bound(sentUntilTickIndex_);
+    auto last = first;
+    for (; last != updates_.end() && last->first <= tickIndex; ++last)
+        last->second.Send();
+    updates_.erase(first, last);
+    sentUntilTickIndex_ = tickIndex;
+}
+
+void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
+    const std::lock_guard lock(mutex_);
+    caesuraZeroPending_ = false;
+    if (tickIndex == 0) return;
+    const auto found = updates_.find(tickIndex);
+    if (found != updates_.end() && found->second.IsCaesuraZero()) updates_.erase(found);
+}
+
+void FutureStatusFlowControlUpdates::ClearFutureUpdates() {
+    const std::lock_guard lock(mutex_);
+    updates_.clear();
+    sentUntilTickIndex_ = 0;
+}
+
+}  // namespace gui
