@@ -20,19 +20,25 @@ run_check() {
     if "$@"; then count_pass; else count_fail "$name"; fi
 }
 
-# build_and_test <preset>: the build is one check, every test another one.
+# build_and_test <preset>: the build is one check, every test another one. No build, no tests: old programs prove nothing.
 build_and_test() {
-    local preset=$1
+    local preset=$1 failed_before=$failed
     run_check "build $preset" build "$preset"
+    if ((failed > failed_before)); then return; fi
     say "tests $preset"
-    local report=build/$preset/tests.xml
-    rm -f "$report"
-    ctest --preset "$preset" -j2 --progress --output-on-failure --output-junit tests.xml
-    count_tests "$preset" "$report"
+    rm -f "build/$preset/tests.xml"
+    ctest --preset "$preset" -j2 --output-on-failure --output-junit tests.xml
+    count_tests "$preset" "build/$preset/tests.xml"
 }
 
-build() { cmake --preset "$1" >"build/configure-$1.log" 2>&1 || { cat "build/configure-$1.log"; return 1; }
-    cmake --build --preset "$1" -j2; }
+build() {
+    local log=build/configure-$1.log
+    if ! cmake --preset "$1" >"$log" 2>&1; then
+        cat "$log"
+        return 1
+    fi
+    cmake --build --preset "$1" -j2
+}
 
 # count_tests <preset> <report>: adds the totals of ctest's report. Skipped tests count as neither.
 count_tests() {
