@@ -1,0 +1,16 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+/// The subcommands of the `stage` program. Each function adds one to `app` with its options, help and examples, and
+/// sets the work to be done when it is chosen. The work runs inside CLI::App::parse, on the calling thread. It fails by
+/// throwing an exception of the standard library whose text is one sentence without the program's name: main prints it
+/// and ends with 1. CLI::Error stands for wrong usage: main ends with 2. Work that ends well but not with 0 sets
+/// `exitCode`. `app` and `exitCode` must outlive the parsing.
+
+void AddImportCommand(CLI::App& app, int& exitCode);
+void AddEditCommand(CLI::App& app, int& exitCode);
+void AddInfoCommand(CLI::App& app, int& exitCode);
+void AddCheckCommand(CLI::App& app, int& exitCode);
+void AddComposeCommand(CLI::App& app, int& exitCode);
+void AddRenderCommand(CLI::App& app, int& exitCode);
