@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the check script: every check is announced, run and counted.
 
 passed=0

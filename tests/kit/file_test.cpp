@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -46,6 +48,29 @@ private:
     void (*const previousHandler_)(int);
     rlimit previous_{};
 };
+
+/// Replaces the file by one text and the other for ever and says so after each time; never returns.
+[[noreturn]] void ReplaceForEver(const std::string& path, const std::string (&texts)[2], int pipeEnd) {
+    for (std::size_t round = 0;; ++round) {
+        kit::ReplaceFileDurably(path, texts[round % 2]);
+        if (::write(pipeEnd, "x", 1) != 1) ::_exit(1);
+    }
+}
+
+/// Starts a process that replaces the file for ever, kills it after so many times, while it is at the next one.
+void KillWriterAfter(int times, const std::string& path, const std::string (&texts)[2]) {
+    int ends[2];
+    ASSERT_EQ(0, ::pipe(ends));
+    const pid_t writer = ::fork();
+    if (writer == 0) ReplaceForEver(path, texts, ends[1]);
+    ASSERT_GT(writer, 0);
+    for (char said; times > 0; --times)
+        ASSERT_EQ(1, ::read(ends[0], &said, 1));
+    ASSERT_EQ(0, ::kill(writer, SIGKILL));
+    ASSERT_EQ(writer, ::waitpid(writer, nullptr, 0));
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
 
 class Files : public testing::Test {
 protected:
@@ -140,6 +165,15 @@ TEST_F(Files, DiskRefusesHalfWay_OldFileStaysAndNothingIsLeftBehind) {
     }
     EXPECT_EQ("old", kit::ReadFile(path_, kNoLimit));
     EXPECT_THAT(List(), testing::ElementsAre("show.json"));
+}
+
+TEST_F(Files, WriterKilledAtAnyMoment_LeavesOneWholeText) {
+    const std::string texts[2] = {std::string(200'000, 'a'), std::string(100'000, 'b')};
+    for (int times = 1; times <= 10; ++times) {
+        KillWriterAfter(times, path_, texts);
+        const std::string left = kit::ReadFile(path_, kNoLimit);
+        EXPECT_TRUE(left == texts[0] || left == texts[1]) << left.size() << " bytes left";
+    }
 }
 
 TEST_F(Files, LinkAndUnlink_MovesOnceAndNeverReplaces) {

@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 #include <mutex>
+#include <utility>
 
 namespace kit {
 

@@ -14,7 +14,8 @@ public:
 };
 
 /// All bytes of a regular file. Throws std::runtime_error with one sentence that names the file: missing, a directory,
-/// longer than maxBytes, unreadable. Never allocates more than maxBytes for it. Blocks on the disk.
+/// longer than maxBytes, unreadable. Reads at most one byte beyond maxBytes, whatever size is announced. Blocks on the
+/// disk.
 [[nodiscard]] std::string ReadFile(const std::string& path, std::uintmax_t maxBytes);
 
 /// Writes a file so that a crash at any moment leaves either no file or the whole one: a temporary file beside it is
