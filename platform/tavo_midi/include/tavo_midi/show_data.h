@@ -1,0 +1,36 @@
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "tavo_midi/song_data.h"
+
+namespace tavo_midi {
+
+/// The music of a show: its songs in show order. The file form is `.showdata`: a ZIP archive that holds `show.json`
+/// (RFC 8259) and one Standard MIDI File (RP-001) a song. A value; reading is thread-safe while nobody writes.
+class ShowData {
+public:
+    ShowData() = default;
+    /// Reads a `.showdata` file. Throws std::runtime_error with one sentence that names the file, the member and what
+    /// is wrong with it.
+    explicit ShowData(const std::string& path);
+
+    [[nodiscard]] const std::string& GetTitle() const { return title_; }
+    void SetTitle(std::string title) { title_ = std::move(title); }
+
+    /// The songs in show order. A song keeps its address while others are added behind it.
+    [[nodiscard]] const std::deque<SongData>& GetSongs() const { return songs_; }
+    /// Appends; a number that is there already throws std::invalid_argument.
+    SongData& AddSong(SongData song);
+
+    /// An unknown number throws std::out_of_range with a sentence that names it.
+    [[nodiscard]] const SongData& GetSongData(const std::string& number) const;
+    SongData& GetSongData(const std::string& number);
+
+private:
+    std::string title_;
+    std::deque<SongData> songs_;
+};
+
+}  // namespace tavo_midi

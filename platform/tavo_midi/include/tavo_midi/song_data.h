@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tavo_core/change_log_events.h"
+#include "tavo_core/timeline.h"
+
+namespace tavo_midi {
+
+/// One MIDI channel message at its tick, or a system-exclusive one. Eight bytes, so that a show of a million notes
+/// stays small.
+struct MidiEvent {
+    std::uint32_t tick = 0;
+    /// 0x80 to 0xEF; 0xF0 for a system-exclusive message, whose bytes SongData::GetSysex gives.
+    std::uint8_t status = 0;
+    std::uint8_t data1 = 0;
+    std::uint8_t data2 = 0;
+    /// MIDI port, 0 to 15: sixteen channels each.
+    std::uint8_t port = 0;
+
+    bool operator==(const MidiEvent&) const = default;
+};
+
+/// One song of a show: its timeline and its music. A value; not thread-safe.
+class SongData {
+public:
+    SongData() = default;
+    SongData(std::string number, TL::Timeline timeline, std::uint16_t ticksPerQuarter)
+        : number_(std::move(number)), timeline_(std::move(timeline)), ticksPerQuarter_(ticksPerQuarter) {}
+
+    /// The song's name in the show: "1", "12a".
+    [[nodiscard]] const std::string& GetSongNumber() const { return number_; }
+    [[nodiscard]] const std::string& GetTitle() const { return timeline_.GetSongTitle(); }
+    [[nodiscard]] const TL::Timeline& GetTimeline() const { return timeline_; }
+    TL::Timeline& GetTimeline() { return timeline_; }
+    /// Ticks in a quarter note, 1 to 32767.
+    [[nodiscard]] std::uint16_t GetTicksPerQuarter() const { return ticksPerQuarter_; }
+    [[nodiscard]] unsigned int GetSongStartTickIndex() const { return timeline_.GetStartTickIndex(); }
+
+    /// The music in ascending order of tick; at one tick note-offs come before what is not a note, and that before
+    /// note-ons.
+    [[nodiscard]] const std::vector<MidiEvent>& GetEvents() const { return events_; }
+    void SetEvents(std::vector<MidiEvent> events) { events_ = std::move(events); }
+
+    /// The whole message of a system-exclusive event, 0xF0 to 0xF7.
+    [[nodiscard]] const std::vector<std::uint8_t>& GetSysex(const MidiEvent& event) const {
+        return sysex_.at(SysexIndex(event));
+    }
+    /// Index of a system-exclusive event's bytes, kept in the event's three data bytes.
+    [[nodiscard]] static std::size_t SysexIndex(const MidiEvent& event) {
+        return static_cast<std::size_t>(event.data1) | static_cast<std::size_t>(event.data2) << 8 |
+               static_cast<std::size_t>(event.port) << 16;
+    }
+    void SetSysex(std::vector<std::vector<std::uint8_t>> messages) { sysex_ = std::move(messages); }
+
+    /// The markers written in the music itself, as a first change log takes them over.
+    [[nodiscard]] const std::vector<CL::Marker>& GetScoreMarkers() const { return scoreMarkers_; }
+    void SetScoreMarkers(std::vector<CL::Marker> markers) { scoreMarkers_ = std::move(markers); }
+
+    /// The song's Standard MIDI File as it is packed into the show; empty for a song that was not read from one.
+    [[nodiscard]] const std::string& GetSmfName() const { return smfName_; }
+    void SetSmfName(std::string name) { smfName_ = std::move(name); }
+
+private:
+    std::string number_;
+    TL::Timeline timeline_;
+    std::uint16_t ticksPerQuarter_ = 480;
+    std::vector<MidiEvent> events_;
+    std::vector<std::vector<std::uint8_t>> sysex_;
+    std::vector<CL::Marker> scoreMarkers_;
+    std::string smfName_;
+};
+
+}  // namespace tavo_midi

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "tavo_core/timeline.h"
+
+namespace tavo_midi {
+
+/// A song's ticks in time, through its written tempos. All sums are kept in whole tick-microseconds (ticks times
+/// microseconds a quarter note; a second is GetTickMicrosecondsPerSecond() of them), so that nothing drifts over any
+/// length. The look-ups that are const are real-time safe.
+class TempoMap {
+public:
+    /// The tempo before the first tempo event, as a Standard MIDI File has it: 120 quarter notes a minute.
+    static constexpr std::uint32_t DefaultMicrosecondsPerQuarter = 500000;
+    static constexpr unsigned int DefaultTicksPerQuarter = 480;
+
+    /// The ticks from `tick` up to the next segment's run at one tempo.
+    struct Segment {
+        std::uint32_t tick = 0;
+        std::uint32_t microsecondsPerQuarter = DefaultMicrosecondsPerQuarter;
+        /// Time from tick 0 to `tick`.
+        std::uint64_t tickMicroseconds = 0;
+
+        bool operator==(const Segment&) const = default;
+    };
+
+    /// One tempo, the default one.
+    TempoMap();
+    /// Of several tempos at one tick the last is in force; a tempo of 0 is left out. `ticksPerQuarter` is 1 to 32767; 0
+    /// is taken as 480.
+    TempoMap(const TL::TimelineSequence<TL::Tempo>& tempos, unsigned int ticksPerQuarter);
+
+    [[nodiscard]] unsigned int GetTicksPerQuarter() const { return ticksPerQuarter_; }
+    [[nodiscard]] std::uint64_t GetTickMicrosecondsPerSecond() const { return ticksPerQuarter_ * 1000000ULL; }
+
+    /// In ascending order, never empty; the first begins at tick 0.
+    [[nodiscard]] std::span<const Segment> GetSegments() const { return segments_; }
+    /// Index of the segment that holds `tick`. A right or nearly right `guess`, the last answer for instance, makes it
+    /// cheap whatever the number of tempos; any guess gives the right answer.
+    [[nodiscard]] std::size_t FindSegment(std::uint32_t tick) const;
+    [[nodiscard]] std::size_t FindSegment(std::uint32_t tick, std::size_t guess) const;
+
+    /// Time from tick 0 to `tick`, exactly.
+    [[nodiscard]] std::uint64_t GetTickMicroseconds(std::uint32_t tick) const;
+    [[nodiscard]] double GetSeconds(std::uint32_t tick) const;
+    /// The last tick whose time is not after `tickMicroseconds`; 0xFFFFFFFF where that lies beyond.
+    [[nodiscard]] std::uint32_t GetTick(std::uint64_t tickMicroseconds) const;
+
+    /// The frame nearest to `tick`, the later one of two equally near, at `framesPerSecond` (1 to 1 000 000).
+    [[nodiscard]] std::uint64_t FrameOfTick(std::uint32_t tick, std::uint32_t framesPerSecond) const;
+    /// The last tick whose FrameOfTick is not after `frame`; 0xFFFFFFFF where that lies beyond.
+    [[nodiscard]] std::uint32_t TickOfFrame(std::uint64_t frame, std::uint32_t framesPerSecond) const;
+    /// Where `frame` stands between ticks, to the precision of a double.
+    [[nodiscard]] double FractionalTickOfFrame(std::uint64_t frame, std::uint32_t framesPerSecond) const;
+
+private:
+    void AddTempo(std::uint32_t tick, std::uint32_t microsecondsPerQuarter);
+    [[nodiscard]] const Segment& SegmentAtTime(std::uint64_t tickMicroseconds) const;
+
+    unsigned int ticksPerQuarter_ = DefaultTicksPerQuarter;
+    std::vector<Segment> segments_;
+    // The segments' ticks and times once more, packed for the searches.
+    std::vector<std::uint32_t> ticks_;
+    std::vector<std::uint64_t> times_;
+};
+
+}  // namespace tavo_midi
