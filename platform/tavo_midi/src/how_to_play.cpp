@@ -242,7 +242,7 @@ bool HowToPlay::UpdateTransposition() {
 bool HowToPlay::UpdateKey() {
     impl_->keys.Follow(impl_->position);
     // The written key: another transposition is reported as such, with the key.
-    const TL::Key& key = impl_->keys.FirstOrInForceAt(impl_->position, TL::Key());
+    const TL::Key key = impl_->keys.FirstOrInForceAt(impl_->position, TL::Key());
     return Report(impl_->reported.key, {key.sharps(), key.minor()});
 }
 
