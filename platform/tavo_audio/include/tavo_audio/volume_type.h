@@ -1,0 +1,13 @@
+#pragma once
+
+namespace tavo_audio {
+
+/// Which volume is meant. The single-argument volume operations mean Master.
+enum VolumeType : int {
+    Synth = 0,    ///< the instruments
+    Master = 1,   ///< everything
+    Click = 2,    ///< the metronome
+    Effects = 3,  ///< sound effects and ambiences
+};
+
+}  // namespace tavo_audio

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <deque>
+#include <initializer_list>
+#include <iterator>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace CL {
+
+/// The edits of one kind in one song, in ascending order of their tick; equal ticks keep the order of adding. An
+/// element keeps its address until it is removed or the sequence destroyed, and moves with the sequence when that is
+/// moved; copying copies the elements. Not thread-safe.
+template <class T>
+class ChangeLogSequence {
+    using Storage = std::vector<std::unique_ptr<T>>;
+
+    template <class Value, class Base>
+    class Iterator {
+    public:
+        using iterator_category = std::random_access_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = Value*;
+        using reference = Value&;
+
+        Iterator() = default;
+        explicit Iterator(Base base) : base_(base) {}
+
+        reference operator*() const { return **base_; }
+        pointer operator->() const { return base_->get(); }
+        reference operator[](difference_type n) const { return *base_[n]; }
+        Iterator& operator++() { return ++base_, *this; }
+        Iterator operator++(int) { return Iterator(base_++); }
+        Iterator& operator--() { return --base_, *this; }
+        Iterator operator--(int) { return Iterator(base_--); }
+        Iterator& operator+=(difference_type n) { return base_ += n, *this; }
+        Iterator& operator-=(difference_type n) { return base_ -= n, *this; }
+        friend Iterator operator+(Iterator it, difference_type n) { return it += n; }
+        friend Iterator operator+(difference_type n, Iterator it) { return it += n; }
+        friend Iterator operator-(Iterator it, difference_type n) { return it -= n; }
+        friend difference_type operator-(const Iterator& a, const Iterator& b) { return a.base_ - b.base_; }
+        friend bool operator==(const Iterator& a, const Iterator& b) { return a.base_ == b.base_; }
+        friend auto operator<=>(const Iterator& a, const Iterator& b) { return a.base_ <=> b.base_; }
+
+    private:
+        Base base_{};
+    };
+
+public:
+    using value_type = T;
+    using iterator = Iterator<T, typename Storage::iterator>;
+    using const_iterator = Iterator<const T, typename Storage::const_iterator>;
+
+    ChangeLogSequence() = default;
+    ChangeLogSequence(const ChangeLogSequence& other) {
+        elements_.reserve(other.size());
+        for (const T& element : other)
+            elements_.push_back(std::make_unique<T>(element));
+    }
+    ChangeLogSequence(ChangeLogSequence&&) noexcept = default;
+    ChangeLogSequence& operator=(const ChangeLogSequence& other) {
+        if (this != &other) *this = ChangeLogSequence(other);
+        return *this;
+    }
+    ChangeLogSequence& operator=(ChangeLogSequence&&) noexcept = default;
+    ~ChangeLogSequence() = default;
+
+    iterator begin() { return iterator(elements_.begin()); }
+    iterator end() { return iterator(elements_.end()); }
+    const_iterator begin() const { return const_iterator(elements_.begin()); }
+    const_iterator end() const { return const_iterator(elements_.end()); }
+    [[nodiscard]] std::size_t size() const { return elements_.size(); }
+    [[nodiscard]] bool empty() const { return elements_.empty(); }
+    T& operator[](std::size_t index) { return *elements_[index]; }
+    const T& operator[](std::size_t index) const { return *elements_[index]; }
+
+    /// Inserts behind every element whose tick is not greater, and returns the element that is now in the sequence.
+    T& Add(T element) {
+        const auto place =
+            std::upper_bound(elements_.begin(), elements_.end(), element.abs_time(),
+                             [](unsigned int tick, const auto& other) { return tick < other->abs_time(); });
+        return **elements_.insert(place, std::make_unique<T>(std::move(element)));
+    }
+
+    /// Removes the element at `index`, which must be below size().
+    void RemoveAt(std::size_t index) { elements_.erase(elements_.begin() + static_cast<std::ptrdiff_t>(index)); }
+
+private:
+    Storage elements_;
+};
+
+}  // namespace CL
+
+namespace TL {
+
+/// The timeline's entries of one kind, in ascending order of their tick. An element keeps its address while entries
+/// are appended. Not thread-safe.
+template <class T>
+class TimelineSequence {
+public:
+    using value_type = T;
+    using iterator = typename std::deque<T>::iterator;
+    using const_iterator = typename std::deque<T>::const_iterator;
+
+    TimelineSequence() = default;
+    TimelineSequence(std::initializer_list<T> entries) : entries_(entries) {}
+    template <class Iterator>
+    TimelineSequence(Iterator first, Iterator last) : entries_(first, last) {}
+
+    iterator begin() { return entries_.begin(); }
+    iterator end() { return entries_.end(); }
+    const_iterator begin() const { return entries_.begin(); }
+    const_iterator end() const { return entries_.end(); }
+    [[nodiscard]] std::size_t size() const { return entries_.size(); }
+    [[nodiscard]] bool empty() const { return entries_.empty(); }
+    T& operator[](std::size_t index) { return entries_[index]; }
+    const T& operator[](std::size_t index) const { return entries_[index]; }
+    T& front() { return entries_.front(); }
+    const T& front() const { return entries_.front(); }
+    T& back() { return entries_.back(); }
+    const T& back() const { return entries_.back(); }
+
+    /// The caller appends in ascending order of tick.
+    T& Append(T entry) { return entries_.emplace_back(std::move(entry)); }
+
+    /// The last entry whose tick is not greater than `tick`; null where there is none.
+    [[nodiscard]] const T* FindInForceAt(unsigned int tick) const {
+        const auto after = std::upper_bound(entries_.begin(), entries_.end(), tick,
+                                            [](unsigned int t, const T& entry) { return t < entry.abs_time(); });
+        return after == entries_.begin() ? nullptr : &*std::prev(after);
+    }
+
+private:
+    std::deque<T> entries_;
+};
+
+}  // namespace TL

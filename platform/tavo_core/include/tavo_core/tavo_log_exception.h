@@ -1,0 +1,7 @@
+#pragma once
+
+#include <string>
+
+/// Records an exception that ended a worker thread: one line in the thread exception log of kit. Thread-safe; never
+/// throws.
+void TavoLogException(const std::string& message, const std::string& sourceFile, int line) noexcept;

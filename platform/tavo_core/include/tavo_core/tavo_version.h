@@ -1,0 +1,24 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace cmn {
+
+/// A change log's version, ordered by major, then minor. Each is 0 to 65535; adding one to 65535 wraps to 0.
+struct TAVOVersion {
+    std::uint16_t major_number = 0;
+    std::uint16_t minor_number = 0;
+
+    /// "major.minor" in decimal.
+    [[nodiscard]] std::string GetAsString() const;
+    /// Reads "major.minor"; throws std::invalid_argument with one sentence, and changes nothing, when `text` is not
+    /// exactly that.
+    void SetWithString(std::string_view text);
+
+    auto operator<=>(const TAVOVersion&) const = default;
+};
+
+}  // namespace cmn
