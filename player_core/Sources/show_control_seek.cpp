@@ -72,7 +72,8 @@ bool ShowControl::Seek(unsigned int tickIndex) {
     }
     tickIndex = std::max(tickIndex, GetStartTickIndex());
     lastSeekTickIndex_ = tickIndex;
-    spentEvents_.clear();
+    // A seek of flow control's own gives nothing a second turn, or a song could go round for ever by itself.
+    if (!seekIsOwn_) spentEvents_.clear();
     if (fermata_) {
         const kit::ScopedUnlock unlock(seekLock);
         DoExpireFermata();
@@ -82,11 +83,13 @@ bool ShowControl::Seek(unsigned int tickIndex) {
     ExpireOutOfRangeCaesuras(tickIndex);
     std::pair<bool, unsigned int> cut = FindNextControlEventOnSeek(tickIndex, false);
     if (cut.first) {
-        // Whoever owns the playhead moves it out of the cut, by a seek of its own on this or on another thread.
+        // Whoever owns the playhead moves it out of the cut, by a seek of its own on this or on another thread; that is
+        // part of this one.
         seekLock.Unlock();
         notify::callbackDispatcher.Notify(notify::names::internal_cut, &cut.second);
         return true;
     }
+    seekIsOwn_ = false;
     {
         const kit::ScopedUnlock unlock(seekLock);
         GetGuiUpdate().Seek(tickIndex);
@@ -105,7 +108,6 @@ unsigned int ShowControl::RecoverySeek(unsigned int tickIndex) {
     // Unlike a seek it leaves a holding fermata and the loop list as they are: playback goes on where it broke off.
     tickIndex = FindFirstNonCut_(std::max(tickIndex, GetStartTickIndex()));
     lastSeekTickIndex_ = tickIndex;
-    spentEvents_.clear();
     {
         const kit::ScopedUnlock unlock(seekLock);
         GetGuiUpdate().Seek(tickIndex);
@@ -186,6 +188,7 @@ void ShowControl::ResetControlVariables() {
     jumpForVampRepeatOrCut_ = false;
     loopEvents_.Clear();
     spentEvents_.clear();
+    seekIsOwn_ = false;
 }
 
 bool ShowControl::FullReset() {

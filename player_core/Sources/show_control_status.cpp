@@ -161,6 +161,7 @@ std::optional<unsigned int> ShowControl::DecideFlowControlExit_() {
         SetCaesuraPost_(false);
     }
     fermata_ = false;
+    seekIsOwn_ = true;
     notify::guiDispatcher.SendVampOff();
     return GetCaesuraTickIndexAlignedWithClock(fermataEvent_->end());
 }
@@ -190,7 +191,11 @@ void ShowControl::SetCaesuraPost_(bool post) {
 }
 
 void ShowControl::OnCaesuraStop() {
-    SetCaesuraPost_(true);
+    {
+        const SeekLock lock(seekMutex_);
+        SetCaesuraPost_(true);
+        seekIsOwn_ = true;
+    }
     Seek(caesuraTickIndex_);
     ResetGuiUpdate();
 }
