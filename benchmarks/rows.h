@@ -1,0 +1,19 @@
+#pragma once
+
+#include "benchmarks/harness.h"
+
+/// Each fills its part of the table.
+namespace bench {
+
+void AddYardstickRows(Table& table, const Effort& effort);
+void AddAdvanceRows(Table& table, const Effort& effort);
+void AddSeekRows(Table& table, const Effort& effort);
+void AddLoopRows(Table& table, const Effort& effort);
+void AddLoadRows(Table& table, const Effort& effort);
+void AddStatusRows(Table& table, const Effort& effort);
+void AddFeedRows(Table& table, const Effort& effort);
+void AddTimeRows(Table& table, const Effort& effort);
+void AddArithmeticRows(Table& table, const Effort& effort);
+void AddWholeShowRows(Table& table, const Effort& effort);
+
+}  // namespace bench
