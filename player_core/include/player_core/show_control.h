@@ -246,7 +246,7 @@ private:
     FindNextControlEventResult result_;
     // Edits without length that had their one turn since the operator's last seek, a reset or a reload.
     std::vector<const cmn::TavoEvent*> spentEvents_;
-    bool seekIsOwn_ = false;  // the seek under way was made by flow control itself
+    bool seekIsOwn_ = false;        // the seek under way was made by flow control itself
     std::uint64_t buildCount_ = 0;  // tells that the structures were rebuilt while the lock was released
     std::shared_ptr<const CL::ChangeLog> songLogOwner_;
     std::shared_ptr<const CL::ChangeLog> fermataOwner_;
