@@ -90,6 +90,10 @@ struct HowToPlay::Impl {
         position = tick;
         beats.Follow(tick);
     }
+    void JumpTo(std::uint32_t tick) {
+        position = tick;
+        beats.Find(tick);
+    }
     [[nodiscard]] const TL::BarsBeats* Beat() const { return beats.InForceAt(position); }
     [[nodiscard]] const TL::Meter& Meter() const { return meters.FirstOrInForceAt(position, commonTime); }
     [[nodiscard]] int EditedClick() const { return InForceOr(clicks, 0); }
@@ -200,7 +204,7 @@ void HowToPlay::Reset() {
 }
 
 void HowToPlay::Seek(unsigned int tickIndex) {
-    impl_->MoveTo(tickIndex);
+    impl_->JumpTo(tickIndex);
 }
 
 void HowToPlay::SetData(const CL::SongLog& songLog, const TL::Timeline& timeline, unsigned int ticksPerQuarter) {

@@ -30,12 +30,18 @@ TempoMap::TempoMap(const TL::TimelineSequence<TL::Tempo>& tempos, unsigned int t
     segments_.emplace_back();
     for (const TL::Tempo& tempo : tempos)
         if (tempo.microseconds_per_quarter() != 0) AddTempo(tempo.abs_time(), tempo.microseconds_per_quarter());
-    ticks_.reserve(segments_.size());
+    BuildSearch();
+}
+
+void TempoMap::BuildSearch() {
     times_.reserve(segments_.size());
-    for (const Segment& segment : segments_) {
-        ticks_.push_back(segment.tick);
+    for (const Segment& segment : segments_)
         times_.push_back(segment.tickMicroseconds);
-    }
+    while (segments_.size() % BlockSize != 0)
+        segments_.push_back({kLastTick, DefaultMicrosecondsPerQuarter, 0});
+    blockTicks_.reserve(segments_.size() / BlockSize);
+    for (std::size_t i = 0; i < segments_.size(); i += BlockSize)
+        blockTicks_.push_back(segments_[i].tick);
 }
 
 void TempoMap::AddTempo(std::uint32_t tick, std::uint32_t microsecondsPerQuarter) {
@@ -49,11 +55,23 @@ void TempoMap::AddTempo(std::uint32_t tick, std::uint32_t microsecondsPerQuarter
 }
 
 std::size_t TempoMap::FindSegment(std::uint32_t tick) const {
-    return CountNotAfter<std::uint32_t>(ticks_, tick) - 1;
+    std::size_t index = (CountNotAfter<std::uint32_t>(blockTicks_, tick) - 1) * BlockSize;
+    const Segment* const block = &segments_[index];
+    for (std::size_t i = 1; i < BlockSize; ++i)
+        index += static_cast<std::size_t>(block[i].tick <= tick);
+    // What fills the last block up is met at the very last tick only.
+    return std::min(index, times_.size() - 1);
 }
 
 std::size_t TempoMap::FindSegment(std::uint32_t tick, std::size_t guess) const {
-    return CountNotAfter<std::uint32_t>(ticks_, tick, guess + 1) - 1;
+    const std::size_t count = times_.size();
+    const auto isAnswer = [&](std::size_t index) {
+        return index < count && segments_[index].tick <= tick &&
+               (index + 1 == count || segments_[index + 1].tick > tick);
+    };
+    if (isAnswer(guess)) return guess;
+    if (isAnswer(guess + 1)) return guess + 1;
+    return FindSegment(tick);
 }
 
 std::uint64_t TempoMap::GetTickMicroseconds(std::uint32_t tick) const {

@@ -30,6 +30,8 @@ public:
 
     /// Remembers where `tick` lies, so that look-ups there and just behind it are cheap.
     void Follow(std::uint32_t tick) { count_ = CountAt(tick); }
+    /// The same for a tick that may lie anywhere.
+    void Find(std::uint32_t tick) { count_ = CountNotAfter<std::uint32_t>(ticks_, tick); }
     /// How many values began at or before `tick`.
     [[nodiscard]] std::size_t CountAt(std::uint32_t tick) const {
         return CountNotAfter<std::uint32_t>(ticks_, tick, count_);

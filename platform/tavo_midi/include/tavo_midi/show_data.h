@@ -2,6 +2,8 @@
 
 #include <deque>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tavo_midi/song_data.h"
 
@@ -28,9 +30,14 @@ public:
     [[nodiscard]] const SongData& GetSongData(const std::string& number) const;
     SongData& GetSongData(const std::string& number);
 
+    /// What was wrong with the songs' files and could be read all the same, a sentence each.
+    [[nodiscard]] const std::vector<std::string>& GetWarnings() const { return warnings_; }
+    void AddWarning(std::string sentence) { warnings_.push_back(std::move(sentence)); }
+
 private:
     std::string title_;
     std::deque<SongData> songs_;
+    std::vector<std::string> warnings_;
 };
 
 }  // namespace tavo_midi

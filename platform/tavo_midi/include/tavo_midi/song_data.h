@@ -40,6 +40,11 @@ public:
     [[nodiscard]] std::uint16_t GetTicksPerQuarter() const { return ticksPerQuarter_; }
     [[nodiscard]] unsigned int GetSongStartTickIndex() const { return timeline_.GetStartTickIndex(); }
 
+    /// First tick after the music as it was recorded, the ringing of its last notes included. The timeline's end tick
+    /// is never earlier: it completes the last bar.
+    [[nodiscard]] unsigned int GetMusicEndTickIndex() const { return musicEndTick_; }
+    void SetMusicEndTickIndex(unsigned int tick) { musicEndTick_ = tick; }
+
     /// The music in ascending order of tick; at one tick note-offs come before what is not a note, and that before
     /// note-ons.
     [[nodiscard]] const std::vector<MidiEvent>& GetEvents() const { return events_; }
@@ -68,6 +73,7 @@ private:
     std::string number_;
     TL::Timeline timeline_;
     std::uint16_t ticksPerQuarter_ = 480;
+    unsigned int musicEndTick_ = 0;
     std::vector<MidiEvent> events_;
     std::vector<std::vector<std::uint8_t>> sysex_;
     std::vector<CL::Marker> scoreMarkers_;

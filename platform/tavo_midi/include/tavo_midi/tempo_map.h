@@ -38,7 +38,7 @@ public:
     [[nodiscard]] std::uint64_t GetTickMicrosecondsPerSecond() const { return ticksPerQuarter_ * 1000000ULL; }
 
     /// In ascending order, never empty; the first begins at tick 0.
-    [[nodiscard]] std::span<const Segment> GetSegments() const { return segments_; }
+    [[nodiscard]] std::span<const Segment> GetSegments() const { return {segments_.data(), times_.size()}; }
     /// Index of the segment that holds `tick`. A right or nearly right `guess`, the last answer for instance, makes it
     /// cheap whatever the number of tempos; any guess gives the right answer.
     [[nodiscard]] std::size_t FindSegment(std::uint32_t tick) const;
@@ -58,13 +58,18 @@ public:
     [[nodiscard]] double FractionalTickOfFrame(std::uint64_t frame, std::uint32_t framesPerSecond) const;
 
 private:
+    // A block of segments is as long as a cache line.
+    static constexpr std::size_t BlockSize = 64 / sizeof(Segment);
+
     void AddTempo(std::uint32_t tick, std::uint32_t microsecondsPerQuarter);
+    void BuildSearch();
     [[nodiscard]] const Segment& SegmentAtTime(std::uint64_t tickMicroseconds) const;
 
     unsigned int ticksPerQuarter_ = DefaultTicksPerQuarter;
+    // Filled up to whole blocks.
     std::vector<Segment> segments_;
-    // The segments' ticks and times once more, packed for the searches.
-    std::vector<std::uint32_t> ticks_;
+    // The ticks of each block's first segment and the times of all, packed for the searches.
+    std::vector<std::uint32_t> blockTicks_;
     std::vector<std::uint64_t> times_;
 };
 

@@ -15,7 +15,8 @@ template <class Tick>
     std::size_t length = ticks.size();
     while (length > 1) {
         const std::size_t half = length / 2;
-        base += (base[half - 1] <= tick) ? half : 0;
+        // A product, because a conditional is compiled into a branch.
+        base += static_cast<std::size_t>(base[half - 1] <= tick) * half;
         length -= half;
     }
     return static_cast<std::size_t>(base - ticks.data()) + (*base <= tick ? 1 : 0);

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tavo_midi/show_data.h"
+#include "tavo_midi/song_builder.h"
+
+namespace tavo_midi {
+
+/// A song as it is packed into a `.showdata` file. Songs may share a Standard MIDI File: they then give the same name.
+struct ShowSong {
+    SongOptions options;
+    /// The file's name inside the archive: not empty, not "show.json".
+    std::string smfName;
+    /// Its bytes.
+    std::string smf;
+};
+
+/// What an archive may hold; a larger one is refused by reader and writer alike.
+inline constexpr std::size_t MaxShowFileBytes = std::size_t{256} << 20U;
+inline constexpr std::size_t MaxShowMemberBytes = std::size_t{16} << 20U;
+inline constexpr std::size_t MaxShowJsonBytes = std::size_t{4} << 20U;
+inline constexpr std::size_t MaxShowMembers = 4096;
+/// What its songs may come to together, a file that songs share counted for each.
+inline constexpr std::size_t MaxShowSongBytes = std::size_t{256} << 20U;
+inline constexpr std::size_t MaxShowBeats = 1000000;
+
+/// The bytes of a `.showdata` file; the same show gives the same bytes. Throws std::runtime_error with one sentence if
+/// the show could not be read back.
+[[nodiscard]] std::string PackShowData(const std::string& title, const std::vector<ShowSong>& songs);
+
+/// Reads those bytes; `name` stands in the sentences. Throws std::runtime_error as ShowData's constructor does. Memory
+/// is bounded by the limits above.
+[[nodiscard]] ShowData UnpackShowData(std::string_view bytes, const std::string& name);
+
+enum class ExistingShow { Keep, Replace };
+
+/// Packs a show into a file. A crash at any moment leaves the old state or the new one. Throws what PackShowData
+/// throws, kit::FileExistsError if the file is there and to be kept, std::runtime_error if it cannot be written.
+void WriteShowData(const std::string& path, const std::string& title, const std::vector<ShowSong>& songs,
+                   ExistingShow existing);
+
+}  // namespace tavo_midi

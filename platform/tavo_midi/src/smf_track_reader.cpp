@@ -1,0 +1,309 @@
+#include "smf_track_reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+#include "utf8_text.h"
+
+namespace tavo_midi {
+
+namespace {
+
+constexpr std::uint8_t kNoteOff = 0x80;
+constexpr std::uint8_t kNoteOn = 0x90;
+constexpr std::uint8_t kProgramChange = 0xC0;
+constexpr std::uint8_t kPitchBend = 0xE0;
+constexpr std::uint8_t kSysex = 0xF0;
+constexpr std::uint8_t kSongPosition = 0xF2;
+constexpr std::uint8_t kSongSelect = 0xF3;
+constexpr std::uint8_t kTimeCodeQuarter = 0xF1;
+constexpr std::uint8_t kSysexEnd = 0xF7;
+constexpr std::uint8_t kMeta = 0xFF;
+
+constexpr std::uint8_t kMetaTrackName = 0x03;
+constexpr std::uint8_t kMetaMarker = 0x06;
+constexpr std::uint8_t kMetaCuePoint = 0x07;
+constexpr std::uint8_t kMetaPort = 0x21;
+constexpr std::uint8_t kMetaEndOfTrack = 0x2F;
+constexpr std::uint8_t kMetaTempo = 0x51;
+constexpr std::uint8_t kMetaMeter = 0x58;
+constexpr std::uint8_t kMetaKey = 0x59;
+
+constexpr std::size_t kMaxSysexMessages = 65536;
+constexpr unsigned int kHighestPort = 15;
+
+std::size_t KeyIndex(const MidiEvent& event) {
+    return (event.status & 0x0FU) * 128U + event.data1;
+}
+
+}  // namespace
+
+void SmfTrackReader::Read(std::size_t number, std::size_t begin, std::size_t end, bool isCutOff) {
+    track_ = {};
+    number_ = number;
+    at_ = begin;
+    end_ = end;
+    tick_ = 0;
+    runningStatus_ = 0;
+    port_ = 0;
+    isInSysex_ = false;
+    lateNoteOffs_.clear();
+    if (smf_.events.size() != eventStart_) keys_.fill({});
+    eventStart_ = smf_.events.size();
+    const std::size_t sysexBefore = smf_.sysex.size();
+    try {
+        if (!ReadEvents()) {
+            if (isCutOff) Fail(end_, "the file ends here, before the track does");
+            WarnAt(end_, "the track has no end-of-track event");
+        }
+    } catch (...) {
+        smf_.events.resize(eventStart_);
+        smf_.sysex.resize(sysexBefore);
+        throw;
+    }
+    DropUnfinishedSysex();
+    PutLateNoteOffsInPlace();
+    track_.firstEvent = eventStart_;
+    track_.eventCount = smf_.events.size() - eventStart_;
+    track_.endTick = std::max(track_.endTick, tick_);
+    smf_.tracks.push_back(std::move(track_));
+}
+
+void SmfTrackReader::Warn(const std::string& sentence) {
+    if (smf_.warnings.size() < MaxSmfWarnings) smf_.warnings.push_back(sentence);
+}
+
+std::string SmfTrackReader::Place(std::size_t at) const {
+    return fmt::format("\"{}\", track {}, byte {}: ", name_, number_, at);
+}
+
+void SmfTrackReader::Fail(std::size_t at, const std::string& what) const {
+    throw std::runtime_error(Place(at) + what);
+}
+
+void SmfTrackReader::WarnAt(std::size_t at, const char* what) {
+    if (smf_.warnings.size() < MaxSmfWarnings) Warn(Place(at) + what);
+}
+
+std::uint8_t SmfTrackReader::ReadByte() {
+    if (at_ == end_) Fail(at_, "the track ends in the middle of an event");
+    return ByteAt(at_++);
+}
+
+std::uint8_t SmfTrackReader::ReadDataByte() {
+    const std::uint8_t byte = ReadByte();
+    if (byte >= 0x80) Fail(at_ - 1, fmt::format("0x{:02X} stands where a data byte below 0x80 must", byte));
+    return byte;
+}
+
+std::uint32_t SmfTrackReader::ReadVariableLength() {
+    std::uint32_t value = 0;
+    for (int count = 0; count < 4; ++count) {
+        const std::uint8_t byte = ReadByte();
+        value = value << 7U | (byte & 0x7FU);
+        if (byte < 0x80) return value;
+    }
+    Fail(at_ - 4, "a variable-length number has more than four bytes");
+}
+
+std::size_t SmfTrackReader::ReadLengthAndSkip(const char* what, std::size_t& length) {
+    const std::size_t lengthAt = at_;
+    length = ReadVariableLength();
+    if (length > end_ - at_) Fail(lengthAt, fmt::format("{} of {} bytes runs past the end of its track", what, length));
+    at_ += length;
+    return at_ - length;
+}
+
+bool SmfTrackReader::ReadEvents() {
+    while (at_ < end_) {
+        const std::size_t eventAt = at_;
+        const std::uint32_t delta = ReadVariableLength();
+        if (delta > std::numeric_limits<std::uint32_t>::max() - tick_)
+            Fail(eventAt, "the track runs past tick 4294967295");
+        tick_ += delta;
+        std::uint8_t status = ReadByte();
+        if (status < 0x80) {
+            if (runningStatus_ == 0)
+                Fail(at_ - 1, fmt::format("the data byte 0x{:02X} stands where a status byte must", status));
+            status = runningStatus_;
+            --at_;
+        }
+        if (status < kSysex)
+            ReadChannelMessage(status);
+        else if (status == kSysex || status == kSysexEnd)
+            ReadSysexPacket(status);
+        else if (status != kMeta)
+            SkipSystemMessage(status);
+        else if (!ReadMeta())
+            return true;
+    }
+    return false;
+}
+
+void SmfTrackReader::ReadChannelMessage(std::uint8_t status) {
+    runningStatus_ = status;
+    MidiEvent event{tick_, status, ReadDataByte(), 0, port_};
+    const std::uint8_t kind = status & 0xF0U;
+    if (kind < kProgramChange || kind == kPitchBend) event.data2 = ReadDataByte();
+    if (kind > kNoteOn)
+        smf_.events.push_back(event);
+    else if (kind == kNoteOn && event.data2 != 0)
+        AddNoteOn(event);
+    else
+        AddNoteOff(event);
+}
+
+void SmfTrackReader::AddNoteOn(const MidiEvent& event) {
+    KeyState& key = keys_[KeyIndex(event)];
+    if (key.latestTick != tick_) {
+        key.latestTick = tick_;
+        key.startedAtLatestTick = 0;
+        key.lateNoteOff = NoLateNoteOff;
+    } else if (key.lateNoteOff != NoLateNoteOff) {
+        // The late end of a note of no length would cut this one off.
+        lateNoteOffs_[key.lateNoteOff].status = 0;
+        key.lateNoteOff = NoLateNoteOff;
+    }
+    ++key.startedAtLatestTick;
+    ++key.sounding;
+    smf_.events.push_back(event);
+}
+
+void SmfTrackReader::AddNoteOff(const MidiEvent& event) {
+    MidiEvent noteOff = event;
+    if ((event.status & 0xF0U) == kNoteOn) {
+        noteOff.status = static_cast<std::uint8_t>(kNoteOff | (event.status & 0x0FU));
+        noteOff.data2 = 0;
+    }
+    KeyState& key = keys_[KeyIndex(event)];
+    const bool startedNow = key.latestTick == tick_ && key.sounding != 0 && key.startedAtLatestTick == key.sounding;
+    if (key.sounding != 0) --key.sounding;
+    if (!startedNow) {
+        smf_.events.push_back(noteOff);
+        return;
+    }
+    --key.startedAtLatestTick;
+    if (noteOff.tick != std::numeric_limits<std::uint32_t>::max()) ++noteOff.tick;
+    key.lateNoteOff = static_cast<std::uint32_t>(lateNoteOffs_.size());
+    lateNoteOffs_.push_back(noteOff);
+}
+
+bool SmfTrackReader::ReadMeta() {
+    const std::uint8_t type = ReadByte();
+    // Nothing of an end of track but its type matters.
+    if (type == kMetaEndOfTrack) return false;
+    std::size_t length = 0;
+    const std::size_t at = ReadLengthAndSkip("a meta event", length);
+    switch (type) {
+        case kMetaTrackName:
+            if (track_.name.empty()) track_.name = ToUtf8Line(bytes_.substr(at, length));
+            break;
+        case kMetaMarker:
+        case kMetaCuePoint:
+            track_.markers.emplace_back(tick_, ToUtf8Line(bytes_.substr(at, length)));
+            break;
+        case kMetaPort:
+            ReadPort(at, length);
+            break;
+        case kMetaTempo:
+            ReadTempo(at, length);
+            break;
+        case kMetaMeter:
+            ReadMeter(at, length);
+            break;
+        case kMetaKey:
+            ReadKey(at, length);
+            break;
+        default:
+            break;
+    }
+    return true;
+}
+
+void SmfTrackReader::ReadPort(std::size_t at, std::size_t length) {
+    if (length < 1 || ByteAt(at) > kHighestPort) return WarnAt(at, "the MIDI port is not from 0 to 15 and is left out");
+    port_ = ByteAt(at);
+}
+
+void SmfTrackReader::ReadTempo(std::size_t at, std::size_t length) {
+    std::uint32_t microseconds = 0;
+    if (length >= 3) microseconds = std::uint32_t{ByteAt(at)} << 16U | ByteAt(at + 1) << 8U | ByteAt(at + 2);
+    if (microseconds == 0) return WarnAt(at, "the tempo is no number of microseconds and is left out");
+    track_.tempos.emplace_back(tick_, microseconds);
+}
+
+void SmfTrackReader::ReadMeter(std::size_t at, std::size_t length) {
+    constexpr std::uint8_t kHighestPower = 7;
+    if (length < 2 || ByteAt(at) == 0 || ByteAt(at + 1) > kHighestPower)
+        return WarnAt(at, "the meter is none that can be written and is left out");
+    const auto denominator = static_cast<std::uint8_t>(1U << ByteAt(at + 1));
+    std::uint8_t clocksPerClick = length > 2 ? ByteAt(at + 2) : 0;
+    std::uint8_t thirtySeconds = length > 3 ? ByteAt(at + 3) : 0;
+    if (clocksPerClick == 0) clocksPerClick = static_cast<std::uint8_t>(std::max(96 / denominator, 1));
+    if (thirtySeconds == 0) thirtySeconds = 8;
+    track_.meters.emplace_back(tick_, ByteAt(at), denominator, clocksPerClick, thirtySeconds);
+}
+
+void SmfTrackReader::ReadKey(std::size_t at, std::size_t length) {
+    const int sharps = length < 2 ? 99 : static_cast<std::int8_t>(ByteAt(at));
+    if (sharps < -7 || sharps > 7 || ByteAt(at + 1) > 1)
+        return WarnAt(at, "the key is none of the thirty keys and is left out");
+    track_.keys.emplace_back(tick_, sharps, ByteAt(at + 1) == 1);
+}
+
+void SmfTrackReader::ReadSysexPacket(std::uint8_t status) {
+    std::size_t length = 0;
+    const std::size_t at = ReadLengthAndSkip("a system-exclusive message", length);
+    const std::string_view packet = bytes_.substr(at, length);
+    if (status == kSysex) {
+        DropUnfinishedSysex();
+        isInSysex_ = true;
+        unfinishedSysex_.assign(1, kSysex);
+    } else if (!isInSysex_) {
+        return WarnAt(at, "raw bytes outside a system-exclusive message are left out");
+    }
+    unfinishedSysex_.insert(unfinishedSysex_.end(), packet.begin(), packet.end());
+    if (unfinishedSysex_.back() == kSysexEnd) FinishSysex();
+}
+
+void SmfTrackReader::FinishSysex() {
+    if (smf_.sysex.size() == kMaxSysexMessages)
+        Fail(at_, fmt::format("there are more than {} system-exclusive messages", kMaxSysexMessages));
+    const std::size_t index = smf_.sysex.size();
+    smf_.sysex.push_back(unfinishedSysex_);
+    smf_.events.push_back({tick_, kSysex, static_cast<std::uint8_t>(index & 0xFFU),
+                           static_cast<std::uint8_t>(index >> 8U & 0xFFU), static_cast<std::uint8_t>(index >> 16U)});
+    isInSysex_ = false;
+}
+
+void SmfTrackReader::DropUnfinishedSysex() {
+    if (isInSysex_) WarnAt(at_, "a system-exclusive message before this place has no end and is left out");
+    isInSysex_ = false;
+}
+
+void SmfTrackReader::SkipSystemMessage(std::uint8_t status) {
+    WarnAt(at_ - 1, "a system message other than a system-exclusive one has no place in a file and is left out");
+    if (status == kTimeCodeQuarter || status == kSongSelect) static_cast<void>(ReadDataByte());
+    if (status == kSongPosition) {
+        static_cast<void>(ReadDataByte());
+        static_cast<void>(ReadDataByte());
+    }
+}
+
+void SmfTrackReader::PutLateNoteOffsInPlace() {
+    std::erase_if(lateNoteOffs_, [](const MidiEvent& event) { return event.status == 0; });
+    if (lateNoteOffs_.empty()) return;
+    std::vector<MidiEvent>& events = smf_.events;
+    const auto begin = static_cast<std::ptrdiff_t>(eventStart_);
+    const auto middle = static_cast<std::ptrdiff_t>(events.size());
+    events.insert(events.end(), lateNoteOffs_.begin(), lateNoteOffs_.end());
+    std::inplace_merge(events.begin() + begin, events.begin() + middle, events.end(),
+                       [](const MidiEvent& left, const MidiEvent& right) { return left.tick < right.tick; });
+    track_.endTick = events.back().tick;
+}
+
+}  // namespace tavo_midi
