@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include "change_log_samples.h"
+#include "kit/file.h"
+#include "kit/path.h"
+#include "tests/support/temporary_directory.h"
+
+using CL::ChangeLog;
+using test_support::TemporaryDirectory;
+
+namespace {
+
+ChangeLog MakeLogIn(const TemporaryDirectory& directory, const std::string& show) {
+    ChangeLog log;
+    log.SetShowName(show);
+    log.SetDirectory(directory.Path());
+    return log;
+}
+
+}  // namespace
+
+TEST(ChangeLogSave, WithoutAPath_WritesNameAndVersionInItsDirectoryAndLoads) {
+    const TemporaryDirectory directory;
+    ChangeLog log = change_log_samples::MakeOneOfEachKind();
+    log.SetDirectory(directory.Path());
+    EXPECT_EQ(directory / "The Lantern-1.3.logdata", log.Save(""));
+    ChangeLog loaded = ChangeLog::Load(directory / "The Lantern-1.3.logdata");
+    EXPECT_EQ(log.AsText(), loaded.AsText());
+    loaded.GetVersion().minor_number++;
+    EXPECT_EQ(directory / "The Lantern-1.4.logdata", loaded.Save("")) << "beside the file that it came from";
+}
+
+TEST(ChangeLogSave, ShowNames_GiveFileNamesWhoseVersionStandsAfterTheLastDash) {
+    struct Row {
+        std::string show;
+        std::string file;
+    };
+    const Row rows[] = {{"a", "a-1.0.logdata"},
+                        {"Act-II-b", "Act-II-b-1.0.logdata"},
+                        {"v1.5", "v1.5-1.0.logdata"},
+                        {"", "show-1.0.logdata"},
+                        {"../x/y", "_._x_y-1.0.logdata"},
+                        {"Who? \"Me\": <a|b*c\\d>\n\x7f", "Who_ _Me__ _a_b_c_d___-1.0.logdata"},
+                        {"Été 🎭", "Été 🎭-1.0.logdata"},
+                        {std::string(199, 'x') + "é" + "yz", std::string(199, 'x') + "-1.0.logdata"},
+                        {std::string(400, 'x'), std::string(200, 'x') + "-1.0.logdata"}};
+    for (const Row& row : rows) {
+        const TemporaryDirectory directory;
+        ChangeLog log = MakeLogIn(directory, row.show);
+        EXPECT_EQ(directory / row.file, log.Save(""));
+        EXPECT_EQ(row.show, ChangeLog::Load(directory / row.file).GetShowName());
+        const std::string base = kit::path::basename_no_ext(row.file);
+        EXPECT_EQ("1.0", base.substr(base.rfind('-') + 1));
+    }
+}
+
+TEST(ChangeLogSave, ExistingFile_IsNeverOverwritten) {
+    const TemporaryDirectory directory;
+    ChangeLog log = MakeLogIn(directory, "a");
+    const std::string path = log.Save("");
+    const std::string text = log.AsText();
+    log.GetSongLogs()["1"];
+    EXPECT_THROW(log.Save(""), kit::FileExistsError);
+    EXPECT_THROW(log.Save(path), kit::FileExistsError);
+    EXPECT_EQ(text, kit::ReadFile(path, 1 << 20));
+    EXPECT_EQ(1U, kit::listdir(directory.Path()).size()) << "nothing else is left behind";
+}
+
+TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
+    const TemporaryDirectory directory;
+    ChangeLog log = MakeLogIn(directory, "a");
+    log.GetSongLogs()["3"].GetMarkers().Add(CL::Marker(0, "\xFF"));
+    EXPECT_THROW(log.Save(""), std::runtime_error);
+    log.GetSongLogs()["3"] = CL::SongLog();
+    log.GetSongLogs()["3"].GetSfxs().Add(CL::Sfx(0, 1, "", std::numeric_limits<float>::quiet_NaN()));
+    EXPECT_THROW(log.Save(""), std::runtime_error);
+    log.GetSongLogs()["3"] = CL::SongLog();
+    log.GetSongLogs()["3"].GetRepeats().Add(CL::Repeat(0, 1, 10000));
+    try {
+        log.Save("");
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(directory / "a-1.0.logdata" +
+                      ", line 6, song \"3\", edit 1: \"count\" must be a whole number from 0 to 9999.",
+                  error.what());
+    }
+    EXPECT_TRUE(kit::listdir(directory.Path()).empty());
+}
+
+TEST(ChangeLogSave, WithoutADirectoryOrInAMissingOne_IsRefused) {
+    const TemporaryDirectory directory;
+    ChangeLog log;
+    EXPECT_THROW(log.Save(""), std::runtime_error);
+    log.SetDirectory(directory / "missing");
+    EXPECT_THROW(log.Save(""), std::runtime_error);
+}
+
+TEST(ChangeLogLoad, WhatIsNoReadableFile_IsRefusedByName) {
+    const TemporaryDirectory directory;
+    for (const std::string& path : {directory / "missing.logdata", directory.Path()}) {
+        try {
+            static_cast<void>(ChangeLog::Load(path));
+            FAIL() << path;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string::npos, std::string(error.what()).find(path)) << error.what();
+        }
+    }
+}
+
+TEST(ChangeLogLoad, FileAbove64Megabytes_IsRefused) {
+    const TemporaryDirectory directory;
+    const std::string path = directory / "big-1.0.logdata";
+    std::ofstream(path).put('{');
+    std::filesystem::resize_file(path, (64U << 20U) + 1);
+    EXPECT_THROW(static_cast<void>(ChangeLog::Load(path)), std::runtime_error);
+}
