@@ -1,0 +1,84 @@
+#include <fmt/format.h>
+
+#include <charconv>
+#include <iostream>
+#include <memory>
+
+#include "stage/cli/commands.h"
+#include "stage/cli/progress.h"
+#include "stage/cli/song_summary.h"
+#include "stage/cli/text_table.h"
+#include "stage/session/show_import.h"
+
+namespace {
+
+constexpr std::size_t MostNotes = 20;
+
+struct ImportWords {
+    stage::ImportRequest request;
+    std::vector<std::string> pickups;
+};
+
+/// "5=0.5": song 5 begins with half a beat.
+void ReadPickup(const std::string& text, std::map<std::string, double>& pickups) {
+    const std::size_t sign = text.rfind('=');
+    double beats = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = sign == std::string::npos ? std::from_chars_result{end, std::errc::invalid_argument}
+                                                         : std::from_chars(text.data() + sign + 1, end, beats);
+    if (error != std::errc() || stop != end || sign == 0 || !(beats > 0))
+        throw CLI::ValidationError("--pickup", fmt::format("\"{}\" is not written like 5=0.5", text));
+    if (!pickups.emplace(text.substr(0, sign), beats).second)
+        throw CLI::ValidationError("--pickup", fmt::format("song {} is given twice", text.substr(0, sign)));
+}
+
+void PrintNotes(const std::vector<std::string>& notes) {
+    for (std::size_t i = 0; i < notes.size() && i < MostNotes; ++i)
+        std::cerr << "note: " << MakePrintable(notes[i]) << '\n';
+    if (notes.size() > MostNotes) std::cerr << fmt::format("note: and {} more\n", notes.size() - MostNotes);
+}
+
+void Import(ImportWords& words) {
+    for (const std::string& pickup : words.pickups)
+        ReadPickup(pickup, words.request.pickupBeats);
+    const stage::ImportResult result = [&] {
+        Progress progress;
+        words.request.reportProgress = [&](std::size_t done, std::size_t total, const std::string& next) {
+            progress.Report(done, total, "reading " + next);
+        };
+        return stage::ImportShow(words.request);
+    }();
+    PrintNotes(result.notes);
+    std::cout << fmt::format("{} is now the show \"{}\", version 1.0\n\n", words.request.showPath,
+                             MakePrintable(result.title))
+              << MakeSongTable({result.songs.begin(), result.songs.end()});
+}
+
+}  // namespace
+
+void AddImportCommand(CLI::App& app, int&) {
+    auto words = std::make_shared<ImportWords>();
+    CLI::App* import = app.add_subcommand("import", "Makes a show from MIDI files");
+    import->add_option("PATHS", words->request.paths, "Standard MIDI Files (.mid, .midi), or folders that hold them")
+        ->required();
+    import->add_option("-o,--output", words->request.showPath, "The show directory to be made")
+        ->required()
+        ->type_name("SHOW");
+    import->add_option("--title", words->request.title, "Title of the show; the name of its directory without")
+        ->type_name("TEXT");
+    import
+        ->add_option("--pickup", words->pickups,
+                     "A song begins with this many beats before its first bar line; may be given again. Needed only "
+                     "where the file does not say so by a short first meter")
+        ->type_name("SONG=BEATS")
+        ->allow_extra_args(false);
+    import->footer(
+        "\nEvery file is a song. Its number is what the name begins with: 01_Overture.mid is song 1, 12a_Reprise.mid\n"
+        "song 12a; files without a number come after the others. Its title is the one that stands in the file, or its\n"
+        "name. A file of format 2 gives a song for each of its sequences.\n"
+        "\nExamples:\n"
+        "  stage import songs/ -o myshow --title \"My Show\"\n"
+        "  stage import 01_Overture.mid 02_Arrival.mid -o myshow --pickup 2=1");
+    import->callback([words] { Import(*words);
+});
+}

@@ -1,0 +1,74 @@
+#include "stage/cli/song_summary.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "stage/cli/text_table.h"
+#include "tavo_core/as_string.h"
+#include "tavo_core/bar_positions.h"
+#include "tavo_midi/tempo_map.h"
+
+namespace {
+
+/// The different entries in the order in which they come, "4/4 2/4"; behind the third one how many more there are.
+template <class Sequence>
+std::string DescribeKinds(const Sequence& sequence, const char* separator) {
+    constexpr std::size_t mostShown = 3;
+    std::vector<std::string> kinds;
+    for (const auto& entry : sequence) {
+        std::string kind = as_string(entry);
+        if (std::find(kinds.begin(), kinds.end(), kind) == kinds.end()) kinds.push_back(std::move(kind));
+    }
+    const std::size_t shown = std::min(kinds.size(), mostShown);
+    std::string text =
+        fmt::format("{}", fmt::join(kinds.begin(), kinds.begin() + static_cast<std::ptrdiff_t>(shown), separator));
+    if (shown < kinds.size()) text += fmt::format(" +{}", kinds.size() - shown);
+    return text;
+}
+
+}  // namespace
+
+double GetWrittenSeconds(const tavo_midi::SongData& song) {
+    const TL::Timeline& timeline = song.GetTimeline();
+    const tavo_midi::TempoMap tempos(timeline.GetTempos(), song.GetTicksPerQuarter());
+    return tempos.GetSeconds(timeline.GetEndTickIndex()) - tempos.GetSeconds(timeline.GetStartTickIndex());
+}
+
+std::string DescribeLength(double seconds) {
+    const auto whole = std::llround(seconds);
+    if (whole < 3600) return fmt::format("{}:{:02}", whole / 60, whole % 60);
+    return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
+}
+
+std::string MakeSongTable(const std::vector<std::reference_wrapper<const tavo_midi::SongData>>& songs) {
+    using Align = TextTable::Align;
+    TextTable table({{"no"},
+                     {"title"},
+                     {"bars", Align::Right},
+                     {"beats", Align::Right},
+                     {"tempos", Align::Right},
+                     {"meters"},
+                     {"keys"},
+                     {"length", Align::Right}});
+    std::size_t bars = 0;
+    std::size_t beats = 0;
+    double seconds = 0;
+    for (const tavo_midi::SongData& song : songs) {
+        const TL::Timeline& timeline = song.GetTimeline();
+        const std::size_t barCount = TL::BarPositions(timeline).GetBars().size();
+        const double length = GetWrittenSeconds(song);
+        table.AddRow({song.GetSongNumber(), song.GetTitle(), fmt::format("{}", barCount),
+                      fmt::format("{}", timeline.GetBarsBeats().size()), fmt::format("{}", timeline.GetTempos().size()),
+                      DescribeKinds(timeline.GetMeters(), " "), DescribeKinds(timeline.GetKeys(), ", "),
+                      DescribeLength(length)});
+        bars += barCount;
+        beats += timeline.GetBarsBeats().size();
+        seconds += length;
+    }
+    if (songs.size() > 1)
+        table.AddRow({"", fmt::format("{} songs", songs.size()), fmt::format("{}", bars), fmt::format("{}", beats), "",
+                      "", "", DescribeLength(seconds)});
+    return table.AsText();
+}
