@@ -23,7 +23,7 @@ void ShowControl::DoFindNextControlEventOnAdvance_(unsigned int fromTick, unsign
         const auto atKey = pairedEventMap_.EventsAt(fromTick);
         const std::vector<const cmn::TavoEvent*> events(atKey.begin(), atKey.end());
         const std::uint64_t buildCount = buildCount_;
-        if (CollectCutOrCaesuras_(events, lock)) return;
+        if (CollectCutOrCaesuras_(fromTick, events, lock)) return;
         // Where the song was rebuilt while a count was posted, the events belong to no song any more.
         if (buildCount == buildCount_ && RegisterLoopsAt_(fromTick, events)) return;
         nextKey = pairedEventMap_.FindFirstKeyAfter(fromTick);
@@ -32,7 +32,8 @@ void ShowControl::DoFindNextControlEventOnAdvance_(unsigned int fromTick, unsign
 }
 
 // First pass over the events at a key: true when a cut ends the search there.
-bool ShowControl::CollectCutOrCaesuras_(const std::vector<const cmn::TavoEvent*>& events, const SeekLock& lock) {
+bool ShowControl::CollectCutOrCaesuras_(unsigned int tickIndex, const std::vector<const cmn::TavoEvent*>& events,
+                                        const SeekLock& lock) {
     const std::uint64_t buildCount = buildCount_;
     for (const cmn::TavoEvent* event : events) {
         if (event->code() == codes::Cut && !IsSpent_(*event)) {
@@ -41,7 +42,10 @@ bool ShowControl::CollectCutOrCaesuras_(const std::vector<const cmn::TavoEvent*>
             return true;
         }
         if (event->code() == codes::Caesura) {
-            PushCaesuraIfNew_(static_cast<const CountdownCaesura&>(*event));
+            // One that stands between the first two beats counts on a beat behind itself and is met too late; stacked,
+            // it would stop every search at a tick that has gone by.
+            const auto& caesura = static_cast<const CountdownCaesura&>(*event);
+            if (caesura.GetTickIndex() >= tickIndex) PushCaesuraIfNew_(caesura);
             // The display's own locks come before the future statuses, so the count is posted without ours; another
             // thread may rebuild the song meanwhile.
             {

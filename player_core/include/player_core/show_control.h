@@ -186,7 +186,8 @@ private:
 
     // show_control_advance.cpp
     void DoFindNextControlEventOnAdvance_(unsigned int fromTick, unsigned int toTick);
-    bool CollectCutOrCaesuras_(const std::vector<const cmn::TavoEvent*>& events, const SeekLock& lock);
+    bool CollectCutOrCaesuras_(unsigned int tickIndex, const std::vector<const cmn::TavoEvent*>& events,
+                               const SeekLock& lock);
     bool RegisterLoopsAt_(unsigned int tickIndex, const std::vector<const cmn::TavoEvent*>& events);
     void LimitAdvance_(unsigned int toTick, std::optional<unsigned int> nextKey);
     bool AdvanceToCaesura(unsigned int toTick, long long limit);
