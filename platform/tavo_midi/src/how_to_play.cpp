@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -30,6 +31,7 @@ struct MarkerText {
 /// What each Update query last answered true for; empty when it must answer true.
 struct Reported {
     std::optional<std::size_t> beatCount;
+    std::uint32_t beatReading = 0;
     std::optional<std::pair<unsigned int, unsigned int>> meter;
     std::optional<int> click;
     std::optional<int> transposition;
@@ -133,6 +135,8 @@ struct HowToPlay::Impl {
     std::uint32_t endTick = 0;
     /// As the performers count them, click edits applied.
     ValueTrack<TL::BarsBeats> beats;
+    /// A number for what each beat reads as, packed for comparisons: different numbers read differently.
+    std::vector<std::uint32_t> beatReadings;
     std::size_t beatsBeforeEnd = 0;
     /// The score's bar lines, which click edits do not move.
     std::vector<std::uint32_t> barTicks;
@@ -155,6 +159,11 @@ void HowToPlay::Impl::Load(const CL::SongLog& songLog, const TL::Timeline& timel
     endTick = timeline.GetEndTickIndex();
     beats = MakeTrack(ApplyClicks(timeline.GetBarsBeats(), songLog.GetClicks(), timeline.GetMeters(),
                                   ticksPerQuarter == 0 ? TempoMap::DefaultTicksPerQuarter : ticksPerQuarter));
+    beatReadings.clear();
+    beatReadings.reserve(beats.Values().size());
+    for (const TL::BarsBeats& beat : beats.Values())
+        beatReadings.push_back(
+            static_cast<std::uint32_t>(std::hash<std::string>()(beat.bar_number()) * 31 + beat.beat()));
     beatsBeforeEnd = endTick == 0 ? 0 : beats.CountAt(endTick - 1);
     barTicks = GetBarTicks(timeline.GetBarsBeats());
     meters = MakeTrack(timeline.GetMeters());
@@ -217,13 +226,14 @@ bool HowToPlay::UpdateBar() {
     const std::size_t count = impl_->beats.CountAt(impl_->position);
     std::optional<std::size_t>& reported = impl_->reported.beatCount;
     if (reported == count) return false;
+    const std::size_t before = std::exchange(reported, count).value_or(0);
+    const std::uint32_t reading = count == 0 ? 0 : impl_->beatReadings[count - 1];
+    const bool mayReadTheSame = std::exchange(impl_->reported.beatReading, reading) == reading;
+    if (!mayReadTheSame || before == 0 || count == 0) return true;
     // Another beat may read the same: a bar of one beat that is played again under its label.
     const std::vector<TL::BarsBeats>& beats = impl_->beats.Values();
-    const bool readsTheSame = reported.value_or(0) != 0 && count != 0 &&
-                              beats[*reported - 1].beat() == beats[count - 1].beat() &&
-                              beats[*reported - 1].bar_number() == beats[count - 1].bar_number();
-    reported = count;
-    return !readsTheSame;
+    return beats[before - 1].beat() != beats[count - 1].beat() ||
+           beats[before - 1].bar_number() != beats[count - 1].bar_number();
 }
 
 bool HowToPlay::UpdateMeter() {

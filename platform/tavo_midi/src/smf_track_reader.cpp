@@ -16,7 +16,7 @@ namespace {
 constexpr std::uint8_t kNoteOff = 0x80;
 constexpr std::uint8_t kNoteOn = 0x90;
 constexpr std::uint8_t kProgramChange = 0xC0;
-constexpr std::uint8_t kPitchBend = 0xE0;
+constexpr std::uint8_t kChannelPressure = 0xD0;
 constexpr std::uint8_t kSysex = 0xF0;
 constexpr std::uint8_t kSongPosition = 0xF2;
 constexpr std::uint8_t kSongSelect = 0xF3;
@@ -120,6 +120,8 @@ std::size_t SmfTrackReader::ReadLengthAndSkip(const char* what, std::size_t& len
 
 bool SmfTrackReader::ReadEvents() {
     while (at_ < end_) {
+        ReadPlainChannelMessages();
+        if (at_ == end_) break;
         const std::size_t eventAt = at_;
         const std::uint32_t delta = ReadVariableLength();
         if (delta > std::numeric_limits<std::uint32_t>::max() - tick_)
@@ -144,11 +146,44 @@ bool SmfTrackReader::ReadEvents() {
     return false;
 }
 
+// Nearly all of a file are channel messages not far apart in time: these are read here with everything at hand, up to
+// the first event that is not quite plain, which the general reader takes.
+void SmfTrackReader::ReadPlainChannelMessages() {
+    constexpr std::size_t kLongestPlain = 5;
+    constexpr std::uint32_t kHighestPlainTick = std::numeric_limits<std::uint32_t>::max() - (1U << 14U);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(bytes_.data());
+    std::uint8_t running = runningStatus_;
+    while (end_ - at_ >= kLongestPlain && tick_ < kHighestPlainTick) {
+        const std::uint8_t* next = bytes + at_;
+        std::uint32_t delta = *next++;
+        if (delta >= 0x80) delta = (delta & 0x7FU) << 7U | *next;
+        next += bytes[at_] >> 7U;
+        const bool isOneByteDelta = bytes[at_] < 0x80;
+        if (!isOneByteDelta && next[-1] >= 0x80) break;
+        const bool isRunning = *next < 0x80;
+        const std::uint8_t status = isRunning ? running : *next;
+        next += isRunning ? 0 : 1;
+        const std::uint8_t kind = status & 0xF0U;
+        const bool hasTwo = kind != kProgramChange && kind != kChannelPressure;
+        if (status < kNoteOff || status >= kSysex || (next[0] | (hasTwo ? next[1] : 0)) >= 0x80) break;
+        running = status;
+        tick_ += delta;
+        at_ = static_cast<std::size_t>(next - bytes) + (hasTwo ? 2 : 1);
+        AddChannelMessage({tick_, status, next[0], hasTwo ? next[1] : std::uint8_t{0}, port_});
+    }
+    runningStatus_ = running;
+}
+
 void SmfTrackReader::ReadChannelMessage(std::uint8_t status) {
     runningStatus_ = status;
     MidiEvent event{tick_, status, ReadDataByte(), 0, port_};
     const std::uint8_t kind = status & 0xF0U;
-    if (kind < kProgramChange || kind == kPitchBend) event.data2 = ReadDataByte();
+    if (kind != kProgramChange && kind != kChannelPressure) event.data2 = ReadDataByte();
+    AddChannelMessage(event);
+}
+
+void SmfTrackReader::AddChannelMessage(const MidiEvent& event) {
+    const std::uint8_t kind = event.status & 0xF0U;
     if (kind > kNoteOn)
         smf_.events.push_back(event);
     else if (kind == kNoteOn && event.data2 != 0)
@@ -162,20 +197,25 @@ void SmfTrackReader::AddNoteOn(const MidiEvent& event) {
     if (key.latestTick != tick_) {
         key.latestTick = tick_;
         key.startedAtLatestTick = 0;
-        key.lateNoteOff = NoLateNoteOff;
-    } else if (key.lateNoteOff != NoLateNoteOff) {
-        // The late end of a note of no length would cut this one off.
-        lateNoteOffs_[key.lateNoteOff].status = 0;
-        key.lateNoteOff = NoLateNoteOff;
+    } else if (!lateNoteOffs_.empty()) {
+        DropLateNoteOff(event);
     }
     ++key.startedAtLatestTick;
     ++key.sounding;
     smf_.events.push_back(event);
 }
 
+// The late end of a note of no length would cut this one off.
+void SmfTrackReader::DropLateNoteOff(const MidiEvent& noteOn) {
+    const std::uint32_t index = lateNoteOffOfKey_[KeyIndex(noteOn)];
+    if (index >= lateNoteOffs_.size()) return;
+    MidiEvent& noteOff = lateNoteOffs_[index];
+    if (noteOff.tick == noteOn.tick + 1 && KeyIndex(noteOff) == KeyIndex(noteOn)) noteOff.status = 0;
+}
+
 void SmfTrackReader::AddNoteOff(const MidiEvent& event) {
     MidiEvent noteOff = event;
-    if ((event.status & 0xF0U) == kNoteOn) {
+    if (event.status >= kNoteOn) {
         noteOff.status = static_cast<std::uint8_t>(kNoteOff | (event.status & 0x0FU));
         noteOff.data2 = 0;
     }
@@ -188,7 +228,7 @@ void SmfTrackReader::AddNoteOff(const MidiEvent& event) {
     }
     --key.startedAtLatestTick;
     if (noteOff.tick != std::numeric_limits<std::uint32_t>::max()) ++noteOff.tick;
-    key.lateNoteOff = static_cast<std::uint32_t>(lateNoteOffs_.size());
+    lateNoteOffOfKey_[KeyIndex(event)] = static_cast<std::uint32_t>(lateNoteOffs_.size());
     lateNoteOffs_.push_back(noteOff);
 }
 

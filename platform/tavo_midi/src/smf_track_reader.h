@@ -30,16 +30,16 @@ private:
         std::uint32_t latestTick = 0;
         std::uint16_t sounding = 0;
         std::uint16_t startedAtLatestTick = 0;
-        /// Index into lateNoteOffs_ of the end of a note of no length at the latest tick.
-        std::uint32_t lateNoteOff = NoLateNoteOff;
     };
-    static constexpr std::uint32_t NoLateNoteOff = 0xFFFFFFFF;
 
     /// Answers whether there was an end of track.
     [[nodiscard]] bool ReadEvents();
+    void ReadPlainChannelMessages();
     void ReadChannelMessage(std::uint8_t status);
+    void AddChannelMessage(const MidiEvent& event);
     void AddNoteOn(const MidiEvent& event);
     void AddNoteOff(const MidiEvent& event);
+    void DropLateNoteOff(const MidiEvent& noteOn);
     /// Answers whether the track goes on.
     bool ReadMeta();
     void ReadTempo(std::size_t at, std::size_t length);
@@ -79,7 +79,10 @@ private:
     std::uint8_t port_ = 0;
     bool isInSysex_ = false;
     std::vector<std::uint8_t> unfinishedSysex_;
+    /// The ends of notes of no length.
     std::vector<MidiEvent> lateNoteOffs_;
+    /// Index there of the latest one of each key.
+    std::array<std::uint32_t, 16 * 128> lateNoteOffOfKey_{};
     std::array<KeyState, 16 * 128> keys_{};
 };
 

@@ -55,15 +55,9 @@ std::vector<MidiEvent> TakeEvents(Smf& smf, TrackRange tracks) {
     const SmfTrack& last = smf.tracks[tracks.end - 1];
     const std::size_t begin = smf.tracks[tracks.begin].firstEvent;
     const std::size_t end = last.firstEvent + last.eventCount;
-    std::vector<std::size_t> runs;
-    for (std::size_t index = tracks.begin; index < tracks.end; ++index) {
-        const std::size_t run = smf.tracks[index].firstEvent - begin;
-        if (smf.tracks[index].eventCount != 0 || runs.empty()) runs.push_back(run);
-    }
-    if (begin == 0 && end == smf.events.size()) return PutInPlayingOrder(std::move(smf.events), std::move(runs));
+    if (begin == 0 && end == smf.events.size()) return PutInPlayingOrder(std::move(smf.events));
     return PutInPlayingOrder({smf.events.begin() + static_cast<std::ptrdiff_t>(begin),
-                              smf.events.begin() + static_cast<std::ptrdiff_t>(end)},
-                             std::move(runs));
+                              smf.events.begin() + static_cast<std::ptrdiff_t>(end)});
 }
 
 /// First tick after the last note; 0 if there is none.
