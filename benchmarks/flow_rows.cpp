@@ -132,7 +132,7 @@ struct PlainSearch {
 
 std::vector<unsigned int> RandomTicks(std::size_t events) {
     Random random(events);
-    std::vector<unsigned int> ticks(1024);
+    std::vector<unsigned int> ticks(Questions);
     for (unsigned int& tick : ticks) {
         tick = EventTick(events, 0) + random.Below(static_cast<unsigned int>(events) * TicksBetweenEvents);
     }
@@ -153,14 +153,14 @@ SearchTimes CompareSeekSearch(std::size_t events, bool songLongVamp, const Effor
     const Candidate walk{"plain walk", [plain, ticks, next = std::size_t{0}](std::size_t operations) mutable {
                              for (std::size_t i = 0; i < operations; ++i) {
                                  plain->loops.Clear();
-                                 benchmark::DoNotOptimize(plain->FindOnSeek(ticks[next++ % ticks.size()]));
+                                 benchmark::DoNotOptimize(plain->FindOnSeek(ticks[next++ % Questions]));
                              }
                          }};
     const Candidate search{
         "search", [stand, ticks, next = std::size_t{0}](std::size_t operations) mutable {
             for (std::size_t i = 0; i < operations; ++i) {
                 stand->Flow().GetLoopEvents_().Clear();
-                benchmark::DoNotOptimize(stand->Flow().FindNextControlEventOnSeek(ticks[next++ % ticks.size()], true));
+                benchmark::DoNotOptimize(stand->Flow().FindNextControlEventOnSeek(ticks[next++ % Questions], true));
             }
         }};
     const std::vector<Timing> timings = MeasureInterleaved({walk, search}, effort);

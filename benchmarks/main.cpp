@@ -1,33 +1,64 @@
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <exception>
+#include <iterator>
+#include <set>
+#include <string>
 
 #include "benchmarks/rows.h"
+
+namespace {
+
+struct Group {
+    const char* name;
+    void (*add)(bench::Table&, const bench::Effort&);
+};
+
+constexpr Group Groups[] = {
+    {"yardsticks", bench::AddYardstickRows},
+    {"advance", bench::AddAdvanceRows},
+    {"seek", bench::AddSeekRows},
+    {"loops", bench::AddLoopRows},
+    {"load", bench::AddLoadRows},
+    {"statuses", bench::AddStatusRows},
+    {"feed", bench::AddFeedRows},
+    {"time", bench::AddTimeRows},
+    {"arithmetic", bench::AddArithmeticRows},
+    {"show", bench::AddWholeShowRows},
+};
+
+void PrintUsage() {
+    std::fprintf(stderr, "usage: benchmarks [--brief] [GROUP...]\ngroups:");
+    for (const Group& group : Groups)
+        std::fprintf(stderr, " %s", group.name);
+    std::fprintf(stderr, "; without one, all\n");
+}
+
+}  // namespace
 
 // Speed never fails the program: only an error of its own does.
 int main(int argc, char** argv) {
     bench::Effort effort;
+    std::set<std::string> wanted;
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--brief") == 0) {
+        const std::string argument = argv[i];
+        const bool isGroup = std::any_of(std::begin(Groups), std::end(Groups),
+                                         [&argument](const Group& group) { return argument == group.name; });
+        if (argument == "--brief") {
             effort.brief = true;
             effort.secondsPerComparison = 0.25;
+        } else if (isGroup) {
+            wanted.insert(argument);
         } else {
-            std::fprintf(stderr, "usage: benchmarks [--brief]\n");
+            PrintUsage();
             return 2;
         }
     }
     try {
         bench::Table table;
-        bench::AddYardstickRows(table, effort);
-        bench::AddAdvanceRows(table, effort);
-        bench::AddSeekRows(table, effort);
-        bench::AddLoopRows(table, effort);
-        bench::AddLoadRows(table, effort);
-        bench::AddStatusRows(table, effort);
-        bench::AddFeedRows(table, effort);
-        bench::AddTimeRows(table, effort);
-        bench::AddArithmeticRows(table, effort);
-        bench::AddWholeShowRows(table, effort);
+        for (const Group& group : Groups) {
+            if (wanted.empty() || wanted.count(group.name) != 0) group.add(table, effort);
+        }
         table.PrintSummary();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "benchmarks: %s\n", error.what());

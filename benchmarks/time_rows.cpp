@@ -40,13 +40,16 @@ std::shared_ptr<HowToPlay> MakeTracker(std::size_t beats) {
 template <class Ask>
 Candidate AtRandom(std::size_t size, Ask ask) {
     Random random(size);
-    std::vector<unsigned int> ticks(4096);
+    std::vector<unsigned int> ticks(Questions);
     for (unsigned int& tick : ticks)
         tick = random.Below(static_cast<unsigned int>(size) * KeyStep);
-    return {"random", [ticks, ask, next = std::size_t{0}](std::size_t operations) mutable {
+    return {"random",
+            [ticks, ask, next = std::size_t{0}](std::size_t operations) mutable {
                 for (std::size_t i = 0; i < operations; ++i)
-                    ask(ticks[next++ % ticks.size()]);
-            }};
+                    ask(ticks[next++ % Questions]);
+            },
+            {},
+            4 * Questions};
 }
 
 /// `ask(tick)` at ticks that go on as playback does.
@@ -64,7 +67,10 @@ Candidate PlayingOn(std::size_t size, Ask ask) {
 
 void AddLookUpRow(Table& table, const Effort& effort, const std::string& what, std::size_t size,
                   const Candidate& atRandom, const Candidate& playingOn) {
-    const std::vector<Timing> timings = MeasureInterleaved({BranchlessSearch(size), atRandom, playingOn}, effort);
+    // Batches long enough to find their own cache, for whatever took the turn before has emptied it.
+    Candidate search = BranchlessSearch(size);
+    search.operations = 4 * Questions;
+    const std::vector<Timing> timings = MeasureInterleaved({search, atRandom, playingOn}, effort, Clock::ThreadCpu);
     const double ratio = MedianRatio(timings[1], timings[0]);
     const std::string n = FormatCount(static_cast<double>(size));
     table.Add({what + ", random", n, "branchless search", FormatTime(timings[0].Median()),

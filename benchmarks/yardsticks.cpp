@@ -13,10 +13,8 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t Questions = 4096;
 constexpr unsigned int KeyStep = 4000;
 
-// Asked in turn, so that drawing random numbers is not part of the figure.
 std::vector<unsigned int> RandomKeys(std::size_t size) {
     Random random(size);
     std::vector<unsigned int> keys(Questions);

@@ -10,6 +10,9 @@
 /// What the machine charges for the plainest form of what the system does; measured in the same rounds.
 namespace bench {
 
+/// Random look-ups ask this many questions in turn, so that drawing random numbers is not part of the figure.
+inline constexpr std::size_t Questions = 4096;
+
 /// One recursive mutex taken and released.
 [[nodiscard]] Candidate LockAndUnlock();
 /// std::map::lower_bound at random among `size` keys.

@@ -38,29 +38,37 @@ void TempoMap::BuildSearch() {
     for (const Segment& segment : segments_)
         times_.push_back(segment.tickMicroseconds);
     while (segments_.size() % BlockSize != 0)
-        segments_.push_back({kLastTick, DefaultMicrosecondsPerQuarter, 0});
+        AppendSegment(kLastTick, segments_.back().microsecondsPerQuarter);
     blockTicks_.reserve(segments_.size() / BlockSize);
     for (std::size_t i = 0; i < segments_.size(); i += BlockSize)
         blockTicks_.push_back(segments_[i].tick);
 }
 
 void TempoMap::AddTempo(std::uint32_t tick, std::uint32_t microsecondsPerQuarter) {
-    Segment& last = segments_.back();
-    if (tick <= last.tick) {
-        last.microsecondsPerQuarter = microsecondsPerQuarter;
-        return;
+    if (tick > segments_.back().tick) {
+        AppendSegment(tick, microsecondsPerQuarter);
+    } else {
+        segments_.back().microsecondsPerQuarter = microsecondsPerQuarter;
     }
+}
+
+void TempoMap::AppendSegment(std::uint32_t tick, std::uint32_t microsecondsPerQuarter) {
+    const Segment& last = segments_.back();
     const std::uint64_t length = std::uint64_t{tick - last.tick} * last.microsecondsPerQuarter;
     segments_.push_back({tick, microsecondsPerQuarter, last.tickMicroseconds + length});
 }
 
-std::size_t TempoMap::FindSegment(std::uint32_t tick) const {
+std::size_t TempoMap::FindInBlocks(std::uint32_t tick) const {
     std::size_t index = (CountNotAfter<std::uint32_t>(blockTicks_, tick) - 1) * BlockSize;
     const Segment* const block = &segments_[index];
     for (std::size_t i = 1; i < BlockSize; ++i)
         index += static_cast<std::size_t>(block[i].tick <= tick);
+    return index;
+}
+
+std::size_t TempoMap::FindSegment(std::uint32_t tick) const {
     // What fills the last block up is met at the very last tick only.
-    return std::min(index, times_.size() - 1);
+    return std::min(FindInBlocks(tick), times_.size() - 1);
 }
 
 std::size_t TempoMap::FindSegment(std::uint32_t tick, std::size_t guess) const {
@@ -75,7 +83,7 @@ std::size_t TempoMap::FindSegment(std::uint32_t tick, std::size_t guess) const {
 }
 
 std::uint64_t TempoMap::GetTickMicroseconds(std::uint32_t tick) const {
-    const Segment& segment = segments_[FindSegment(tick)];
+    const Segment& segment = segments_[FindInBlocks(tick)];
     return segment.tickMicroseconds + std::uint64_t{tick - segment.tick} * segment.microsecondsPerQuarter;
 }
 

@@ -62,11 +62,14 @@ private:
     static constexpr std::size_t BlockSize = 64 / sizeof(Segment);
 
     void AddTempo(std::uint32_t tick, std::uint32_t microsecondsPerQuarter);
+    void AppendSegment(std::uint32_t tick, std::uint32_t microsecondsPerQuarter);
     void BuildSearch();
+    /// FindSegment, or a piece that fills the last block up.
+    [[nodiscard]] std::size_t FindInBlocks(std::uint32_t tick) const;
     [[nodiscard]] const Segment& SegmentAtTime(std::uint64_t tickMicroseconds) const;
 
     unsigned int ticksPerQuarter_ = DefaultTicksPerQuarter;
-    // Filled up to whole blocks.
+    // Filled up to whole blocks with pieces of the last run that begin at the very last tick.
     std::vector<Segment> segments_;
     // The ticks of each block's first segment and the times of all, packed for the searches.
     std::vector<std::uint32_t> blockTicks_;
