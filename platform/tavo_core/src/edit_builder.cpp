@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <type_traits>
 #include <utility>
 
@@ -61,10 +62,13 @@ void EditsOfSong::MoveTo(CL::SongLog& songLog) {
     songLog.ForEachSequence([this](auto& sequence) {
         using Edit = typename std::remove_reference_t<decltype(sequence)>::value_type;
         auto& edits = std::get<std::vector<Edit>>(edits_);
-        std::stable_sort(edits.begin(), edits.end(),
-                         [](const Edit& a, const Edit& b) { return a.abs_time() < b.abs_time(); });
-        for (Edit& edit : edits)
-            sequence.Add(std::move(edit));
+        std::vector<std::size_t> order(edits.size());
+        std::iota(order.begin(), order.end(), std::size_t{0});
+        std::sort(order.begin(), order.end(), [&edits](std::size_t a, std::size_t b) {
+            return std::pair(edits[a].abs_time(), a) < std::pair(edits[b].abs_time(), b);
+        });
+        for (const std::size_t index : order)
+            sequence.Add(std::move(edits[index]));
         edits.clear();
     });
 }
