@@ -13,8 +13,9 @@ void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::strin
     const std::lock_guard lock(mutex_);
     const auto place = updates_.lower_bound(tickIndex);
     if (place == updates_.end() || place->first != tickIndex) {
-        updates_.emplace_hint(place, std::piecewise_construct, std::forward_as_tuple(tickIndex),
-                              std::forward_as_tuple(type, count));
+        const auto filed = updates_.emplace_hint(place, std::piecewise_construct, std::forward_as_tuple(tickIndex),
+                                                 std::forward_as_tuple(type, count));
+        if (place == next_ && tickIndex > sentUntilTickIndex_) next_ = filed;
         return;
     }
     if (place->second.IsCaesuraZero()) {
@@ -26,20 +27,21 @@ void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::strin
 
 void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
     const std::lock_guard lock(mutex_);
-    if (tickIndex < sentUntilTickIndex_) sentUntilTickIndex_ = 0;
+    if (tickIndex < sentUntilTickIndex_) {
+        sentUntilTickIndex_ = 0;
+        next_ = updates_.upper_bound(0);
+    }
     if (caesuraZeroPending_ && tickIndex == caesuraZeroTickIndex_) {
         // The display shows the zero for as long as playback stands at the caesura: nothing else is sent, nothing
         // counts as sent, and the zero stays pending.
         StatusFlowControl("Caesura", 0).Send();
         return;
     }
-    // Statuses at or before the last playhead stay filed, also those at tick 0 after a jump back. Looking up both ends
-    // of the range keeps them out of the walk.
-    const auto first = updates_.upper_bound(sentUntilTickIndex_);
-    auto last = first;
+    // Statuses at or before the last playhead stay filed; those at tick 0 for ever.
+    auto last = next_;
     for (; last != updates_.end() && last->first <= tickIndex; ++last)
         last->second.Send();
-    updates_.erase(first, last);
+    next_ = updates_.erase(next_, last);
     sentUntilTickIndex_ = tickIndex;
 }
 
@@ -48,12 +50,16 @@ void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
     caesuraZeroPending_ = false;
     if (tickIndex == 0) return;
     const auto found = updates_.find(tickIndex);
-    if (found != updates_.end() && found->second.IsCaesuraZero()) updates_.erase(found);
+    if (found == updates_.end() || !found->second.IsCaesuraZero()) return;
+    const bool wasNext = found == next_;
+    const auto after = updates_.erase(found);
+    if (wasNext) next_ = after;
 }
 
 void FutureStatusFlowControlUpdates::ClearFutureUpdates() {
     const std::lock_guard lock(mutex_);
     updates_.clear();
+    next_ = updates_.end();
     sentUntilTickIndex_ = 0;
 }
 

@@ -224,6 +224,18 @@ public:
         return lines;
     }
 
+    void ClearCaesura(unsigned int tickIndex) {
+        pending_ = false;
+        const auto found = filed_.find(tickIndex);
+        if (tickIndex != 0 && found != filed_.end() && found->second == std::pair<std::string, int>("Caesura", 0)) {
+            filed_.erase(found);
+        }
+    }
+    void ClearFutureUpdates() {
+        filed_.clear();
+        sentUntil_ = 0;
+    }
+
 private:
     std::map<unsigned int, std::pair<std::string, int>> filed_;
     bool pending_ = false;
@@ -236,16 +248,29 @@ TEST_F(FutureStatuses, AgreeWithThePlainWalkOverRandomShows) {
     std::mt19937 random(20240607);
     const auto draw = [&random](unsigned int below) { return static_cast<unsigned int>(random() % below); };
     PlainStatuses plain;
-    for (int step = 0; step < 3000; ++step) {
-        if (draw(3) != 0) {
-            const std::string& word = words[draw(static_cast<unsigned int>(words.size()))];
-            const int count = static_cast<int>(draw(3));
-            const unsigned int tickIndex = draw(40);
-            File(word, count, tickIndex);
-            plain.File(word, count, tickIndex);
-        } else {
-            const unsigned int tickIndex = draw(40);
-            ASSERT_EQ(plain.SendUntil(tickIndex), SendUntil(tickIndex)) << "step " << step;
+    for (int step = 0; step < 6000; ++step) {
+        const unsigned int tickIndex = draw(40);
+        switch (draw(12)) {
+            case 0:
+                statuses_.ClearCaesura(tickIndex);
+                plain.ClearCaesura(tickIndex);
+                break;
+            case 1:
+                if (tickIndex != 0) break;  // rarely, so that stale ones pile up
+                statuses_.ClearFutureUpdates();
+                plain.ClearFutureUpdates();
+                break;
+            case 2:
+            case 3:
+            case 4:
+                ASSERT_EQ(plain.SendUntil(tickIndex), SendUntil(tickIndex)) << "step " << step;
+                break;
+            default: {
+                const std::string& word = words[draw(static_cast<unsigned int>(words.size()))];
+                const int count = static_cast<int>(draw(3));
+                File(word, count, tickIndex);
+                plain.File(word, count, tickIndex);
+            }
         }
     }
 }

@@ -36,7 +36,7 @@ public:
     /// last playhead waits until the playhead goes back or the statuses are cleared.
     void AddFutureStatusFlowControl(const std::string& type, int count, unsigned int tickIndex);
     /// Sends and forgets what is due: everything after the last playhead, up to and including `tickIndex`, which
-    /// becomes the last playhead. Costs a look-up and what is sent, however many statuses wait.
+    /// becomes the last playhead. Costs no more than what is sent, however many statuses wait.
     void SendUntil(unsigned int tickIndex);
     /// Forgets a pending zero count, and the zero count filed at `tickIndex` unless that is 0.
     void ClearCaesura(unsigned int tickIndex);
@@ -44,12 +44,16 @@ public:
     void ClearFutureUpdates();
 
 private:
+    using Updates = std::map<unsigned int, StatusFlowControl>;
+
     std::mutex mutex_;
     // Guarded by mutex_:
-    std::map<unsigned int, StatusFlowControl> updates_;
+    Updates updates_;
     bool caesuraZeroPending_ = false;
     unsigned int caesuraZeroTickIndex_ = 0;
     unsigned int sentUntilTickIndex_ = 0;
+    // The first of updates_ after sentUntilTickIndex_: a pass starts there and never walks over what stays filed.
+    Updates::iterator next_ = updates_.end();
 };
 
 }  // namespace gui
