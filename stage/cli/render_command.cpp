@@ -1,0 +1,185 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <tuple>
+#include <utility>
+
+#include "kit/file.h"
+#include "kit/numeric_string_compare.h"
+#include "stage/cli/commands.h"
+#include "stage/engine/offline_show.h"
+#include "stage/engine/sound_font.h"
+#include "stage/io/audio_file.h"
+#include "stage/session/settings.h"
+#include "stage/session/show_directory.h"
+#include "tavo_core/active_change_log.h"
+
+namespace {
+
+constexpr std::uint32_t FramesPerSecond = 48000;
+constexpr std::uintmax_t MaxScriptBytes = 1U << 20U;
+constexpr const char* NoFile = "none";
+constexpr const char* StandardOutput = "-";
+
+struct RenderWords {
+    std::string showPath;
+    std::string songs;
+    std::string scriptPath;
+    std::string outPath = NoFile;
+    std::string tracePath;
+    std::string soundFontPath;
+    bool traceBeats = false;
+};
+
+/// Writes the lines of a trace as they come.
+class TraceFile {
+public:
+    explicit TraceFile(const std::string& path) : path_(path) {
+        if (path == StandardOutput) return;
+        file_.open(path, std::ios::binary | std::ios::trunc);
+        if (!file_) throw std::runtime_error(fmt::format("the trace file \"{}\" cannot be created", path));
+    }
+    void Write(const std::string& line) { Stream() << line; }
+    void Finish() {
+        if (!Stream().flush()) throw std::runtime_error(fmt::format("the trace \"{}\" cannot be written", path_));
+    }
+
+private:
+    std::ostream& Stream() { return path_ == StandardOutput ? std::cout : file_; }
+
+    const std::string path_;
+    std::ofstream file_;
+};
+
+/// "3" or "3..7"; both ends must be songs of the show.
+std::pair<std::string, std::string> ParseSongRange(const std::string& text, const tavo_midi::ShowData& show) {
+    const std::size_t dots = text.find("..");
+    const std::string first = text.substr(0, dots);
+    const std::string last = dots == std::string::npos ? first : text.substr(dots + 2);
+    for (const std::string& number : {first, last})
+        static_cast<void>(show.GetSongData(number));
+    if (kit::NumericStringCompare()(last, first))
+        throw std::invalid_argument(fmt::format("the songs {} end before they begin", text));
+    return {first, last};
+}
+
+std::string ChooseSoundFont(const RenderWords& words, const stage::Settings& settings) {
+    if (!words.soundFontPath.empty()) return words.soundFontPath;
+    if (settings.soundFont.empty()) return stage::FindDefaultSoundFont();
+    // A path that is absolute replaces the show's.
+    return (std::filesystem::path(words.showPath) / settings.soundFont).string();
+}
+
+std::size_t CountChannels(const tavo_midi::ShowData& show) {
+    std::size_t channels = 1;
+    for (const tavo_midi::SongData& song : show.GetSongs())
+        for (const tavo_midi::MidiEvent& event : song.GetEvents())
+            if (event.status < 0xF0) channels = std::max(channels, stage::ChannelOf(event) + 1);
+    return channels;
+}
+
+/// Makes the newest log the active one, with a log for every song.
+void OpenChangeLog(const stage::ShowDirectory& directory, const tavo_midi::ShowData& show) {
+    CreateChangeLog(directory.NewestLogPath());
+    const ActiveChangeLogExclusive log;
+    for (const tavo_midi::SongData& song : show.GetSongs())
+        log->GetSongLogs().try_emplace(song.GetSongNumber());
+}
+
+std::string DescribeLevel(float peak) {
+    if (peak <= 0) return "silent";
+    const std::string level = fmt::format("peak {:.1f} dBFS", 20 * std::log10(peak));
+    return peak > 1 ? level + ", clipped" : level;
+}
+
+void PrintSummary(const stage::OfflineResult& result, const RenderWords& words) {
+    // A trace on the standard output stays a trace.
+    std::ostream& out = words.tracePath == StandardOutput ? std::cerr : std::cout;
+    for (const std::string& remark : result.remarks)
+        std::cerr << "stage: " << remark << '\n';
+    const double seconds = static_cast<double>(result.frames) / FramesPerSecond;
+    const auto minutes = static_cast<int>(seconds / 60);
+    out << fmt::format("rendered {}:{:06.3f}, {} {}, {}", minutes, seconds - 60 * minutes,
+                       result.songs.size() == 1 ? "song" : "songs", fmt::join(result.songs, " "),
+                       DescribeLevel(result.peak));
+    if (words.outPath != NoFile) out << ", to " << words.outPath;
+    out << '\n';
+}
+
+stage::OfflineOptions MakeOptions(const RenderWords& words, const tavo_midi::ShowData& show,
+                                  const stage::Settings& settings) {
+    stage::OfflineOptions options;
+    options.showDirectory = words.showPath;
+    std::tie(options.firstSong, options.lastSong) = ParseSongRange(words.songs, show);
+    options.framesPerSecond = FramesPerSecond;
+    options.masterVolume = settings.volumes.master;
+    options.synthVolume = settings.volumes.synth;
+    options.tracesBeats = words.traceBeats;
+    if (!words.scriptPath.empty()) {
+        options.script = stage::ParseShowScript(kit::ReadFile(words.scriptPath, MaxScriptBytes), words.scriptPath, show,
+                                                options.firstSong);
+    } else {
+        std::cerr << "No script: an automatic operator leaves a vamp in its second pass, and holds and caesuras after "
+                     "two seconds.\n";
+    }
+    return options;
+}
+
+void Render(const RenderWords& words) {
+    if (words.outPath != NoFile && !stage::AudioFile::HasKnownExtension(words.outPath))
+        throw std::invalid_argument(
+            fmt::format("the sound file \"{}\" must be named .wav or .flac, or be \"none\"", words.outPath));
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    const tavo_midi::ShowData show(directory.ShowDataPath());
+    const stage::Settings settings = stage::ReadSettings(directory.SettingsPath());
+    const stage::OfflineOptions options = MakeOptions(words, show, settings);
+    stage::Synth synth(ChooseSoundFont(words, settings), FramesPerSecond, CountChannels(show));
+    OpenChangeLog(directory, show);
+
+    std::unique_ptr<stage::AudioFile> sound;
+    if (words.outPath != NoFile) sound = std::make_unique<stage::AudioFile>(words.outPath, FramesPerSecond);
+    std::unique_ptr<TraceFile> trace;
+    if (!words.tracePath.empty()) trace = std::make_unique<TraceFile>(words.tracePath);
+
+    stage::OfflineShow::SoundSink soundSink;
+    if (sound)
+        soundSink = [&](const float* left, const float* right, std::uint32_t n) { sound->Write(left, right, n); };
+    stage::Trace::Sink traceSink;
+    if (trace) traceSink = [&](const std::string& line) { trace->Write(line); };
+    stage::OfflineShow offline(show, synth, options, soundSink, traceSink);
+    const stage::OfflineResult result = offline.Run();
+    if (sound) sound->Finish();
+    if (trace) trace->Finish();
+    PrintSummary(result, words);
+}
+
+}  // namespace
+
+void AddRenderCommand(CLI::App& app, int& /*exitCode*/) {
+    auto words = std::make_shared<RenderWords>();
+    CLI::App* command = app.add_subcommand("render", "Play songs with their edits into a sound file");
+    command->add_option("show", words->showPath, "The show's directory")->required();
+    command->add_option("--song", words->songs, "Which songs: 3, or 3..7; attaccas are followed anyway")->required();
+    command->add_option("--script", words->scriptPath, "What the operator does; without it an automatic one plays");
+    command->add_option("--out", words->outPath, "A .wav or .flac file, 24 bit, 48 kHz, or none")->default_str(NoFile);
+    command->add_option("--trace", words->tracePath, "Write what happens as lines of text to this file; - prints it");
+    command->add_flag("--trace-beats", words->traceBeats, "Trace every beat, not only bars");
+    command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with");
+    command->footer(
+        "A script has one press a line: when, and what.\n"
+        "  at 17:3 exit          when playback arrives at bar 17, beat 3\n"
+        "  at 5@2 seek 12        when it arrives at bar 5 for the second time\n"
+        "  +2.5s continue        two and a half seconds after the line before\n"
+        "  song 4 at 1 tempo 90% from here on places are those of song 4\n"
+        "docs/render.md lists everything an operator can do, docs/trace.md the events of a trace.\n\n"
+        "Examples:\n"
+        "  stage render myshow --song 3 --out song3.wav\n"
+        "  stage render myshow --song 3..5 --script evening.txt --out none --trace -");
+    command->callback([words] { Render(*words); });
+}

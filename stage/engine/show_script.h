@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tavo_midi/show_data.h"
+
+namespace stage {
+
+/// What an operator can do.
+enum class Verb : std::uint8_t {
+    Play,
+    Stop,
+    Pause,
+    Continue,
+    Exit,
+    Seek,
+    Next,
+    Previous,
+    NextMarker,
+    PreviousMarker,
+    NextMeasure,
+    PreviousMeasure,
+    Load,
+    Tempo,
+    Transpose,
+    Volume,
+    Fade,
+    CancelFade,
+    Attacca,
+    Quit,
+};
+
+/// One press of the operator and when it is made.
+struct ScriptLine {
+    std::size_t lineNumber = 0;
+    std::string text;  ///< as written, blanks trimmed, without a comment
+    /// The song that must be playing, for a line that waits for a place.
+    std::string song;
+    /// When playback arrives here, this many times after the line before; empty: `seconds` after the line before.
+    std::optional<std::uint32_t> tick;
+    unsigned int pass = 1;
+    double seconds = 0;
+
+    Verb verb = Verb::Play;
+    /// Factor (tempo, volume), seconds (fade), semitones, tick (seek), 1 or 0 (attacca).
+    double number = 0;
+    std::string loadSong;
+};
+
+/// Reads the script of an operator; docs/render.md teaches it. Places are looked up in the songs, the first lines in
+/// `firstSong`. `name` stands for the file in the sentence of the std::runtime_error that refuses a bad line and gives
+/// its number.
+[[nodiscard]] std::vector<ScriptLine> ParseShowScript(const std::string& text, const std::string& name,
+                                                      const tavo_midi::ShowData& showData,
+                                                      const std::string& firstSong);
+
+}  // namespace stage

@@ -1,0 +1,60 @@
+#include "stage/engine/song_plan.h"
+
+#include <algorithm>
+
+#include "tavo_core/beat_ticks.h"
+
+namespace stage {
+
+SongPlan::SongPlan(const tavo_midi::SongData& song, const CL::SongLog& songLog)
+    : song_(song), tempoMap_(song.GetTimeline().GetTempos(), song.GetTicksPerQuarter()), history_(song.GetEvents()) {
+    CollectCues_(songLog);
+    CollectStops_(songLog);
+}
+
+void SongPlan::CollectStops_(const CL::SongLog& songLog) {
+    const TL::Timeline& timeline = song_.GetTimeline();
+    for (const unsigned int tick : CreateBeatTicks(timeline.GetBarsBeats(), songLog.GetClicks(), timeline.GetMeters(),
+                                                   timeline.GetEndTickIndex(), song_.GetTicksPerQuarter())) {
+        stops_.push_back(tick);
+    }
+    const auto addEnds = [this](const auto& edits) {
+        for (const cmn::TavoEvent& edit : edits) {
+            stops_.push_back(edit.start());
+            stops_.push_back(edit.end());
+        }
+    };
+    addEnds(songLog.GetTempoScales());
+    addEnds(songLog.GetTranspositions());
+    for (const Cue& cue : cues_)
+        stops_.push_back(cue.tick);
+    std::sort(stops_.begin(), stops_.end());
+    stops_.erase(std::unique(stops_.begin(), stops_.end()), stops_.end());
+}
+
+void SongPlan::CollectCues_(const CL::SongLog& songLog) {
+    const auto addAll = [this](const auto& edits) {
+        for (const auto& edit : edits)
+            cues_.push_back({edit.abs_time(), edit});
+    };
+    addAll(songLog.GetSfxs());
+    addAll(songLog.GetSfxAmbients());
+    addAll(songLog.GetOscs());
+    std::stable_sort(cues_.begin(), cues_.end(), [](const Cue& a, const Cue& b) { return a.tick < b.tick; });
+}
+
+std::size_t SongPlan::FindEvent(std::uint32_t tick) const {
+    const auto& events = GetEvents();
+    const auto found =
+        std::lower_bound(events.begin(), events.end(), tick,
+                         [](const tavo_midi::MidiEvent& event, std::uint32_t wanted) { return event.tick < wanted; });
+    return static_cast<std::size_t>(found - events.begin());
+}
+
+std::size_t SongPlan::FindCue(std::uint32_t tick) const {
+    const auto found = std::lower_bound(cues_.begin(), cues_.end(), tick,
+                                        [](const Cue& cue, std::uint32_t wanted) { return cue.tick < wanted; });
+    return static_cast<std::size_t>(found - cues_.begin());
+}
+
+}  // namespace stage

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "stage/engine/channel_state.h"
+#include "tavo_core/change_log_events.h"
+#include "tavo_core/song_log.h"
+#include "tavo_midi/song_data.h"
+#include "tavo_midi/tempo_map.h"
+
+namespace stage {
+
+/// Something other than notes that playback sets off when it reaches a tick.
+struct Cue {
+    std::uint32_t tick = 0;
+    std::variant<CL::Sfx, CL::SfxAmbient, CL::Osc> edit;
+};
+
+/// Everything that the engine needs to play one song with one state of its edits, laid out for playing. Constant after
+/// construction. The song data must outlive it; the song log is copied from.
+class SongPlan {
+public:
+    SongPlan(const tavo_midi::SongData& song, const CL::SongLog& songLog);
+
+    [[nodiscard]] const tavo_midi::SongData& GetSong() const { return song_; }
+    [[nodiscard]] std::uint32_t GetStartTick() const { return song_.GetTimeline().GetStartTickIndex(); }
+    [[nodiscard]] std::uint32_t GetEndTick() const { return song_.GetTimeline().GetEndTickIndex(); }
+    [[nodiscard]] const tavo_midi::TempoMap& GetTempoMap() const { return tempoMap_; }
+    [[nodiscard]] const ChannelHistory& GetChannelHistory() const { return history_; }
+    [[nodiscard]] const std::vector<tavo_midi::MidiEvent>& GetEvents() const { return song_.GetEvents(); }
+    /// In ascending order of tick.
+    [[nodiscard]] const std::vector<Cue>& GetCues() const { return cues_; }
+    /// Index of the first event, or cue, at or after `tick`.
+    [[nodiscard]] std::size_t FindEvent(std::uint32_t tick) const;
+    [[nodiscard]] std::size_t FindCue(std::uint32_t tick) const;
+
+    /// The ticks, ascending, where an advance must end: the beats, at which counts are shown, the cues, and the ends of
+    /// edits that change the tempo or the pitch.
+    [[nodiscard]] const std::vector<std::uint32_t>& GetStops() const { return stops_; }
+
+private:
+    void CollectStops_(const CL::SongLog& songLog);
+    void CollectCues_(const CL::SongLog& songLog);
+
+    const tavo_midi::SongData& song_;
+    const tavo_midi::TempoMap tempoMap_;
+    const ChannelHistory history_;
+    std::vector<std::uint32_t> stops_;
+    std::vector<Cue> cues_;
+};
+
+}  // namespace stage

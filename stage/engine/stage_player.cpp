@@ -1,0 +1,280 @@
+#include "stage/engine/stage_player.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <utility>
+
+#include "player_core/gui_update.h"
+#include "player_core/tavo_ext.h"
+#include "tavo_core/active_change_log.h"
+#include "tavo_core/callback_dispatcher.h"
+#include "tavo_core/gui_dispatcher.h"
+
+namespace stage {
+
+namespace {
+
+constexpr double FadeInSeconds = 0.02;
+
+}  // namespace
+
+StagePlayer::StagePlayer(const std::string& showDirectory, const tavo_midi::ShowData& showData, Synth& synth,
+                         std::uint32_t framesPerSecond, std::uint32_t advanceFrames)
+    : Player(showDirectory),
+      showData_(showData),
+      framesPerSecond_(framesPerSecond),
+      showControl_(GetActiveSongNumberRef(), showData, GetUserControls()),
+      engine_(showControl_, synth, *this, GetUserControls(), framesPerSecond, advanceFrames) {
+    for (std::atomic<double>& volume : volumes_)
+        volume = 1.0;
+}
+
+StagePlayer::~StagePlayer() {
+    // Before the members go: a callback may still be on its way.
+    notify::callbackDispatcher.RemoveCallbacksForTarget(static_cast<Player*>(this));
+}
+
+bool StagePlayer::ReportPosition(unsigned int* tickIndex) {
+    if (!hasSong_) return false;
+    *tickIndex = showControl_.GetWaitingJump().value_or(engine_.GetPosition());
+    return true;
+}
+
+double StagePlayer::GetElapsedTime() {
+    return static_cast<double>(engine_.GetPlayedFrames()) / framesPerSecond_;
+}
+
+bool StagePlayer::IsOutputRunning() {
+    return engine_.IsRolling();
+}
+
+// Songs.
+
+std::shared_ptr<const SongPlan> StagePlayer::MakePlan_(const std::string& songNumber) const {
+    const ActiveChangeLogShared changeLog;
+    return std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), changeLog->GetSongLog(songNumber));
+}
+
+void StagePlayer::PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan) {
+    SetActiveSongNumber(songNumber);
+    showControl_.LoadSong();
+    engine_.SetSong(std::move(plan));
+    hasSong_ = true;
+    ResetPlayerNoFillBuffers();
+}
+
+void StagePlayer::LoadSong(const std::string& songNumber) {
+    std::shared_ptr<const SongPlan> plan = MakePlan_(songNumber);
+    const std::lock_guard lock(engine_.GetMutex());
+    if (StopIfPlaying()) {
+        GetGuiUpdate().Pause();
+        notify::guiDispatcher.SendPlaybackStopped();
+    }
+    PutIn_(songNumber, std::move(plan));
+}
+
+bool StagePlayer::NextSong() {
+    std::string next;
+    try {
+        const std::string current = GetActiveSongNumberRef().Get();
+        const ActiveChangeLogShared changeLog;
+        next = tavo_ext::get_song_after(*changeLog, current);
+    } catch (const tavo_ext::EndOfShow&) {
+        return true;
+    }
+    LoadSong(next);
+    return false;
+}
+
+void StagePlayer::PrevSong() {
+    std::string previous = GetActiveSongNumberRef().Get();
+    try {
+        const ActiveChangeLogShared changeLog;
+        previous = tavo_ext::get_song_before(*changeLog, previous);
+    } catch (const tavo_ext::StartOfShow&) {
+        // The first song is its own predecessor.
+    }
+    LoadSong(previous);
+}
+
+// Transport.
+
+void StagePlayer::Play() {
+    const std::lock_guard lock(engine_.GetMutex());
+    if (engine_.IsRolling() || !hasSong_) return;
+    // Going on from a caesura uses up what may have cancelled it.
+    ResetForRecoveryAdvance();
+    onFadeDone_ = nullptr;
+    engine_.MoveFade(1.0F, 0.0, false);
+    SetPlayerState(PlayerState::Playing);
+    engine_.Start();
+    notify::guiDispatcher.SendPlaybackStarted();
+    GetGuiUpdate().Unpause();
+}
+
+// Ends playback without a word to the display; the caller knows what to tell. A fade stays where it is, so that what
+// rings out after it does so at its level.
+void StagePlayer::StandStill_() {
+    engine_.Stop();
+    onFadeDone_ = nullptr;
+}
+
+void StagePlayer::Pause(bool flag) {
+    const std::lock_guard lock(engine_.GetMutex());
+    if (!engine_.IsRolling()) return;
+    StandStill_();
+    if (flag) engine_.Silence();
+    SetPlayerState(PlayerState::Paused);
+    notify::guiDispatcher.SendPlaybackStopped();
+}
+
+bool StagePlayer::StopIfPlaying() {
+    const std::lock_guard lock(engine_.GetMutex());
+    const bool wasPlaying = engine_.IsRolling();
+    StandStill_();
+    SetPlayerState(PlayerState::Stopped);
+    return wasPlaying;
+}
+
+void StagePlayer::Stop() {
+    const std::lock_guard lock(engine_.GetMutex());
+    StopIfPlaying();
+    if (hasSong_) ResetPlayerNoFillBuffers();
+}
+
+void StagePlayer::HaltOutput() {
+    const std::lock_guard lock(engine_.GetMutex());
+    StopIfPlaying();
+    engine_.Silence();
+}
+
+void StagePlayer::PrepareForExit() {
+    HaltOutput();
+}
+
+void StagePlayer::Shutdown() {
+    HaltOutput();
+}
+
+void StagePlayer::Seek(unsigned int tickIndex) {
+    showControl_.Seek(tickIndex);
+}
+
+void StagePlayer::SeekLeft() {
+    showControl_.SeekLeft();
+}
+
+void StagePlayer::SeekRight() {
+    showControl_.SeekRight();
+}
+
+void StagePlayer::JumpToInternalCut(unsigned int tickIndex) {
+    // A cut may end in another one: the seek then calls back to here, and the outermost call goes on with that end.
+    thread_local std::optional<unsigned int>* outermost = nullptr;
+    if (outermost != nullptr) {
+        *outermost = tickIndex;
+        return;
+    }
+    struct Outermost {
+        explicit Outermost(std::optional<unsigned int>& target) { outermost = &target; }
+        ~Outermost() { outermost = nullptr; }
+    };
+    std::optional<unsigned int> target = tickIndex;
+    const Outermost scope(target);
+    while (target)
+        showControl_.Seek(*std::exchange(target, std::nullopt));
+}
+
+void StagePlayer::OnNewChangeLog() {
+    if (!hasSong_) return;
+    std::shared_ptr<const SongPlan> plan = MakePlan_(GetActiveSongNumberRef().Get());
+    engine_.ReplacePlan(std::move(plan));
+}
+
+void StagePlayer::ResetPlayerNoFillBuffers() {
+    if (TakeNewChangeLogLoaded()) OnNewChangeLog();
+    Player::ResetPlayerNoFillBuffers();
+}
+
+// What the engine asks and tells.
+
+bool StagePlayer::TakeCaesuraCancellation() {
+    const bool isCanceled = GetUserCanceledCaesura() || GetFermataCanceledCaesura();
+    if (!isCanceled) return false;
+    ResetForRecoveryAdvance();
+    showControl_.ClearFermataCanceledCaesura();
+    return true;
+}
+
+void StagePlayer::OnCaesuraReached() {
+    SetPlayerState(PlayerState::Paused);
+    GUINotifyCaesura();
+    showControl_.OnCaesuraStop();
+    GetGuiUpdate().Pause();
+    notify::guiDispatcher.SendPlaybackStopped();
+}
+
+void StagePlayer::OnEndOfSong() {
+    if (CurrentSongIsAttacca()) {
+        try {
+            std::string next;
+            {
+                const std::string current = GetActiveSongNumberRef().Get();
+                const ActiveChangeLogShared changeLog;
+                next = tavo_ext::get_song_after(*changeLog, current);
+            }
+            PutIn_(next, MakePlan_(next));
+            return;
+        } catch (const tavo_ext::EndOfShow&) {
+            // Nothing follows the last song, however it is marked.
+        }
+    }
+    StandStill_();
+    SetPlayerState(PlayerState::Stopped);
+    notify::callbackDispatcher.Notify(notify::names::stopped_at_end_of_song, nullptr);
+}
+
+// Volume.
+
+bool StagePlayer::SetVolume(double volume, tavo_audio::VolumeType type) {
+    const auto index = static_cast<std::size_t>(type);
+    if (index >= VolumeTypeCount || !std::isfinite(volume)) return false;
+    volume = std::clamp(volume, 0.0, 1.0);
+    volumes_[index] = volume;
+    if (type == tavo_audio::Synth) engine_.SetSynthVolume(static_cast<float>(volume));
+    if (type == tavo_audio::Master) engine_.SetMasterVolume(static_cast<float>(volume));
+    return true;
+}
+
+double StagePlayer::GetVolume(tavo_audio::VolumeType type) {
+    const auto index = static_cast<std::size_t>(type);
+    return index < VolumeTypeCount ? volumes_[index].load() : 1.0;
+}
+
+void StagePlayer::Fade(std::function<void()> onDone, float seconds) {
+    {
+        const std::lock_guard lock(engine_.GetMutex());
+        if (engine_.IsRolling()) {
+            onFadeDone_ = std::move(onDone);
+            SetPlayerState(PlayerState::Faded);
+            engine_.MoveFade(0.0F, seconds > 0.0F ? static_cast<double>(seconds) : 0.0, true);
+            return;
+        }
+    }
+    if (onDone) onDone();
+}
+
+void StagePlayer::CancelFade() {
+    const std::lock_guard lock(engine_.GetMutex());
+    onFadeDone_ = nullptr;
+    engine_.MoveFade(1.0F, FadeInSeconds, false);
+    if (GetPlayerState() == PlayerState::Faded) SetPlayerState(PlayerState::Playing);
+}
+
+void StagePlayer::OnFadeDone() {
+    const std::function<void()> onDone = std::exchange(onFadeDone_, nullptr);
+    if (onDone) onDone();
+}
+
+}  // namespace stage

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "player_core/player.h"
+#include "stage/engine/engine.h"
+#include "stage/engine/stage_show_control.h"
+#include "stage/engine/synth.h"
+
+namespace stage {
+
+/// The player of the stage: the transport of player_core over an Engine. Whoever owns it renders through GetEngine() on
+/// one thread; the operations here are thread-safe and may wait for the piece that is being rendered. A display feed
+/// must be installed while it is used, and a change log that holds every song of the show must be active.
+///
+/// Stop goes back to the song's beginning, Pause stays. Pause(true) cuts off what sounds, Pause(false) lets it fade
+/// away. Nobody conducts: ConductBeat and SetConductorMode do nothing.
+class StagePlayer : public Player, private EngineHost {
+public:
+    /// `showData` and `synth` outlive the object. No song is loaded.
+    StagePlayer(const std::string& showDirectory, const tavo_midi::ShowData& showData, Synth& synth,
+                std::uint32_t framesPerSecond, std::uint32_t advanceFrames = Engine::DefaultAdvanceFrames);
+    ~StagePlayer() override;
+
+    [[nodiscard]] Engine& GetEngine() { return engine_; }
+    [[nodiscard]] StageShowControl& GetStageShowControl() { return showControl_; }
+
+    /// The playhead for the display feed: where playback is, or where it will be once it has followed a seek. False
+    /// before a song is loaded.
+    bool ReportPosition(unsigned int* tickIndex);
+
+    // Player.
+    double GetElapsedTime() override;
+    ShowControl& GetShowControl() override { return showControl_; }
+    bool IsOutputRunning() override;
+    bool StopIfPlaying() override;
+    /// Throws std::out_of_range for a number that the show data or the change log does not have; nothing changes then.
+    void LoadSong(const std::string& songNumber) override;
+    bool NextSong() override;
+    void Pause(bool flag) override;
+    /// Ends at silence and calls `onDone` on the rendering thread; at once where nothing plays. A seconds value that is
+    /// not positive is 0.
+    void Fade(std::function<void()> onDone, float seconds) override;
+    /// At the show's first song it goes to that song's beginning.
+    void PrevSong() override;
+    using Player::GetVolume;
+    using Player::SetVolume;
+    /// 0 to 1; what lies outside becomes the nearest end. False for an unknown type or what is not a number.
+    bool SetVolume(double volume, tavo_audio::VolumeType type) override;
+    double GetVolume(tavo_audio::VolumeType type) override;
+    void Seek(unsigned int tickIndex) override;
+    void SeekLeft() override;
+    void SeekRight() override;
+    void PrepareForExit() override;
+    void Shutdown() override;
+    void HaltOutput() override;
+    void Stop() override;
+    void ConductBeat() override {}
+    void SetConductorMode(bool) override {}
+    void CancelFade() override;
+    void JumpToInternalCut(unsigned int tickIndex) override;
+    void OnNewChangeLog() override;
+    void Play() override;
+
+protected:
+    void ResetPlayerNoFillBuffers() override;
+
+private:
+    // EngineHost.
+    bool TakeCaesuraCancellation() override;
+    void OnCaesuraReached() override;
+    void OnEndOfSong() override;
+    void OnFadeDone() override;
+
+    [[nodiscard]] std::shared_ptr<const SongPlan> MakePlan_(const std::string& songNumber) const;
+    void PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan);
+    void StandStill_();
+
+    static constexpr std::size_t VolumeTypeCount = 4;
+
+    // Constant after construction.
+    const tavo_midi::ShowData& showData_;
+    const std::uint32_t framesPerSecond_;
+    // Synchronise themselves.
+    StageShowControl showControl_;
+    std::array<std::atomic<double>, VolumeTypeCount> volumes_;
+    std::atomic<bool> hasSong_{false};
+    Engine engine_;
+    // Guarded by the engine's mutex.
+    std::function<void()> onFadeDone_;
+};
+
+}  // namespace stage

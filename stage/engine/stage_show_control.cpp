@@ -1,0 +1,90 @@
+#include "stage/engine/stage_show_control.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "tavo_core/event_codes.h"
+
+namespace stage {
+
+StageShowControl::StageShowControl(ActiveSongNumber& activeSongNumber, const tavo_midi::ShowData& showData,
+                                   UserControls& controls)
+    : ShowControl(activeSongNumber, showData), howToPlay_(controls) {}
+
+StageShowControl::Arrival StageShowControl::ArriveAt(std::uint32_t tick) {
+    const std::lock_guard lock(GetSeekLock());
+    Arrival arrival;
+    if (GetJump()) {
+        ClearJump();
+        arrival.hasJumped = true;
+        arrival.isForLoop = GetJumpForVampRepeatOrCut();
+        arrival.tick = GetTickIndex();
+        return arrival;
+    }
+    arrival.tick = tick;
+    LoopEventList& loops = GetLoopEvents_();
+    if (!loops.IsEmpty()) {
+        const LoopEvent& first = loops.GetFirstLoopEvent();
+        arrival.loopEnd = first.end;
+        arrival.isHeld = first.type == codes::Fermata && first.end == tick && GetFermata();
+        if (arrival.isHeld) return arrival;
+    }
+    SetTickIndex(tick);
+    howToPlay_.Advance(tick);
+    arrival.tempoScale = howToPlay_.GetTempoScale();
+    arrival.transposition = howToPlay_.GetTranspositionValue();
+    return arrival;
+}
+
+FindNextControlEventResult StageShowControl::Search(std::uint32_t fromTick, std::uint32_t toTick) {
+    FindNextControlEventOnAdvance(fromTick, toTick);
+    const std::lock_guard lock(GetSeekLock());
+    FindNextControlEventResult result = GetResult_();
+    if (!result.cutHere && !result.caesuraHere && !result.loopStartsHere && !GetLoopEvents_().IsEmpty()) {
+        const std::uint32_t loopEnd = GetLoopEvents_().GetFirstLoopEvent().end;
+        if (loopEnd > fromTick) result.tickIndex = std::min<unsigned int>(result.tickIndex, loopEnd);
+    }
+    return result;
+}
+
+void StageShowControl::SkipTo(std::uint32_t tick) {
+    const std::lock_guard lock(GetSeekLock());
+    DoSkipAhead(tick);
+}
+
+double StageShowControl::GetTempoScale() {
+    const std::lock_guard lock(GetSeekLock());
+    return howToPlay_.GetTempoScale();
+}
+
+int StageShowControl::GetTransposition() {
+    const std::lock_guard lock(GetSeekLock());
+    return howToPlay_.GetTranspositionValue();
+}
+
+std::optional<std::uint32_t> StageShowControl::GetWaitingJump() {
+    const std::lock_guard lock(GetSeekLock());
+    return GetJump() ? std::optional(GetTickIndex()) : std::nullopt;
+}
+
+std::vector<LoopEvent> StageShowControl::CopyActiveLoops() {
+    LoopEventList copy;
+    {
+        const std::lock_guard lock(GetSeekLock());
+        if (GetLoopEvents_().IsEmpty()) return {};
+        copy = GetLoopEvents_();
+    }
+    std::vector<LoopEvent> loops;
+    while (!copy.IsEmpty()) {
+        LoopEvent& first = copy.GetFirstLoopEvent();
+        loops.push_back(first);
+        first.canceled = true;
+    }
+    return loops;
+}
+
+void StageShowControl::SendOsc(const CL::Osc& message) {
+    if (GetOscCallback_()) GetOscCallback_()->OnOsc(message);
+}
+
+}  // namespace stage

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "player_core/show_control.h"
+
+namespace stage {
+
+/// Flow control as the engine uses it: the questions of one arrival answered in one turn of the seek lock. The rules of
+/// ShowControl hold: thread-safe, blocking, not real-time safe.
+class StageShowControl : public ShowControl {
+public:
+    /// Keeps references; they outlive the object.
+    StageShowControl(ActiveSongNumber& activeSongNumber, const tavo_midi::ShowData& showData, UserControls& controls);
+
+    HowToPlay& GetHowToPlay() override { return howToPlay_; }
+
+    /// What the engine finds when it arrives at a tick.
+    struct Arrival {
+        /// A jump was made since the last arrival, by a seek or a loop; it is taken with this answer. `tick` is its
+        /// target and nothing else was done.
+        bool hasJumped = false;
+        bool isForLoop = false;  ///< the jump was made by a vamp or a repeat
+        /// A fermata ends here and was not released: playback has to wait short of `tick`. Nothing else was done.
+        bool isHeld = false;
+        std::uint32_t tick = 0;
+        double tempoScale = 1.0;
+        int transposition = 0;
+        /// First end of an active loop.
+        std::optional<std::uint32_t> loopEnd;
+    };
+
+    /// Puts flow control and the tracker at `tick`, unless a jump waits or a fermata holds.
+    Arrival ArriveAt(std::uint32_t tick);
+    /// Searches the advance and answers a copy of the result. The advance is cut short at the first active loop's end,
+    /// which the search itself passes over.
+    FindNextControlEventResult Search(std::uint32_t fromTick, std::uint32_t toTick);
+    /// Moves on to the end of a cut.
+    void SkipTo(std::uint32_t tick);
+
+    /// What sounds at the tracker's position.
+    [[nodiscard]] double GetTempoScale();
+    [[nodiscard]] int GetTransposition();
+    /// The position that a jump which the engine has not made yet leads to.
+    [[nodiscard]] std::optional<std::uint32_t> GetWaitingJump();
+
+    /// A copy of the active loops, the one that ends soonest first.
+    [[nodiscard]] std::vector<LoopEvent> CopyActiveLoops();
+    /// Hands the message to the OSC callback, if one is set.
+    void SendOsc(const CL::Osc& message);
+
+private:
+    // Guarded by the seek lock.
+    HowToPlay howToPlay_;
+};
+
+}  // namespace stage
