@@ -340,8 +340,11 @@ void FlowRig::Recover_() {
 void FlowRig::MakePass_() {
     reference_.Pass(flow_->GetTickIndex());
     feed_->RunOnePass_();
+    // A reload and a jump leave the lamp to the next check.
+    reference_.CheckForRemainingVampRepeatOrFermata();
+    flow_->CheckForRemainingVampRepeatOrFermata();
     CheckTold_();
-    // No lamp was missed: a check follows every change but a reload and a jump, and those are followed by a search.
+    Require(lampIsOn_ == flow_->GetLoopEvents_().GetHasVampOrFermata(), "the lamp tells of another list");
 }
 
 }  // namespace properties

@@ -162,7 +162,7 @@ private:
     bool standsAtCaesura_ = false;  // told to stop there, not stopped yet
     bool isOver_ = false;
     unsigned int passedCaesura_ = 0xFFFFFFFF;  // stopped at and continued from, without having moved since
-    unsigned int lastRequest_ = 0;
+    bool lampIsOn_ = false;                    // as the display heard it
     std::uint64_t steps_ = 0;
 };
 

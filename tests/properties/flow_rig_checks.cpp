@@ -170,6 +170,7 @@ void FlowRig::CheckTold_() {
     }
     for (const std::string& line : heard) {
         Require(line.find(" -") == std::string::npos, "a status counts below zero: " + line);
+        if (line.starts_with("Vamp")) lampIsOn_ = line == "VampOn";
     }
 }
 
