@@ -33,7 +33,7 @@ std::string DescribeKinds(const Sequence& sequence, const char* separator) {
 double GetWrittenSeconds(const tavo_midi::SongData& song) {
     const TL::Timeline& timeline = song.GetTimeline();
     const tavo_midi::TempoMap tempos(timeline.GetTempos(), song.GetTicksPerQuarter());
-    return tempos.GetSeconds(timeline.GetEndTickIndex()) - tempos.GetSeconds(timeline.GetStartTickIndex());
+    return tempos.GetSeconds(song.GetMusicEndTickIndex()) - tempos.GetSeconds(timeline.GetStartTickIndex());
 }
 
 std::string DescribeLength(double seconds) {

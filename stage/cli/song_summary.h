@@ -6,7 +6,7 @@
 
 #include "tavo_midi/song_data.h"
 
-/// Seconds from the song's first tick to its end as written.
+/// Seconds as written from the song's first tick to the end of its last note.
 [[nodiscard]] double GetWrittenSeconds(const tavo_midi::SongData& song);
 
 /// "2:04", "1:02:05": rounded to the second.

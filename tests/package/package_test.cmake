@@ -13,3 +13,8 @@ run(${CMAKE_COMMAND} -G Ninja -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREF
     -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${WORK_DIR}/build/host)
+
+# The example that the documentation sends a host's author to.
+run(${CMAKE_COMMAND} -G Ninja -S ${SOURCE_DIR}/../../examples/minimal_host -B ${WORK_DIR}/example
+    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/example)

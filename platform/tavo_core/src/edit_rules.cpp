@@ -55,19 +55,18 @@ template <class Edit>
 std::string CheckPlace(const Edit& edit, const TL::Timeline& timeline, Speaker& speaker) {
     const unsigned int start = timeline.GetStartTickIndex();
     const unsigned int end = timeline.GetEndTickIndex();
-    const std::string kind = DescribeKind(edit);
     if constexpr (IsRange<Edit>) {
         if (edit.end() < edit.start() || (edit.end() == edit.start() && !MayBeEmpty<Edit>))
-            return fmt::format("the {}'s end, {}, does not lie after its start, {}", kind, speaker.Place(edit.end()),
-                               speaker.Place(edit.start()));
+            return fmt::format("the {}'s end, {}, does not lie after its start, {}", DescribeKind(edit),
+                               speaker.Place(edit.end()), speaker.Place(edit.start()));
         if (edit.end() > end)
-            return fmt::format("the {} from {} to tick {} ends behind the song, whose end is tick {}", kind,
-                               speaker.Place(edit.start()), edit.end(), end);
+            return fmt::format("the {} from {} to tick {} ends behind the song, whose end is tick {}",
+                               DescribeKind(edit), speaker.Place(edit.start()), edit.end(), end);
     }
     const bool liesBehind = edit.start() > end || (edit.start() == end && !MayStandAtEnd<Edit>);
     if (edit.start() < start || liesBehind)
-        return fmt::format("the {} at tick {} lies outside the song, whose ticks are {} to {}", kind, edit.start(),
-                           start, end);
+        return fmt::format("the {} at tick {} lies outside the song, whose ticks are {} to {}", DescribeKind(edit),
+                           edit.start(), start, end);
     return {};
 }
 

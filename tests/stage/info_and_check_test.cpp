@@ -1,0 +1,162 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/stage/small_show.h"
+
+namespace {
+
+using json = nlohmann::ordered_json;
+using test_support::ProgramResult;
+using test_support::ReadAll;
+using test_support::RunStage;
+using test_support::WriteAll;
+using testing::HasSubstr;
+
+std::vector<std::string> KeysOf(const json& object) {
+    std::vector<std::string> keys;
+    for (const auto& item : object.items())
+        keys.push_back(item.key());
+    return keys;
+}
+
+class StageInfo : public test_support::SmallShow {};
+
+TEST_F(StageInfo, Json_HasTheDocumentedKeysInTheirOrder) {
+    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
+    using Keys = std::vector<std::string>;
+    EXPECT_EQ((Keys{"title", "songs"}), KeysOf(show));
+    ASSERT_EQ(2U, show["songs"].size());
+    const json& song = show["songs"][0];
+    EXPECT_EQ((Keys{"number", "title", "ticksPerQuarter", "startTick", "endTick", "seconds", "bars", "beats", "tempos",
+                    "meters", "keys", "pages", "markers"}),
+              KeysOf(song));
+    EXPECT_EQ("Evening", show["title"]);
+    EXPECT_EQ((json{{"label", "2"}, {"tick", 1920}}), song["bars"][1]);
+    EXPECT_EQ(80U, song["beats"].size());
+    EXPECT_EQ(480, song["beats"][1]);
+    EXPECT_EQ((json{{"tick", 0}, {"bpm", 120.0}}), song["tempos"][0]);
+    EXPECT_EQ((json{{"tick", 0}, {"numerator", 4}, {"denominator", 4}}), song["meters"][0]);
+    EXPECT_EQ((json{{"tick", 7680}, {"text", "Verse"}}), song["markers"][0]);
+    EXPECT_EQ(json::array(), song["pages"]);
+    EXPECT_EQ(0, song["startTick"]);
+    EXPECT_EQ(38400, song["endTick"]);
+    EXPECT_NEAR(40.0, song["seconds"].get<double>(), 0.1);
+}
+
+TEST_F(StageInfo, Markers_AreThoseOfTheNewestVersion) {
+    ASSERT_EQ(0, Edit("remove --song 1 1").exitCode);
+    ASSERT_EQ(0, Edit("add marker --song 1 --at 7 --text Chorus").exitCode);
+    const json show = json::parse(RunStage({"info", Show(), "--song", "1", "--json"}).out);
+    EXPECT_EQ(1U, show["songs"].size());
+    EXPECT_EQ((json{{{"tick", 11520}, {"text", "Chorus"}}}), show["songs"][0]["markers"]);
+}
+
+TEST_F(StageInfo, Text_IsATableOfTheSongs) {
+    EXPECT_EQ(
+        "Evening, version 1.0\n\n"
+        "no  title    bars  beats  tempos  meters  keys  length\n"
+        "1   First      20     80       1  4/4             0:40\n"
+        "2   Second      8     32       1  4/4             0:16\n"
+        "    2 songs    28    112                          0:56\n",
+        RunStage({"info", Show()}).out);
+}
+
+TEST_F(StageInfo, OneSong_ShowsItsEditsInBars) {
+    ASSERT_EQ(0, Edit("add vamp --song 1 --from 12 --to 15").exitCode);
+    const ProgramResult info = RunStage({"info", Show(), "--song", "1"});
+    EXPECT_THAT(info.out, HasSubstr("  vamp    bars 12 to 15\n"));
+    EXPECT_THAT(info.out, HasSubstr("  marker  5              \"Verse\"\n"));
+}
+
+TEST_F(StageInfo, DirectoriesWithoutAShow_AreRefusedAsThePlayerDoes) {
+    const auto refusal = [&](const std::string& path) { return RunStage({"info", path}).err; };
+    std::filesystem::create_directory(directory_ / "empty");
+    EXPECT_EQ("stage: Cannot locate showdata file\n", refusal(directory_ / "empty"));
+    std::filesystem::copy_file(Show() + "/show.showdata", directory_ / "empty/a.showdata");
+    EXPECT_EQ("stage: Cannot locate change log file.\n", refusal(directory_ / "empty"));
+    EXPECT_THAT(refusal(directory_ / "none"),
+                HasSubstr("the directory \"" + directory_ / "none" + "\" cannot be read"));
+}
+
+class StageCheck : public test_support::SmallShow {
+protected:
+    [[nodiscard]] std::string Path(const std::string& name) const { return Show() + "/" + name; }
+    /// The newest log, `from` replaced by `to`.
+    void SpoilLog(const std::string& from, const std::string& to) const {
+        std::string text = ReadAll(Path("show-1.0.logdata"));
+        const std::size_t at = text.find(from);
+        ASSERT_NE(std::string::npos, at) << text;
+        WriteAll(Path("show-1.0.logdata"), text.replace(at, from.size(), to));
+    }
+    void ExpectProblems(const std::vector<std::string>& expected) const {
+        const ProgramResult check = RunStage({"check", Show()});
+        EXPECT_EQ(1, check.exitCode);
+        std::string lines;
+        for (const std::string& line : expected)
+            lines += line + "\n";
+        EXPECT_EQ(lines, check.out);
+        EXPECT_EQ(1, std::count(check.err.begin(), check.err.end(), '\n'));
+    }
+};
+
+TEST_F(StageCheck, ASoundShow_HasNoProblem) {
+    const ProgramResult check = RunStage({"check", Show()});
+    EXPECT_EQ(0, check.exitCode);
+    EXPECT_EQ("nothing is wrong\n", check.out);
+    EXPECT_EQ("", check.err);
+}
+
+TEST_F(StageCheck, EveryProblem_IsNamedWithFileAndPlace) {
+    SpoilLog("\"edits\":[]",
+             "\"edits\":[{\"kind\":\"Cut\",\"start\":0,\"end\":1920},{\"kind\":\"Cut\",\"start\":960,\"end\":2880},"
+             "{\"kind\":\"Sfx\",\"start\":480,\"end\":480,\"sound\":\"no.wav\",\"gainDb\":0},"
+             "{\"kind\":\"OSC\",\"tick\":0,\"target\":\"lights\",\"address\":\"/go\",\"arguments\":[]},"
+             "{\"kind\":\"Tempo Scale\",\"start\":0,\"end\":1920,\"scale\":2.5}]");
+    WriteAll(Path("copy.showdata"), ReadAll(Path("show.showdata")));
+    WriteAll(Path("show-draft.logdata"), "");
+    ExpectProblems({
+        "the name of the change log \"show-draft.logdata\" ends in no version: \"draft\" is not a version: expected "
+        "two "
+        "numbers from 0 to 65535 with a point between.",
+        "copy.showdata: is passed over, because show.showdata comes later",
+        "show-1.0.logdata: song 2: the cut over 1:3 up to 2:3 overlaps the cut over bar 1",
+        "show-1.0.logdata: song 2: a tempo scale of 250% is not from 50% to 200%",
+        "show-1.0.logdata: song 2: the sound \"no.wav\" at 1:2 is not there",
+        "show-1.0.logdata: song 2: the OSC target \"lights\" of the message at 1 is not in settings.json",
+    });
+}
+
+TEST_F(StageCheck, SongsOfOneFileOnly_AreNamed) {
+    SpoilLog("\"number\":\"2\"", "\"number\":\"3\"");
+    ExpectProblems(
+        {"show-1.0.logdata: song 2 of the show data is missing", "show-1.0.logdata: song 3 is not in the show data"});
+}
+
+TEST_F(StageCheck, AVersionInsideThatIsAnother_IsNamed) {
+    std::filesystem::rename(Path("show-1.0.logdata"), Path("show-3.7.logdata"));
+    ExpectProblems({"show-3.7.logdata: the version inside is 1.0, not 3.7"});
+}
+
+TEST_F(StageCheck, OlderVersions_AreReadToo) {
+    ASSERT_EQ(0, Edit("attacca --song 1 attacca").exitCode);
+    WriteAll(Path("show-1.0.logdata"), "{");
+    const ProgramResult check = RunStage({"check", Show()});
+    EXPECT_EQ(1, check.exitCode);
+    EXPECT_THAT(check.out, HasSubstr("show-1.0.logdata"));
+    EXPECT_EQ(1, std::count(check.out.begin(), check.out.end(), '\n')) << check.out;
+}
+
+TEST_F(StageCheck, SettingsThatCannotBeRead_AreNamed) {
+    WriteAll(Path("settings.json"), "{\n\"pressGuardMs\": -1}");
+    ExpectProblems(
+        {"the file \"" + Path("settings.json") + "\" is not usable: \"pressGuardMs\" must be from 0 to 10000"});
+}
+
+TEST_F(StageCheck, ASoundFontThatIsNotThere_IsNamed) {
+    WriteAll(Path("settings.json"), "{\"soundfont\": \"piano.sf2\"}");
+    ExpectProblems({"settings.json: the SoundFont \"piano.sf2\" is not there"});
+}
+
+}  // namespace

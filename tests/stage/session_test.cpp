@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "stage/cli/text_table.h"
+#include "stage/session/score_reader.h"
+#include "stage/session/settings.h"
+#include "stage/session/show_directory.h"
+#include "stage/session/text_score.h"
+#include "tests/support/run_program.h"
+
+namespace {
+
+using test_support::WriteAll;
+
+std::string RefusalOfSettings(const std::string& text) {
+    try {
+        static_cast<void>(stage::ParseSettings(text, "s"));
+    } catch (const std::runtime_error& problem) {
+        return problem.what();
+    }
+    return "";
+}
+
+TEST(Settings, AnEmptyObject_GivesTheDefaults) {
+    const stage::Settings settings = stage::ParseSettings("{}", "s");
+    EXPECT_EQ("", settings.soundFont);
+    EXPECT_EQ(250, settings.pressGuardMs);
+    ASSERT_EQ(1U, settings.outputs.size());
+    EXPECT_EQ(stage::Settings::Backend::Auto, settings.outputs[0].backend);
+    EXPECT_EQ(1.0, settings.volumes.master);
+    EXPECT_FALSE(stage::HasOscTarget(settings, ""));
+}
+
+TEST(Settings, WhatIsWritten_IsReadBack) {
+    stage::Settings settings;
+    settings.soundFont = "big.sf2";
+    settings.outputs = {{"hall", stage::Settings::Backend::Jack, "system"},
+                        {"pit", stage::Settings::Backend::None, ""}};
+    settings.volumes.click = 0.25;
+    settings.oscTargets = {{"lights", "desk.local", 8000, stage::Settings::Transport::Tcp}};
+    settings.pressGuardMs = 0;
+    settings.midiPorts = {{"Pedal"}, {"Keys", "Desk"}};
+    const stage::Settings read = stage::ParseSettings(stage::AsText(settings), "s");
+    EXPECT_EQ(stage::AsText(settings), stage::AsText(read));
+    EXPECT_EQ("pit", read.outputs[1].name);
+    EXPECT_EQ(stage::Settings::Transport::Tcp, read.oscTargets[0].transport);
+    EXPECT_EQ(0.25, read.volumes.click);
+    EXPECT_TRUE(stage::HasOscTarget(read, ""));
+    EXPECT_TRUE(stage::HasOscTarget(read, "lights"));
+    EXPECT_FALSE(stage::HasOscTarget(read, "sound"));
+}
+
+TEST(Settings, AFileThatIsNotThere_GivesTheDefaults) {
+    const test_support::TemporaryDirectory directory;
+    EXPECT_EQ(250, stage::ReadSettings(directory / "settings.json").pressGuardMs);
+}
+
+struct SettingsRow {
+    const char* text;
+    const char* problem;
+};
+
+TEST(Settings, BadTexts_AreRefusedWithTheirPlace) {
+    const std::string file = "the file \"s\" is not usable: ";
+    for (const SettingsRow& row : {
+             SettingsRow{"{\n\n!", "its line 3 is not JSON"},
+             SettingsRow{"", "its line 1 is not JSON"},
+             SettingsRow{"[]", "the text must be an object"},
+             SettingsRow{"{\"x\":1}", "\"x\" is not a known key"},
+             SettingsRow{"{\"soundfont\":1}", "\"soundfont\" must be a text"},
+             SettingsRow{"{\"pressGuardMs\":10001}", "\"pressGuardMs\" must be from 0 to 10000"},
+             SettingsRow{"{\"pressGuardMs\":18446744073709551615}", "\"pressGuardMs\" must be from 0 to 10000"},
+             SettingsRow{"{\"pressGuardMs\":1.5}", "\"pressGuardMs\" must be a whole number"},
+             SettingsRow{"{\"volumes\":{\"click\":1.1}}", "\"volumes\" \"click\" must be from 0 to 1"},
+             SettingsRow{"{\"outputs\":{}}", "\"outputs\" must be an array"},
+             SettingsRow{"{\"outputs\":[{\"backend\":\"tape\"}]}",
+                         "\"outputs\" number 1 \"backend\" must be one of \"auto\", \"jack\", \"rtaudio\", \"none\""},
+             SettingsRow{"{\"oscTargets\":[{\"name\":\"a\",\"port\":1},{\"name\":\"a\",\"port\":2}]}",
+                         "\"oscTargets\" number 2 has the name of another target"},
+             SettingsRow{"{\"oscTargets\":[{\"name\":\"a\"}]}", "\"oscTargets\" number 1 needs a \"port\""},
+             SettingsRow{"{\"oscTargets\":[{\"name\":\"a\",\"port\":65536}]}",
+                         "\"oscTargets\" number 1 \"port\" must be from 1 to 65535"},
+             SettingsRow{"{\"midiPorts\":{\"inputs\":[3]}}", "\"midiPorts\" \"inputs\" number 1 must be a text"},
+         })
+        EXPECT_EQ(file + row.problem, RefusalOfSettings(row.text)) << row.text;
+}
+
+class ShowDirectoryScan : public testing::Test {
+protected:
+    void Touch(const std::string& name) const { WriteAll(directory_ / name, ""); }
+    test_support::TemporaryDirectory directory_;
+};
+
+TEST_F(ShowDirectoryScan, TheHighestVersionIsTheNewest_ByNumberNotByText) {
+    for (const char* name : {"a.showdata", "a-1.2.logdata", "a-1.10.logdata", "a-b-0.9.logdata"})
+        Touch(name);
+    const stage::ShowDirectory show = stage::ScanShowDirectory(directory_.Path());
+    EXPECT_EQ(directory_ / "a-1.10.logdata", show.NewestLogPath());
+    EXPECT_EQ("a-b-0.9.logdata", (show.logNames.at(cmn::TAVOVersion{0, 9})));
+}
+
+TEST_F(ShowDirectoryScan, AVersionWithoutADash_IsTheWholeName) {
+    Touch("a.showdata");
+    Touch("2.5.logdata");
+    EXPECT_EQ(directory_ / "2.5.logdata", stage::ScanShowDirectory(directory_.Path()).NewestLogPath());
+}
+
+TEST_F(ShowDirectoryScan, ExtensionsCountWholeAndWithCase) {
+    for (const char* name : {"a.showdata", "a-1.0.logdata", "a-9.0.LOGDATA", "a-8.0.logdata.bak", "z.ShowData"})
+        Touch(name);
+    const stage::ShowDirectory show = stage::ScanShowDirectory(directory_.Path());
+    EXPECT_EQ(1U, show.logNames.size());
+    EXPECT_EQ("a.showdata", show.showDataName);
+}
+
+TEST_F(ShowDirectoryScan, OfTwoFiles_TheLaterNameIsUsed) {
+    for (const char* name : {"a.showdata", "b.showdata", "a.score", "c.score", "x-1.0.logdata", "y-1.0.logdata"})
+        Touch(name);
+    const stage::ShowDirectory show = stage::ScanShowDirectory(directory_.Path());
+    EXPECT_EQ("b.showdata", show.showDataName);
+    EXPECT_EQ("c.score", show.scoreName);
+    EXPECT_EQ(directory_ / "y-1.0.logdata", show.NewestLogPath());
+}
+
+TEST_F(ShowDirectoryScan, ALogWithoutAVersion_IsRefused) {
+    for (const char* name : {"a.showdata", "a-1.0.logdata", "a-new.logdata"})
+        Touch(name);
+    EXPECT_THROW(static_cast<void>(stage::ScanShowDirectory(directory_.Path())), std::invalid_argument);
+}
+
+TEST(ScoreFileName, NumberAndTitle_ComeFromTheName) {
+    struct Row {
+        const char* path;
+        const char* number;
+        const char* title;
+    };
+    for (const Row& row : {Row{"songs/01_Noel.mid", "1", "Noel"}, Row{"12a_The_Ferry.mid", "12a", "The Ferry"},
+                           Row{"12abc.mid", "12", "abc"}, Row{"007.mid", "7", "007"}, Row{"00.mid", "0", "00"},
+                           Row{"5 - Waltz.mid", "5", "Waltz"}, Row{"Encore.mid", "", "Encore"},
+                           Row{"3b.mid", "3b", "3b"}, Row{"2_1_1_Aria.mid", "2", "1 1 Aria"}}) {
+        const stage::ScoreFileName name = stage::ParseScoreFileName(row.path);
+        EXPECT_EQ(row.number, name.number) << row.path;
+        EXPECT_EQ(row.title, name.title) << row.path;
+    }
+}
+
+TEST(TextTable, ColumnsAreCountedNotBytes) {
+    EXPECT_EQ(4U, CountColumns("Noël"));
+    EXPECT_EQ(4U, CountColumns("Noe\u0308l")) << "a combining mark";
+    EXPECT_EQ(4U, CountColumns("\u6b4c\u5531")) << "wide characters";
+    EXPECT_EQ(2U, CountColumns("\xff\x80")) << "no UTF-8";
+    TextTable table({{"title"}, {"bars", TextTable::Align::Right}});
+    table.AddRow({"Noël", "8"});
+    table.AddRow({"a\tb\n", "12"});
+    EXPECT_EQ("title  bars\nNoël      8\na b      12\n", table.AsText());
+}
+
+std::string RefusalOfScore(const std::string& lines) {
+    try {
+        static_cast<void>(stage::ParseTextScore("number 1\ntitle x\n" + lines, "t"));
+    } catch (const std::runtime_error& problem) {
+        return problem.what();
+    }
+    return "";
+}
+
+TEST(TextScore, NotesLengthsAndTies_BecomeMidi) {
+    const stage::TextScore score = stage::ParseTextScore(
+        "number 12a\ntitle Test\nat 1 meter 3/4\nat 1 key F# minor\nat 2 tempo 90\nat 2 marker B\n"
+        "part Flute program 74\n| f c4/4 d#4+bb4/8. r/16 e4/4~ | e4/2 r/4' |\npart Kit drums\n| bd/2. | %1 |\n",
+        "t");
+    EXPECT_EQ("12a", score.number);
+    const tavo_midi::Smf& smf = score.smf;
+    ASSERT_EQ(3U, smf.tracks.size());
+    EXPECT_EQ(-1 + 4, smf.tracks[0].keys[0].sharps());
+    EXPECT_TRUE(smf.tracks[0].keys[0].minor());
+    EXPECT_EQ(1440U, smf.tracks[0].tempos[0].abs_time());
+    EXPECT_EQ(666667U, smf.tracks[0].tempos[0].microseconds_per_quarter());
+    EXPECT_EQ(2880U, smf.tracks[0].endTick);
+    std::vector<std::string> notes;
+    for (const tavo_midi::MidiEvent& event : smf.events) {
+        if ((event.status & 0xE0) != 0x80) continue;
+        notes.push_back(((event.status & 0xF0) == 0x90 ? "on " : "off ") + std::to_string(event.data1) + " " +
+                        std::to_string(event.tick) + " ch " + std::to_string(event.status & 15));
+    }
+    EXPECT_EQ((std::vector<std::string>{"on 60 0 ch 0", "off 60 450 ch 0", "on 63 480 ch 0", "on 70 480 ch 0",
+                                        "off 63 810 ch 0", "off 70 810 ch 0", "on 64 960 ch 0", "off 64 2370 ch 0",
+                                        "on 36 0 ch 9", "off 36 1410 ch 9", "on 36 1440 ch 9", "off 36 2850 ch 9"}),
+              notes);
+}
+
+TEST(TextScore, APickup_HasAMeterOfItsOwn) {
+    const stage::TextScore score =
+        stage::ParseTextScore("number 1\ntitle x\npickup 1/4\nat 1 meter 3/4\npart P\n| c4/4 | c4/2. |\n", "t");
+    const auto& meters = score.smf.tracks[0].meters;
+    ASSERT_EQ(2U, meters.size());
+    EXPECT_EQ(1U, meters[0].numerator());
+    EXPECT_EQ(480U, meters[1].abs_time());
+    EXPECT_EQ(3U, meters[1].numerator());
+}
+
+TEST(TextScore, BadTexts_AreRefusedWithTheirLine) {
+    struct Row {
+        const char* lines;
+        const char* problem;
+    };
+    for (const Row& row : {
+             Row{"", "t: there is no part"},
+             Row{"part P\n| c4/4 |\n", "t, line 4: the bar \"c4/4\" lasts 480 ticks instead of 1920"},
+             Row{"part P\n| c4/1\n", "t, line 4: the line of music does not end with a bar line"},
+             Row{"part P\n| h4/1 |\n", "t, line 4: \"h4\" is no note"},
+             Row{"part P\n| c4/7 |\n", "t, line 4: /7 is no length"},
+             Row{"part P\n| c4/1 |\npart Q\n| c4/1 | d4 |\n", "t, line 5: the part Q has 2 bars, but P has 1"},
+             Row{"part P drums\n| c4/1 |\n", "t, line 4: there is no drum \"c4\""},
+             Row{"part P program 129\n", "t, line 3: \"129\" is no whole number from 1 to 128"},
+             Row{"at 2 meter 3/4\npart P\n| c4/1 |\n", "t, line 3: there is no bar 2, the bars are 1 to 1"},
+             Row{"at 1 meter 3/5\npart P\n| c4/1 |\n", "t, line 3: 5 is not a note value: 1, 2, 4 ... 64"},
+             Row{"at 1 key H major\npart P\n| c4/1 |\n", "t, line 3: there is no key signature of H major"},
+             Row{"at 1 tempo fast\npart P\n| c4/1 |\n",
+                 "t, line 3: a tempo is a number of quarter notes a minute from 10 to 500"},
+             Row{"| c4/1 |\n", "t, line 3: music comes after the line of its part"},
+             Row{"part P\n| % |\n", "t, line 4: there is no bar to repeat"},
+             Row{"tune x\n", "t, line 3: the word \"tune\" is not known"},
+         })
+        EXPECT_EQ(row.problem, RefusalOfScore(row.lines)) << row.lines;
+}
+
+}  // namespace
