@@ -79,8 +79,8 @@ public:
     /// The master volume.
     virtual double GetVolume();
     virtual double GetVolume(tavo_audio::VolumeType type);
-    /// Silences everything that sounds, at once.
-    virtual void Panic() = 0;
+    /// The volumes that the host offers.
+    virtual std::vector<tavo_audio::VolumeType> GetVolumeTypes() const = 0;
     /// Names of the MIDI commands by number.
     virtual std::map<unsigned char, std::string> GetCommandNames();
     /// Connects the MIDI input with this index. Above 255 throws std::out_of_range; a negative one connects the input
