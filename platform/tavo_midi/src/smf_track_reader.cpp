@@ -271,7 +271,9 @@ void SmfTrackReader::ReadPort(std::size_t at, std::size_t length) {
 
 void SmfTrackReader::ReadTempo(std::size_t at, std::size_t length) {
     std::uint32_t microseconds = 0;
-    if (length >= 3) microseconds = std::uint32_t{ByteAt(at)} << 16U | ByteAt(at + 1) << 8U | ByteAt(at + 2);
+    if (length >= 3)
+        microseconds =
+            std::uint32_t{ByteAt(at)} << 16U | std::uint32_t{ByteAt(at + 1)} << 8U | std::uint32_t{ByteAt(at + 2)};
     if (microseconds == 0) return WarnAt(at, "the tempo is no number of microseconds and is left out");
     track_.tempos.emplace_back(tick_, microseconds);
 }
