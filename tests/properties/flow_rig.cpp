@@ -132,13 +132,8 @@ void FlowRig::Do(const Action& action) {
             return PressExit_();
         case Kind::Seek:
             return SeekTo_(amount * 31 % (song.endTick + song.ticksPerQuarter));
-        case Kind::SeekToEdit: {
-            const auto& edits = song.versions[version_];
-            if (edits.empty()) return SeekTo_(0);
-            const EditSpec& edit = edits[amount / 8 % edits.size()];
-            const unsigned int tick = amount % 2 == 0 ? edit.start : edit.end;
-            return SeekTo_(tick + amount / 2 % 3 - (tick > 0 ? 1 : 0));
-        }
+        case Kind::SeekToEdit:
+            return SeekNearEdit_(amount);
         case Kind::StepLeft:
             return Step_(-1);
         case Kind::StepRight:
@@ -201,6 +196,15 @@ void FlowRig::SeekTo_(unsigned int tick) {
     Agree_("a seek");
     CheckFirstLoopContains_(flow_->GetTickIndex());
     FollowJump_();
+}
+
+// To an edit's start or end, or a tick beside it.
+void FlowRig::SeekNearEdit_(unsigned int choice) {
+    const auto& edits = show_[song_].versions[version_];
+    if (edits.empty()) return SeekTo_(0);
+    const EditSpec& edit = edits[choice / 8 % edits.size()];
+    const unsigned int tick = choice % 2 == 0 ? edit.start : edit.end;
+    SeekTo_(tick + choice / 2 % 3 - (tick > 0 ? 1 : 0));
 }
 
 void FlowRig::Step_(int direction) {

@@ -117,6 +117,7 @@ private:
     // Operator.
     void PressExit_();
     void SeekTo_(unsigned int tick);
+    void SeekNearEdit_(unsigned int choice);
     void Step_(int direction);
     void StepMeasure_(int direction);
     void StopAtCaesura_();
