@@ -35,6 +35,10 @@ TEST(EndlessSong, FermataSkippedByACutInsideAVampAndACutBackwards_Ends) {
     PlayToTheEnd({{Vamp, 960, 7680, 1}, {Fermata, 1920, 2400, 0}, {Cut, 2000, 2880, 0}, {Cut, 3840, 1440, 0}});
 }
 
+TEST(EndlessSong, FermataSkippedByACutBeforeARepeatAndAVampWithAMaximum_TheOperatorSeeksOut) {
+    PlayToTheEnd({{Vamp, 6960, 7200, 1}, {Cut, 2400, 2880, 0}, {codes::Repeat, 2400, 6960, 2}, {Fermata, 0, 2640, 0}});
+}
+
 TEST(EndlessSong, CaesuraInFrontOfACutBackwards_Ends) {
     PlayToTheEnd({{{Caesura, 5760, 0, 0}, {Cut, 7680, 1920, 0}}});
 }

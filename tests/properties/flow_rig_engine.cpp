@@ -123,6 +123,9 @@ void FlowRig::PlayToTheEnd() {
         if (standsAtCaesura_) StopAtCaesura_();
         if (!player_.IsPlaying()) Continue_();
         Arrive_();
+        // A used-up vamp, too, releases such a fermata and leads back, and may do so again by itself.
+        const bool hasReleasedFermata = flow_->GetJump() && !flow_->GetJumpForVampRepeatOrCut();
+        if (hasReleasedFermata && ++presses > MostPresses) return SeekTo_(flow_->GetEndTickIndex());
         // A press consumes a fermata, a caesura before the vamp's end or the vamp: whoever wants to leave presses
         // again. A fermata that a cut skips inside a repeat takes every press at a vamp behind it and leads back into
         // the repeat; the operator then goes to the end by hand.
