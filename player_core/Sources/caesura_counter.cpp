@@ -60,10 +60,9 @@ CaesuraCounter::CaesuraCounter(const CL::SongLog& songLog, const TL::Timeline& t
                                const std::function<unsigned int(unsigned int)>& mapTickIndex) {
     if (songLog.GetCaesuras().empty()) return;
     const unsigned int ignored = CL::GetCaesuraIgnoredVersionTarget();
-    const std::list<unsigned int> beats = CreateBeatTicks(timeline.GetBarsBeats_(), songLog.GetClicks(),
-                                                          timeline.GetMeters_(), timeline.GetEndTickIndex(), songValue);
-    // One copy that all countdowns search, not one for each.
-    const std::vector<unsigned int> beatTicks(beats.begin(), beats.end());
+    // One that all countdowns search, not a copy for each.
+    const std::vector<unsigned int> beatTicks = CollectBeatTicks(
+        timeline.GetBarsBeats_(), songLog.GetClicks(), timeline.GetMeters_(), timeline.GetEndTickIndex(), songValue);
     countdownCaesuras_.reserve(songLog.GetCaesuras().size());
     for (const CL::Caesura& caesura : songLog.GetCaesuras()) {
         if (caesura.VersionTarget() == ignored) continue;

@@ -147,14 +147,30 @@ std::vector<TL::BarsBeats> ApplyClicks(const TL::TimelineSequence<TL::BarsBeats>
     return result;
 }
 
-std::list<unsigned int> CreateBeatTicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
-                                        const CL::ChangeLogSequence<CL::Click>& clicks,
-                                        const TL::TimelineSequence<TL::Meter>& meters, unsigned int endTick,
-                                        unsigned int ticksPerQuarter) {
-    std::list<unsigned int> ticks;
+std::vector<unsigned int> CollectBeatTicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
+                                           const CL::ChangeLogSequence<CL::Click>& clicks,
+                                           const TL::TimelineSequence<TL::Meter>& meters, unsigned int endTick,
+                                           unsigned int ticksPerQuarter) {
+    std::vector<unsigned int> ticks;
+    ticks.reserve(beats.size());
+    if (clicks.empty()) {
+        for (const TL::BarsBeats& beat : beats) {
+            if (beat.abs_time() > endTick) break;
+            ticks.push_back(beat.abs_time());
+        }
+        return ticks;
+    }
     for (const Beat& beat : LayClicks(beats, clicks, meters, ticksPerQuarter)) {
         if (beat.tick > endTick) break;
         ticks.push_back(beat.tick);
     }
     return ticks;
+}
+
+std::list<unsigned int> CreateBeatTicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
+                                        const CL::ChangeLogSequence<CL::Click>& clicks,
+                                        const TL::TimelineSequence<TL::Meter>& meters, unsigned int endTick,
+                                        unsigned int ticksPerQuarter) {
+    const std::vector<unsigned int> ticks = CollectBeatTicks(beats, clicks, meters, endTick, ticksPerQuarter);
+    return {ticks.begin(), ticks.end()};
 }

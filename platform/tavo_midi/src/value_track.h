@@ -25,6 +25,15 @@ public:
         ticks_.push_back(tick);
         values_.push_back(std::move(value));
     }
+    /// Takes the values over, each at its own tick. They are in ascending order.
+    void Adopt(std::vector<Value> values) {
+        ticks_.clear();
+        ticks_.reserve(values.size());
+        for (const Value& value : values)
+            ticks_.push_back(value.abs_time());
+        values_ = std::move(values);
+        count_ = 0;
+    }
     [[nodiscard]] const std::vector<std::uint32_t>& Ticks() const { return ticks_; }
     [[nodiscard]] const std::vector<Value>& Values() const { return values_; }
 

@@ -16,6 +16,11 @@
                                                      unsigned int ticksPerQuarter);
 
 /// The ticks of those beats, ascending, up to and including `endTick`.
+[[nodiscard]] std::vector<unsigned int> CollectBeatTicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
+                                                         const CL::ChangeLogSequence<CL::Click>& clicks,
+                                                         const TL::TimelineSequence<TL::Meter>& meters,
+                                                         unsigned int endTick, unsigned int ticksPerQuarter);
+/// The same as a list.
 [[nodiscard]] std::list<unsigned int> CreateBeatTicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
                                                       const CL::ChangeLogSequence<CL::Click>& clicks,
                                                       const TL::TimelineSequence<TL::Meter>& meters,
