@@ -105,7 +105,7 @@ public:
     void MoveFade(float target, double seconds, bool tell);
 
 private:
-    enum class Step { Again, Done, Ended };
+    enum class Step { Again, Arrived, Elsewhere };
 
     void FollowOutside_();
     void FollowTempo_();

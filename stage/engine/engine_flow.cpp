@@ -43,13 +43,16 @@ void Engine::ArriveAt_(std::uint32_t tick) {
         step = TryToAdvance_(tick);
     if (step == Step::Again) BeginAdvance_(tick, tick + 1);
     if (leftCaesura_ != tick) leftCaesura_.reset();
-    if (listener_ == nullptr || step == Step::Ended || resumedFrom == tick) return;
+    if (listener_ == nullptr) return;
+    // Whoever listens may have pressed something.
+    looksOutside_ = true;
+    if (step == Step::Elsewhere || resumedFrom == tick) return;
     UpdatePosition_();
     listener_->OnArrival(tick);
-    looksOutside_ = true;
 }
 
-// One turn of the engine's obligations at an arrival. Done when playback has somewhere to play to, or waits.
+// One turn of the engine's obligations at an arrival. Elsewhere when playback stands short of the tick, or the song is
+// over.
 Engine::Step Engine::TryToAdvance_(std::uint32_t& tick) {
     const StageShowControl::Arrival arrival = flow_.ArriveAt(tick);
     if (arrival.hasJumped) {
@@ -57,20 +60,20 @@ Engine::Step Engine::TryToAdvance_(std::uint32_t& tick) {
         tick = arrival.tick;
         return Step::Again;
     }
-    if (arrival.isHeld) return Hold_(tick), Step::Done;
+    if (arrival.isHeld) return Hold_(tick), Step::Elsewhere;
     ApplyScale_(tick, arrival.tempoScale);
     transposition_ = arrival.transposition;
     if (arrival.loopEnd == tick) {
         flow_.ProcessLoopEventsAtCurrentTickIndex();
         if (flow_.GetJump()) return Step::Again;
     }
-    if (tick >= plan_->GetEndTick()) return EndSong_(), Step::Ended;
+    if (tick >= plan_->GetEndTick()) return EndSong_(), Step::Elsewhere;
 
     const FindNextControlEventResult result = flow_.Search(tick, PlanEnd_(tick, arrival.loopEnd));
     if (result.caesuraHere) {
         // A caesura whose countdown begins on its own tick is met once more when playback goes on from there.
         if (leftCaesura_ == tick || host_.TakeCaesuraCancellation()) return Step::Again;
-        return StopAtCaesura_(tick), Step::Done;
+        return StopAtCaesura_(tick), Step::Arrived;
     }
     if (result.cutHere) {
         const std::uint32_t cutFrom = tick;
@@ -84,7 +87,7 @@ Engine::Step Engine::TryToAdvance_(std::uint32_t& tick) {
     // Loops were registered, or a caesura met, right here: what it means is found by looking again.
     if (result.loopStartsHere || result.tickIndex <= tick) return Step::Again;
     BeginAdvance_(tick, result.tickIndex);
-    return Step::Done;
+    return Step::Arrived;
 }
 
 void Engine::TakeJump_(std::uint32_t fromTick, const StageShowControl::Arrival& jump) {

@@ -73,7 +73,8 @@ void OfflineShow::DoLinesAt_(std::uint32_t tick) {
     for (const ScriptLine* line = NextLine_(); line != nullptr && !isQuitting_; line = NextLine_()) {
         if (line->tick) {
             // After a seek or another song playback is not here any more.
-            const bool isHere = line->tick == tick && line->song == song_ && !flow_.GetWaitingJump();
+            const bool isHere =
+                line->tick == tick && line->song == song_ && flow_.GetWaitingJump().value_or(tick) == tick;
             if (!isHere || (!isFirst && line->pass > 1)) break;
             if (++arrivals_ < line->pass) break;
         } else if (line->seconds > 0) {
@@ -92,6 +93,7 @@ void OfflineShow::Do_(const ScriptLine& line) {
     lastPressFrame_ = engine_.GetFrame();
     DoTransport_(line);
     DoSetting_(line);
+    if (trace_ && line.verb == Verb::Exit && !flow_.GetWaitingJump()) TraceLoops_(engine_.GetPosition());
     player_.EnsureGuiIsCurrent();
     if (player_.GetActiveSongNumberRef().Get() != song_) {
         endedSong_.clear();
@@ -211,6 +213,7 @@ void OfflineShow::LeaveVampAutomatically_() {
         if (loop.type != codes::Vamp || loop.maxCount != 0 || loop.count < 2) continue;
         if (trace_) TraceLine_(engine_.GetPosition(), "operator", "exit (automatic)");
         player_.FlowControlExit();
+        if (trace_) TraceLoops_(engine_.GetPosition());
         return;
     }
 }

@@ -50,8 +50,7 @@ OfflineShow::OfflineShow(const tavo_midi::ShowData& showData, Synth& synth, Offl
     SetGuiUpdate(std::move(feed));
     passFrames_ = std::int64_t{feed_->GetInterval()} * options_.framesPerSecond / 1000;
     if (traceSink) trace_ = std::make_unique<Trace>(std::move(traceSink), options_.tracesBeats);
-    notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song,
-                                           [this](void*) { hasSongEnded_ = true; });
+    notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song, [this](void*) { EndSong_(); });
     player_.SetVolume(options_.masterVolume, tavo_audio::Master);
     player_.SetVolume(options_.synthVolume, tavo_audio::Synth);
     engine_.SetListener(this);
@@ -103,13 +102,16 @@ void OfflineShow::BeginSong_() {
     PrepareNextLine_();
 }
 
+// The player has stopped at the song's end and, where there is one, put in the next song.
+void OfflineShow::EndSong_() {
+    endedSong_ = song_;
+    nextStartFrame_ =
+        engine_.GetFrame() + static_cast<std::int64_t>(PauseBetweenSongsSeconds * options_.framesPerSecond);
+    if (trace_) TraceLine_(showData_.GetSongData(song_).GetTimeline().GetEndTickIndex(), "song-end", song_);
+}
+
 // Everything that happens between two pieces.
 void OfflineShow::PlayOn_() {
-    if (hasSongEnded_) {
-        hasSongEnded_ = false;
-        endedSong_ = song_;
-        if (trace_) TraceLine_(engine_.GetPosition(), "song-end", song_);
-    }
     NoticeSong_();
     DoWhatIsDue_();
     if (feed_->IsRunning() && engine_.GetFrame() >= nextPassFrame_) {
@@ -117,9 +119,7 @@ void OfflineShow::PlayOn_() {
         nextPassFrame_ = (engine_.GetFrame() / passFrames_ + 1) * passFrames_;
     }
     KeepDisplayCurrent_();
-    standsSince_ = engine_.IsRolling() ? -1 : standsSince_ < 0 ? engine_.GetFrame() : standsSince_;
-    const auto pause = static_cast<std::int64_t>(PauseBetweenSongsSeconds * options_.framesPerSecond);
-    if (HasNextSongToStart_() && engine_.GetFrame() - standsSince_ >= pause) {
+    if (HasNextSongToStart_() && engine_.GetFrame() >= nextStartFrame_) {
         endedSong_.clear();
         lastPressFrame_ = engine_.GetFrame();
         player_.Play();
@@ -133,10 +133,11 @@ void OfflineShow::KeepDisplayCurrent_() {
     if (trace_) trace_->WriteNotifications(engine_.GetFrame(), engine_.GetPosition());
 }
 
-std::int64_t OfflineShow::NextMoment_() const {
+std::int64_t OfflineShow::NextMoment_() {
     std::int64_t moment = engine_.GetFrame() + LongestPieceFrames;
     if (feed_->IsRunning()) moment = std::min(moment, std::max(nextPassFrame_, engine_.GetFrame() + 1));
     if (automaticPress_) moment = std::min(moment, automaticPress_->frame);
+    if (HasNextSongToStart_()) moment = std::min(moment, nextStartFrame_);
     if (const ScriptLine* line = NextLine_(); line != nullptr && !line->tick) {
         moment = std::min(moment, LineFrame_(*line));
     }
@@ -174,7 +175,8 @@ bool OfflineShow::IsFinished_() {
     if (isQuitting_) return true;
     const ScriptLine* line = NextLine_();
     const bool waitsForTime = automaticPress_ || (line != nullptr && !line->tick);
-    const bool stands = !engine_.IsRolling() || engine_.IsHolding();
+    const bool isHeld = engine_.IsHolding() && !flow_.GetWaitingJump();
+    const bool stands = !engine_.IsRolling() || isHeld;
     if (!stands || waitsForTime || HasNextSongToStart_()) return false;
     const bool isPlayedToTheEnd = !endedSong_.empty() && player_.IsStopped();
     if (line != nullptr) {

@@ -73,11 +73,12 @@ private:
     // offline_show.cpp
     void NoticeSong_();
     void BeginSong_();
+    void EndSong_();
     void PlayOn_();
     void RenderUntil_(std::int64_t frame);
     void RenderTail_();
     void KeepDisplayCurrent_();
-    [[nodiscard]] std::int64_t NextMoment_() const;
+    [[nodiscard]] std::int64_t NextMoment_();
     [[nodiscard]] bool IsFinished_();
     [[nodiscard]] bool HasNextSongToStart_();
     void Quit_();
@@ -123,9 +124,8 @@ private:
     unsigned int arrivals_ = 0;  // at the place that the next line waits for
     std::int64_t lastPressFrame_ = 0;
     std::optional<AutomaticPress> automaticPress_;
-    std::int64_t standsSince_ = -1;
+    std::int64_t nextStartFrame_ = 0;  // of the song that stands ready
     int jumpsSincePress_ = 0;
-    bool hasSongEnded_ = false;
     bool isQuitting_ = false;
     std::string endedSong_;
     std::vector<LoopEvent> tracedLoops_;

@@ -1,0 +1,317 @@
+// What an evening may hold, played on small songs: a bar lasts two seconds.
+
+#include <gtest/gtest.h>
+
+#include "tests/support/show_builder.h"
+
+using test_support::Performance;
+using test_support::TestShow;
+
+namespace {
+
+using Bars = std::vector<int>;
+
+const std::set<std::string> Loops{"jump", "cut", "loop-begin", "loop-release", "loop-end", "song-end"};
+const std::set<std::string> Stops{"hold", "release", "caesura", "stop", "start", "jump", "song-end"};
+
+TEST(Vamp, LeftInItsSecondPass_RunsOnAtItsEnd) {
+    TestShow show;
+    show.Song("1", 5).Edits("vamp 2 3");
+    const Performance played = show.Perform("at 2@2 exit");
+    EXPECT_EQ(
+        "2.000 loop-begin vamp bars 2 to 3\n"
+        "6.000 jump 4 -> 2, vamp pass 2\n"
+        "6.000 loop-release vamp bars 2 to 3\n"
+        "14.000 song-end 1\n",
+        played.Only(Loops));
+    EXPECT_EQ((Bars{1, 2, 3, 2, 3, 4, 5}), played.Bars());
+    EXPECT_TRUE(played.result.remarks.empty());
+}
+
+TEST(Vamp, ShowsItsLampFromItsStartToTheExit) {
+    TestShow show;
+    show.Song("1", 5).Edits("vamp 2 3");
+    EXPECT_EQ("0.000 vamp-off\n2.000 vamp-on\n6.000 vamp-off\n",
+              show.Perform("at 2@2 exit").Only({"vamp-on", "vamp-off"}));
+}
+
+TEST(Vamp, NobodyLeavesIt_EndsTheRenderWithASentence) {
+    TestShow show;
+    show.Song("1", 3).Edits("vamp 2 2");
+    const Performance played = show.Perform("");
+    ASSERT_EQ(1U, played.result.remarks.size());
+    EXPECT_EQ("The script has run out and nobody leaves the vamp in song 1: the render ends after 16 passes.",
+              played.result.remarks[0]);
+    EXPECT_EQ(17U, played.Bars().size());
+}
+
+TEST(Vamp, WithAHighestCount_LeavesByItself) {
+    TestShow show;
+    show.Song("1", 3).Edits("vamp 2 2 3");
+    EXPECT_EQ((Bars{1, 2, 2, 2, 3}), show.Perform("").Bars());
+}
+
+TEST(Repeat, PlaysItsRangeThatManyTimes) {
+    TestShow show;
+    show.Song("1", 4).Edits("repeat 2 3 3");
+    const Performance played = show.Perform("");
+    EXPECT_EQ((Bars{1, 2, 3, 2, 3, 2, 3, 4}), played.Bars());
+    EXPECT_EQ(
+        "2.000 loop-begin repeat bars 2 to 3, 3 times\n"
+        "6.000 jump 4 -> 2, repeat pass 2\n"
+        "10.000 jump 4 -> 2, repeat pass 3\n"
+        "14.000 loop-end repeat bars 2 to 3, 3 times\n"
+        "16.000 song-end 1\n",
+        played.Only(Loops));
+}
+
+TEST(Repeat, InsideAVamp_StartsAnewInEveryPass) {
+    TestShow show;
+    show.Song("1", 5).Edits("vamp 2 4\nrepeat 3 3 2");
+    EXPECT_EQ((Bars{1, 2, 3, 3, 4, 2, 3, 3, 4, 5}), show.Perform("at 2@2 exit").Bars());
+}
+
+TEST(Cut, IsSkippedWithoutAGapAndNothingOfItSounds) {
+    TestShow show;
+    show.Song("1", 6).Edits("cut 2 4");
+    const Performance played = show.Perform("");
+    EXPECT_EQ((Bars{1, 5, 6}), played.Bars());
+    EXPECT_EQ("2.000 cut 2 -> 5\n6.000 song-end 1\n", played.Only(Loops));
+}
+
+TEST(Cut, ThatBeginsWhereAnotherEnds_IsSkippedToo) {
+    TestShow show;
+    show.Song("1", 6).Edits("cut 2 2\ncut 3 4");
+    EXPECT_EQ((Bars{1, 5, 6}), show.Perform("").Bars());
+}
+
+TEST(Cut, AtTheSongsStart_PlaybackBeginsBehindIt) {
+    TestShow show;
+    show.Song("1", 4).Edits("cut 1 2");
+    const Performance played = show.Perform("");
+    EXPECT_EQ((Bars{3, 4}), played.Bars());
+    EXPECT_EQ("4.000 song-end 1\n", played.Only({"song-end"}));
+}
+
+TEST(Cut, SeekIntoIt_GoesToItsEnd) {
+    TestShow show;
+    show.Song("1", 6).Edits("cut 3 4");
+    EXPECT_EQ((Bars{1, 5, 6}), show.Perform("at 2 seek 4").Bars());
+}
+
+TEST(Cut, SeekIntoTenThousandThatFollowEachOther_LandsBehindTheLast) {
+    TestShow show;
+    show.Song("1", 12);
+    for (unsigned int i = 0; i < 10000; ++i)
+        show.GetLog().GetSongLog("1").GetCuts().Add(CL::Cut(1920 + i, 1921 + i));
+    const Performance played = show.Perform("at 1:2 seek 2");
+    EXPECT_EQ("0.500 jump 1:2 -> 7:1+400, seek\n", played.Only({"jump"}));
+}
+
+TEST(Fermata, HoldsAtItsEndUntilReleased) {
+    TestShow show;
+    show.Song("1", 4).Edits("fermata 2 2");
+    const Performance played = show.Perform("at 3 tempo 100%\n+3s exit");
+    EXPECT_EQ("0.000 start\n4.000 hold 3\n7.000 release 3\n11.000 stop\n11.000 song-end 1\n", played.Only(Stops));
+    EXPECT_EQ((Bars{1, 2, 3, 4}), played.Bars());
+}
+
+TEST(Fermata, WhileItHolds_TheDisplayStaysBeforeItsEndAndTheNoteSoundsOn) {
+    TestShow show;
+    show.Song("1", 4).Edits("fermata 2 2");
+    const Performance played = show.Perform("at 3 tempo 100%\n+3s exit");
+    EXPECT_EQ("0.000 bar 1\n2.013 bar 2\n7.029 bar 3\n9.009 bar 4\n", played.Only({"bar"}));
+    for (const stage::SynthMessage& message : played.messages) {
+        const bool isHeldNote = message.status == 0x80 && message.data1 == 42 && message.frame > 4 * 48000 - 24000;
+        if (isHeldNote && message.frame > 187200) {
+            EXPECT_EQ(7 * 48000, message.frame);
+        }
+    }
+}
+
+TEST(Fermata, ReleasedBeforeItsEnd_SkipsTheRest) {
+    TestShow show;
+    show.Song("1", 4).Edits("fermata 2 2");
+    const Performance played = show.Perform("at 2:3 exit");
+    EXPECT_EQ("0.000 start\n3.000 jump 2:3 -> 3, seek\n7.000 stop\n7.000 song-end 1\n", played.Only(Stops));
+}
+
+TEST(Caesura, CountsDownStopsAndGoesOn) {
+    TestShow show;
+    show.Song("1", 4).Edits("caesura 3");
+    const Performance played = show.Perform("at 3 tempo 100%\n+1.5s continue");
+    EXPECT_EQ("0.000 start\n4.000 caesura 3\n4.000 stop\n5.500 start\n9.500 stop\n9.500 song-end 1\n",
+              played.Only(Stops));
+    const std::string statuses = played.Only({"status"});
+    EXPECT_TRUE(
+        statuses.starts_with("0.033 status\n2.013 status Caesura 4\n2.508 status Caesura 3\n3.003 status Caesura 2\n"
+                             "3.531 status Caesura 1\n4.000 status Caesura 0\n5.511 status\n"))
+        << statuses;
+    EXPECT_EQ((Bars{1, 2, 3, 4}), played.Bars());
+}
+
+TEST(Caesura, OnTheFirstBeats_StopsOnceOnly) {
+    TestShow show;
+    show.Song("1", 2).Edits("caesura 1:2");
+    EXPECT_EQ("0.500 caesura 1:2\n4.500 song-end 1\n",
+              show.Perform("at 1:2 tempo 100%\n+0.5s continue").Only({"caesura", "song-end"}));
+}
+
+TEST(Caesura, DroppedByAnExitDuringTheCountdown_PlaysThrough) {
+    TestShow show;
+    show.Song("1", 4).Edits("caesura 3");
+    EXPECT_EQ("0.000 start\n8.000 stop\n8.000 song-end 1\n", show.Perform("at 2:3 exit").Only(Stops));
+}
+
+TEST(Caesura, AfterASeekOntoIt_PlaysOn) {
+    TestShow show;
+    show.Song("1", 4).Edits("caesura 3");
+    EXPECT_EQ("0.000 start\n1.000 jump 1:3 -> 3, seek\n5.000 stop\n5.000 song-end 1\n",
+              show.Perform("at 1:3 seek 3").Only(Stops));
+}
+
+TEST(Attacca, NextSongFollowsWithoutAGap) {
+    TestShow show;
+    show.Song("1", 2).Edits("attacca").Song("2", 2);
+    const Performance played = show.Perform("");
+    EXPECT_EQ("0.000 song 1 Song 1\n4.000 attacca 1 -> 2\n4.000 song 2 Song 2\n8.000 song-end 2\n",
+              played.Only({"song", "attacca", "song-end"}));
+    EXPECT_EQ((Bars{1, 2, 1, 2}), played.Bars());
+    EXPECT_EQ((std::vector<std::string>{"1", "2"}), played.result.songs);
+}
+
+TEST(Attacca, SkippedSongIsPassedOver) {
+    TestShow show;
+    show.Song("1", 1).Edits("attacca").Song("2", 1).Song("3", 1);
+    show.GetLog().GetSongLog("2").SetAttacca(CL::AttaccaSkip);
+    EXPECT_EQ("2.000 attacca 1 -> 3\n", show.Perform("").Only({"attacca"}));
+}
+
+TEST(Attacca, AtTheLastSong_Stops) {
+    TestShow show;
+    show.Song("1", 1).Edits("attacca");
+    EXPECT_EQ("2.000 stop\n2.000 no-next-song\n2.000 song-end 1\n",
+              show.Perform("").Only({"song-end", "stop", "no-next-song"}));
+}
+
+TEST(Range, OperatorStartsEachSongOfIt) {
+    TestShow show;
+    show.Song("1", 1).Song("2", 1).Song("3", 1);
+    EXPECT_EQ("0.000 start\n2.000 stop\n3.000 start\n5.000 stop\n",
+              show.Perform(nullptr, "1", "2").Only({"start", "stop"}));
+}
+
+TEST(Pause, ContinuesOnTheVeryTick) {
+    TestShow show;
+    show.Song("1", 3);
+    const Performance played = show.Perform("at 2:2+37 pause\n+0.7s continue");
+    EXPECT_EQ("0.000 start\n2.539 stop\n3.239 start\n6.700 stop\n6.700 song-end 1\n", played.Only(Stops));
+    EXPECT_EQ((Bars{1, 2, 3}), played.Bars());
+}
+
+TEST(Stop, GoesBackToTheSongsStart) {
+    TestShow show;
+    show.Song("1", 2);
+    EXPECT_EQ((Bars{1, 1, 2}), show.Perform("at 2 stop\n+1s play").Bars());
+}
+
+TEST(TempoScale, SlowsItsBarsAndLandsOnItsTicks) {
+    TestShow show;
+    show.Song("1", 4).Edits("tempo 2 3 50");
+    const Performance played = show.Perform("");
+    EXPECT_EQ("0.000 tempo-scale 100%\n2.013 tempo-scale 50%\n10.032 tempo-scale 100%\n", played.Only({"tempo-scale"}));
+    EXPECT_EQ("12.000 song-end 1\n", played.Only({"song-end"}));
+}
+
+TEST(TempoScale, OfTheOperatorMultipliesTheEdits) {
+    TestShow show;
+    show.Song("1", 4).Edits("tempo 2 3 80");
+    // Bar 1 as written, then the operator's half: 2 bars at 40 %, one at 50 %.
+    EXPECT_EQ("16.000 song-end 1\n", show.Perform("at 2 tempo 50%").Only({"song-end"}));
+}
+
+TEST(Transposition, IsThatOfTheBarAndOfTheOperator) {
+    TestShow show;
+    show.Song("1", 3).Edits("transpose 2 2 5");
+    EXPECT_EQ((Bars{1, 7, 3}), show.Perform("").Bars());
+    EXPECT_EQ((Bars{1, 7 - 3, 3 - 3}), show.Perform("at 2 transpose -3").Bars());
+}
+
+TEST(Transposition, ChangedWhileANoteSounds_EndsTheNoteThatWasStruck) {
+    TestShow show;
+    show.Song("1", 1);
+    const Performance played = show.Perform("at 1:2+240 transpose 4");
+    int sounding = 0;
+    for (const stage::SynthMessage& message : played.messages) {
+        sounding += message.status == 0x90 ? 1 : message.status == 0x80 ? -1 : 0;
+        ASSERT_LE(sounding, 1);
+    }
+    EXPECT_EQ(0, sounding);
+}
+
+TEST(Operator, FadeEndsInAStop) {
+    TestShow show;
+    show.Song("1", 4);
+    const Performance played = show.Perform("at 2 fade 1.5\n+4s quit");
+    EXPECT_EQ("0.000 start\n3.500 stop\n", played.Only({"start", "stop"}));
+}
+
+TEST(Operator, GoesToMarkersAndMeasures) {
+    TestShow show;
+    show.Song("1", 8).Edits("marker 5 Verse");
+    EXPECT_EQ("1.000 jump 1:3 -> 5, seek\n2.000 jump 5:3 -> 6, seek\n",
+              show.Perform("at 1:3 next-marker\nat 5:3 next-measure\nat 6:2 quit").Only({"jump"}));
+}
+
+TEST(Operator, CueIsSentAtItsTickAndInEveryPass) {
+    TestShow show;
+    show.Song("1", 3).Edits("osc 2:2 /lights/go\nrepeat 2 2 2");
+    EXPECT_EQ("2.500 cue osc /lights/go\n4.500 cue osc /lights/go\n", show.Perform("").Only({"cue"}));
+}
+
+TEST(AutomaticOperator, LeavesVampsHoldsAndCaesuras) {
+    TestShow show;
+    show.Song("1", 6).Edits("vamp 1 1\nfermata 3 3\ncaesura 5");
+    const Performance played = show.Perform();
+    EXPECT_EQ((Bars{1, 1, 2, 3, 4, 5, 6}), played.Bars());
+    EXPECT_EQ(
+        "2.000 operator exit (automatic)\n10.000 operator exit (automatic)\n14.000 operator continue (automatic)\n",
+        played.Only({"operator"}));
+}
+
+TEST(Script, LineThatIsNeverReached_IsTold) {
+    TestShow show;
+    show.Song("1", 3).Edits("cut 2 2");
+    const Performance played = show.Perform("at 2:2 exit");
+    ASSERT_EQ(1U, played.result.remarks.size());
+    EXPECT_EQ("line 1 of the script (\"at 2:2 exit\") is never reached: playback stands still at end of song 1.",
+              played.result.remarks[0]);
+}
+
+TEST(Script, RunsOutInAHold_EndsWithASentence) {
+    TestShow show;
+    show.Song("1", 3).Edits("fermata 2 2");
+    const Performance played = show.Perform("");
+    ASSERT_EQ(1U, played.result.remarks.size());
+    EXPECT_EQ(
+        "The script has run out and playback stands still in the fermata before 3 of song 1: the render ends there.",
+        played.result.remarks[0]);
+}
+
+TEST(Trace, IsTheSameInEveryRunAndForEveryAdvance) {
+    TestShow show;
+    show.Song("1", 6).Edits("vamp 2 3\nfermata 4 4\ncaesura 6\ntempo 5 5 73\nattacca").Song("2", 2);
+    const auto play = [&](std::uint32_t advanceFrames) {
+        stage::OfflineOptions options;
+        options.firstSong = options.lastSong = "1";
+        options.advanceFrames = advanceFrames;
+        return show.Perform(options);
+    };
+    const Performance first = play(64);
+    const Performance second = play(64);
+    EXPECT_EQ(first.trace, second.trace);
+    EXPECT_EQ(first.left, second.left);
+    EXPECT_EQ(first.messages, play(2000).messages);
+}
+
+}  // namespace
