@@ -150,6 +150,23 @@ TEST(EditRules, AVampAndARepeat_DoNotCrossEither) {
     EXPECT_EQ(1U, CL::CheckSongLog(songLog, MakeTimeline()).size());
 }
 
+TEST(EditRules, ACutAndAFermata_DoNotCross) {
+    struct Row {
+        unsigned int from, to;
+        bool isAllowed;
+    };
+    for (const Row& row : {Row{0, 2 * Bar, true}, Row{4 * Bar, 5 * Bar, true}, Row{Bar, 5 * Bar, true},
+                           Row{2 * Bar, 3 * Bar, true}, Row{3 * Bar, 5 * Bar, false}, Row{Bar, 3 * Bar, false}}) {
+        CL::SongLog songLog;
+        songLog.GetFermatas().Add(CL::Fermata(2 * Bar, 4 * Bar));
+        EXPECT_EQ(row.isAllowed, Check(CL::Cut(row.from, row.to), songLog).empty()) << row.from;
+        songLog.GetCuts().Add(CL::Cut(row.from, row.to));
+        EXPECT_EQ(row.isAllowed, CL::CheckSongLog(songLog, MakeTimeline()).empty()) << row.from;
+        songLog.GetFermatas().RemoveAt(0);
+        EXPECT_EQ(row.isAllowed, Check(CL::Fermata(2 * Bar, 4 * Bar), songLog).empty()) << row.from;
+    }
+}
+
 TEST(EditRules, NothingIsThereTwice) {
     CL::SongLog songLog;
     songLog.GetCaesuras().Add(CL::Caesura(Bar, "a", 0));

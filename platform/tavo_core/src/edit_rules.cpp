@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <type_traits>
@@ -206,8 +207,13 @@ std::string RefuseMeeting(const cmn::TavoEvent& edit, const char* verb, const cm
 }
 
 template <class Edit, class Other>
+constexpr bool AreCutAndFermata = (std::is_same_v<Edit, Cut> && std::is_same_v<Other, Fermata>) ||
+                                  (std::is_same_v<Edit, Fermata> && std::is_same_v<Other, Cut>);
+
+template <class Edit, class Other>
 std::string CheckPair(const Edit& edit, const Other& other, Speaker& speaker) {
-    if constexpr (IsLoop<Edit> && IsLoop<Other>) {
+    // A cut over one end of a fermata would skip the place where it is released, or the one where it begins.
+    if constexpr ((IsLoop<Edit> && IsLoop<Other>) || AreCutAndFermata<Edit, Other>) {
         if (Cross(edit, other)) return RefuseMeeting(edit, "crosses", other, speaker);
     }
     if constexpr (std::is_same_v<Edit, Other>) {
@@ -265,6 +271,23 @@ void CheckLoops(const SongLog& songLog, std::vector<std::string>& problems, Spea
         open.Open(*loop, problems, speaker);
 }
 
+void CheckCutsAndFermatas(const SongLog& songLog, std::vector<std::string>& problems, Speaker& speaker) {
+    const auto& fermatas = songLog.GetFermatas();
+    // Fermatas that do not overlap: the one that an end of a cut may lie in is the last that begins before it.
+    const auto checkLastBefore = [&](const Cut& cut, unsigned int tick) {
+        const auto after = std::partition_point(fermatas.begin(), fermatas.end(),
+                                                [tick](const Fermata& fermata) { return fermata.start() < tick; });
+        if (after == fermatas.begin()) return false;
+        std::string problem = CheckPair(cut, *std::prev(after), speaker);
+        if (problem.empty()) return false;
+        problems.push_back(std::move(problem));
+        return true;
+    };
+    for (const Cut& cut : songLog.GetCuts()) {
+        if (IsPlaced(cut) && !checkLastBefore(cut, cut.start())) checkLastBefore(cut, cut.end());
+    }
+}
+
 template <class Edit>
 void CheckSequence(const ChangeLogSequence<Edit>& sequence, const TL::Timeline& timeline,
                    std::vector<std::string>& problems, Speaker& speaker) {
@@ -317,6 +340,7 @@ std::vector<std::string> CheckSongLog(const SongLog& songLog, const TL::Timeline
     Speaker speaker(timeline);
     songLog.ForEachSequence([&](const auto& sequence) { CheckSequence(sequence, timeline, problems, speaker); });
     CheckLoops(songLog, problems, speaker);
+    CheckCutsAndFermatas(songLog, problems, speaker);
     return problems;
 }
 
