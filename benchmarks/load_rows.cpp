@@ -70,27 +70,28 @@ void AddCaesuraRows(Table& table, const Effort& effort) {
         std::size_t caesuras;
         std::size_t beats;
     };
-    constexpr Size Sizes[] = {{100, 10000}, {10000, 10000}, {100, 100000}};
+    // The last has twice as much of both as the one before it.
+    constexpr Size Sizes[] = {{100, 10000}, {100, 100000}, {10000, 10000}, {20000, 20000}};
+    constexpr std::size_t Doubled = 3;
     std::vector<Candidate> loads;
     for (const Size& size : Sizes)
         loads.push_back(Load(MakeCaesuraStand(size.caesuras, size.beats)));
     const std::vector<Timing> timings = MeasureInterleaved(loads, effort, Clock::ThreadCpu);
-    const auto perItem = [&](std::size_t i) {
-        return timings[i].Median() / static_cast<double>(Sizes[i].caesuras + Sizes[i].beats);
-    };
     for (std::size_t i = 0; i < timings.size(); ++i) {
         const double time = timings[i].Median();
-        const double growth = perItem(i) / perItem(0);
-        Row row{"song load, C caesuras over B beats",
-                fmt::format("{}+{}", FormatCount(static_cast<double>(Sizes[i].caesuras)),
-                            FormatCount(static_cast<double>(Sizes[i].beats))),
-                "",
-                "",
-                FormatTime(time),
-                "",
-                i == 0 ? "<= 1 ms" : "linear in C + B",
-                fmt::format("x{:.2f} for one of C + B", growth),
-                i == 0 ? time <= 1e6 : growth <= 2};
+        Row row;
+        row.what = "song load, C caesuras over B beats";
+        row.size = fmt::format("{}+{}", Sizes[i].caesuras, Sizes[i].beats);
+        row.measured = FormatTime(time);
+        if (i == 0) {
+            row.aim = "<= 1 ms";
+            row.met = time <= 1e6;
+        } else if (i == Doubled) {
+            const double growth = MedianRatio(timings[i], timings[i - 1]);
+            row.aim = "linear in C + B";
+            row.growth = fmt::format("x{:.2f} for twice both", growth);
+            row.met = growth <= 2.5;
+        }
         table.Add(row);
     }
 }

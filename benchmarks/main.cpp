@@ -25,6 +25,8 @@ constexpr Group Groups[] = {
     {"time", bench::AddTimeRows},
     {"arithmetic", bench::AddArithmeticRows},
     {"show", bench::AddWholeShowRows},
+    {"open", bench::AddOpenRows},
+    {"render", bench::AddRenderRows},
 };
 
 void PrintUsage() {
@@ -46,7 +48,7 @@ int main(int argc, char** argv) {
                                          [&argument](const Group& group) { return argument == group.name; });
         if (argument == "--brief") {
             effort.brief = true;
-            effort.secondsPerComparison = 0.25;
+            effort.secondsPerComparison = 0.15;
         } else if (isGroup) {
             wanted.insert(argument);
         } else {
