@@ -24,7 +24,8 @@ struct OfflineOptions {
     /// every hold and caesura after two seconds.
     std::optional<std::vector<ScriptLine>> script;
     std::uint32_t framesPerSecond = 48000;
-    std::uint32_t advanceFrames = Engine::DefaultAdvanceFrames;
+    /// Nobody presses anything between two moments that are known beforehand, so there is no need to plan for less.
+    std::uint32_t advanceFrames = 512;
     double masterVolume = 1.0;
     double synthVolume = 1.0;
     bool tracesBeats = false;
