@@ -63,7 +63,8 @@ void ApplyController(ChannelState& state, std::uint8_t number, std::uint8_t valu
     const std::size_t parameter = SelectedParameter(state);
     if (parameter == ChannelState::ParameterCount) return;
     std::uint16_t& kept = state.parameters[parameter];
-    if (number == controller::DataEntryHigh) kept = static_cast<std::uint16_t>((kept & 0x7FU) | value << 7);
+    if (number == controller::DataEntryHigh)
+        kept = static_cast<std::uint16_t>((kept & 0x7FU) | static_cast<unsigned int>(value) << 7);
     if (number == controller::DataEntryLow) kept = static_cast<std::uint16_t>((kept & 0x3F80U) | value);
 }
 

@@ -1,6 +1,8 @@
 #include "stage/engine/song_plan.h"
 
 #include <algorithm>
+#include <numeric>
+#include <utility>
 
 #include "tavo_core/beat_ticks.h"
 
@@ -33,14 +35,23 @@ void SongPlan::CollectStops_(const CL::SongLog& songLog) {
 }
 
 void SongPlan::CollectCues_(const CL::SongLog& songLog) {
-    const auto addAll = [this](const auto& edits) {
+    std::vector<Cue> cues;
+    const auto addAll = [&cues](const auto& edits) {
         for (const auto& edit : edits)
-            cues_.push_back({edit.abs_time(), edit});
+            cues.push_back({edit.abs_time(), edit});
     };
     addAll(songLog.GetSfxs());
     addAll(songLog.GetSfxAmbients());
     addAll(songLog.GetOscs());
-    std::stable_sort(cues_.begin(), cues_.end(), [](const Cue& a, const Cue& b) { return a.tick < b.tick; });
+    // By tick, and at one tick in the order above.
+    std::vector<std::size_t> order(cues.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::sort(order.begin(), order.end(), [&cues](std::size_t a, std::size_t b) {
+        return cues[a].tick != cues[b].tick ? cues[a].tick < cues[b].tick : a < b;
+    });
+    cues_.reserve(cues.size());
+    for (const std::size_t index : order)
+        cues_.push_back(std::move(cues[index]));
 }
 
 std::size_t SongPlan::FindEvent(std::uint32_t tick) const {
