@@ -509,16 +509,18 @@ TEST_F(FeedDeathTest, ProcessThatExitsAfterPrepareForExit_EndsCleanly) {
 TEST_F(FeedDeathTest, QuitOnTheUpdateThreadItself_IsRefused) {
     EXPECT_EXIT(
         {
-            auto feed = MakeFeed();
+            std::atomic<gui::GuiUpdate*> feed{nullptr};
             position_.onAsked = [&feed] {
                 try {
-                    feed->Quit();
+                    feed.load()->Quit();
                 } catch (const std::system_error& error) {
                     std::_Exit(error.code() == std::errc::resource_deadlock_would_occur ? 0 : 2);
                 }
                 std::_Exit(3);
             };
-            (void)position_.WaitUntilAsked(1, [&feed] { feed->SendGuiUpdate(); });
+            const auto owner = MakeFeed();
+            feed = owner.get();
+            (void)position_.WaitUntilAsked(1, [&owner] { owner->SendGuiUpdate(); });
             std::_Exit(4);
         },
         ::testing::ExitedWithCode(0), "");

@@ -90,26 +90,41 @@ TEST(SoundAfterTheEnd, NoNoteHangs) {
     EXPECT_LT(*std::max_element(played.left.end() - 2400, played.left.end()), 1e-3F);
 }
 
+// A strike of the woodblock on each of `beats` beats that last `microseconds`: so short that it is silent long before
+// the next.
+tavo_midi::SongData Woodblock(unsigned int beats, std::uint32_t microseconds, unsigned int strikes) {
+    TL::Timeline timeline(0, beats * 480);
+    timeline.GetMeters().Append(TL::Meter(0, 4, 4));
+    timeline.GetTempos().Append(TL::Tempo(0, microseconds));
+    std::vector<tavo_midi::MidiEvent> events;
+    for (unsigned int beat = 0; beat < beats; ++beat) {
+        timeline.GetBarsBeats().Append(TL::BarsBeats(beat * 480, beat % 4 + 1, std::to_string(beat / 4 + 1)));
+        if (beat >= strikes) continue;
+        events.push_back({beat * 480, 0x99, 76, 120, 0});
+        events.push_back({beat * 480 + 60, 0x89, 76, 0, 0});
+    }
+    tavo_midi::SongData song("1", timeline, 480);
+    song.SetEvents(std::move(events));
+    return song;
+}
+
+// The frames where sound begins after a silence of at least `silence` frames.
+std::vector<long> FindOnsets(const std::vector<float>& sound, long silence) {
+    std::vector<long> onsets;
+    long quiet = silence;
+    for (std::size_t i = 0; i < sound.size(); ++i) {
+        const bool isLoud = std::fabs(sound[i]) > 1e-4F;
+        if (isLoud && quiet >= silence) onsets.push_back(static_cast<long>(i));
+        quiet = isLoud ? 0 : quiet + 1;
+    }
+    return onsets;
+}
+
 // The synthesizer starts notes on its own grid: within one block of the frame that the trace gives.
 TEST(SoundAfterAJump, OnsetIsWithinABlockOfTheTracesFrame) {
     TestShow show;
-    TL::Timeline timeline(0, 2 * 1920);
-    timeline.GetMeters().Append(TL::Meter(0, 4, 4));
-    timeline.GetTempos().Append(TL::Tempo(0, 612345));
-    for (unsigned int beat = 0; beat < 8; ++beat)
-        timeline.GetBarsBeats().Append(TL::BarsBeats(beat * 480, beat % 4 + 1, std::to_string(beat / 4 + 1)));
-    tavo_midi::SongData song("1", timeline, 480);
-    // A woodblock: short, so that it is silent long before the next.
-    song.SetEvents({{0, 0x99, 76, 120, 0}, {60, 0x89, 76, 0, 0}});
-    show.Song(std::move(song)).Edits("repeat 1 2 4");
-    const Performance played = show.Perform("");
-    std::vector<long> onsets;
-    long quiet = 48000;
-    for (std::size_t i = 0; i < played.left.size(); ++i) {
-        const bool isLoud = std::fabs(played.left[i]) > 1e-4F;
-        if (isLoud && quiet >= 24000) onsets.push_back(static_cast<long>(i));
-        quiet = isLoud ? 0 : quiet + 1;
-    }
+    show.Song(Woodblock(8, 612345, 1)).Edits("repeat 1 2 4");
+    const std::vector<long> onsets = FindOnsets(show.Perform("").left, 24000);
     ASSERT_EQ(4U, onsets.size());
     for (long pass = 1; pass < 4; ++pass) {
         const long onset = onsets[static_cast<std::size_t>(pass)];
@@ -118,6 +133,26 @@ TEST(SoundAfterAJump, OnsetIsWithinABlockOfTheTracesFrame) {
         EXPECT_GE(onset, exact);
         EXPECT_LT(onset, exact + 64 + 16);  // the woodblock itself needs a moment to be heard
     }
+}
+
+// Beats of 48013 frames fall on every place of the synthesizer's grid of 64 equally often.
+TEST(SoundOfASong, OnsetsAreSpreadOverOneBlockOfTheGridAndNoMore) {
+    constexpr unsigned int Beats = 128;
+    constexpr std::uint32_t Microseconds = 1000271;
+    TestShow show;
+    show.Song(Woodblock(Beats, Microseconds, Beats)).Edits("tempo 9 16 80");
+    const std::vector<long> onsets = FindOnsets(show.Perform("").left, 24000);
+    ASSERT_EQ(Beats, onsets.size());
+    std::vector<double> offsets;
+    double exact = 0;
+    for (unsigned int beat = 0; beat < Beats; ++beat) {
+        offsets.push_back(static_cast<double>(onsets[beat]) - exact);
+        const bool isSlow = beat >= 32 && beat < 64;
+        exact += Microseconds * 0.048 / (isSlow ? 0.8 : 1.0);
+    }
+    const auto [earliest, latest] = std::minmax_element(offsets.begin(), offsets.end());
+    EXPECT_LE(*latest - *earliest, 64 + 1);  // the engine rounds to whole frames, the ear of this test as well
+    EXPECT_GE(*earliest, 0);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <atomic>
+#include <cstdint>
+#include <thread>
 
 #include "player_core/gui_update.h"
 #include "tests/stress/stress_show.h"
@@ -17,7 +19,7 @@ TEST(FeedCycles, ConstructStartAndQuit_NeverHangs) {
     StressShow show;
     Watchdog watchdog;
     Diary& diary = watchdog.Watch("host");
-    std::uint64_t passes = 0;
+    std::atomic<std::uint64_t> passes{0};
     for (std::uint64_t cycle = 0; cycle < cycles; ++cycle) {
         diary.Begin("constructing a feed");
         gui::GuiUpdate feed(show.GetPlayer(), [&passes](unsigned int*) {
@@ -30,11 +32,16 @@ TEST(FeedCycles, ConstructStartAndQuit_NeverHangs) {
         if (cycle % 3 == 1) feed.Unpause();
         if (cycle % 4 == 1) feed.UpdateOnce();
         if (cycle % 7 == 1) feed.Pause();
+        if (cycle % 100 == 3) {
+            diary.Begin("waiting for a pass");
+            for (const std::uint64_t before = passes; passes == before; std::this_thread::yield())
+                feed.SendGuiUpdate();
+        }
         diary.Begin("quitting a feed");
         if (cycle % 2 == 0) feed.Quit();
     }
     diary.Finish();
-    EXPECT_GT(passes, 0U);
+    EXPECT_GE(passes, cycles / 100);
 }
 
 }  // namespace
