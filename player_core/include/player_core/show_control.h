@@ -46,8 +46,8 @@ struct FindNextControlEventResult {
 /// The engine's part, at every arrival at a tick: SetTickIndex; ProcessLoopEventsAtCurrentTickIndex; if that jumped, go
 /// on from GetTickIndex; FindNextControlEventOnAdvance to an end that is not beyond that of the first active loop; play
 /// to the result. A result at or before the searched tick moves nothing: search again. Where a search registered loops
-/// without saying so, the first active loop's end limits the result as well. A caesura whose countdown begins on its own
-/// tick is met once more when playback goes on from its stop: it is not stopped at twice.
+/// without saying so, the first active loop's end limits the result as well. A caesura whose countdown begins on its
+/// own tick is met once more when playback goes on from its stop: it is not stopped at twice.
 class ShowControl {
 public:
     /// Keeps references to both; they outlive the object. No song is loaded.
