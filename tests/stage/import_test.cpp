@@ -87,7 +87,7 @@ TEST_P(ImportOfRealWork, EverySongAgreesWithTheTableBesideIt) {
         const ShowTableRow& row = rows[i];
         const json& song = show["songs"][i];
         SCOPED_TRACE(row.number + " " + row.title);
-        EXPECT_EQ(row.number, song["number"]);
+        EXPECT_EQ(row.number, song["number"].get<std::string>());
         EXPECT_EQ(row.division, song["ticksPerQuarter"]);
         EXPECT_EQ(row.barsPlayed, song["bars"].size());
         EXPECT_EQ(row.pickupWholes > 0, song["bars"][0]["label"] == "0" && song["meters"][0]["tick"] == 0 &&
