@@ -124,7 +124,8 @@ TEST(LoopEventList, PrintedByTheFreeFunction_IsTheSame) {
     const LoopEventList list = ListOf({Fermata(0, 100)});
     testing::internal::CaptureStdout();
     print_loops(list);
-    EXPECT_EQ(Printed(list), testing::internal::GetCapturedStdout());
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Printed(list), printed);
 }
 
 TEST(LoopEventList, EventOfUnknownKind_PrintsAnEmptyName) {
