@@ -3,10 +3,10 @@ include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/player_core)
-set(libraries kit tavo_core tavo_midi tavo_audio player_core)
+set(libraries kit tavo_core tavo_midi tavo_audio tavo_security player_core)
 
 install(TARGETS ${libraries} EXPORT player_core-targets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT player_core)
-foreach(folder platform/kit platform/tavo_core platform/tavo_midi platform/tavo_audio player_core)
+foreach(folder platform/kit platform/tavo_core platform/tavo_midi platform/tavo_audio platform/tavo_security player_core)
     install(DIRECTORY ${folder}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT player_core OPTIONAL)
 endforeach()
 install(EXPORT player_core-targets NAMESPACE player_core:: DESTINATION ${package_dir} COMPONENT player_core)

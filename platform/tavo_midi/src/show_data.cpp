@@ -37,4 +37,15 @@ SongData& ShowData::GetSongData(const std::string& number) {
     return GetSong(songs_, number);
 }
 
+std::vector<std::string> ShowData::GetSongNumbers() const {
+    std::vector<std::string> numbers;
+    for (const SongData& song : songs_)
+        numbers.push_back(song.GetSongNumber());
+    return numbers;
+}
+
+const TL::Timeline& ShowData::GetTimelineOf(const std::string& songNumber) const {
+    return GetSongData(songNumber).GetTimeline();
+}
+
 }  // namespace tavo_midi

@@ -5,13 +5,14 @@
 #include <utility>
 #include <vector>
 
+#include "tavo_core/show_timelines.h"
 #include "tavo_midi/song_data.h"
 
 namespace tavo_midi {
 
 /// The music of a show: its songs in show order. The file form is `.showdata`: a ZIP archive that holds `show.json`
 /// (RFC 8259) and one Standard MIDI File (RP-001) a song. A value; reading is thread-safe while nobody writes.
-class ShowData {
+class ShowData : public TL::ShowTimelines {
 public:
     ShowData() = default;
     /// Reads a `.showdata` file. Throws std::runtime_error with one sentence that names the file, the member and what
@@ -29,6 +30,9 @@ public:
     /// An unknown number throws std::out_of_range with a sentence that names it.
     [[nodiscard]] const SongData& GetSongData(const std::string& number) const;
     SongData& GetSongData(const std::string& number);
+
+    [[nodiscard]] std::vector<std::string> GetSongNumbers() const override;
+    [[nodiscard]] const TL::Timeline& GetTimelineOf(const std::string& songNumber) const override;
 
     /// What was wrong with the songs' files and could be read all the same, a sentence each.
     [[nodiscard]] const std::vector<std::string>& GetWarnings() const { return warnings_; }

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tavo_core/log_change.h"
+#include "tavo_core/show_timelines.h"
+
+namespace CL {
+
+/// A click edit that did not fit the meters, and what became of it.
+struct ModifiedClick {
+    Click click;
+    std::string reason;
+};
+
+/// Repairs the paired edits of the active change log whose end lies before their start, by exchanging the two; returns
+/// how many there were and appends a line about each to `description`. Takes the change-log lock itself.
+unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description);
+
+/// Looks up and edits the active change log against a show's timelines. An edit makes a copy of the log, changes it,
+/// writes the change to the journal and then makes the copy the active log, so that flow control's pointers into the
+/// old one stay good until it is told of the new one; telling it is the caller's part. Looking up is thread-safe;
+/// editing is for one thread. Takes the change-log lock itself, for moments only; call it without.
+class Editor {
+public:
+    /// `timelines` outlives the object. Click edits that do not fit the meters are changed or dropped in the active log
+    /// at once; GetModifiedClickEdits tells which.
+    explicit Editor(const TL::ShowTimelines& timelines);
+    ~Editor();
+    Editor(const Editor&) = delete;
+    Editor& operator=(const Editor&) = delete;
+
+    // Looking up. An unknown song throws std::out_of_range with a sentence.
+
+    /// Label of the bar at `tick`; beyond either end of the song that of the last or first bar.
+    [[nodiscard]] std::string GetBarString(const std::string& songNumber, unsigned int tick) const;
+    /// First tick of the first bar with that label; std::out_of_range with a sentence where the song has none.
+    [[nodiscard]] unsigned int GetBarTickIndex(const std::string& songNumber, const std::string& bar) const;
+
+    /// Tells which song the next two look in; they take the song with an empty number, or an unknown one, as a song
+    /// without cuts. Called on the thread that looks up.
+    void SetCurrentSong(std::function<std::string()> getSongNumber);
+    /// The end of the cut, or of the chain of cuts, that covers `tick`; `tick` itself where none does.
+    [[nodiscard]] unsigned int GetTickIndexNotBoundedByExistingCut(unsigned int tick) const;
+    /// The last beat before `tick` that no cut covers, as a run-up to the cut that starts there; where there is none,
+    /// the first tick at or after `tick` that no cut covers.
+    [[nodiscard]] unsigned int GetTickIndexNotBoundedByCutAndOneBeatBefore(unsigned int tick) const;
+
+    [[nodiscard]] std::map<std::string, std::vector<ModifiedClick>> GetModifiedClickEdits() const;
+
+    // Editing. What cannot be done throws std::invalid_argument or std::out_of_range with one sentence, a journal that
+    // cannot be written std::runtime_error; nothing is changed then. When an operation returns, its change is in the
+    // active log and, where there is a journal, on the disk. Each returns nothing or what it did as DescribeChange
+    // tells it.
+
+    void Add(const std::string& songNumber, const AnyEdit& edit);
+    /// The edit `from` becomes `to`, of the same kind or another.
+    void Change(const std::string& songNumber, const AnyEdit& from, const AnyEdit& to);
+    /// All of them or none.
+    void Remove(const std::string& songNumber, const std::vector<AnyEdit>& edits);
+    void SetAttacca(const std::string& songNumber, unsigned char attacca);
+    /// Makes the edits those of `other`, as one step; the version number stays. Edits that the rules refuse are taken
+    /// over as they are.
+    void RollBackTo(const ChangeLog& other);
+    /// Makes changes of a journal, as one step.
+    void ApplyRecovered(const std::vector<LogChange>& changes);
+
+    [[nodiscard]] bool CanUndo() const;
+    [[nodiscard]] bool CanRedo() const;
+    /// Takes back the last change, or makes it again, without limit within the object's life; returns what it did.
+    /// With nothing to undo, std::logic_error with a sentence.
+    std::vector<std::string> Undo();
+    std::vector<std::string> Redo();
+
+    /// Whether there are changes since the log was read or saved.
+    [[nodiscard]] bool HasUnsavedChanges() const;
+    /// To be called after the active log was saved: its journal ends.
+    void NoteSaved();
+
+    /// Writes every change from now on to the journal beside the log `logPath`, whose file need not be there. An empty
+    /// path ends that. Throws std::runtime_error where another program keeps that journal, or it holds changes that
+    /// were neither recovered nor discarded.
+    void KeepJournal(const std::string& logPath);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace CL

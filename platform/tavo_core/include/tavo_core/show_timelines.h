@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tavo_core/timeline.h"
+
+namespace TL {
+
+/// The songs of a show as whoever edits them needs to know them.
+class ShowTimelines {
+public:
+    /// In show order.
+    [[nodiscard]] virtual std::vector<std::string> GetSongNumbers() const = 0;
+    /// An unknown number throws std::out_of_range with a sentence that names it. The timeline stays where it is for as
+    /// long as the show.
+    [[nodiscard]] virtual const Timeline& GetTimelineOf(const std::string& songNumber) const = 0;
+
+protected:
+    ShowTimelines() = default;
+    ShowTimelines(const ShowTimelines&) = default;
+    ShowTimelines(ShowTimelines&&) = default;
+    ShowTimelines& operator=(const ShowTimelines&) = default;
+    ShowTimelines& operator=(ShowTimelines&&) = default;
+    ~ShowTimelines() = default;
+};
+
+}  // namespace TL
