@@ -1,132 +1,139 @@
 #include "tavo_core/beat_ticks.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <iterator>
 #include <limits>
-#include <optional>
-#include <string>
+#include <utility>
 
 namespace {
 
 // Far above any song, and little enough that clicks of absurd length cannot exhaust memory.
 constexpr std::size_t mostGeneratedBeats = 1U << 20U;
 
-/// How a beat gets its number.
-enum class Numbering : std::uint8_t {
-    Own,             ///< as written
-    Continues,       ///< one more than the beat before
-    ContinuesToBar,  ///< so does this one and all after it, until one whose own number is 1
-};
-
-struct Beat {
-    unsigned int tick;
-    unsigned int number;
-    const std::string* label;
-    Numbering numbering;
-};
-
-/// Lays clicks over the written beats in one sweep. What lies before the sweep is final but for the numbers, which are
-/// resolved at the end; only a click that starts inside an earlier one takes beats back.
+/// Lays clicks over the written beats in one sweep. What lies before the sweep is final; only a click that starts
+/// inside an earlier one takes beats back. `Beats` is a sequence of beats that grows and shrinks at its end.
+template <class Beats>
 class ClickSweep {
 public:
     explicit ClickSweep(const TL::TimelineSequence<TL::BarsBeats>& written)
         : next_(written.begin()), end_(written.end()) {
-        swept_.reserve(written.size());
+        if constexpr (requires { laid_.reserve(written.size()); }) laid_.reserve(written.size());
     }
 
     /// Clicks come in ascending order of their start; `step` is above 0.
     void Lay(const CL::Click& click, unsigned int step) {
-        MoveTo(click.start());
-        if (!HasNext()) return;
-        Generate(TakeNext(), step, click.end());
-        if (!HasNext()) return;
-        Beat follower = TakeNext();
-        if (follower.numbering == Numbering::Own) follower.numbering = Numbering::ContinuesToBar;
-        ahead_.push_back(follower);
+        const unsigned int start = click.start();
+        TakeBackFrom_(start);
+        LayBefore_(start);
+        if (!HasNext_()) return;
+        LayNext_();
+        Generate_(step, click.end());
+        isCountingOn_ = true;
     }
 
-    std::vector<Beat> Finish() {
-        while (HasNext())
-            swept_.push_back(TakeNext());
-        ResolveNumbers();
-        return std::move(swept_);
+    Beats Finish() {
+        LayBefore_(std::numeric_limits<std::uint64_t>::max());
+        return std::move(laid_);
     }
 
 private:
-    [[nodiscard]] bool HasNext() const { return !ahead_.empty() || next_ != end_; }
-    [[nodiscard]] unsigned int NextTick() const { return ahead_.empty() ? next_->abs_time() : ahead_.back().tick; }
-    [[nodiscard]] bool HasNextBefore(unsigned int tick) const { return HasNext() && NextTick() < tick; }
+    /// A beat that was taken back, its number as it was laid.
+    struct TakenBack {
+        TL::BarsBeats beat;
+        /// The beats from here to the next bar line are to be counted on from the one before.
+        bool isToCountOn = false;
+    };
 
-    Beat TakeNext() {
-        if (ahead_.empty()) {
-            const TL::BarsBeats& beat = *next_++;
-            return {beat.abs_time(), beat.beat(), &beat.bar_number(), Numbering::Own};
+    [[nodiscard]] bool HasNext_() const { return !takenBack_.empty() || next_ != end_; }
+    [[nodiscard]] const TL::BarsBeats& Next_() const { return takenBack_.empty() ? *next_ : takenBack_.back().beat; }
+    [[nodiscard]] bool HasNextBefore_(std::uint64_t tick) const { return HasNext_() && Next_().abs_time() < tick; }
+
+    void LayBefore_(std::uint64_t tick) {
+        while (HasNextBefore_(tick) && (isCountingOn_ || isWrittenToCountOn_ || !takenBack_.empty()))
+            LayNext_();
+        auto next = next_;
+        if (takenBack_.empty()) {
+            for (; next != end_ && next->abs_time() < tick; ++next)
+                laid_.push_back(*next);
         }
-        const Beat beat = ahead_.back();
-        ahead_.pop_back();
-        return beat;
+        next_ = next;
     }
 
-    void MoveTo(unsigned int tick) {
-        for (; !swept_.empty() && swept_.back().tick >= tick; swept_.pop_back())
-            ahead_.push_back(swept_.back());
-        while (HasNextBefore(tick))
-            swept_.push_back(TakeNext());
+    void LayNext_() {
+        const unsigned int previousNumber = laid_.empty() ? 0 : laid_.back().beat();
+        isCountingOn_ |= takenBack_.empty() ? isWrittenToCountOn_ : takenBack_.back().isToCountOn;
+        laid_.push_back(Next_());
+        DropNext_();
+        if (!isCountingOn_) return;
+        if (laid_.back().beat() == 1) {
+            isCountingOn_ = false;
+        } else {
+            laid_.back().beat(previousNumber + 1);
+        }
     }
 
-    void DropBefore(unsigned int tick) {
-        while (HasNextBefore(tick))
-            TakeNext();
+    void DropNext_() {
+        if (takenBack_.empty()) {
+            ++next_;
+            isWrittenToCountOn_ = false;
+        } else {
+            takenBack_.pop_back();
+        }
     }
 
-    static std::optional<unsigned int> Add(unsigned int tick, unsigned int step) {
-        if (step > std::numeric_limits<unsigned int>::max() - tick) return std::nullopt;
-        return tick + step;
+    void DropBefore_(std::uint64_t tick) {
+        while (HasNextBefore_(tick))
+            DropNext_();
     }
 
-    void Generate(const Beat& first, unsigned int step, unsigned int end) {
-        swept_.push_back(first);
-        const std::string* label = first.label;
-        for (auto tick = Add(first.tick, step); tick && *tick <= end; tick = Add(*tick, step)) {
-            if (*tick == end) return DropBefore(end);
-            if (generated_++ >= mostGeneratedBeats) return;
-            DropBefore(*tick);
-            Beat beat{*tick, 1, label, Numbering::Continues};
-            if (HasNext() && NextTick() == *tick) {
-                const std::string* writtenLabel = TakeNext().label;
-                if (*writtenLabel != *label) beat.numbering = Numbering::Own;
-                label = beat.label = writtenLabel;
+    void TakeBackFrom_(unsigned int tick) {
+        if (laid_.empty() || laid_.back().abs_time() < tick) return;
+        if (std::exchange(isCountingOn_, false))
+            (takenBack_.empty() ? isWrittenToCountOn_ : takenBack_.back().isToCountOn) = true;
+        for (; !laid_.empty() && laid_.back().abs_time() >= tick; laid_.pop_back())
+            takenBack_.push_back({std::move(laid_.back())});
+    }
+
+    /// The clicks behind the beat that was laid last, which is their first.
+    void Generate_(unsigned int step, unsigned int end) {
+        unsigned int number = laid_.back().beat() + 1;
+        std::uint64_t tick = std::uint64_t{laid_.back().abs_time()} + step;
+        for (; tick < end && generated_ < mostGeneratedBeats; tick += step, ++number, ++generated_) {
+            DropBefore_(tick);
+            if (HasNext_() && Next_().abs_time() == tick) {
+                if (Next_().bar_number() != laid_.back().bar_number()) number = 1;
+                laid_.push_back(Next_());
+                laid_.back().beat(number);
+                DropNext_();
+            } else {
+                laid_.emplace_back(static_cast<unsigned int>(tick), number, laid_.back().bar_number());
             }
-            swept_.push_back(beat);
         }
-    }
-
-    void ResolveNumbers() {
-        bool continues = false;
-        unsigned int previous = 0;
-        for (Beat& beat : swept_) {
-            if (beat.numbering == Numbering::ContinuesToBar) continues = true;
-            if (beat.numbering != Numbering::Continues && beat.number == 1) continues = false;
-            if (beat.numbering == Numbering::Continues || continues) beat.number = previous + 1;
-            previous = beat.number;
-        }
+        if (tick == end) DropBefore_(end);
     }
 
     TL::TimelineSequence<TL::BarsBeats>::const_iterator next_;
     const TL::TimelineSequence<TL::BarsBeats>::const_iterator end_;
-    // Beats between the swept ones and next_, the nearest last.
-    std::vector<Beat> ahead_;
-    std::vector<Beat> swept_;
+    // Between what is laid and next_, the nearest last.
+    std::vector<TakenBack> takenBack_;
+    Beats laid_;
+    // The beats from the next one, or from next_, to the next bar line are counted on from the one before.
+    bool isCountingOn_ = false;
+    bool isWrittenToCountOn_ = false;
     std::size_t generated_ = 0;
 };
 
-std::vector<Beat> LayClicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
-                            const CL::ChangeLogSequence<CL::Click>& clicks,
-                            const TL::TimelineSequence<TL::Meter>& meters, unsigned int ticksPerQuarter) {
-    ClickSweep sweep(beats);
+template <class Beats>
+Beats LayClicks(const TL::TimelineSequence<TL::BarsBeats>& beats, const CL::ChangeLogSequence<CL::Click>& clicks,
+                const TL::TimelineSequence<TL::Meter>& meters, unsigned int ticksPerQuarter) {
+    if (clicks.empty() || meters.empty()) return Beats(beats.begin(), beats.end());
+    ClickSweep<Beats> sweep(beats);
+    auto meter = meters.begin();
     for (const CL::Click& click : clicks) {
-        if (meters.empty()) break;
-        const TL::Meter* meter = meters.FindInForceAt(click.start());
-        if (meter == nullptr) meter = &meters.front();
+        while (std::next(meter) != meters.end() && std::next(meter)->abs_time() <= click.start())
+            ++meter;
         const unsigned int step = click.ClocksPerClick(meter->thirty_seconds_per_quarter()) * (ticksPerQuarter / 24);
         if (step > 0) sweep.Lay(click, step);
     }
@@ -135,16 +142,18 @@ std::vector<Beat> LayClicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
 
 }  // namespace
 
-std::vector<TL::BarsBeats> ApplyClicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
-                                       const CL::ChangeLogSequence<CL::Click>& clicks,
-                                       const TL::TimelineSequence<TL::Meter>& meters, unsigned int ticksPerQuarter) {
-    if (clicks.empty()) return {beats.begin(), beats.end()};
-    const std::vector<Beat> laid = LayClicks(beats, clicks, meters, ticksPerQuarter);
-    std::vector<TL::BarsBeats> result;
-    result.reserve(laid.size());
-    for (const Beat& beat : laid)
-        result.emplace_back(beat.tick, beat.number, *beat.label);
-    return result;
+TL::TimelineSequence<TL::BarsBeats> ApplyClicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
+                                                const CL::ChangeLogSequence<CL::Click>& clicks,
+                                                const TL::TimelineSequence<TL::Meter>& meters,
+                                                unsigned int ticksPerQuarter) {
+    return TL::TimelineSequence<TL::BarsBeats>(
+        LayClicks<std::deque<TL::BarsBeats>>(beats, clicks, meters, ticksPerQuarter));
+}
+
+std::vector<TL::BarsBeats> CollectBeats(const TL::TimelineSequence<TL::BarsBeats>& beats,
+                                        const CL::ChangeLogSequence<CL::Click>& clicks,
+                                        const TL::TimelineSequence<TL::Meter>& meters, unsigned int ticksPerQuarter) {
+    return LayClicks<std::vector<TL::BarsBeats>>(beats, clicks, meters, ticksPerQuarter);
 }
 
 std::vector<unsigned int> CollectBeatTicks(const TL::TimelineSequence<TL::BarsBeats>& beats,
@@ -160,9 +169,9 @@ std::vector<unsigned int> CollectBeatTicks(const TL::TimelineSequence<TL::BarsBe
         }
         return ticks;
     }
-    for (const Beat& beat : LayClicks(beats, clicks, meters, ticksPerQuarter)) {
-        if (beat.tick > endTick) break;
-        ticks.push_back(beat.tick);
+    for (const TL::BarsBeats& beat : CollectBeats(beats, clicks, meters, ticksPerQuarter)) {
+        if (beat.abs_time() > endTick) break;
+        ticks.push_back(beat.abs_time());
     }
     return ticks;
 }

@@ -157,8 +157,8 @@ struct HowToPlay::Impl {
 void HowToPlay::Impl::Load(const CL::SongLog& songLog, const TL::Timeline& timeline, unsigned int ticksPerQuarter) {
     songTitle = timeline.GetSongTitle();
     endTick = timeline.GetEndTickIndex();
-    beats.Adopt(ApplyClicks(timeline.GetBarsBeats(), songLog.GetClicks(), timeline.GetMeters(),
-                            ticksPerQuarter == 0 ? TempoMap::DefaultTicksPerQuarter : ticksPerQuarter));
+    beats.Adopt(CollectBeats(timeline.GetBarsBeats(), songLog.GetClicks(), timeline.GetMeters(),
+                             ticksPerQuarter == 0 ? TempoMap::DefaultTicksPerQuarter : ticksPerQuarter));
     beatReadings.clear();
     beatReadings.reserve(beats.Values().size());
     for (const TL::BarsBeats& beat : beats.Values())

@@ -110,6 +110,7 @@ public:
     TimelineSequence(std::initializer_list<T> entries) : entries_(entries) {}
     template <class Iterator>
     TimelineSequence(Iterator first, Iterator last) : entries_(first, last) {}
+    explicit TimelineSequence(std::deque<T> entries) : entries_(std::move(entries)) {}
 
     iterator begin() { return entries_.begin(); }
     iterator end() { return entries_.end(); }

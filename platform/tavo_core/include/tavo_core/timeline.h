@@ -15,8 +15,11 @@ namespace TL {
 class BarsBeats {
 public:
     BarsBeats() = default;
-    BarsBeats(unsigned int tick, unsigned int beat, std::string barLabel)
+    BarsBeats(unsigned int tick, unsigned int beat, std::string&& barLabel)
         : tick_(tick), beat_(beat), barLabel_(std::move(barLabel)) {}
+    /// The same, with one copy of the label and nothing else.
+    BarsBeats(unsigned int tick, unsigned int beat, const std::string& barLabel)
+        : tick_(tick), beat_(beat), barLabel_(barLabel) {}
 
     [[nodiscard]] unsigned int abs_time() const { return tick_; }
     [[nodiscard]] unsigned char code() const;
