@@ -90,7 +90,9 @@ public:
 protected:
     /// Whether a MIDI input is connected and its commands include conducted beats.
     virtual bool GetHasConductBeat();
+    /// Puts a new editor of the active change log in place of the old one. Holds no change-log guard.
     virtual void LoadChangeLogEditor();
+    /// Reads the show data anew. An editor that is there refers to the old one: load it anew next.
     virtual void LoadShowData();
 
 public:
@@ -123,9 +125,10 @@ public:
     void SetTransposition(int semitones);
     /// After a cut [start, end) was added.
     void MovePlayheadOutOfCut(unsigned int start, unsigned int end);
-    /// Tells the player that another change log is active.
+    /// Tells the player that another change log is active. It stops and stands where it was, or behind a cut that now
+    /// covers that place.
     void LoadNewChangeLog();
-    /// Sends the whole display on the calling thread.
+    /// Sends the whole display on the calling thread, and wakes the display feed.
     void UpdateOnce();
 
     /// 0 normal, 1 attacca, 2 skip. An unknown song throws what the change log throws.
@@ -178,9 +181,11 @@ public:
 
     // The end.
 
-    /// Before the host exits without destroying its objects. Blocks for 100 ms.
+    /// Before the host exits without destroying its objects: tells all threads to finish, waits for none, and blocks
+    /// for 100 ms. No display handler is called any more.
     void PrepareForExit();
-    /// Before the host destroys its objects.
+    /// Before the host destroys its objects: ends the threads of the display feed, the player and the MIDI objects, and
+    /// the MIDI commands. Display handlers go on.
     void Shutdown();
 
     // The show's files.
@@ -196,14 +201,16 @@ public:
 
     // Change logs and their versions.
 
-    /// Saves as the next version, returns its text. Blocks for the disk.
+    /// Saves as the next minor version, or as version 0 of the next major one; returns its text. Blocks for the disk
+    /// with the change log locked. Throws what CL::ChangeLog::Save throws; the version then stays raised.
     std::string SaveChangelog(bool newMajor);
     /// The same under the next major number; the minor one is kept.
     std::string SaveChangelogCopy();
-    /// Switches to another saved change log; `name` is a bare file name.
+    /// Halts the output and makes another saved change log of the show directory the active one; `name` is a bare file
+    /// name. The host calls LoadNewChangeLog next. Throws what reading the log throws.
     void SetChangelogFilename(std::string name);
     [[nodiscard]] std::string GetLogVersion();
-    /// Saves nothing.
+    /// Saves nothing. A text that is no version throws std::invalid_argument with a sentence and changes nothing.
     void SetLogVersion(std::string text);
     /// Bare file names of all versions, by version text.
     [[nodiscard]] std::map<std::string, std::string, kit::NumericStringCompare> GetLogMap();
@@ -211,12 +218,13 @@ public:
     [[nodiscard]] std::string GetTempoScaleWarnings();
     /// One line for every click edit that had to be changed; empty if there is none.
     [[nodiscard]] std::string GetModifiedClickEditLog();
-    /// How many inverted edits were repaired, and what they were.
+    /// How many inverted edits the last load repaired, and what was repaired by all of them.
     [[nodiscard]] unsigned int GetInvertedLoopEventCount() { return invertedLoopEventCount_; }
     [[nodiscard]] std::string GetInvertedLoopEventDescription() { return invertedLoopEventDescription_; }
 
     // The timeline as the performers hear it. An unknown song throws what the show data throws.
 
+    /// The beats, with the clicks of the song's Click edits in place of the written ones unless `applyClicks` is false.
     [[nodiscard]] TL::TimelineSequence<TL::BarsBeats> GetBarsBeats(std::string song);
     [[nodiscard]] TL::TimelineSequence<TL::BarsBeats> GetBarsBeats(std::string song, bool applyClicks);
     /// The click in force, in thirty-second notes, in the current song; so are the next four.
@@ -233,15 +241,18 @@ public:
     [[nodiscard]] unsigned int GetSongStartTickIndex(std::string song);
     /// The current song's markers, valid until the active change log is next changed.
     [[nodiscard]] std::vector<cmn::TavoEvent*> GetMarkers();
-    /// The current song's timeline with its tempos thinned bar by bar.
+    /// The current song's timeline with at most the first and the last tempo of each bar, and none in the final bar.
+    /// Title, start and end are not in it.
     [[nodiscard]] TL::Timeline GetTimeline();
-    /// Copies of the current song's edits, by tick and then by kind.
+    /// Copies of the current song's edits, markers not among them, by tick and then by kind.
     [[nodiscard]] std::vector<std::unique_ptr<cmn::TavoEvent>> GetChangeLogPanelEvents();
 
 protected:
     /// Loads what depends on the show data: show data, repairs, editor, page numbers. Called once the object is whole.
     void Initialize();
+    /// Adds the pages of the show data to those that LookupPage knows.
     void LoadPageNumbers();
+    /// The production's choice of caesuras, as CL::SetCaesuraVersionTarget takes it.
     void SetVersionTarget(long target);
     [[nodiscard]] tavo_midi::ShowData& GetShowData() { return *showData_; }
     [[nodiscard]] MidiMessageDispatcher& GetMidiMessageDispatcher() { return midiMessageDispatcher_; }
@@ -250,6 +261,11 @@ protected:
     [[nodiscard]] bool GetFlag() const { return flag_; }
 
 private:
+    void ScanShowDirectory_(const std::string& showDirectory);
+    void RegisterMidiCommands_();
+    /// Raises the version, saves under it and returns its text.
+    std::string SaveAs_(void (*raise)(cmn::TAVOVersion& version));
+
     // Constant after construction.
     const bool flag_;
     // Used by the host's thread only, unless said otherwise.
