@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -8,11 +9,31 @@
 
 namespace tavo_midi::midi_commands {
 
+/// The numbers of the commands.
+enum Command : unsigned char {
+    Play = 0,
+    Pause = 1,
+    Stop = 2,
+    Continue = 3,
+    NextSong = 4,
+    PreviousSong = 5,
+    NextMarker = 6,
+    PreviousMarker = 7,
+    ConductBeat = 8,
+};
+
+/// Stands for "whatever the value": a controller gives its command when it is at 64 or above, a note when it is struck.
+constexpr unsigned char AnyValue = 0xFF;
+
 /// The MIDI message that gives a command.
 struct LearnedCommand {
     unsigned char status = 0;
     unsigned char data1 = 0;
+    /// A value that must match, or AnyValue. A note's velocity 0 is AnyValue, too: it is no note-on. Without meaning
+    /// for messages that have no second data byte.
     unsigned char data2 = 0;
+    /// False for one that was learned but not set: it is shown and gives nothing.
+    bool isAssigned = true;
 
     bool operator==(const LearnedCommand&) const = default;
 };
@@ -20,32 +41,72 @@ struct LearnedCommand {
 /// The commands by number.
 extern const std::map<unsigned char, std::string> commandNames;
 
+/// Callbacks of notify::callbackDispatcher beside those that are named there.
+namespace names {
+extern const std::string& conductBeat;  ///< payload: const std::chrono::nanoseconds*, the beat on the steady clock
+extern const std::string& loadSong;     ///< payload: const std::string*, the number of the song
+extern const std::string& locate;       ///< payload: const std::chrono::nanoseconds*, time code since 00:00:00:00
+}  // namespace names
+
+/// MIDI Show Control 1.0 and MIDI machine control, as far as a show is driven by them.
+struct RemoteControl {
+    bool showControl = false;
+    bool machineControl = false;
+    /// 0 to 111 for show control, 0 to 126 for machine control; 127, all devices, is heard in any case.
+    unsigned char deviceNumber = 0;
+
+    bool operator==(const RemoteControl&) const = default;
+};
+
 /// Which MIDI message gives which command, kept in a JSON file. A message that gives one is passed on through
-/// notify::callbackDispatcher on the thread that delivers it. Thread-safe.
+/// notify::callbackDispatcher on the thread that delivers it. What changes the table writes the file before it returns
+/// and throws std::runtime_error with a sentence where that fails; the change then holds for this run. Thread-safe.
 class MidiCommands {
 public:
     /// `dispatcher` must outlive the object. A missing file means no commands; a bad one is reported in one sentence of
-    /// std::runtime_error.
+    /// std::runtime_error. The input that the file names is connected, now or when it comes.
     MidiCommands(MidiMessageDispatcher& dispatcher, const std::string& settingsPath);
     ~MidiCommands();
     MidiCommands(const MidiCommands&) = delete;
     MidiCommands& operator=(const MidiCommands&) = delete;
 
-    /// The next allowed message is learned for `command` and is not carried out.
+    /// The next allowed message is assigned to `command` and is not carried out. One that gives another command is
+    /// refused with a sentence (GetLearnProblem), and learning goes on. An unknown command throws std::out_of_range.
+    void LearnMidiCommand(unsigned char command);
+    /// The same, but the message is only kept in the table of learned commands, not assigned, until SetMidiCommand.
     void LearnMidiCommandNoAssign(unsigned char command);
+    /// Ends learning and forgets what was learned but not assigned.
+    void CancelLearning();
     [[nodiscard]] bool IsMidiCommandLearning(unsigned char command) const;
+    /// Why the last message was not learned, or the file not written; empty if all is well.
+    [[nodiscard]] std::string GetLearnProblem() const;
+
+    /// What is assigned, and over it what was learned but not assigned.
     [[nodiscard]] std::map<unsigned char, LearnedCommand> GetLearnedCommands() const;
+    /// Assigns a message. Throws std::invalid_argument with a sentence and changes nothing if a byte is out of its
+    /// range or the message gives another command; std::out_of_range for an unknown command.
     void SetMidiCommand(unsigned char command, unsigned char status, unsigned char data1, unsigned char data2);
     void UnsetMidiCommand(unsigned char command);
     /// Whether a message is assigned to the command that conducts the beat.
     [[nodiscard]] bool GetHasConductBeat() const;
-    /// Connects the dispatcher to the input of that index.
+
+    [[nodiscard]] RemoteControl GetRemoteControl() const;
+    /// Throws std::invalid_argument with a sentence for a device number above 126.
+    void SetRemoteControl(const RemoteControl& remoteControl);
+
+    /// Connects the dispatcher to the input of that index and keeps the input's name. Throws std::out_of_range with a
+    /// sentence if there is none.
     void ConnectSourceByIndex(unsigned char index);
+    /// Disconnects, also for the next time.
+    void ForgetSource();
 
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };
+
+/// "note 60 on channel 1".
+[[nodiscard]] std::string DescribeMessage(const LearnedCommand& message);
 
 }  // namespace tavo_midi::midi_commands
 

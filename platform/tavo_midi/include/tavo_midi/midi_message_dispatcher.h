@@ -1,7 +1,11 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,26 +20,52 @@ struct MidiEndPoint {
     bool operator==(const MidiEndPoint&) const = default;
 };
 
-/// The MIDI status bytes that a command may be learned from.
+/// The MIDI status bytes that a command may be learned from: note-on, controller and program change on each channel,
+/// and a sequencer's start, continue and stop.
 extern const std::set<unsigned char> allowedStatuses;
 
-/// The system's MIDI inputs and outputs other than those that this program opened itself.
+/// The system's first 256 MIDI inputs and outputs other than those that this product opened itself. Empty where there
+/// is no MIDI system.
 [[nodiscard]] std::vector<MidiEndPoint> GetNonTavoMidiSources();
 [[nodiscard]] std::vector<MidiEndPoint> GetNonTavoMidiDestinations();
 
-/// The connection to one MIDI input. Thread-safe.
+/// The connection to one MIDI input, which is known by its name: where the port goes and comes back, the connection is
+/// made again. What arrives is delivered in order on the thread "MIDI delivery", one whole message at a time, with
+/// running status written out. Arriving messages that the listeners are too slow for are dropped and counted.
+/// Thread-safe; a listener may call everything but the destructor.
 class MidiMessageDispatcher {
 public:
+    /// `arrival` is the steady clock's. What a listener throws is logged.
+    using Listener = std::function<void(std::span<const unsigned char> message, std::chrono::nanoseconds arrival)>;
+
     MidiMessageDispatcher();
     ~MidiMessageDispatcher();
     MidiMessageDispatcher(const MidiMessageDispatcher&) = delete;
     MidiMessageDispatcher& operator=(const MidiMessageDispatcher&) = delete;
 
+    /// Connects to the input of that index instead of the one before. Throws std::out_of_range with a sentence if there
+    /// is none, and changes nothing then.
+    void ConnectSourceByIndex(unsigned char index);
+    /// Connects to the input of that name, now or when it comes.
+    void ConnectSourceByName(const std::string& name);
     /// Ends the connection, if there is one, and waits for a message that is being delivered on another thread.
     void Disconnect();
+    /// Whether an input is connected that is there.
     [[nodiscard]] bool GetIsConnected() const;
     /// Index of the connected input; 0 while there is none.
     [[nodiscard]] unsigned char GetPortIndex() const;
+    /// Name of the chosen input, there or not; empty while none is chosen.
+    [[nodiscard]] std::string GetPortName() const;
+
+    /// `target` is an identity only.
+    void AddListener(const void* target, Listener listener);
+    /// Waits for the listener where it runs on another thread.
+    void RemoveListener(const void* target);
+    /// Delivers the messages in `bytes` on the calling thread, as if they had come from a port.
+    void Deliver(std::span<const unsigned char> bytes);
+
+    /// Pieces of up to 23 bytes that were dropped because a listener held up delivery.
+    [[nodiscard]] std::uint64_t GetDroppedCount() const;
 
 private:
     struct Impl;

@@ -1,16 +1,35 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "tavo_midi/frame_rate.h"
+#include "tavo_midi/midi_ports.h"
+#include "tavo_midi/time_code.h"
 
 namespace tavo_midi {
 
-/// MIDI time code output (MIDI 1.0, quarter frames and full frames) and its settings, kept in a JSON file. Thread-safe.
+/// MIDI time code output (MIDI 1.0, quarter frames and full frames) and its settings, kept in a JSON file. Nothing is
+/// sent unless it is active and has an output that is there. Thread-safe; setters write the file before they return
+/// and throw std::runtime_error with a sentence where that fails, the change then holds for this run.
+///
+/// The player drives it: SetSong when a song is loaded, Locate when the playhead is put somewhere, Start and Stop when
+/// it begins and ceases to move, Jump when playback goes on elsewhere without a stop. Positions are times in the song,
+/// at the speed of the wall clock. Calls may come ahead of the moment they are for, in order; each takes back what was
+/// called for before it and lies later. None of them waits for a device, but all may allocate: not for an audio
+/// callback.
 class MidiTimeCodeController {
 public:
-    /// A missing file means the defaults; a bad one is reported in one sentence of std::runtime_error.
+    /// What time code does where the music jumps back or ahead.
+    enum class JumpRule {
+        Locate,  ///< jumps with it: a full frame, then quarter frames from there
+        RunOn,   ///< runs on without a break until the next Locate or SetSong
+    };
+
+    /// A missing file means the defaults; a bad one is reported in one sentence of std::runtime_error. The output that
+    /// the file names is taken up, now or when it comes.
     explicit MidiTimeCodeController(const std::string& settingsPath);
     ~MidiTimeCodeController();
     MidiTimeCodeController(const MidiTimeCodeController&) = delete;
@@ -20,12 +39,36 @@ public:
     void CancelMidiTimeCode();
     [[nodiscard]] bool GetIsActive() const;
     [[nodiscard]] FrameRate GetFrameRate() const;
+    /// Song offsets that are no address of the new rate become the next address. A value that is no frame rate throws
+    /// std::out_of_range with a sentence.
     void SetFrameRate(FrameRate frameRate);
-    /// Index of the output; 0 while none is chosen.
+    /// Index of the output; 0 while none is chosen or it is not there.
     [[nodiscard]] unsigned int GetOutputPortIndex() const;
+    /// Whether an output is chosen that is there.
     [[nodiscard]] bool GetHasOutputPortIndex() const;
+    /// Chooses the output by index and keeps its name. Throws std::out_of_range with a sentence if there is none.
     void SetOutputPortIndex(unsigned int index);
-    /// Tells the sending thread to finish and returns at once.
+    /// Name of the chosen output, there or not; empty while none is chosen.
+    [[nodiscard]] std::string GetOutputPortName() const;
+    void SetOutputPortName(const std::string& name);
+
+    [[nodiscard]] JumpRule GetJumpRule() const;
+    void SetJumpRule(JumpRule rule);
+    /// Whether each song begins at the hour of its number, song 25 at 01:00:00:00.
+    [[nodiscard]] bool GetHoursAreSongNumbers() const;
+    void SetHoursAreSongNumbers(bool hoursAreSongNumbers);
+    /// Where the song begins, from 00:00:00:00 or from its hour; nothing is 00:00:00:00.
+    [[nodiscard]] std::optional<TimeCode> GetSongOffset(const std::string& songNumber) const;
+    /// Throws std::out_of_range with a sentence for what is no address of the frame rate.
+    void SetSongOffset(const std::string& songNumber, std::optional<TimeCode> offset);
+
+    void SetSong(const std::string& songNumber);
+    void Locate(std::chrono::nanoseconds position, TimeCodeMoment when = {});
+    void Start(std::chrono::nanoseconds position, TimeCodeMoment when = {});
+    void Stop(std::chrono::nanoseconds position, TimeCodeMoment when = {});
+    void Jump(std::chrono::nanoseconds from, std::chrono::nanoseconds to, TimeCodeMoment when = {});
+
+    /// Tells the sending thread to finish and returns at once; nothing is sent any more.
     void PrepareForExit();
     /// Ends the sending thread and closes the output.
     void Shutdown();

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tavo_midi/frame_rate.h"
+
+namespace tavo_midi {
+
+/// A moment on the steady clock and, where it is known, the same moment as a frame of the JACK server, which is exact.
+struct TimeCodeMoment {
+    std::chrono::nanoseconds time{std::chrono::steady_clock::now().time_since_epoch()};
+    std::optional<std::uint32_t> jackFrame;
+};
+
+/// What time code does from a moment on. An order takes back those given before it for later moments.
+struct TimeCodeOrder {
+    TimeCodeMoment when{};
+    FrameRate frameRate = FrameRate::Fps30;
+    std::int64_t positionNs = 0;  ///< time of day at `when`; it may lie beyond a day
+    bool rolls = false;           ///< quarter frames follow
+};
+
+/// Takes what arrives at an input, any number of bytes at a time. Real-time safe; called by one thread at a time.
+class MidiByteSink {
+public:
+    virtual ~MidiByteSink() = default;
+    /// `time` is the steady clock's.
+    virtual void Take(std::span<const unsigned char> bytes, std::chrono::nanoseconds time) = 0;
+};
+
+/// An open connection from another program's or a device's port to a sink, which gets nothing more once the destructor
+/// has returned.
+class MidiInput {
+public:
+    virtual ~MidiInput() = default;
+};
+
+/// An open connection to another program's or a device's port. Thread-safe.
+class MidiOutput {
+public:
+    virtual ~MidiOutput() = default;
+    /// Sends one whole message as soon as possible. False if it could not be taken.
+    virtual bool Send(std::span<const unsigned char> message) = 0;
+    /// Sends time code by itself, each message on its sample. False: it cannot, or has no room for the order.
+    virtual bool RunTimeCode(const TimeCodeOrder&) { return false; }
+    [[nodiscard]] virtual bool IsSampleAccurate() const { return false; }
+};
+
+/// A MIDI system and its ports by name. Names of ports that this product opened itself are left out everywhere.
+/// Thread-safe.
+class MidiPorts {
+public:
+    virtual ~MidiPorts() = default;
+    /// "JACK", "RtMidi (ALSA)".
+    [[nodiscard]] virtual std::string GetSystemName() const = 0;
+    /// False once the system has gone; the object is then of no more use.
+    [[nodiscard]] virtual bool GetIsAlive() const = 0;
+    [[nodiscard]] virtual std::vector<std::string> GetSourceNames() = 0;
+    [[nodiscard]] virtual std::vector<std::string> GetDestinationNames() = 0;
+    /// Both throw std::runtime_error with a sentence. `sink` must outlive the input, the ports both.
+    [[nodiscard]] virtual std::unique_ptr<MidiInput> OpenInput(const std::string& name, MidiByteSink& sink) = 0;
+    [[nodiscard]] virtual std::unique_ptr<MidiOutput> OpenOutput(const std::string& name) = 0;
+};
+
+/// Which MIDI system is used.
+enum class MidiSystemChoice {
+    Auto,    ///< JACK where a server runs, otherwise RtMidi
+    Jack,    ///< JACK; a server is never started
+    RtMidi,  ///< the operating system's, through RtMidi
+    None,
+};
+
+/// A text for each choice: "auto", "jack", "rtmidi", "none". Another text throws std::out_of_range with a sentence.
+[[nodiscard]] MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text);
+
+/// Chooses the MIDI system of the process, "auto" at first. Connections are closed and made again by name where the new
+/// system has the port. That no system is there is no error: nothing is listed until one appears. Thread-safe.
+void SetMidiSystemChoice(MidiSystemChoice choice);
+/// Puts a host's own MIDI system in the place of the choice; null takes it away again.
+void SetMidiPorts(std::shared_ptr<MidiPorts> ports);
+/// Name of the system in use; empty while there is none. Looks for one if none was found so far.
+[[nodiscard]] std::string GetMidiSystemName();
+
+/// A chosen port came or went.
+struct MidiPortReport {
+    std::string portName;
+    bool isSource = true;
+    bool isConnected = false;
+    std::string sentence;  ///< for the operator
+};
+
+/// Sets who is told of chosen ports that come and go; an empty function takes it away. Called on the thread that
+/// watches the ports ("MIDI ports"); it must not destroy MIDI objects. When this has returned, the function before is
+/// not called any more, unless it was called from inside of it.
+void SetMidiPortListener(std::function<void(const MidiPortReport&)> listener);
+
+}  // namespace tavo_midi

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "tavo_midi/midi_commands.h"
+
+namespace tavo_midi::midi_commands {
+
+/// What midiCommandSettings holds.
+struct CommandSettings {
+    std::map<unsigned char, LearnedCommand> commands;
+    RemoteControl remoteControl;
+    std::string sourceName;
+};
+
+/// A missing file gives the defaults. Throws std::runtime_error with one sentence that names the file.
+[[nodiscard]] CommandSettings ReadCommandSettings(const std::string& path);
+void WriteCommandSettings(const std::string& path, const CommandSettings& settings);
+
+/// One sentence why the message cannot be given to the command, empty if it can.
+[[nodiscard]] std::string FindProblem(const std::map<unsigned char, LearnedCommand>& commands, unsigned char command,
+                                      const LearnedCommand& message);
+[[nodiscard]] bool HasValue(unsigned char status);
+[[nodiscard]] bool HasAnyValue(const LearnedCommand& message);
+
+}  // namespace tavo_midi::midi_commands

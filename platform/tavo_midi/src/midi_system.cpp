@@ -1,0 +1,251 @@
+#include "midi_system.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "kit/thread_names.h"
+#include "system_ports.h"
+#include "tavo_core/tavo_log_exception.h"
+
+namespace tavo_midi {
+
+namespace {
+
+/// How often a system that announces nothing is looked at, and how often one that is not there is looked for.
+constexpr std::chrono::milliseconds kLookInterval{250};
+
+bool Contains(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+}  // namespace
+
+MidiSystem& MidiSystem::Get() {
+    // Threads of MIDI systems may call until the very end of the process.
+    static MidiSystem& system = *new MidiSystem;
+    return system;
+}
+
+void MidiSystem::SetChoice(MidiSystemChoice choice) {
+    {
+        const std::lock_guard lock(mutex_);
+        choice_ = choice;
+        ClosePorts_();
+        Look_();
+    }
+    Wake();
+}
+
+void MidiSystem::SetHostPorts(std::shared_ptr<MidiPorts> ports) {
+    {
+        const std::lock_guard lock(mutex_);
+        hostPorts_ = std::move(ports);
+        ClosePorts_();
+        Look_();
+    }
+    Wake();
+}
+
+void MidiSystem::SetListener(std::function<void(const MidiPortReport&)> listener) {
+    const std::lock_guard lock(listenerMutex_);
+    std::swap(listener_, listener);
+}
+
+std::string MidiSystem::GetSystemName() {
+    const std::lock_guard lock(mutex_);
+    MidiPorts* const ports = FindPorts_();
+    std::string name = ports == nullptr ? std::string() : ports->GetSystemName();
+    if (users_ == 0) ports_.reset();
+    return name;
+}
+
+std::vector<std::string> MidiSystem::GetNames(bool sources) {
+    const std::lock_guard lock(mutex_);
+    MidiPorts* const ports = FindPorts_();
+    std::vector<std::string> names;
+    if (ports != nullptr) names = sources ? ports->GetSourceNames() : ports->GetDestinationNames();
+    if (users_ == 0) ports_.reset();
+    return names;
+}
+
+void MidiSystem::AddUser() {
+    const std::lock_guard lock(mutex_);
+    ++users_;
+}
+
+void MidiSystem::RemoveUser() {
+    // Ends the watching thread after the lock, which that thread takes.
+    std::jthread watcher;
+    const std::lock_guard lock(mutex_);
+    if (--users_ > 0) return;
+    ports_.reset();
+    watcher = std::move(watcher_);
+}
+
+void MidiSystem::Want(MidiConnection& connection, const std::string& portName) {
+    {
+        const std::lock_guard lock(mutex_);
+        wanted_.push_back({&connection, portName});
+        Look_();
+        if (!watcher_.joinable()) watcher_ = std::jthread([this](const std::stop_token& stop) { Watch_(stop); });
+    }
+    Wake();
+}
+
+void MidiSystem::Unwant(MidiConnection& connection) {
+    const std::lock_guard lock(mutex_);
+    const auto found = std::find_if(wanted_.begin(), wanted_.end(),
+                                    [&](const Wanted& wanted) { return wanted.connection == &connection; });
+    if (found == wanted_.end()) return;
+    if (found->isOpen) connection.Close();
+    wanted_.erase(found);
+}
+
+bool MidiSystem::IsOpen(const MidiConnection& connection) {
+    const std::lock_guard lock(mutex_);
+    return std::any_of(wanted_.begin(), wanted_.end(), [&](const Wanted& wanted) {
+        return wanted.connection == &connection && wanted.isOpen && ports_ && ports_->GetIsAlive();
+    });
+}
+
+void MidiSystem::Wake() {
+    {
+        const std::lock_guard lock(wakeMutex_);
+        mustLook_ = true;
+    }
+    wake_.notify_all();
+}
+
+/// The system in use; looks for one if there is none. Called under the lock.
+MidiPorts* MidiSystem::FindPorts_() {
+    if (ports_) return ports_->GetIsAlive() ? ports_.get() : nullptr;
+    const auto wake = [this] { Wake(); };
+    if (hostPorts_)
+        ports_ = hostPorts_;
+    else if (choice_ == MidiSystemChoice::Jack)
+        ports_ = OpenJackMidiPorts(wake);
+    else if (choice_ == MidiSystemChoice::RtMidi)
+        ports_ = OpenRtMidiPorts(wake);
+    else if (choice_ == MidiSystemChoice::Auto && !(ports_ = OpenJackMidiPorts(wake)))
+        ports_ = OpenRtMidiPorts(wake);
+    return ports_.get();
+}
+
+void MidiSystem::ClosePorts_() {
+    static const std::vector<std::string> none;
+    for (Wanted& wanted : wanted_)
+        LookAt_(wanted, none);
+    ports_.reset();
+}
+
+/// A JACK server that has come up takes over from another system that serves nothing.
+void MidiSystem::PreferJack_() {
+    const bool isServing = std::any_of(wanted_.begin(), wanted_.end(), [](const Wanted& want) { return want.isOpen; });
+    if (choice_ != MidiSystemChoice::Auto || hostPorts_ || isServing || !ports_) return;
+    if (ports_->GetSystemName() != "JACK" && IsJackServerRunning()) ports_.reset();
+}
+
+void MidiSystem::Look_() {
+    if (ports_ && !ports_->GetIsAlive()) ClosePorts_();
+    if (wanted_.empty()) return;
+    PreferJack_();
+    MidiPorts* const ports = FindPorts_();
+    if (ports == nullptr) return;
+    const std::vector<std::string> sources = ports->GetSourceNames();
+    const std::vector<std::string> destinations = ports->GetDestinationNames();
+    for (Wanted& wanted : wanted_)
+        LookAt_(wanted, wanted.connection->IsSource() ? sources : destinations);
+}
+
+void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) {
+    const bool isThere = Contains(names, wanted.portName);
+    if (isThere == wanted.isOpen) return;
+    if (!isThere) {
+        wanted.connection->Close();
+        wanted.isOpen = false;
+        Report_(wanted, "has gone; it is taken up again when it is back");
+        return;
+    }
+    try {
+        wanted.connection->Open(*ports_, wanted.portName);
+    } catch (const std::exception&) {
+        // It went between the look and the opening, or is not ready yet: the next look tries again.
+        return;
+    }
+    wanted.isOpen = true;
+    Report_(wanted, std::exchange(wanted.wasOpen, true) ? "is back" : "is connected");
+}
+
+void MidiSystem::Report_(const Wanted& wanted, const std::string& what) {
+    const bool isSource = wanted.connection->IsSource();
+    reports_.push_back({wanted.portName, isSource, wanted.isOpen,
+                        fmt::format("The MIDI {} \"{}\" {}.", isSource ? "input" : "output", wanted.portName, what)});
+}
+
+void MidiSystem::Tell_() {
+    std::vector<MidiPortReport> reports;
+    {
+        const std::lock_guard lock(mutex_);
+        reports.swap(reports_);
+    }
+    const std::lock_guard lock(listenerMutex_);
+    for (const MidiPortReport& report : reports) {
+        const auto listener = listener_;
+        if (listener) listener(report);
+    }
+}
+
+void MidiSystem::Watch_(const std::stop_token& stop) {
+    kit::threadNames.SetNameOfCurrentThread("MIDI ports");
+    while (!stop.stop_requested()) {
+        try {
+            Tell_();
+        } catch (const std::exception& problem) {
+            TavoLogException(problem.what(), __FILE__, __LINE__);
+        }
+        {
+            std::unique_lock lock(wakeMutex_);
+            wake_.wait_for(lock, stop, kLookInterval, [this] { return mustLook_; });
+            mustLook_ = false;
+        }
+        const std::lock_guard lock(mutex_);
+        Look_();
+    }
+}
+
+bool IsOwnPortName(std::string_view name) {
+    constexpr std::string_view own = "tavo";
+    return name.starts_with(own) && name.size() > own.size() &&
+           (name[own.size()] == ':' || name[own.size()] == '-' || name[own.size()] == ' ');
+}
+
+MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text) {
+    if (text == "auto") return MidiSystemChoice::Auto;
+    if (text == "jack") return MidiSystemChoice::Jack;
+    if (text == "rtmidi") return MidiSystemChoice::RtMidi;
+    if (text == "none") return MidiSystemChoice::None;
+    throw std::out_of_range(fmt::format("\"{}\" is not a MIDI system: it is one of auto, jack, rtmidi, none.", text));
+}
+
+void SetMidiSystemChoice(MidiSystemChoice choice) {
+    MidiSystem::Get().SetChoice(choice);
+}
+
+void SetMidiPorts(std::shared_ptr<MidiPorts> ports) {
+    MidiSystem::Get().SetHostPorts(std::move(ports));
+}
+
+std::string GetMidiSystemName() {
+    return MidiSystem::Get().GetSystemName();
+}
+
+void SetMidiPortListener(std::function<void(const MidiPortReport&)> listener) {
+    MidiSystem::Get().SetListener(std::move(listener));
+}
+
+}  // namespace tavo_midi

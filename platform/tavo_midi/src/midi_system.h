@@ -1,0 +1,90 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tavo_midi/midi_ports.h"
+
+namespace tavo_midi {
+
+/// A connection that is wanted to a port by name, whether the port is there or not. The system calls its operations
+/// under its own lock: they must not call the system.
+class MidiConnection {
+public:
+    virtual ~MidiConnection() = default;
+    [[nodiscard]] virtual bool IsSource() const = 0;
+    /// Throws std::runtime_error with a sentence.
+    virtual void Open(MidiPorts& ports, const std::string& portName) = 0;
+    virtual void Close() = 0;
+};
+
+/// The process's one MIDI system: which one is in use, and the thread that finds wanted ports again. Thread-safe.
+class MidiSystem {
+public:
+    /// Never destroyed.
+    static MidiSystem& Get();
+
+    void SetChoice(MidiSystemChoice choice);
+    void SetHostPorts(std::shared_ptr<MidiPorts> ports);
+    void SetListener(std::function<void(const MidiPortReport&)> listener);
+    [[nodiscard]] std::string GetSystemName();
+    /// The position of a port in its list is its index.
+    [[nodiscard]] std::vector<std::string> GetNames(bool sources);
+
+    /// Users keep the system open between look-ups; with the last one it is closed.
+    void AddUser();
+    void RemoveUser();
+
+    /// Tries at once, and whenever ports come and go until Unwant.
+    void Want(MidiConnection& connection, const std::string& portName);
+    /// The connection is closed afterwards, and the system does not know it any more.
+    void Unwant(MidiConnection& connection);
+    [[nodiscard]] bool IsOpen(const MidiConnection& connection);
+
+    /// Has the ports looked at soon. Any thread, also a MIDI system's own; no lock that is held for long.
+    void Wake();
+
+private:
+    struct Wanted {
+        MidiConnection* connection;
+        std::string portName;
+        bool isOpen = false;
+        bool wasOpen = false;
+    };
+
+    MidiSystem() = default;
+    MidiPorts* FindPorts_();
+    void ClosePorts_();
+    void PreferJack_();
+    void Look_();
+    void LookAt_(Wanted& wanted, const std::vector<std::string>& names);
+    void Report_(const Wanted& wanted, const std::string& what);
+    void Tell_();
+    void Watch_(const std::stop_token& stop);
+
+    std::mutex mutex_;
+    // Guarded by mutex_:
+    MidiSystemChoice choice_ = MidiSystemChoice::Auto;
+    std::shared_ptr<MidiPorts> hostPorts_;
+    std::shared_ptr<MidiPorts> ports_;
+    std::vector<Wanted> wanted_;
+    int users_ = 0;
+    std::vector<MidiPortReport> reports_;  ///< not told yet
+    std::jthread watcher_;
+
+    // Recursive: a listener may set another one. Only the watching thread calls it.
+    std::recursive_mutex listenerMutex_;
+    std::function<void(const MidiPortReport&)> listener_;
+
+    std::mutex wakeMutex_;
+    std::condition_variable_any wake_;
+    bool mustLook_ = false;  ///< guarded by wakeMutex_
+};
+
+}  // namespace tavo_midi

@@ -1,0 +1,277 @@
+#include "tavo_midi/midi_time_code_controller.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <mutex>
+#include <stdexcept>
+
+#include "midi_system.h"
+#include "time_code_settings.h"
+#include "time_code_thread.h"
+
+namespace tavo_midi {
+
+struct MidiTimeCodeController::Impl : MidiConnection {
+    /// What the player said last.
+    struct Feed {
+        std::string songNumber;
+        std::chrono::nanoseconds position{0};
+        TimeCodeMoment when{std::chrono::nanoseconds(0), {}};
+        bool rolls = false;
+    };
+
+    explicit Impl(const std::string& path) : settingsPath(path), settings(ReadTimeCodeSettings(path)) {}
+
+    const std::string settingsPath;
+
+    // Taken in this order: connectMutex, the system's lock, mutex.
+    std::mutex connectMutex;
+    bool isWanted = false;  ///< guarded by connectMutex
+    mutable std::mutex mutex;
+    // Guarded by mutex:
+    TimeCodeSettings settings;
+    Feed feed;
+    std::chrono::nanoseconds shift{0};  ///< time code minus music, from jumps that it did not follow
+    bool hasEnded = false;
+    std::unique_ptr<MidiOutput> output;
+    std::unique_ptr<TimeCodeThread> thread;
+
+    [[nodiscard]] bool IsSource() const override { return false; }
+
+    void Open(MidiPorts& ports, const std::string& name) override {
+        auto opened = ports.OpenOutput(name);
+        const std::lock_guard lock(mutex);
+        output = std::move(opened);
+        if (!output->IsSampleAccurate()) thread = std::make_unique<TimeCodeThread>(*output);
+        // A server that comes back counts its frames anew.
+        feed.when.jackFrame.reset();
+        PostFeed();
+    }
+
+    void Close() override {
+        std::unique_ptr<MidiOutput> closed;
+        std::unique_ptr<TimeCodeThread> ended;
+        const std::lock_guard lock(mutex);
+        closed = std::move(output);
+        ended = std::move(thread);
+    }
+
+    /// Called under the lock.
+    void PostFeed() {
+        if (!output || hasEnded) return;
+        TimeCodeOrder order;
+        order.when = feed.when;
+        order.frameRate = settings.frameRate;
+        order.rolls = feed.rolls;
+        order.positionNs =
+            ConvertFramesToNanoseconds(GetSongStartFrame(settings, feed.songNumber), settings.frameRate) +
+            (feed.position + shift).count();
+        if (thread)
+            thread->Post(order);
+        else
+            output->RunTimeCode(order);
+    }
+
+    void Take(std::chrono::nanoseconds position, const TimeCodeMoment& when, bool rolls) {
+        feed.position = position;
+        feed.when = when;
+        feed.rolls = rolls;
+        PostFeed();
+    }
+
+    /// Changes a setting, has it take effect at once and keeps it.
+    template <class Change>
+    void Set(Change change) {
+        const std::lock_guard lock(mutex);
+        change();
+        PostFeed();
+        WriteTimeCodeSettings(settingsPath, settings);
+    }
+
+    /// Wants the chosen output while it is active. Called under connectMutex.
+    void Reconnect() {
+        std::string name;
+        {
+            const std::lock_guard lock(mutex);
+            if (settings.isActive && !hasEnded) name = settings.outputName;
+        }
+        if (isWanted) MidiSystem::Get().Unwant(*this);
+        isWanted = !name.empty();
+        if (isWanted) MidiSystem::Get().Want(*this, name);
+    }
+
+    template <class Change>
+    void SetConnection(Change change) {
+        const std::lock_guard lock(connectMutex);
+        {
+            const std::lock_guard settingsLock(mutex);
+            change();
+        }
+        Reconnect();
+        const std::lock_guard settingsLock(mutex);
+        WriteTimeCodeSettings(settingsPath, settings);
+    }
+};
+
+MidiTimeCodeController::MidiTimeCodeController(const std::string& settingsPath)
+    : impl_(std::make_unique<Impl>(settingsPath)) {
+    MidiSystem::Get().AddUser();
+    const std::lock_guard lock(impl_->connectMutex);
+    impl_->Reconnect();
+}
+
+MidiTimeCodeController::~MidiTimeCodeController() {
+    Shutdown();
+    MidiSystem::Get().RemoveUser();
+}
+
+void MidiTimeCodeController::ActivateMidiTimeCode() {
+    impl_->SetConnection([this] { impl_->settings.isActive = true; });
+}
+
+void MidiTimeCodeController::CancelMidiTimeCode() {
+    impl_->SetConnection([this] { impl_->settings.isActive = false; });
+}
+
+bool MidiTimeCodeController::GetIsActive() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.isActive;
+}
+
+FrameRate MidiTimeCodeController::GetFrameRate() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.frameRate;
+}
+
+void MidiTimeCodeController::SetFrameRate(FrameRate frameRate) {
+    static_cast<void>(ConvertFrameRateToString(frameRate));
+    impl_->Set([&] {
+        impl_->settings.frameRate = frameRate;
+        for (auto& [song, offset] : impl_->settings.songOffsets)
+            offset = ConvertFramesToTimeCode(ConvertTimeCodeToFrames(offset, frameRate), frameRate);
+    });
+}
+
+unsigned int MidiTimeCodeController::GetOutputPortIndex() const {
+    const std::string name = GetOutputPortName();
+    const std::vector<std::string> names = MidiSystem::Get().GetNames(false);
+    const auto found = std::find(names.begin(), names.end(), name);
+    return found == names.end() ? 0 : static_cast<unsigned int>(found - names.begin());
+}
+
+bool MidiTimeCodeController::GetHasOutputPortIndex() const {
+    const std::string name = GetOutputPortName();
+    const std::vector<std::string> names = MidiSystem::Get().GetNames(false);
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+void MidiTimeCodeController::SetOutputPortIndex(unsigned int index) {
+    const std::vector<std::string> names = MidiSystem::Get().GetNames(false);
+    if (index >= names.size())
+        throw std::out_of_range(
+            names.empty() ? fmt::format("There is no MIDI output {}: the system has none.", index)
+                          : fmt::format("There is no MIDI output {}: the last one is {}.", index, names.size() - 1));
+    SetOutputPortName(names[index]);
+}
+
+std::string MidiTimeCodeController::GetOutputPortName() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.outputName;
+}
+
+void MidiTimeCodeController::SetOutputPortName(const std::string& name) {
+    impl_->SetConnection([&] { impl_->settings.outputName = name; });
+}
+
+MidiTimeCodeController::JumpRule MidiTimeCodeController::GetJumpRule() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.jumpRule;
+}
+
+void MidiTimeCodeController::SetJumpRule(JumpRule rule) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->settings.jumpRule = rule;
+    WriteTimeCodeSettings(impl_->settingsPath, impl_->settings);
+}
+
+bool MidiTimeCodeController::GetHoursAreSongNumbers() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.hoursAreSongNumbers;
+}
+
+void MidiTimeCodeController::SetHoursAreSongNumbers(bool hoursAreSongNumbers) {
+    impl_->Set([&] { impl_->settings.hoursAreSongNumbers = hoursAreSongNumbers; });
+}
+
+std::optional<TimeCode> MidiTimeCodeController::GetSongOffset(const std::string& songNumber) const {
+    const std::lock_guard lock(impl_->mutex);
+    const auto found = impl_->settings.songOffsets.find(songNumber);
+    if (found == impl_->settings.songOffsets.end()) return std::nullopt;
+    return found->second;
+}
+
+void MidiTimeCodeController::SetSongOffset(const std::string& songNumber, std::optional<TimeCode> offset) {
+    impl_->Set([&] {
+        TimeCodeSettings& settings = impl_->settings;
+        if (!offset) {
+            settings.songOffsets.erase(songNumber);
+            return;
+        }
+        if (!IsTimeCode(*offset, settings.frameRate))
+            throw std::out_of_range(fmt::format("The offset of song {} is not a time code of {} frames a second.",
+                                                songNumber, ConvertFrameRateToString(settings.frameRate)));
+        settings.songOffsets[songNumber] = *offset;
+    });
+}
+
+void MidiTimeCodeController::SetSong(const std::string& songNumber) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->feed.songNumber = songNumber;
+    impl_->shift = std::chrono::nanoseconds(0);
+}
+
+void MidiTimeCodeController::Locate(std::chrono::nanoseconds position, TimeCodeMoment when) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->shift = std::chrono::nanoseconds(0);
+    impl_->Take(position, when, impl_->feed.rolls);
+}
+
+void MidiTimeCodeController::Start(std::chrono::nanoseconds position, TimeCodeMoment when) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->Take(position, when, true);
+}
+
+void MidiTimeCodeController::Stop(std::chrono::nanoseconds position, TimeCodeMoment when) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->Take(position, when, false);
+}
+
+void MidiTimeCodeController::Jump(std::chrono::nanoseconds from, std::chrono::nanoseconds to, TimeCodeMoment when) {
+    const std::lock_guard lock(impl_->mutex);
+    if (impl_->settings.jumpRule == JumpRule::Locate) {
+        impl_->Take(to, when, impl_->feed.rolls);
+        return;
+    }
+    // Time code runs on as it was ordered; what is sent after a reconnection goes on from here.
+    impl_->shift += from - to;
+    impl_->feed.position = to;
+    impl_->feed.when = when;
+}
+
+void MidiTimeCodeController::PrepareForExit() {
+    const std::lock_guard lock(impl_->mutex);
+    if (impl_->output && impl_->feed.rolls) {
+        const auto elapsed = std::chrono::steady_clock::now().time_since_epoch() - impl_->feed.when.time;
+        impl_->Take(impl_->feed.position + elapsed, {}, false);
+    }
+    impl_->hasEnded = true;
+}
+
+void MidiTimeCodeController::Shutdown() {
+    PrepareForExit();
+    const std::lock_guard lock(impl_->connectMutex);
+    impl_->Reconnect();
+}
+
+}  // namespace tavo_midi

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+
+#include "tavo_midi/midi_ports.h"
+
+namespace tavo_midi {
+
+/// Ports of this product: "tavo:…", and "tavo-01:…" of a second running program.
+[[nodiscard]] bool IsOwnPortName(std::string_view name);
+
+/// Whether a JACK server runs; never starts one.
+[[nodiscard]] bool IsJackServerRunning();
+/// Null where no server runs. `wake` is called on the server's threads when ports come and go and when it dies.
+[[nodiscard]] std::shared_ptr<MidiPorts> OpenJackMidiPorts(std::function<void()> wake);
+/// Null where RtMidi finds no MIDI system. Changes are not announced: the watching thread has to look.
+[[nodiscard]] std::shared_ptr<MidiPorts> OpenRtMidiPorts(std::function<void()> wake);
+
+}  // namespace tavo_midi

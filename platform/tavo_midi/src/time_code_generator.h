@@ -1,0 +1,53 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+#include "tavo_midi/time_code.h"
+
+namespace tavo_midi {
+
+struct TimeCodeMessage {
+    std::int64_t at = 0;
+    std::array<unsigned char, 10> bytes{};
+    unsigned char size = 0;
+};
+
+/// Turns orders into the messages of MIDI time code with their exact moments, counted in units of any clock: samples or
+/// nanoseconds. Real-time safe.
+class TimeCodeGenerator {
+public:
+    static constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
+
+    struct Order {
+        std::int64_t at = 0;
+        FrameRate frameRate = FrameRate::Fps30;
+        std::int64_t positionNs = 0;
+        bool rolls = false;
+    };
+
+    explicit TimeCodeGenerator(std::int64_t unitsPerSecond) : unitsPerSecond_(unitsPerSecond) {}
+
+    /// Takes back orders for later moments.
+    void Post(const Order& order);
+    /// The next message before `end`, if there is one. Now is `from`: what is late by more than a tenth of a second is
+    /// left out and made good by a full frame.
+    bool Next(std::int64_t from, std::int64_t end, TimeCodeMessage& message);
+    /// The moment of the next message or order, or Never.
+    [[nodiscard]] std::int64_t GetNextAt() const;
+
+private:
+    [[nodiscard]] std::int64_t GetQuarterAt_() const;
+    void BeginAt_(std::int64_t at, TimeCodeMessage& message);
+
+    const std::int64_t unitsPerSecond_;
+    std::array<Order, 16> pending_{};
+    std::size_t pendingCount_ = 0;
+    Order current_{};
+    std::int64_t nextQuarter_ = 0;  ///< counted from position 0 of the day
+    bool rolls_ = false;
+};
+
+}  // namespace tavo_midi

@@ -1,0 +1,76 @@
+#include "time_code_thread.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <chrono>
+
+#include "kit/thread_names.h"
+#include "wide_arithmetic.h"
+
+namespace tavo_midi {
+
+namespace {
+
+using SteadyTime = std::chrono::steady_clock::time_point;
+
+/// A waking thread is late by less than this nearly always; the rest of the time it spins.
+constexpr std::int64_t kSpinNs = 200'000;
+
+std::int64_t NowNs() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(nanosecondsPerSecond) {
+    thread_ = std::thread([this] { Send_(); });
+}
+
+TimeCodeThread::~TimeCodeThread() {
+    {
+        const std::lock_guard lock(mutex_);
+        mustEnd_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+}
+
+void TimeCodeThread::Post(const TimeCodeOrder& order) {
+    {
+        const std::lock_guard lock(mutex_);
+        generator_.Post({order.when.time.count(), order.frameRate, order.positionNs, order.rolls});
+        isChanged_ = true;
+    }
+    changed_.notify_all();
+}
+
+void TimeCodeThread::Send_() {
+    kit::threadNames.SetNameOfCurrentThread("MIDI time code");
+    const sched_param priority{.sched_priority = 60};
+    // Refused to ordinary users: then it is as punctual as the system makes it.
+    static_cast<void>(pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority));
+    std::unique_lock lock(mutex_);
+    while (!mustEnd_) {
+        const std::int64_t at = generator_.GetNextAt();
+        if (!WaitUntilNear_(lock, at)) continue;
+        while (NowNs() < at) {
+        }
+        TimeCodeMessage message;
+        while (generator_.Next(NowNs(), at + 1, message))
+            output_.Send({message.bytes.data(), message.size});
+    }
+}
+
+bool TimeCodeThread::WaitUntilNear_(std::unique_lock<std::mutex>& lock, std::int64_t at) {
+    const auto isDisturbed = [this] { return isChanged_ || mustEnd_; };
+    bool disturbed = true;
+    if (at == TimeCodeGenerator::Never)
+        changed_.wait(lock, isDisturbed);
+    else
+        disturbed = changed_.wait_until(lock, SteadyTime(std::chrono::nanoseconds(at - kSpinNs)), isDisturbed);
+    isChanged_ = false;
+    return !disturbed;
+}
+
+}  // namespace tavo_midi

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "tavo_midi/midi_ports.h"
+#include "time_code_generator.h"
+
+namespace tavo_midi {
+
+/// Sends time code to an output that cannot time it by itself: a thread with absolute deadlines, under SCHED_FIFO where
+/// the system permits it.
+class TimeCodeThread {
+public:
+    /// `output` must outlive the object.
+    explicit TimeCodeThread(MidiOutput& output);
+    /// Ends the thread.
+    ~TimeCodeThread();
+    TimeCodeThread(const TimeCodeThread&) = delete;
+    TimeCodeThread& operator=(const TimeCodeThread&) = delete;
+
+    void Post(const TimeCodeOrder& order);
+
+private:
+    void Send_();
+    /// Waits until the moment is near enough to spin; false if orders came or the end before it. Called locked.
+    bool WaitUntilNear_(std::unique_lock<std::mutex>& lock, std::int64_t at);
+
+    MidiOutput& output_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    // Guarded by mutex_:
+    TimeCodeGenerator generator_;
+    bool isChanged_ = false;
+    bool mustEnd_ = false;
+    std::thread thread_;
+};
+
+}  // namespace tavo_midi
