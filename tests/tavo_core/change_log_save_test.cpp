@@ -64,10 +64,73 @@ TEST(ChangeLogSave, ExistingFile_IsNeverOverwritten) {
     const std::string path = log.Save("");
     const std::string text = log.AsText();
     log.GetSongLogs()["1"];
-    EXPECT_THROW(log.Save(""), kit::FileExistsError);
     EXPECT_THROW(log.Save(path), kit::FileExistsError);
     EXPECT_EQ(text, kit::ReadFile(path, 1 << 20));
     EXPECT_EQ(1U, kit::listdir(directory.Path()).size()) << "nothing else is left behind";
+}
+
+namespace {
+
+/// The file that a scan of the directory takes for the version.
+std::string ScanFor(const std::string& directory, const std::string& versionText) {
+    cmn::TAVOVersion version;
+    version.SetWithString(versionText);
+    std::string taken;
+    for (const std::string& name : kit::listdir(directory)) {
+        cmn::TAVOVersion found;
+        found.SetWithFileName(name);
+        if (found == version) taken = name;
+    }
+    return taken;
+}
+
+}  // namespace
+
+TEST(ChangeLogSave, VersionThatIsThere_GetsANameThatTheScanTakes) {
+    struct Row {
+        const char* existing;
+        const char* chosen;
+    };
+    const Row rows[] = {{"a-1.0.logdata", "a-copy002-1.0.logdata"},
+                        {"a-copy002-1.0.logdata", "a-copy003-1.0.logdata"},
+                        {"a-copy009-1.0.logdata", "a-copy010-1.0.logdata"},
+                        {"a-copy999-1.0.logdata", "a-copy999-copy002-1.0.logdata"},
+                        {"a-copy7-1.0.logdata", "a-copy7-copy002-1.0.logdata"},
+                        {"1.0.logdata", "a-1.0.logdata"},
+                        {"A-1.0.logdata", "a-1.0.logdata"},
+                        {"a-01.0.logdata", "a-1.0.logdata"},
+                        {"zebra-1.0.logdata", "zebra-copy002-1.0.logdata"},
+                        {"zebra-01.00.logdata", "zebra-copy002-1.0.logdata"},
+                        {"a-1.1.logdata", "a-1.0.logdata"},
+                        {"a-1.0.LOGDATA", "a-1.0.logdata"}};
+    for (const Row& row : rows) {
+        const TemporaryDirectory directory;
+        std::ofstream(directory / row.existing).put('x');
+        ChangeLog log = MakeLogIn(directory, "a");
+        EXPECT_EQ(directory / row.chosen, log.Save("")) << row.existing;
+        if (std::string(row.existing).find("LOGDATA") == std::string::npos)
+            EXPECT_EQ(row.chosen, ScanFor(directory.Path(), "1.0")) << row.existing;
+    }
+}
+
+TEST(ChangeLogSave, OneVersionAgainAndAgain_TheLastOneIsTaken) {
+    const TemporaryDirectory directory;
+    ChangeLog log = MakeLogIn(directory, "a");
+    for (int round = 0; round < 30; ++round) {
+        log.GetSongLogs()[std::to_string(round)];
+        const std::string path = log.Save("");
+        ASSERT_EQ(kit::path::basename(path), ScanFor(directory.Path(), "1.0"));
+        ASSERT_EQ(log.AsText(), ChangeLog::Load(path).AsText());
+    }
+    EXPECT_EQ(30U, kit::listdir(directory.Path()).size());
+}
+
+TEST(ChangeLogSave, NoNameBehindTheOthers_IsRefusedAndNothingWritten) {
+    const TemporaryDirectory directory;
+    std::ofstream(directory / (std::string(243, 'z') + "-1.0.logdata")).put('x');
+    ChangeLog log = MakeLogIn(directory, "a");
+    EXPECT_THROW(log.Save(""), std::runtime_error);
+    EXPECT_EQ(1U, kit::listdir(directory.Path()).size());
 }
 
 TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {

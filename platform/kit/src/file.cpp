@@ -8,11 +8,11 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
 #include "durable_rename.h"
 #include "kit/path.h"
+#include "open_file.h"
 
 namespace kit {
 
@@ -20,41 +20,6 @@ namespace {
 
 constexpr std::uintmax_t kReadStep = 1U << 16U;
 constexpr mode_t kModeOfNewFile = 0666;
-
-enum class ExistingFile { Keep, Replace };
-
-/// Closes a file at the end of its scope.
-class OpenFile {
-public:
-    explicit OpenFile(int descriptor) : descriptor_(descriptor) {}
-    ~OpenFile() {
-        if (descriptor_ >= 0) ::close(descriptor_);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    [[nodiscard]] bool IsOpen() const { return descriptor_ >= 0; }
-    [[nodiscard]] int Get() const { return descriptor_; }
-    /// 0 or the system's error number: some file systems report a failed write only here.
-    [[nodiscard]] int Close() { return ::close(std::exchange(descriptor_, -1)) == 0 ? 0 : errno; }
-
-private:
-    int descriptor_;
-};
-
-std::string NameForErrors(const std::string& path) {
-    return "the file \"" + path + "\" ";
-}
-
-[[noreturn]] void ThrowCannotRead(const std::string& path, int error) {
-    if (error == ENOENT) throw std::runtime_error(NameForErrors(path) + "does not exist");
-    throw std::runtime_error(NameForErrors(path) + "cannot be read: " + std::system_category().message(error));
-}
-
-[[noreturn]] void ThrowCannotWrite(const std::string& path, int error) {
-    if (error == EEXIST) throw FileExistsError(NameForErrors(path) + "exists already and is not overwritten");
-    throw std::runtime_error(NameForErrors(path) + "cannot be written: " + std::system_category().message(error));
-}
 
 void CheckIsRegular(const std::string& path, const struct stat& status) {
     if (S_ISDIR(status.st_mode)) throw std::runtime_error(NameForErrors(path) + "is a directory");
@@ -64,16 +29,6 @@ void CheckIsRegular(const std::string& path, const struct stat& status) {
 void CheckSize(const std::string& path, std::uintmax_t bytes, std::uintmax_t maxBytes) {
     if (bytes <= maxBytes) return;
     throw std::runtime_error(NameForErrors(path) + "is larger than the " + std::to_string(maxBytes) + " bytes allowed");
-}
-
-/// Empty if the path has no directory part.
-std::string GetDirectory(const std::string& path) {
-    return path.substr(0, path.size() - path::basename(path).size());
-}
-
-int SyncDirectory(int directory) {
-    // Some file systems cannot synchronise a directory and say EINVAL: nothing is to be done there.
-    return ::fsync(directory) == 0 || errno == EINVAL ? 0 : errno;
 }
 
 /// A new file in the directory of its target, removed at the end of the scope unless it has become the target.
@@ -93,13 +48,11 @@ public:
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     void Write(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const ssize_t written = ::write(file_.Get(), bytes.data(), bytes.size());
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0) ThrowCannotWrite(target_, errno);
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        }
-        if (::fsync(file_.Get()) != 0) ThrowCannotWrite(target_, errno);
+        if (const int error = WriteAll(file_.Get(), bytes); error != 0) ThrowCannotWrite(target_, error);
+    }
+
+    void Finish() {
+        if (const int error = Synchronise(file_.Get()); error != 0) ThrowCannotWrite(target_, error);
         if (const int error = file_.Close(); error != 0) ThrowCannotWrite(target_, error);
     }
 
@@ -114,15 +67,15 @@ public:
     }
 
 private:
-    [[nodiscard]] int Create() {
+    [[nodiscard]] OpenFile Create() {
         static constinit std::atomic<unsigned int> counter = 0;
-        int descriptor = -1;
+        OpenFile file;
         do {
-            path_ = GetDirectory(target_) + ".tavo-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
-                    ".tmp";
-            descriptor = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kModeOfNewFile);
-        } while (descriptor < 0 && errno == EEXIST);
-        return descriptor;
+            path_ = path::Join(GetDirectory(target_),
+                               ".tavo-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp");
+            file = Open(path_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kModeOfNewFile);
+        } while (!file.IsOpen() && errno == EEXIST);
+        return file;
     }
 
     const std::string& target_;
@@ -131,27 +84,11 @@ private:
     OpenFile file_;
 };
 
-void WriteDurably(const std::string& path, std::string_view bytes, ExistingFile existing) {
-    // Opened first: where the directory cannot be synchronised later, nothing must be written at all.
-    const std::string directory = GetDirectory(path);
-    const OpenFile openDirectory(
-        ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!openDirectory.IsOpen()) ThrowCannotWrite(path, errno);
-
-    TemporaryFile temporary(path, existing);
-    temporary.Write(bytes);
-    temporary.BecomeTarget(existing);
-    if (const int error = SyncDirectory(openDirectory.Get()); error != 0) {
-        if (existing == ExistingFile::Keep) ::unlink(path.c_str());
-        ThrowCannotWrite(path, error);
-    }
-}
-
 }  // namespace
 
 std::string ReadFile(const std::string& path, std::uintmax_t maxBytes) {
     // Non-blocking, so that a pipe under this name is refused instead of waited for.
-    const OpenFile file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const OpenFile file = Open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (!file.IsOpen()) ThrowCannotRead(path, errno);
     struct stat status {};
     if (::fstat(file.Get(), &status) != 0) ThrowCannotRead(path, errno);
@@ -164,8 +101,8 @@ std::string ReadFile(const std::string& path, std::uintmax_t maxBytes) {
     std::size_t length = 0;
     bytes.resize(static_cast<std::size_t>(announcedBytes) + 1);
     while (true) {
-        const ssize_t count = ::read(file.Get(), bytes.data() + length, bytes.size() - length);
-        if (count < 0 && errno == EINTR) continue;
+        const ssize_t count =
+            Uninterrupted([&] { return ::read(file.Get(), bytes.data() + length, bytes.size() - length); });
         if (count < 0) ThrowCannotRead(path, errno);
         if (count == 0) break;
         length += static_cast<std::size_t>(count);
@@ -176,6 +113,59 @@ std::string ReadFile(const std::string& path, std::uintmax_t maxBytes) {
     bytes.resize(length);
     return bytes;
 }
+
+class DurableWriter::Target {
+public:
+    Target(const std::string& path, ExistingFile existing)
+        : path_(path), existing_(existing), directory_(OpenDirectory(path)), temporary_(path_, existing) {}
+
+    void Write(std::string_view bytes) { temporary_.Write(bytes); }
+
+    void Commit() {
+        temporary_.Finish();
+        temporary_.BecomeTarget(existing_);
+        if (const int error = SynchroniseDirectory(directory_.Get()); error != 0) {
+            if (existing_ == ExistingFile::Keep) ::unlink(path_.c_str());
+            ThrowCannotWrite(path_, error);
+        }
+    }
+
+private:
+    static OpenFile OpenDirectory(const std::string& path) {
+        // Opened first: where the directory cannot be synchronised later, nothing must be written at all.
+        OpenFile directory = Open(GetDirectory(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (!directory.IsOpen()) ThrowCannotWrite(path, errno);
+        return directory;
+    }
+
+    const std::string path_;
+    const ExistingFile existing_;
+    OpenFile directory_;
+    TemporaryFile temporary_;
+};
+
+DurableWriter::DurableWriter(const std::string& path, ExistingFile existing)
+    : target_(std::make_unique<Target>(path, existing)) {}
+
+DurableWriter::~DurableWriter() = default;
+
+void DurableWriter::Write(std::string_view bytes) {
+    target_->Write(bytes);
+}
+
+void DurableWriter::Commit() {
+    target_->Commit();
+}
+
+namespace {
+
+void WriteDurably(const std::string& path, std::string_view bytes, ExistingFile existing) {
+    DurableWriter writer(path, existing);
+    writer.Write(bytes);
+    writer.Commit();
+}
+
+}  // namespace
 
 void WriteNewFileDurably(const std::string& path, std::string_view bytes) {
     WriteDurably(path, bytes, ExistingFile::Keep);

@@ -57,3 +57,12 @@ void SetActiveChangeLog(std::shared_ptr<CL::ChangeLog> log) {
     const std::unique_lock lock(GetActive().mutex);
     GetActive().log.swap(log);
 }
+
+void ReplaceActiveChangeLog(
+    const std::function<std::shared_ptr<CL::ChangeLog>(const CL::ChangeLog& current)>& makeNext) {
+    // Declared before the lock, so that the old log is destroyed after it is released.
+    std::shared_ptr<CL::ChangeLog> next;
+    const std::unique_lock lock(GetActive().mutex);
+    next = makeNext(GetLogOrThrow());
+    if (next != nullptr) GetActive().log.swap(next);
+}

@@ -1,7 +1,11 @@
 #include "tavo_core/change_log.h"
 
+#include <fmt/format.h>
+
 #include <filesystem>
 #include <stdexcept>
+#include <string_view>
+#include <vector>
 
 #include "change_log_reader.h"
 #include "change_log_writer.h"
@@ -16,6 +20,9 @@ namespace {
 constexpr std::uintmax_t longestFile = 64U << 20U;
 // Leaves room for the version and the extension in the 255 bytes of a file name.
 constexpr std::size_t longestShowPart = 200;
+constexpr std::size_t longestName = 255;
+constexpr std::string_view extension = ".logdata";
+constexpr std::string_view copyMark = "-copy";
 
 /// The show's name with '_' for what cannot stand in a file name on the systems that shows travel between.
 std::string AsFileName(const std::string& showName) {
@@ -27,6 +34,50 @@ std::string AsFileName(const std::string& showName) {
     if (name.empty()) return "show";
     if (name.front() == '.') name.front() = '_';
     return name;
+}
+
+/// The last of the names, in the order of a scan, whose version is this one: the one that a scan would take.
+std::string FindLastOfVersion(const std::vector<std::string>& names, const cmn::TAVOVersion& version) {
+    std::string last;
+    for (const std::string& name : names) {
+        if (kit::path::extension(name) != extension) continue;
+        cmn::TAVOVersion found;
+        try {
+            found.SetWithFileName(name);
+        } catch (const std::invalid_argument&) {
+            continue;
+        }
+        if (found == version) last = name;
+    }
+    return last;
+}
+
+/// "a" becomes "a-copy002", which becomes "a-copy003": later in the order of names each time.
+std::string NextCopy(const std::string& stem) {
+    constexpr std::size_t digits = 3;
+    constexpr unsigned int lastCopy = 999;
+    const std::size_t mark = stem.rfind(copyMark);
+    if (mark != std::string::npos && stem.size() == mark + copyMark.size() + digits) {
+        const std::string count = stem.substr(mark + copyMark.size());
+        const bool isNumber = count.find_first_not_of("0123456789") == std::string::npos;
+        if (isNumber && std::stoul(count) < lastCopy)
+            return fmt::format("{}{}{:03}", stem.substr(0, mark), copyMark, std::stoul(count) + 1);
+    }
+    return fmt::format("{}{}002", stem, copyMark);
+}
+
+/// A free name for the version, such that a scan of the directory takes this file and no older one of that version.
+std::string ChooseName(const std::string& directory, const std::string& show, const cmn::TAVOVersion& version) {
+    const std::string last = FindLastOfVersion(kit::listdir(directory), version);
+    const std::string ending = fmt::format("-{}{}", version.GetAsString(), extension);
+    const std::string lastBase = kit::path::basename_no_ext(last);
+    const std::size_t dash = lastBase.rfind('-');
+    const std::string lastStem = dash == std::string::npos ? "" : lastBase.substr(0, dash);
+    for (const std::string& stem : {show, NextCopy(show), NextCopy(lastStem)}) {
+        if (stem + ending > last && stem.size() + ending.size() <= longestName) return stem + ending;
+    }
+    throw std::runtime_error(fmt::format("no name for version {} comes behind \"{}\" in the directory \"{}\"",
+                                         version.GetAsString(), last, directory));
 }
 
 template <class Songs>
@@ -57,7 +108,7 @@ std::string ChangeLog::Save(const std::string& path) {
     std::string target = path;
     if (target.empty()) {
         if (directory_.empty()) throw std::runtime_error("The change log has no directory to be saved in.");
-        target = kit::path::Join(directory_, AsFileName(showName_) + '-' + version_.GetAsString() + ".logdata");
+        target = kit::path::Join(directory_, ChooseName(directory_, AsFileName(showName_), version_));
     }
     const std::string text = AsText();
     // Nobody notices a file that cannot be read back until the evening it is needed: better refuse it now.

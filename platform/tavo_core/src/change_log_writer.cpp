@@ -109,6 +109,8 @@ void AddFields(EditLine& line, const CL::Marker& edit) {
     line.Add(Field::Tick, edit.abs_time()).Add(Field::Text, edit.value());
 }
 
+}  // namespace
+
 std::string WriteSong(const std::string& number, const CL::SongLog& songLog) {
     std::string edits;
     songLog.ForEachSequence([&edits](const auto& sequence) {
@@ -121,8 +123,6 @@ std::string WriteSong(const std::string& number, const CL::SongLog& songLog) {
     if (!edits.empty()) edits += '\n';
     return fmt::format("{{\"number\":{},\"attacca\":{},\"edits\":[{}]}}", Quote(number), songLog.GetAttacca(), edits);
 }
-
-}  // namespace
 
 std::string WriteChangeLog(const CL::ChangeLog& log) {
     std::string songs;

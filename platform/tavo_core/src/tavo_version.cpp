@@ -4,6 +4,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "kit/path.h"
+
 namespace cmn {
 
 namespace {
@@ -30,6 +32,11 @@ void TAVOVersion::SetWithString(std::string_view text) {
                                     "\" is not a version: expected two numbers from 0 to 65535 with a point between.");
     major_number = *majorRead;
     minor_number = *minorRead;
+}
+
+void TAVOVersion::SetWithFileName(std::string_view name) {
+    const std::string base = kit::path::basename_no_ext(name);
+    SetWithString(base.substr(base.rfind('-') + 1));
 }
 
 }  // namespace cmn

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -27,5 +28,26 @@ void WriteNewFileDurably(const std::string& path, std::string_view bytes);
 /// The same, but an existing file is replaced and keeps its permissions; after a crash either the old or the new one is
 /// there.
 void ReplaceFileDurably(const std::string& path, std::string_view bytes);
+
+enum class ExistingFile { Keep, Replace };
+
+/// The same for a file that comes in pieces and need not fit into memory. Nothing stands under its name, or what stood
+/// there before, until Commit returns; without Commit nothing is left behind. Each operation throws as the functions
+/// above do; after a throw the object can only be destroyed. Blocks on the disk.
+class DurableWriter {
+public:
+    DurableWriter(const std::string& path, ExistingFile existing);
+    ~DurableWriter();
+    DurableWriter(const DurableWriter&) = delete;
+    DurableWriter& operator=(const DurableWriter&) = delete;
+
+    void Write(std::string_view bytes);
+    /// Once, after the last piece.
+    void Commit();
+
+private:
+    class Target;
+    std::unique_ptr<Target> target_;
+};
 
 }  // namespace kit

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <shared_mutex>
 #include <string>
@@ -52,3 +53,8 @@ private:
 void CreateChangeLog(const std::string& path);
 /// Makes `log` (null: none) the active change log in the same way.
 void SetActiveChangeLog(std::shared_ptr<CL::ChangeLog> log);
+/// Calls `makeNext` with the active change log under the exclusive lock and makes its result (null: the same again)
+/// the active one, so that nothing that others write in place is lost in between. What `makeNext` throws passes
+/// through and changes nothing; it takes no guard itself. Throws std::logic_error where there is no active change log.
+void ReplaceActiveChangeLog(
+    const std::function<std::shared_ptr<CL::ChangeLog>(const CL::ChangeLog& current)>& makeNext);

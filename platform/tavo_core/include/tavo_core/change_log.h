@@ -28,9 +28,11 @@ public:
     /// The text of the log as a file holds it.
     [[nodiscard]] std::string AsText() const;
 
-    /// Writes the log as a new file and returns its full path. An empty `path` chooses the name: the show's name, '-',
-    /// the version, ".logdata", in the directory the log came from. Durable when it returns (the file's and the
-    /// directory's data are flushed). A file that exists is never overwritten: kit::FileExistsError, one sentence. On
+    /// Writes the log as a new file and returns its full path. An empty `path` chooses the name in the directory the
+    /// log came from: the show's name, '-', the version, ".logdata"; where a file of that version is there already,
+    /// another name of that version that comes later in the order of names, so that a scan of the directory takes this
+    /// one. Durable when it returns (the file's and the directory's data are flushed). A file that exists is never
+    /// overwritten: kit::FileExistsError, one sentence, also where another program takes the chosen name meanwhile. On
     /// any other failure std::runtime_error; nothing is then left behind. Blocks for the disk.
     std::string Save(const std::string& path);
 

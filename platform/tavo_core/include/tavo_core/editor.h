@@ -42,7 +42,7 @@ public:
     [[nodiscard]] unsigned int GetBarTickIndex(const std::string& songNumber, const std::string& bar) const;
 
     /// Tells which song the next two look in; they take the song with an empty number, or an unknown one, as a song
-    /// without cuts. Called on the thread that looks up.
+    /// without cuts. Called on the thread that looks up. To be set before anybody looks up.
     void SetCurrentSong(std::function<std::string()> getSongNumber);
     /// The end of the cut, or of the chain of cuts, that covers `tick`; `tick` itself where none does.
     [[nodiscard]] unsigned int GetTickIndexNotBoundedByExistingCut(unsigned int tick) const;
@@ -54,8 +54,8 @@ public:
 
     // Editing. What cannot be done throws std::invalid_argument or std::out_of_range with one sentence, a journal that
     // cannot be written std::runtime_error; nothing is changed then. When an operation returns, its change is in the
-    // active log and, where there is a journal, on the disk. Each returns nothing or what it did as DescribeChange
-    // tells it.
+    // active log and, where there is a journal, on the disk. Another change log that became active since the object was
+    // made is not edited: std::runtime_error.
 
     void Add(const std::string& songNumber, const AnyEdit& edit);
     /// The edit `from` becomes `to`, of the same kind or another.
@@ -76,14 +76,18 @@ public:
     std::vector<std::string> Undo();
     std::vector<std::string> Redo();
 
-    /// Whether there are changes since the log was read or saved.
+    /// Whether the edits differ from those of the log as it was read, or saved last. Linear in the edits.
     [[nodiscard]] bool HasUnsavedChanges() const;
-    /// To be called after the active log was saved: its journal ends.
-    void NoteSaved();
+    /// To be called after the active log was saved as `logPath`: the journal of the log before ends, and the next one
+    /// begins beside the new file. Where it cannot, the next edit says so.
+    void NoteSaved(const std::string& logPath);
+    /// To be called after something was written into the active log in place, an attacca state for one: it becomes
+    /// part of the journal. Throws std::runtime_error where the journal cannot be written.
+    void NoteChangedInPlace();
 
-    /// Writes every change from now on to the journal beside the log `logPath`, whose file need not be there. An empty
-    /// path ends that. Throws std::runtime_error where another program keeps that journal, or it holds changes that
-    /// were neither recovered nor discarded.
+    /// Writes every change from now on to the journal beside the log `logPath`, whose file need not be there; changes
+    /// made before go into it at once. An empty path ends that. Throws std::runtime_error where another program keeps
+    /// that journal, or it holds changes that were neither given to ApplyRecovered nor discarded.
     void KeepJournal(const std::string& logPath);
 
 private:

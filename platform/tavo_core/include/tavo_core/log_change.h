@@ -27,6 +27,7 @@ struct SongChange {
     struct Attacca {
         unsigned char before = AttaccaNormal;
         unsigned char after = AttaccaNormal;
+        bool operator==(const Attacca&) const = default;
     };
 
     std::string songNumber;
@@ -41,6 +42,9 @@ struct LogChange {
 
     [[nodiscard]] bool IsEmpty() const { return songs.empty(); }
 };
+
+/// Whether the two are alike in every field and order.
+[[nodiscard]] bool IsSameChange(const LogChange& a, const LogChange& b);
 
 /// The change that takes back `change`.
 [[nodiscard]] LogChange Invert(const LogChange& change);

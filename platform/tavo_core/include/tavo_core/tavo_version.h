@@ -17,6 +17,9 @@ struct TAVOVersion {
     /// Reads "major.minor"; throws std::invalid_argument with one sentence, and changes nothing, when `text` is not
     /// exactly that.
     void SetWithString(std::string_view text);
+    /// Reads the version in a log's file name: what follows the last '-' of the name without directory and extension,
+    /// or all of it. Throws as SetWithString does.
+    void SetWithFileName(std::string_view name);
 
     auto operator<=>(const TAVOVersion&) const = default;
 };

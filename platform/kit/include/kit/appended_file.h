@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace kit {
+
+/// Another program holds the file.
+class FileInUseError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A file that only grows at its end and is held by one object on the machine at a time. Failures are
+/// std::runtime_error with one sentence that names the file. Not thread-safe; blocks on the disk.
+class AppendedFile {
+public:
+    /// Opens the file or makes an empty one, and holds it. FileInUseError where another holds it.
+    explicit AppendedFile(const std::string& path);
+    /// Lets go of the file, which stays.
+    ~AppendedFile();
+    AppendedFile(const AppendedFile&) = delete;
+    AppendedFile& operator=(const AppendedFile&) = delete;
+
+    [[nodiscard]] std::uintmax_t GetSize() const { return size_; }
+
+    /// Adds the bytes, durably. Where that fails the file has its former length again, unless that fails as well or
+    /// the failure was one of flushing: nothing more is added then, since nobody knows what the disk holds.
+    void Append(std::string_view bytes);
+    /// Cuts the file off, durably.
+    void Truncate(std::uintmax_t size);
+    /// Takes the name away, durably, and lets go of the file; the object is done then.
+    void Remove();
+
+private:
+    struct Held;
+    void CutBack();
+
+    std::string path_;
+    std::unique_ptr<Held> held_;
+    std::uintmax_t size_ = 0;
+    bool isBroken_ = false;
+};
+
+}  // namespace kit

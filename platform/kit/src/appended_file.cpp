@@ -1,0 +1,98 @@
+#include "kit/appended_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "open_file.h"
+
+namespace kit {
+
+namespace {
+
+constexpr unsigned int kModeOfNewFile = 0666;
+
+/// Whether the path still leads to the file: whoever held it before may have removed it.
+bool IsStillAt(const std::string& path, int descriptor) {
+    struct stat here {};
+    struct stat there {};
+    if (::fstat(descriptor, &here) != 0) ThrowCannotWrite(path, errno);
+    if (::stat(path.c_str(), &there) != 0) {
+        if (errno != ENOENT) ThrowCannotWrite(path, errno);
+        return false;
+    }
+    return here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+}
+
+}  // namespace
+
+struct AppendedFile::Held {
+    OpenFile directory;
+    OpenFile file;
+};
+
+AppendedFile::AppendedFile(const std::string& path) : path_(path), held_(std::make_unique<Held>()) {
+    held_->directory = Open(GetDirectory(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (!held_->directory.IsOpen()) ThrowCannotWrite(path, errno);
+    do {
+        held_->file = Open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, kModeOfNewFile);
+        if (!held_->file.IsOpen()) ThrowCannotWrite(path, errno);
+        if (Uninterrupted([&] { return ::flock(held_->file.Get(), LOCK_EX | LOCK_NB); }) != 0) {
+            if (errno != EWOULDBLOCK) ThrowCannotWrite(path, errno);
+            throw FileInUseError(NameForErrors(path) + "is in use by another program");
+        }
+    } while (!IsStillAt(path, held_->file.Get()));
+
+    struct stat status {};
+    if (::fstat(held_->file.Get(), &status) != 0) ThrowCannotWrite(path, errno);
+    if (!S_ISREG(status.st_mode)) throw std::runtime_error(NameForErrors(path) + "is not a regular file");
+    size_ = static_cast<std::uintmax_t>(status.st_size);
+    // Whoever made the file may have died before its name was durable.
+    if (const int error = SynchroniseDirectory(held_->directory.Get()); error != 0) ThrowCannotWrite(path, error);
+}
+
+AppendedFile::~AppendedFile() = default;
+
+void AppendedFile::Append(std::string_view bytes) {
+    if (isBroken_)
+        throw std::runtime_error(NameForErrors(path_) +
+                                 "could not be written to before, and nobody knows what the disk holds of it");
+    if (const int error = WriteAll(held_->file.Get(), bytes); error != 0) {
+        CutBack();
+        ThrowCannotWrite(path_, error);
+    }
+    if (const int error = Synchronise(held_->file.Get()); error != 0) {
+        // The system forgets what it could not write: a later flush would succeed without it.
+        CutBack();
+        isBroken_ = true;
+        ThrowCannotWrite(path_, error);
+    }
+    size_ += bytes.size();
+}
+
+void AppendedFile::CutBack() {
+    const auto length = static_cast<off_t>(size_);
+    if (Uninterrupted([&] { return ::ftruncate(held_->file.Get(), length); }) != 0) isBroken_ = true;
+}
+
+void AppendedFile::Truncate(std::uintmax_t size) {
+    const auto length = static_cast<off_t>(size);
+    if (Uninterrupted([&] { return ::ftruncate(held_->file.Get(), length); }) != 0) ThrowCannotWrite(path_, errno);
+    size_ = size;
+    if (const int error = Synchronise(held_->file.Get()); error != 0) {
+        isBroken_ = true;
+        ThrowCannotWrite(path_, error);
+    }
+}
+
+void AppendedFile::Remove() {
+    if (::unlink(path_.c_str()) != 0 && errno != ENOENT) ThrowCannotWrite(path_, errno);
+    const int error = SynchroniseDirectory(held_->directory.Get());
+    held_.reset();
+    if (error != 0) ThrowCannotWrite(path_, error);
+}
+
+}  // namespace kit

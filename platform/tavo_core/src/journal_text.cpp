@@ -1,0 +1,213 @@
+#include "journal_text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "change_log_reader.h"
+#include "change_log_writer.h"
+#include "edit_variant.h"
+#include "kit/file.h"
+#include "kit/path.h"
+
+namespace tavo_core::journal {
+
+namespace {
+
+constexpr std::string_view formatName = "logdata journal";
+constexpr unsigned int formatVersion = 1;
+constexpr std::uintmax_t longestLog = 64U << 20U;
+
+constexpr std::string_view checkBegin = "{\"check\":\"";
+constexpr std::string_view checkEnd = "\",";
+constexpr std::size_t checkDigits = 16;
+constexpr std::string_view stateKey = "\"state\":\"";
+// Quotation marks inside a JSON text are escaped, so that these stand nowhere else.
+constexpr std::string_view removedKey = "\",\"removed\":";
+constexpr std::string_view addedKey = ",\"added\":";
+
+std::string AsHex(std::uint64_t hash) {
+    return fmt::format("{:016x}", hash);
+}
+
+/// `members` are those of a JSON object behind its first one, with the closing brace.
+std::string MakeLine(const std::string& members, std::uint64_t& chain) {
+    chain = Hash(members, chain);
+    return fmt::format("{}{}{}{}\n", checkBegin, AsHex(chain), checkEnd, members);
+}
+
+/// The members of a line whose checksum is right; none for any other.
+std::optional<std::string> TakeMembers(std::string_view line, std::uint64_t& chain) {
+    const std::size_t before = checkBegin.size() + checkDigits + checkEnd.size();
+    if (line.size() < before || !line.starts_with(checkBegin)) return std::nullopt;
+    const std::string_view members = line.substr(before);
+    const std::uint64_t hash = Hash(members, chain);
+    if (line.substr(checkBegin.size(), checkDigits) != AsHex(hash)) return std::nullopt;
+    chain = hash;
+    return std::string(members);
+}
+
+/// Edits as a change log on one line: its writer and reader are the only ones for edits.
+std::string WriteEdits(const CL::LogChange& change, bool removed) {
+    CL::ChangeLog log;
+    for (const CL::SongChange& song : change.songs) {
+        CL::SongLog& songLog = log.GetSongLogs()[song.songNumber];
+        for (const CL::AnyEdit& any : removed ? song.removed : song.added) {
+            std::visit(
+                [&songLog](const auto& edit) {
+                    CL::SequenceOf<std::remove_cvref_t<decltype(edit)>>(songLog).Add(edit);
+                },
+                any);
+        }
+        // Two states that differ tell that it changes.
+        if (song.attacca) songLog.SetAttacca(removed ? song.attacca->before : song.attacca->after);
+    }
+    std::string text = WriteChangeLog(log);
+    // Line ends stand only between the parts of the text: those inside texts are escaped.
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, const std::string& place) {
+    const std::size_t removedAt = members.find(removedKey);
+    const std::size_t addedAt = members.find(addedKey, removedAt);
+    if (addedAt == std::string_view::npos || members.back() != '}')
+        throw std::runtime_error(place + ": the line is no change.");
+    stateAfter = members.substr(stateKey.size(), removedAt - stateKey.size());
+    const std::size_t removedFrom = removedAt + removedKey.size();
+    const std::size_t addedFrom = addedAt + addedKey.size();
+    const CL::ChangeLog removed = ReadChangeLog(std::string(members.substr(removedFrom, addedAt - removedFrom)), place);
+    const CL::ChangeLog added =
+        ReadChangeLog(std::string(members.substr(addedFrom, members.size() - 1 - addedFrom)), place);
+
+    CL::LogChange change = CL::Compare(removed, added);
+    // What is taken out and put in again at its tick stands in both lists, and Compare leaves it out.
+    for (CL::SongChange& song : change.songs)
+        song.removed.clear(), song.added.clear();
+    const auto gather = [&change](const CL::ChangeLog& log, std::vector<CL::AnyEdit> CL::SongChange::*edits) {
+        for (const auto& [number, songLog] : log.GetSongLogs()) {
+            const auto named = [&songNumber = number](const CL::SongChange& song) {
+                return song.songNumber == songNumber;
+            };
+            auto song = std::find_if(change.songs.begin(), change.songs.end(), named);
+            if (song == change.songs.end()) song = change.songs.insert(song, {number, {}, {}, {}});
+            songLog.ForEachSequence([&](const auto& sequence) {
+                for (const auto& edit : sequence)
+                    ((*song).*edits).emplace_back(edit);
+            });
+        }
+    };
+    gather(removed, &CL::SongChange::removed);
+    gather(added, &CL::SongChange::added);
+    return change;
+}
+
+Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
+    Origin origin;
+    try {
+        if (object.at("format") != formatName) throw std::runtime_error(name + " is no journal of a change log.");
+        if (object.at("formatVersion") != formatVersion)
+            throw std::runtime_error(fmt::format("{}: the format version is not {}.", name, formatVersion));
+        origin.logName = object.at("log").get<std::string>();
+        if (!object.at("bytes").is_null()) origin.bytes = object.at("bytes").get<std::uintmax_t>();
+        origin.hash = object.at("hash").get<std::string>();
+    } catch (const nlohmann::json::exception&) {
+        throw std::runtime_error(name + " is no journal of a change log.");
+    }
+    return origin;
+}
+
+void ReadMembers(const std::string& members, Text& text, const std::string& name, const std::string& place) {
+    if (text.origin && members.starts_with(stateKey)) {
+        text.changes.push_back(ReadChange(members, text.stateAfter, place));
+        text.savedIn.clear();
+        return;
+    }
+    const nlohmann::json object = nlohmann::json::parse("{" + members, nullptr, false);
+    if (!text.origin) {
+        if (!object.is_object()) throw std::runtime_error(name + " is no journal of a change log.");
+        text.origin = ReadOrigin(object, name);
+    } else if (object.is_object() && object.contains("savedIn") && object["savedIn"].is_string()) {
+        text.savedIn = object["savedIn"].get<std::string>();
+    } else {
+        throw std::runtime_error(place + ": the line is neither a change nor a note of saving.");
+    }
+}
+
+}  // namespace
+
+std::uint64_t Hash(std::string_view bytes, std::uint64_t before) {
+    for (const char byte : bytes)
+        before = (before ^ static_cast<unsigned char>(byte)) * 0x100000001b3U;
+    return before;
+}
+
+std::string HashOfEdits(const CL::ChangeLog& log) {
+    std::uint64_t hash = Hash("");
+    for (const auto& [number, songLog] : log.GetSongLogs()) {
+        bool isEmpty = songLog.GetAttacca() == CL::AttaccaNormal;
+        songLog.ForEachSequence([&isEmpty](const auto& sequence) { isEmpty = isEmpty && sequence.empty(); });
+        if (!isEmpty) hash = Hash(WriteSong(number, songLog), hash);
+    }
+    return AsHex(hash);
+}
+
+Origin FindOrigin(const std::string& logPath) {
+    Origin origin{kit::path::basename(logPath), std::nullopt, ""};
+    if (!std::filesystem::exists(logPath)) return origin;
+    const std::string bytes = kit::ReadFile(logPath, longestLog);
+    origin.bytes = bytes.size();
+    origin.hash = AsHex(Hash(bytes));
+    return origin;
+}
+
+std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
+    const nlohmann::json logName = origin.logName;
+    return MakeLine(
+        fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"}}", formatName,
+                    formatVersion, logName.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
+                    origin.bytes ? std::to_string(*origin.bytes) : "null", origin.hash),
+        chain);
+}
+
+std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain) {
+    return MakeLine(fmt::format("{}{}{}{}{}{}}}", stateKey, stateAfter, removedKey, WriteEdits(change, true), addedKey,
+                                WriteEdits(change, false)),
+                    chain);
+}
+
+std::string WriteSavedIn(const std::string& logName, std::uint64_t& chain) {
+    const nlohmann::json name = logName;
+    return MakeLine(
+        fmt::format("\"savedIn\":{}}}", name.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)), chain);
+}
+
+Text Read(const std::string& text, const std::string& name) {
+    Text read;
+    std::size_t lineNumber = 0;
+    for (std::size_t from = 0; from < text.size();) {
+        ++lineNumber;
+        const std::size_t end = std::min(text.find('\n', from), text.size());
+        const bool isLast = end + 1 >= text.size();
+        const std::optional<std::string> members =
+            end == text.size() ? std::nullopt
+                               : TakeMembers(std::string_view(text).substr(from, end - from), read.chain);
+        if (!members) {
+            if (lineNumber == 1 && !isLast) throw std::runtime_error(name + " is no journal of a change log.");
+            read.problems.push_back(
+                isLast ? fmt::format("{}: the last line is not whole, its change was never finished.", name)
+                       : fmt::format("{}, line {}: the line is damaged, the changes from there on are lost.", name,
+                                     lineNumber));
+            break;
+        }
+        ReadMembers(*members, read, name, fmt::format("{}, line {}", name, lineNumber));
+        from = end + 1;
+        read.goodBytes = from;
+    }
+    return read;
+}
+
+}  // namespace tavo_core::journal
