@@ -176,6 +176,27 @@ TEST_F(Files, WriterKilledAtAnyMoment_LeavesOneWholeText) {
     }
 }
 
+TEST_F(Files, WrittenInPieces_AppearsOnlyAtTheCommit) {
+    kit::DurableWriter writer(path_, kit::ExistingFile::Keep);
+    writer.Write("first, ");
+    writer.Write("");
+    writer.Write("second");
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    writer.Commit();
+    EXPECT_EQ("first, second", kit::ReadFile(path_, kNoLimit));
+    EXPECT_THAT(List(), testing::ElementsAre("show.json"));
+}
+
+TEST_F(Files, WrittenInPiecesWithoutACommit_LeavesTheOldFileAndNothingElse) {
+    kit::WriteNewFileDurably(path_, "old");
+    {
+        kit::DurableWriter writer(path_, kit::ExistingFile::Replace);
+        writer.Write("new");
+    }
+    EXPECT_EQ("old", kit::ReadFile(path_, kNoLimit));
+    EXPECT_THAT(List(), testing::ElementsAre("show.json"));
+}
+
 TEST_F(Files, LinkAndUnlink_MovesOnceAndNeverReplaces) {
     const std::string temporary = directory_ / "temporary";
     kit::WriteNewFileDurably(temporary, "new");
