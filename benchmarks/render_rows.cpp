@@ -90,7 +90,7 @@ public:
 private:
     void RenderUntil(std::int64_t& frame, std::int64_t end) {
         while (frame < end) {
-            const auto count = static_cast<int>(std::min<std::int64_t>(end - frame, 512));
+            const auto count = static_cast<int>(std::min<std::int64_t>(end - frame, LongestPiece));
             fluid_synth_write_float(synth_, count, left_, 0, 1, right_, 0, 1);
             frame += count;
         }
@@ -98,8 +98,10 @@ private:
 
     fluid_settings_t* settings_;
     fluid_synth_t* synth_ = nullptr;
-    float left_[512] = {};
-    float right_[512] = {};
+    // As long as the engine's: short pieces take the library longer.
+    static constexpr int LongestPiece = 4096;
+    float left_[LongestPiece] = {};
+    float right_[LongestPiece] = {};
 };
 
 }  // namespace

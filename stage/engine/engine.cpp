@@ -93,6 +93,18 @@ void Engine::SetWantedTick(std::optional<std::uint32_t> tick) {
 
 void Engine::Render(float* left, float* right, std::uint32_t frames) {
     const std::lock_guard lock(mutex_);
+    RenderLater(left, right, frames);
+    WriteSound_();
+}
+
+void Engine::FinishRendering() {
+    const std::lock_guard lock(mutex_);
+    WriteSound_();
+}
+
+void Engine::RenderLater(float* left, float* right, std::uint32_t frames) {
+    const std::lock_guard lock(mutex_);
+    if (left != left_ || right != right_) WriteSound_();
     left_ = left;
     right_ = right;
     const std::int64_t end = frame_ + frames;
@@ -150,18 +162,27 @@ void Engine::FindNextEventFrame_() {
 
 void Engine::RenderSound_(std::uint32_t frames) {
     synth_.Render(left_, right_, frames);
-    synthGain_.Apply(left_, right_, frames);
-    masterGain_.Apply(left_, right_, frames);
-    fadeGain_.Apply(left_, right_, frames);
     left_ += frames;
     right_ += frames;
+    unwrittenFrames_ += frames;
     frame_ += frames;
+    if (fadeGain_.IsMoving()) WriteSound_();
     if (isRolling_) playedFrames_ += frames;
     if (fadeIsToTell_ && !fadeGain_.IsMoving()) {
         fadeIsToTell_ = false;
         host_.OnFadeDone();
         looksOutside_ = true;
     }
+}
+
+void Engine::WriteSound_() {
+    synth_.FinishRendering();
+    if (unwrittenFrames_ == 0) return;
+    float* const left = left_ - unwrittenFrames_;
+    float* const right = right_ - unwrittenFrames_;
+    for (Gain* gain : {&synthGain_, &masterGain_, &fadeGain_})
+        gain->Apply(left, right, unwrittenFrames_);
+    unwrittenFrames_ = 0;
 }
 
 void Engine::UpdatePosition_() {
@@ -177,17 +198,20 @@ void Engine::UpdatePosition_() {
 
 void Engine::SetSynthVolume(float volume) {
     const std::lock_guard lock(mutex_);
+    WriteSound_();
     synthGain_.MoveTo(volume, static_cast<std::uint32_t>(VolumeRampSeconds * framesPerSecond_));
 }
 
 void Engine::SetMasterVolume(float volume) {
     const std::lock_guard lock(mutex_);
+    WriteSound_();
     masterGain_.MoveTo(volume, static_cast<std::uint32_t>(VolumeRampSeconds * framesPerSecond_));
 }
 
 void Engine::MoveFade(float target, double seconds, bool tell) {
     const std::lock_guard lock(mutex_);
     const double frames = std::clamp(std::round(seconds * framesPerSecond_), 0.0, 4e9);
+    WriteSound_();
     fadeGain_.MoveTo(target, static_cast<std::uint32_t>(frames));
     fadeIsToTell_ = tell;
 }

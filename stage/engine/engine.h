@@ -90,6 +90,10 @@ public:
 
     /// Renders the next `frames` of both channels.
     void Render(float* left, float* right, std::uint32_t frames);
+    /// The same, but the last of it may be written as late as in FinishRendering, or the next call of either; cheaper
+    /// where the calls go on in one long buffer. Until then the buffers must stay.
+    void RenderLater(float* left, float* right, std::uint32_t frames);
+    void FinishRendering();
 
     /// Frames rendered since the engine began.
     [[nodiscard]] std::int64_t GetFrame() const { return frame_; }
@@ -126,6 +130,7 @@ private:
     void FindNextEventFrame_();
     void UpdatePosition_();
     void RenderSound_(std::uint32_t frames);
+    void WriteSound_();
 
     // Constant after construction.
     StageShowControl& flow_;
@@ -158,6 +163,7 @@ private:
     std::vector<ChannelState> chaseStates_;
     float* left_ = nullptr;  // where the piece's next frame goes
     float* right_ = nullptr;
+    std::uint32_t unwrittenFrames_ = 0;  // before there, without their gains yet
     Gain synthGain_;
     Gain masterGain_;
     Gain fadeGain_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "kit/numeric_string_compare.h"
 #include "player_core/gui_update.h"
@@ -60,6 +61,7 @@ OfflineShow::~OfflineShow() {
     notify::callbackDispatcher.RemoveCallbacksForTarget(this);
     engine_.SetListener(nullptr);
     player_.HaltOutput();
+    engine_.FinishRendering();
     trace_.reset();
     SetGuiUpdate(nullptr);
 }
@@ -146,23 +148,32 @@ std::int64_t OfflineShow::NextMoment_() {
 
 void OfflineShow::RenderUntil_(std::int64_t frame) {
     while (engine_.GetFrame() < frame) {
-        const auto frames =
-            static_cast<std::uint32_t>(std::min<std::int64_t>(frame - engine_.GetFrame(), LongestPieceFrames));
-        engine_.Render(left_.data(), right_.data(), frames);
-        result_.peak = std::max({result_.peak, FindPeak(left_.data(), frames), FindPeak(right_.data(), frames)});
-        if (soundSink_) soundSink_(left_.data(), right_.data(), frames);
+        if (filledFrames_ == LongestPieceFrames) HandOverSound_();
+        const auto frames = static_cast<std::uint32_t>(
+            std::min<std::int64_t>(frame - engine_.GetFrame(), LongestPieceFrames - filledFrames_));
+        engine_.RenderLater(left_.data() + filledFrames_, right_.data() + filledFrames_, frames);
+        filledFrames_ += frames;
     }
+}
+
+float OfflineShow::HandOverSound_() {
+    engine_.FinishRendering();
+    const std::uint32_t frames = std::exchange(filledFrames_, 0);
+    const float peak = std::max(FindPeak(left_.data(), frames), FindPeak(right_.data(), frames));
+    result_.peak = std::max(result_.peak, peak);
+    if (soundSink_ && frames > 0) soundSink_(left_.data(), right_.data(), frames);
+    return peak;
 }
 
 // What rings on after the last song.
 void OfflineShow::RenderTail_() {
+    HandOverSound_();
     engine_.Stop();
     const auto end = engine_.GetFrame() + static_cast<std::int64_t>(LongestTailSeconds * options_.framesPerSecond);
     while (engine_.GetFrame() < end) {
         const std::int64_t pieceEnd = std::min<std::int64_t>(engine_.GetFrame() + LongestPieceFrames, end);
-        const auto frames = static_cast<std::size_t>(pieceEnd - engine_.GetFrame());
         RenderUntil_(pieceEnd);
-        if (std::max(FindPeak(left_.data(), frames), FindPeak(right_.data(), frames)) < TailSilence) return;
+        if (HandOverSound_() < TailSilence) return;
     }
 }
 

@@ -77,6 +77,8 @@ private:
     void EndSong_();
     void PlayOn_();
     void RenderUntil_(std::int64_t frame);
+    /// The sound rendered so far goes to the sink; returns its peak.
+    float HandOverSound_();
     void RenderTail_();
     void KeepDisplayCurrent_();
     [[nodiscard]] std::int64_t NextMoment_();
@@ -132,6 +134,7 @@ private:
     std::vector<LoopEvent> tracedLoops_;
     std::vector<float> left_;
     std::vector<float> right_;
+    std::uint32_t filledFrames_ = 0;  // of the two, not handed over yet
     OfflineResult result_;
 };
 

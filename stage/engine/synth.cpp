@@ -104,7 +104,7 @@ void Synth::PlayNote(std::size_t channel, std::uint8_t key, std::uint8_t velocit
     if (note.count == 0) ++notesSounding_[channel];
     if (note.count < 255) ++note.count;
     note.soundingKey = soundingKey;
-    fluid_synth_noteon(fluid_->synth, AsInt(channel), soundingKey, velocity);
+    fluid_synth_noteon(AtPresent_().synth, AsInt(channel), soundingKey, velocity);
     Tell_(channel, 0x90, soundingKey, velocity);
 }
 
@@ -117,7 +117,7 @@ void Synth::EndNote(std::size_t channel, std::uint8_t key) {
 }
 
 void Synth::StopKey_(std::size_t channel, std::uint8_t soundingKey) {
-    fluid_synth_noteoff(fluid_->synth, AsInt(channel), soundingKey);
+    fluid_synth_noteoff(AtPresent_().synth, AsInt(channel), soundingKey);
     Tell_(channel, 0x80, soundingKey, 0);
 }
 
@@ -129,20 +129,20 @@ void Synth::PlayMessage(const tavo_midi::MidiEvent& event) {
     ApplyMessage(states_[channel], event);
     switch (event.status & 0xF0U) {
         case 0xA0:
-            fluid_synth_key_pressure(fluid_->synth, AsInt(channel), data1, data2);
+            fluid_synth_key_pressure(AtPresent_().synth, AsInt(channel), data1, data2);
             break;
         case 0xB0:
             SendController_(channel, data1, data2);
             if (data1 == controller::AllSoundOff || data1 >= controller::AllNotesOff) ForgetNotes_(channel);
             return;
         case 0xC0:
-            fluid_synth_program_change(fluid_->synth, AsInt(channel), data1);
+            fluid_synth_program_change(AtPresent_().synth, AsInt(channel), data1);
             break;
         case 0xD0:
-            fluid_synth_channel_pressure(fluid_->synth, AsInt(channel), data1);
+            fluid_synth_channel_pressure(AtPresent_().synth, AsInt(channel), data1);
             break;
         case 0xE0:
-            fluid_synth_pitch_bend(fluid_->synth, AsInt(channel), states_[channel].pitchBend);
+            fluid_synth_pitch_bend(AtPresent_().synth, AsInt(channel), states_[channel].pitchBend);
             break;
         default:
             return;
@@ -153,7 +153,7 @@ void Synth::PlayMessage(const tavo_midi::MidiEvent& event) {
 void Synth::PlaySysex(const std::vector<std::uint8_t>& message) {
     if (message.size() < 3) return;
     // The synthesizer wants the bytes between the first and the last.
-    fluid_synth_sysex(fluid_->synth, reinterpret_cast<const char*>(message.data() + 1), AsInt(message.size() - 2),
+    fluid_synth_sysex(AtPresent_().synth, reinterpret_cast<const char*>(message.data() + 1), AsInt(message.size() - 2),
                       nullptr, nullptr, nullptr, 0);
 }
 
@@ -180,7 +180,7 @@ void Synth::EndAllNotes() {
 
 void Synth::SilenceAll() {
     EndAllNotes();
-    fluid_synth_all_sounds_off(fluid_->synth, -1);
+    fluid_synth_all_sounds_off(AtPresent_().synth, -1);
 }
 
 std::size_t Synth::CountSoundingNotes() const {
@@ -188,14 +188,14 @@ std::size_t Synth::CountSoundingNotes() const {
 }
 
 void Synth::SendController_(std::size_t channel, std::uint8_t number, std::uint8_t value) {
-    fluid_synth_cc(fluid_->synth, AsInt(channel), number, value);
+    fluid_synth_cc(AtPresent_().synth, AsInt(channel), number, value);
     Tell_(channel, 0xB0, number, value);
 }
 
 void Synth::SendProgram_(std::size_t channel, std::uint32_t program) {
     SendController_(channel, controller::BankHigh, static_cast<std::uint8_t>(program >> 14 & 0x7FU));
     SendController_(channel, controller::BankLow, static_cast<std::uint8_t>(program >> 7 & 0x7FU));
-    fluid_synth_program_change(fluid_->synth, AsInt(channel), static_cast<int>(program & 0x7FU));
+    fluid_synth_program_change(AtPresent_().synth, AsInt(channel), static_cast<int>(program & 0x7FU));
     Tell_(channel, 0xC0, static_cast<std::uint8_t>(program & 0x7FU), 0);
 }
 
@@ -222,11 +222,11 @@ void Synth::ApplyState_(std::size_t channel, const ChannelState& target) {
         SendController_(channel, static_cast<std::uint8_t>(number), target.controllers[number]);
     }
     if (now.pressure != target.pressure) {
-        fluid_synth_channel_pressure(fluid_->synth, AsInt(channel), target.pressure);
+        fluid_synth_channel_pressure(AtPresent_().synth, AsInt(channel), target.pressure);
         Tell_(channel, 0xD0, target.pressure, 0);
     }
     if (now.pitchBend != target.pitchBend) {
-        fluid_synth_pitch_bend(fluid_->synth, AsInt(channel), target.pitchBend);
+        fluid_synth_pitch_bend(AtPresent_().synth, AsInt(channel), target.pitchBend);
         Tell_(channel, 0xE0, target.pitchBend & 0x7FU, static_cast<std::uint8_t>(target.pitchBend >> 7));
     }
 }
@@ -246,8 +246,26 @@ void Synth::ApplyParameters_(std::size_t channel, const ChannelState& target) {
 }
 
 void Synth::Render(float* left, float* right, std::uint32_t frames) {
-    fluid_synth_write_float(fluid_->synth, static_cast<int>(frames), left, 0, 1, right, 0, 1);
+    if (left != nextLeft_ + unwrittenFrames_ || right != nextRight_ + unwrittenFrames_) {
+        FinishRendering();
+        nextLeft_ = left;
+        nextRight_ = right;
+    }
+    unwrittenFrames_ += frames;
     renderedFrames_ += frames;
+}
+
+void Synth::FinishRendering() {
+    if (unwrittenFrames_ == 0) return;
+    fluid_synth_write_float(fluid_->synth, static_cast<int>(unwrittenFrames_), nextLeft_, 0, 1, nextRight_, 0, 1);
+    nextLeft_ += unwrittenFrames_;
+    nextRight_ += unwrittenFrames_;
+    unwrittenFrames_ = 0;
+}
+
+Synth::Fluid& Synth::AtPresent_() {
+    FinishRendering();
+    return *fluid_;
 }
 
 }  // namespace stage

@@ -59,8 +59,11 @@ public:
     /// Sets the channels to `states`, which has CountChannels() elements; sends only what differs.
     void ApplyStates(std::span<const ChannelState> states);
 
-    /// Writes the next frames of both channels of the output.
+    /// The next frames of both channels of the output. They are written when the next message comes, by FinishRendering
+    /// at the latest: the synthesizer takes nearly twice as long for many short pieces as for few long ones. Until then
+    /// the place must stay.
     void Render(float* left, float* right, std::uint32_t frames);
+    void FinishRendering();
     [[nodiscard]] std::int64_t CountRenderedFrames() const { return renderedFrames_; }
 
     /// Tells every note, end of a note and setting that is sent; for tests and diagnostics. Empty: tells nobody.
@@ -76,6 +79,8 @@ private:
     [[nodiscard]] SoundingNote& NoteAt_(std::size_t channel, std::uint8_t key) {
         return notes_[channel * KeyCount + key];
     }
+    /// The synthesizer at the frame that was rendered last.
+    [[nodiscard]] Fluid& AtPresent_();
     void Tell_(std::size_t channel, std::uint8_t status, std::uint8_t data1, std::uint8_t data2);
     void StopKey_(std::size_t channel, std::uint8_t soundingKey);
     void SendController_(std::size_t channel, std::uint8_t number, std::uint8_t value);
@@ -91,6 +96,10 @@ private:
     std::vector<SoundingNote> notes_;           // by channel and written key
     std::vector<std::uint16_t> notesSounding_;  // by channel: keys whose count is not 0
     std::int64_t renderedFrames_ = 0;
+    // What was asked for and is not written yet.
+    float* nextLeft_ = nullptr;
+    float* nextRight_ = nullptr;
+    std::uint32_t unwrittenFrames_ = 0;
     std::function<void(const SynthMessage&)> observer_;
 };
 

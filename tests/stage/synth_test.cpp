@@ -25,6 +25,7 @@ protected:
         std::vector<float> left(frames);
         std::vector<float> right(frames);
         synth.Render(left.data(), right.data(), frames);
+        synth.FinishRendering();
         float peak = 0;
         for (const float sample : left)
             peak = std::max(peak, std::fabs(sample));
