@@ -1,0 +1,119 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// Real processes around the test: a JACK server with its dummy driver in a /dev/shm of the test's own, and devices on
+/// it.
+namespace test_support {
+
+/// A child process with pipes to its standard input and output.
+class Child {
+public:
+    explicit Child(std::vector<std::string> words) {
+        int in[2];
+        int out[2];
+        if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) return;
+        std::vector<char*> arguments;
+        for (std::string& word : words)
+            arguments.push_back(word.data());
+        arguments.push_back(nullptr);
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(in[0], 0);
+            ::dup2(out[1], 1);
+            ::execvp(arguments[0], arguments.data());
+            ::_exit(127);
+        }
+        ::close(in[0]);
+        ::close(out[1]);
+        in_ = ::fdopen(in[1], "w");
+        out_ = ::fdopen(out[0], "r");
+    }
+    ~Child() { End(SIGTERM); }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    void End(int signal) {
+        if (pid_ <= 0) return;
+        ::kill(pid_, signal);
+        ::waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+        std::fclose(in_);
+        if (reader_.joinable()) reader_.join();
+        std::fclose(out_);
+    }
+    void Write(const std::string& line) {
+        std::fputs((line + "\n").c_str(), in_);
+        std::fflush(in_);
+    }
+    std::string ReadLine() {
+        char line[256];
+        if (std::fgets(line, sizeof line, out_) == nullptr) return {};
+        std::string text = line;
+        text.pop_back();
+        return text;
+    }
+    /// From now on lines are taken by a thread and handed out by NextLine.
+    void CollectLines() {
+        reader_ = std::thread([this] {
+            for (std::string line = ReadLine(); !line.empty(); line = ReadLine()) {
+                const std::lock_guard lock(mutex_);
+                lines_.push_back(line);
+                changed_.notify_all();
+            }
+        });
+    }
+    std::optional<std::string> NextLine(std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+        std::unique_lock lock(mutex_);
+        if (!changed_.wait_for(lock, patience, [this] { return !lines_.empty(); })) return std::nullopt;
+        std::string line = lines_.front();
+        lines_.pop_front();
+        return line;
+    }
+
+private:
+    pid_t pid_ = -1;
+    std::FILE* in_ = nullptr;
+    std::FILE* out_ = nullptr;
+    std::thread reader_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::string> lines_;
+};
+
+/// Gives the process a /dev/shm of its own, once; false where that is not permitted. To be called while it has one
+/// thread.
+inline bool EnterOwnSharedMemory() {
+    static const bool isEntered = [] {
+        return ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+               ::mount("tmpfs", "/dev/shm", "tmpfs", 0, nullptr) == 0;
+    }();
+    return isEntered;
+}
+
+/// Starts a server and waits until it runs; null if none comes up.
+inline std::unique_ptr<Child> StartJackServer() {
+    auto server = std::make_unique<Child>(
+        std::vector<std::string>{"sh", "-c", "exec jackd -R -d dummy -r 48000 -p 128 >/dev/null 2>&1"});
+    Child wait({"sh", "-c", "jack_wait -w -t 10 >/dev/null 2>&1 && echo up"});
+    if (wait.ReadLine() != "up") return nullptr;
+    return server;
+}
+
+}  // namespace test_support

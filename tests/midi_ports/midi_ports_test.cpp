@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+
+#include "tavo_core/callback_dispatcher.h"
+#include "tavo_midi/midi_commands.h"
+#include "tavo_midi/midi_ports.h"
+#include "tests/midi_ports/jack_server.h"
+#include "tests/support/temporary_directory.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using tavo_midi::MidiSystemChoice;
+using test_support::Child;
+
+constexpr auto kPatience = 10s;
+
+/// Collects what happens on other threads as lines.
+class Log {
+public:
+    void Add(const std::string& line) {
+        const std::lock_guard lock(mutex_);
+        lines_.push_back(line);
+        changed_.notify_all();
+    }
+    /// Waits for the line; a line counts once.
+    bool WaitFor(const std::string& line) {
+        std::unique_lock lock(mutex_);
+        const auto find = [&] { return std::find(lines_.begin(), lines_.end(), line); };
+        if (!changed_.wait_for(lock, kPatience, [&] { return find() != lines_.end(); })) return false;
+        lines_.erase(find());
+        return true;
+    }
+    std::vector<std::string> GetLines() {
+        const std::lock_guard lock(mutex_);
+        return lines_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> lines_;
+};
+
+std::unique_ptr<Child> StartPeer(const std::string& name) {
+    auto peer = std::make_unique<Child>(std::vector<std::string>{MIDI_PEER, name});
+    if (peer->ReadLine() != "ready") return nullptr;
+    peer->CollectLines();
+    return peer;
+}
+
+/// A pit: a server, a foot pedal on it, and the commands of a show.
+class MidiPorts : public testing::TestWithParam<MidiSystemChoice> {
+protected:
+    void SetUp() override {
+        if (!test_support::EnterOwnSharedMemory())
+            GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
+        server_ = test_support::StartJackServer();
+        if (!server_) GTEST_SKIP() << "No JACK server with the dummy driver can be started here.";
+        pedal_ = StartPeer("pedal");
+        ASSERT_NE(pedal_, nullptr);
+        tavo_midi::SetMidiSystemChoice(GetParam());
+        tavo_midi::SetMidiPortListener(
+            [this](const tavo_midi::MidiPortReport& report) { ports_.Add(report.sentence); });
+        for (const auto& [name, word] : CommandWords())
+            notify::callbackDispatcher.AddCallback(this, name, [this, word](void*) { commands_.Add(word); });
+    }
+    void TearDown() override {
+        tavo_midi::SetMidiPortListener({});
+        notify::callbackDispatcher.RemoveCallbacksForTarget(this);
+        tavo_midi::SetMidiSystemChoice(MidiSystemChoice::None);
+    }
+
+    static std::vector<std::pair<std::string, std::string>> CommandWords() {
+        using namespace notify::names;
+        return {{midiCommandPlay, "Play"},
+                {midiCommandPause, "Pause"},
+                {midiCommandStop, "Stop"},
+                {midiCommandContinue, "Continue"},
+                {midiCommandNextSong, "Next Song"},
+                {midiCommandPreviousSong, "Previous Song"},
+                {midiCommandNextMarker, "Next Marker"},
+                {midiCommandPreviousMarker, "Previous Marker"},
+                {midi_commands::names::conductBeat, "Conduct Beat"}};
+    }
+    [[nodiscard]] std::string SettingsPath() const { return directory_ / "midiCommandSettings"; }
+    void ConnectToPedal(midi_commands::MidiCommands& commands) {
+        for (const MidiEndPoint& source : GetNonTavoMidiSources()) {
+            if (source.name == "pedal:out") commands.ConnectSourceByIndex(source.index);
+        }
+        ASSERT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is connected."));
+    }
+
+    test_support::TemporaryDirectory directory_;
+    std::unique_ptr<Child> server_;
+    std::unique_ptr<Child> pedal_;
+    Log ports_;
+    Log commands_;
+};
+
+TEST_P(MidiPorts, EveryCommandOfThePedal_ReachesThePlayer) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    ConnectToPedal(commands);
+    EXPECT_TRUE(dispatcher.GetIsConnected());
+    EXPECT_EQ(GetNonTavoMidiSources().at(dispatcher.GetPortIndex()).name, "pedal:out");
+    for (const auto& [command, name] : midi_commands::commandNames)
+        commands.SetMidiCommand(command, 0x90, static_cast<unsigned char>(60 + command), 0);
+    for (const auto& [command, name] : midi_commands::commandNames) {
+        char line[32];
+        std::snprintf(line, sizeof line, "send 90 %02X 40", 60 + command);
+        pedal_->Write(line);
+        EXPECT_TRUE(commands_.WaitFor(name)) << name;
+    }
+    EXPECT_TRUE(commands_.GetLines().empty());
+}
+
+TEST_P(MidiPorts, LearnedFromThePedal_GivesTheCommandAndNotWhileLearning) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    ConnectToPedal(commands);
+    commands.LearnMidiCommand(midi_commands::Continue);
+    pedal_->Write("send B0 40 7F");
+    while (commands.IsMidiCommandLearning(midi_commands::Continue))
+        std::this_thread::sleep_for(1ms);
+    EXPECT_TRUE(commands_.GetLines().empty());
+    EXPECT_EQ(commands.GetLearnedCommands().at(midi_commands::Continue),
+              (midi_commands::LearnedCommand{0xB0, 0x40, 0x7F}));
+    pedal_->Write("send B0 40 00");
+    pedal_->Write("send B0 40 7F");
+    EXPECT_TRUE(commands_.WaitFor("Continue"));
+    EXPECT_TRUE(commands_.GetLines().empty());
+}
+
+TEST_P(MidiPorts, PedalUnpluggedAndPluggedIn_IsFoundAgainAndReported) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    commands.SetMidiCommand(midi_commands::Play, 0xC0, 5, 0);
+    ConnectToPedal(commands);
+    pedal_.reset();
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    EXPECT_FALSE(dispatcher.GetIsConnected());
+    pedal_ = StartPeer("pedal");
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is back."));
+    EXPECT_TRUE(dispatcher.GetIsConnected());
+    pedal_->Write("send C0 05");
+    EXPECT_TRUE(commands_.WaitFor("Play"));
+}
+
+TEST_P(MidiPorts, ServerKilledAndStartedAgain_ThreeTimes_ThePedalWorks) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    commands.SetMidiCommand(midi_commands::Continue, 0x90, 60, 0);
+    ConnectToPedal(commands);
+    for (int round = 0; round < 3; ++round) {
+        server_->End(SIGKILL);
+        EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+        pedal_.reset();
+        server_ = test_support::StartJackServer();
+        ASSERT_NE(server_, nullptr);
+        pedal_ = StartPeer("pedal");
+        ASSERT_NE(pedal_, nullptr);
+        EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is back."));
+        pedal_->Write("send 90 3C 40");
+        EXPECT_TRUE(commands_.WaitFor("Continue"));
+    }
+}
+
+TEST_P(MidiPorts, NextStart_TheRememberedPedalIsConnectedWhenItComes) {
+    {
+        MidiMessageDispatcher dispatcher;
+        midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+        commands.SetMidiCommand(midi_commands::Stop, 0x90, 60, 0);
+        ConnectToPedal(commands);
+    }
+    pedal_.reset();
+    MidiMessageDispatcher dispatcher;
+    const midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    EXPECT_FALSE(dispatcher.GetIsConnected());
+    EXPECT_EQ(dispatcher.GetPortName(), "pedal:out");
+    pedal_ = StartPeer("pedal");
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is connected."));
+    pedal_->Write("send 90 3C 40");
+    EXPECT_TRUE(commands_.WaitFor("Stop"));
+}
+
+TEST_P(MidiPorts, FloodOfTenThousandASecond_TheNextCommandIsNotHeldUp) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    commands.SetMidiCommand(midi_commands::Play, 0x90, 60, 0);
+    ConnectToPedal(commands);
+    std::atomic<int> count{0};
+    std::mutex delaysMutex;
+    std::vector<std::chrono::nanoseconds> delays;
+    dispatcher.AddListener(&count, [&](std::span<const unsigned char> message, std::chrono::nanoseconds arrival) {
+        const auto delay = std::chrono::steady_clock::now().time_since_epoch() - arrival;
+        const std::lock_guard lock(delaysMutex);
+        if (message[0] == 0x90) delays.push_back(delay);
+        ++count;
+    });
+    pedal_->Write("flood 20000 10000");
+    for (int press = 0; press < 20; ++press) {
+        pedal_->Write("send 90 3C 40");
+        EXPECT_TRUE(commands_.WaitFor("Play"));
+    }
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (count < 20020 && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(count, 20020);
+    EXPECT_EQ(dispatcher.GetDroppedCount(), 0U);
+    dispatcher.RemoveListener(&count);
+    // The median: a busy machine lets any thread wait for longer now and then.
+    ASSERT_EQ(delays.size(), 20U);
+    std::sort(delays.begin(), delays.end());
+    EXPECT_LT(delays[10], 10ms);
+    RecordProperty("longestDelayUs", static_cast<int>(delays.back() / 1us));
+}
+
+INSTANTIATE_TEST_SUITE_P(Systems, MidiPorts, testing::Values(MidiSystemChoice::Jack, MidiSystemChoice::RtMidi),
+                         [](const auto& choice) { return choice.param == MidiSystemChoice::Jack ? "Jack" : "RtMidi"; });
+
+}  // namespace

@@ -1,0 +1,215 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+
+#include "tavo_midi/midi_ports.h"
+#include "tavo_midi/midi_time_code_controller.h"
+#include "tests/midi_ports/jack_server.h"
+#include "tests/support/temporary_directory.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using test_support::Child;
+
+/// What the receiver got: the sample and the bytes.
+struct Received {
+    std::uint32_t frame = 0;
+    std::vector<unsigned int> bytes;
+};
+
+std::optional<Received> Receive(Child& receiver) {
+    const auto line = receiver.NextLine();
+    if (!line) return std::nullopt;
+    std::istringstream words(*line);
+    Received received;
+    words >> received.frame >> std::hex;
+    for (unsigned int byte = 0; words >> byte;)
+        received.bytes.push_back(byte);
+    return received;
+}
+
+struct Address {
+    unsigned int hours, minutes, seconds, frames, rate;
+    bool operator==(const Address&) const = default;
+};
+
+/// The decoder's own way to count: the address two frames later.
+Address TwoFramesOn(Address address) {
+    const std::array<unsigned int, 4> frames{24, 25, 30, 30};
+    for (int step = 0; step < 2; ++step) {
+        if (++address.frames < frames[address.rate]) continue;
+        address.frames = 0;
+        if (++address.seconds < 60) continue;
+        address.seconds = 0;
+        ++address.minutes;
+        if (address.rate == 2 && address.minutes % 10 != 0) address.frames = 2;
+        if (address.minutes < 60) continue;
+        address.minutes = 0;
+        address.hours = (address.hours + 1) % 24;
+    }
+    return address;
+}
+
+/// Reads quarter frames until a whole address is there.
+std::optional<Address> ReadAddress(Child& receiver, std::vector<std::uint32_t>& stamps) {
+    std::array<unsigned int, 8> halves{};
+    for (unsigned int piece = 0; piece < 8; ++piece) {
+        const auto received = Receive(receiver);
+        if (!received || received->bytes.size() != 2 || received->bytes[0] != 0xF1) return std::nullopt;
+        if (received->bytes[1] >> 4U != piece) return std::nullopt;
+        halves[piece] = received->bytes[1] & 0xFU;
+        stamps.push_back(received->frame);
+    }
+    const unsigned int hours = halves[6] | halves[7] << 4U;
+    return Address{hours & 0x1FU, halves[4] | halves[5] << 4U, halves[2] | halves[3] << 4U, halves[0] | halves[1] << 4U,
+                   hours >> 5U};
+}
+
+std::optional<Address> ReadFullFrame(Child& receiver) {
+    const auto received = Receive(receiver);
+    if (!received || received->bytes.size() != 10 || received->bytes[0] != 0xF0) return std::nullopt;
+    const auto& bytes = received->bytes;
+    return Address{bytes[5] & 0x1FU, bytes[6], bytes[7], bytes[8], bytes[5] >> 5U};
+}
+
+class TimeCodePorts : public testing::TestWithParam<tavo_midi::MidiSystemChoice> {
+protected:
+    void SetUp() override {
+        if (!test_support::EnterOwnSharedMemory())
+            GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
+        server_ = test_support::StartJackServer();
+        if (!server_) GTEST_SKIP() << "No JACK server with the dummy driver can be started here.";
+        StartReceiver();
+        tavo_midi::SetMidiSystemChoice(GetParam());
+        controller_ = std::make_unique<MidiTimeCodeController>(directory_ / "midiTimeCodeSettings");
+        controller_->SetOutputPortName("receiver:in");
+        controller_->ActivateMidiTimeCode();
+        // What the port is opened with: the place where playback would begin.
+        ASSERT_EQ(ReadFullFrame(*receiver_), (Address{0, 0, 0, 0, 3}));
+    }
+    void TearDown() override {
+        controller_.reset();
+        tavo_midi::SetMidiSystemChoice(tavo_midi::MidiSystemChoice::None);
+    }
+    void StartReceiver() {
+        receiver_ = std::make_unique<Child>(std::vector<std::string>{MIDI_PEER, "receiver"});
+        ASSERT_EQ(receiver_->ReadLine(), "ready");
+        receiver_->CollectLines();
+    }
+
+    test_support::TemporaryDirectory directory_;
+    std::unique_ptr<Child> server_;
+    std::unique_ptr<Child> receiver_;
+    std::unique_ptr<MidiTimeCodeController> controller_;
+};
+
+/// Seconds a rate is listened to: TAVO_TIME_CODE_SECONDS, or few.
+int SecondsToListen() {
+    const char* const seconds = std::getenv("TAVO_TIME_CODE_SECONDS");
+    return seconds == nullptr ? 3 : std::atoi(seconds);
+}
+
+TEST_P(TimeCodePorts, RollingAtEachRate_EveryFrameInOrderOnItsSample) {
+    const std::array<double, 4> framesPerSecond{24, 25, 30000.0 / 1001, 30};
+    const bool isJack = GetParam() == tavo_midi::MidiSystemChoice::Jack;
+    for (unsigned int rate = 0; rate < 4; ++rate) {
+        SCOPED_TRACE(frameRateStrings[rate]);
+        controller_->SetFrameRate(static_cast<FrameRate>(rate));
+        EXPECT_EQ(ReadFullFrame(*receiver_), (Address{0, 0, 0, 0, rate}));
+        // Close to where drop-frame counting leaves out two addresses.
+        controller_->Start(59s);
+        const auto first = ReadFullFrame(*receiver_);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(first->seconds, rate == 2 ? 58U : 59U);
+        std::vector<std::uint32_t> stamps;
+        auto address = ReadAddress(*receiver_, stamps);
+        ASSERT_TRUE(address);
+        const int pairs = static_cast<int>(SecondsToListen() * framesPerSecond[rate] / 2);
+        for (int pair = 1; pair < pairs; ++pair) {
+            const auto next = ReadAddress(*receiver_, stamps);
+            ASSERT_TRUE(next) << "pair " << pair;
+            ASSERT_EQ(*next, TwoFramesOn(*address)) << "pair " << pair;
+            address = next;
+        }
+        double worst = 0;
+        for (std::size_t index = 0; index < stamps.size(); ++index) {
+            const double due = static_cast<double>(index) * 48000 / (4 * framesPerSecond[rate]);
+            worst = std::max(worst, std::abs(static_cast<double>(stamps[index] - stamps[0]) - due));
+        }
+        if (isJack) {
+            EXPECT_LE(worst, 1.0) << "samples";
+        }
+        RecordProperty("worstSamples" + std::to_string(rate), std::to_string(worst));
+        controller_->Stop(0s);
+        // The quarter frames that came in the meantime, then the full frame of the stop.
+        for (auto received = Receive(*receiver_); received && received->bytes.size() == 2;)
+            received = Receive(*receiver_);
+    }
+}
+
+TEST_P(TimeCodePorts, JumpsWhileRolling_TheNextFullFrameIsThere) {
+    controller_->Start(0s);
+    ASSERT_EQ(ReadFullFrame(*receiver_), (Address{0, 0, 0, 0, 3}));
+    unsigned int seed = 1;
+    for (int jump = 0; jump < 200; ++jump) {
+        seed = seed * 1103515245U + 12345U;
+        const std::chrono::milliseconds target(seed % 3'600'000U);
+        controller_->Jump(0s, target);
+        std::optional<Received> received;
+        do {
+            received = Receive(*receiver_);
+        } while (received && received->bytes.size() == 2);
+        ASSERT_TRUE(received) << "jump " << jump;
+        const auto& bytes = received->bytes;
+        const long frame = ((bytes[5] & 0x1FU) * 3600L + bytes[6] * 60L + bytes[7]) * 30 + bytes[8];
+        const long expected = target.count() * 30 / 1000;
+        // Sent at the moment that it is for, or as soon as the machine came to it.
+        EXPECT_GE(frame, expected) << "jump " << jump;
+        EXPECT_LE(frame, expected + (GetParam() == tavo_midi::MidiSystemChoice::Jack ? 1 : 3)) << "jump " << jump;
+    }
+}
+
+TEST_P(TimeCodePorts, JumpWithRunOn_TimeCodeRunsOnWithoutABreak) {
+    controller_->SetJumpRule(MidiTimeCodeController::JumpRule::RunOn);
+    controller_->Start(10s);
+    ASSERT_TRUE(ReadFullFrame(*receiver_));
+    std::vector<std::uint32_t> stamps;
+    auto address = ReadAddress(*receiver_, stamps);
+    ASSERT_TRUE(address);
+    for (int pair = 0; pair < 20; ++pair) {
+        if (pair == 5) controller_->Jump(11s, 2s);
+        const auto next = ReadAddress(*receiver_, stamps);
+        ASSERT_TRUE(next);
+        ASSERT_EQ(*next, TwoFramesOn(*address)) << "pair " << pair;
+        address = next;
+    }
+}
+
+TEST_P(TimeCodePorts, ServerKilledWhileRolling_TimeCodeGoesOnWhereTheMusicIs) {
+    controller_->Start(0s);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(ReadFullFrame(*receiver_));
+    server_->End(SIGKILL);
+    receiver_.reset();
+    server_ = test_support::StartJackServer();
+    ASSERT_NE(server_, nullptr);
+    StartReceiver();
+    const auto address = ReadFullFrame(*receiver_);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    ASSERT_TRUE(address);
+    const double seconds = address->minutes * 60 + address->seconds + address->frames / 30.0;
+    EXPECT_NEAR(seconds, std::chrono::duration<double>(elapsed).count(), 0.5);
+}
+
+INSTANTIATE_TEST_SUITE_P(Systems, TimeCodePorts,
+                         testing::Values(tavo_midi::MidiSystemChoice::Jack, tavo_midi::MidiSystemChoice::RtMidi),
+                         [](const auto& choice) {
+                             return choice.param == tavo_midi::MidiSystemChoice::Jack ? "Jack" : "RtMidi";
+                         });
+
+}  // namespace
