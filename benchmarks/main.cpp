@@ -25,6 +25,7 @@ constexpr Group Groups[] = {
     {"time", bench::AddTimeRows},
     {"arithmetic", bench::AddArithmeticRows},
     {"show", bench::AddWholeShowRows},
+    {"beats", bench::AddBeatsRows},
     {"open", bench::AddOpenRows},
     {"render", bench::AddRenderRows},
 };

@@ -15,6 +15,7 @@ void AddFeedRows(Table& table, const Effort& effort);
 void AddTimeRows(Table& table, const Effort& effort);
 void AddArithmeticRows(Table& table, const Effort& effort);
 void AddWholeShowRows(Table& table, const Effort& effort);
+void AddBeatsRows(Table& table, const Effort& effort);
 void AddOpenRows(Table& table, const Effort& effort);
 void AddRenderRows(Table& table, const Effort& effort);
 

@@ -122,12 +122,10 @@ FlowShow::FlowShow(const std::string& edits, unsigned int startTick) {
     showData_.AddSong(MakeSong(startTick));
     log_ = MakeLog_(edits);
     SetActiveChangeLog(log_);
-    control_ = std::make_unique<OpenShowControl>(player_, showData_);
-    player_.SetShowControl(*control_);
     SetGuiUpdate(std::make_unique<ToldFeed>(player_));
     handler_ = notify::guiDispatcher.AddHandler([this](const auto& notification) { Hear_(notification); });
     player_.LoadSong("1");
-    control_->FullReset();
+    Control().FullReset();
     Log();
     Statuses();
 }
@@ -150,7 +148,7 @@ std::shared_ptr<CL::ChangeLog> FlowShow::MakeLog_(const std::string& edits) cons
 void FlowShow::ChangeEdits(const std::string& edits) {
     log_ = MakeLog_(edits);
     SetActiveChangeLog(log_);
-    control_->LoadNewChangeLog();
+    Control().LoadNewChangeLog();
 }
 
 CL::SongLog& FlowShow::Edits() {
@@ -158,15 +156,15 @@ CL::SongLog& FlowShow::Edits() {
 }
 
 void FlowShow::ArriveAt(unsigned int tick) {
-    control_->SetTickIndex(tick);
-    control_->GetHowToPlay().Advance(tick);
-    control_->ProcessLoopEventsAtCurrentTickIndex();
+    Control().SetTickIndex(tick);
+    Control().GetHowToPlay().Advance(tick);
+    Control().ProcessLoopEventsAtCurrentTickIndex();
     if (Tick() != tick) Note_(fmt::format("jump {}", Tick()));
 }
 
 std::string FlowShow::Search(unsigned int from, unsigned int to) {
-    control_->FindNextControlEventOnAdvance(from, to);
-    const FindNextControlEventResult& result = control_->GetResult_();
+    Control().FindNextControlEventOnAdvance(from, to);
+    const FindNextControlEventResult& result = Control().GetResult_();
     if (result.caesuraHere) return "caesura";
     if (result.cutHere) return fmt::format("cut to {}", result.tickIndex);
     if (result.loopStartsHere) return fmt::format("loop at {}", result.tickIndex);
@@ -176,12 +174,12 @@ std::string FlowShow::Search(unsigned int from, unsigned int to) {
 void FlowShow::PlayTo(unsigned int tick) {
     while (Tick() < tick) {
         const unsigned int from = Tick();
-        LoopEventList& loops = control_->GetLoopEvents_();
+        LoopEventList& loops = Control().GetLoopEvents_();
         // An engine never plans beyond the end of the first active loop.
         const bool isInLoop = !loops.IsEmpty() && loops.GetFirstLoopEvent().end > from;
         const unsigned int to = isInLoop ? std::min(tick, loops.GetFirstLoopEvent().end) : tick;
         Search(from, to);
-        const FindNextControlEventResult result = control_->GetResult_();
+        const FindNextControlEventResult result = Control().GetResult_();
         if (result.caesuraHere) {
             Note_(fmt::format("caesura {}", from));
             return;
@@ -190,8 +188,8 @@ void FlowShow::PlayTo(unsigned int tick) {
             Note_(fmt::format("loop {}..{}", from, loops.GetFirstLoopEvent().end));
         } else if (result.cutHere) {
             Note_(fmt::format("cut {}", result.tickIndex));
-            control_->DoSkipAhead(result.tickIndex);
-            control_->ProcessLoopEventsAtCurrentTickIndex();
+            Control().DoSkipAhead(result.tickIndex);
+            Control().ProcessLoopEventsAtCurrentTickIndex();
         } else {
             ArriveAt(result.tickIndex);
             if (result.tickIndex == tick) return;
@@ -226,8 +224,9 @@ void FlowShow::Note_(const std::string& line) {
 }
 
 void FlowShow::NoteCuts_() {
-    for (; cutsNoted_ < player_.cutEnds.size(); ++cutsNoted_) {
-        lines_.push_back(fmt::format("in cut {}", player_.cutEnds[cutsNoted_]));
+    const std::string jump = "JumpToInternalCut ";
+    for (const std::string& call : player_.calls.Take()) {
+        if (call.starts_with(jump)) lines_.push_back("in cut " + call.substr(jump.size()));
     }
 }
 
@@ -252,7 +251,7 @@ std::string FlowShow::Statuses() {
 
 std::string FlowShow::Loops() {
     std::vector<std::string> texts;
-    LoopEventList copy = control_->GetLoopEvents_();
+    LoopEventList copy = Control().GetLoopEvents_();
     while (!copy.IsEmpty()) {
         LoopEvent& loop = copy.GetFirstLoopEvent();
         texts.push_back(fmt::format("{} {}..{} {}/{}", codes::EditName(loop.type), loop.start, loop.end, loop.count,

@@ -1,79 +1,14 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "player_core/gui_update.h"
-#include "player_core/player.h"
-#include "player_core/show_control.h"
 #include "tavo_core/gui_dispatcher.h"
 #include "tavo_midi/show_data.h"
+#include "tests/player_core/support/test_player.h"
 
 namespace test_support {
-
-/// A player without sound: what flow control and the display feed need of one, and no more.
-class SilentPlayer : public Player {
-public:
-    SilentPlayer() : Player("") {}
-    void SetShowControl(ShowControl& showControl) { showControl_ = &showControl; }
-    using Player::SetActiveSongNumber;
-
-    double GetElapsedTime() override { return 0; }
-    ShowControl& GetShowControl() override { return *showControl_; }
-    bool IsOutputRunning() override { return false; }
-    bool StopIfPlaying() override { return false; }
-    void LoadSong(const std::string& songNumber) override {
-        SetActiveSongNumber(songNumber);
-        showControl_->LoadSong();
-    }
-    bool NextSong() override { return true; }
-    void Pause(bool) override {}
-    void PrevSong() override {}
-    void Seek(unsigned int tickIndex) override { showControl_->Seek(tickIndex); }
-    void SeekLeft() override { showControl_->SeekLeft(); }
-    void SeekRight() override { showControl_->SeekRight(); }
-    void PrepareForExit() override {}
-    void Shutdown() override {}
-    void HaltOutput() override {}
-    void Stop() override {}
-    void ConductBeat() override {}
-    void SetConductorMode(bool) override {}
-    /// Only noted: tests look at what flow control itself leaves behind.
-    void JumpToInternalCut(unsigned int tickIndex) override { cutEnds.push_back(tickIndex); }
-    void OnNewChangeLog() override {}
-    void Play() override {}
-
-    std::vector<unsigned int> cutEnds;
-
-private:
-    ShowControl* showControl_ = nullptr;
-};
-
-/// Flow control with its doors open.
-class OpenShowControl : public ShowControl {
-public:
-    OpenShowControl(SilentPlayer& player, const tavo_midi::ShowData& showData)
-        : ShowControl(player.GetActiveSongNumberRef(), showData), howToPlay_(player.GetUserControls()) {}
-    HowToPlay& GetHowToPlay() override { return howToPlay_; }
-
-    using ShowControl::DoExpireFermata;
-    using ShowControl::DoRepeatOff;
-    using ShowControl::DoSkipAhead;
-    using ShowControl::FindNextControlEventOnSeek;
-    using ShowControl::GetAmbientSfxInTickRange_;
-    using ShowControl::GetLoopEvents_;
-    using ShowControl::GetOscEvents_;
-    using ShowControl::GetResult_;
-    using ShowControl::GetSfxInTickRange_;
-    using ShowControl::HasCutAtTickIndex;
-    using ShowControl::RecoverySeek;
-    using ShowControl::SetJump;
-
-private:
-    HowToPlay howToPlay_;
-};
 
 /// A one-song show of twenty bars in 4/4 (song "1", 480 ticks a quarter, 1920 a bar, the first bar at `startTick`), and
 /// a performance of it. Edits are told in text, separated by ';':
@@ -110,8 +45,8 @@ public:
     /// Where the display stands, which is the position that marker and measure steps start from.
     void ShowPosition(unsigned int tick);
 
-    OpenShowControl& Control() { return *control_; }
-    SilentPlayer& GetPlayer() { return player_; }
+    TestShowControl& Control() { return player_.GetShowControl(); }
+    TestPlayer& GetPlayer() { return player_; }
     CL::SongLog& Edits();
 
 private:
@@ -122,14 +57,12 @@ private:
     std::shared_ptr<CL::ChangeLog> MakeLog_(const std::string& edits) const;
 
     tavo_midi::ShowData showData_;
-    SilentPlayer player_;
-    std::unique_ptr<OpenShowControl> control_;
+    TestPlayer player_{showData_};
     std::shared_ptr<CL::ChangeLog> log_;
     notify::GuiDispatcher::HandlerId handler_ = 0;
     std::vector<std::string> lines_;
     std::vector<std::string> statuses_;
     unsigned int statusTick_ = 0;
-    std::size_t cutsNoted_ = 0;
 };
 
 }  // namespace test_support

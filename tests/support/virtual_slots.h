@@ -19,6 +19,14 @@ std::ptrdiff_t SlotOf(Result (Class::*operation)(Arguments...)) {
     return (representation.offsetPlusOne - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
+template <class Class, class Result, class... Arguments>
+std::ptrdiff_t SlotOf(Result (Class::*operation)(Arguments...) const) {
+    // The same representation, whatever the qualifier.
+    Result (Class::*unqualified)(Arguments...) = nullptr;
+    std::memcpy(&unqualified, &operation, sizeof(operation));
+    return SlotOf(unqualified);
+}
+
 /// Whether each slot is the one behind the slot before it.
 inline bool AreConsecutive(const std::vector<std::ptrdiff_t>& slots) {
     for (std::size_t i = 1; i < slots.size(); ++i) {

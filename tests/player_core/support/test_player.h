@@ -13,6 +13,7 @@
 #include "player_core/player.h"
 #include "player_core/show_control.h"
 #include "tavo_core/gui_dispatcher.h"
+#include "tests/support/notification_log.h"
 
 namespace test_support {
 
@@ -39,13 +40,26 @@ private:
     std::vector<std::string> calls_;
 };
 
-/// Flow control with nothing but a tracker of its own.
+/// Flow control with its doors open and nothing but a tracker of its own.
 class TestShowControl : public ShowControl {
 public:
     TestShowControl(ActiveSongNumber& activeSongNumber, const tavo_midi::ShowData& showData, UserControls& controls)
         : ShowControl(activeSongNumber, showData), howToPlay_(controls) {}
 
     HowToPlay& GetHowToPlay() override { return howToPlay_; }
+
+    using ShowControl::DoExpireFermata;
+    using ShowControl::DoRepeatOff;
+    using ShowControl::DoSkipAhead;
+    using ShowControl::FindNextControlEventOnSeek;
+    using ShowControl::GetAmbientSfxInTickRange_;
+    using ShowControl::GetLoopEvents_;
+    using ShowControl::GetOscEvents_;
+    using ShowControl::GetResult_;
+    using ShowControl::GetSfxInTickRange_;
+    using ShowControl::HasCutAtTickIndex;
+    using ShowControl::RecoverySeek;
+    using ShowControl::SetJump;
 
     /// Whether an operator's exit would still find a vamp to release.
     bool HoldsVamp() {
@@ -183,5 +197,35 @@ public:
     using GuiUpdate::SetShouldRun;
     using GuiUpdate::SetTickIndex_;
 };
+
+/// Runs an operation and tells the calls that the player received, the notifications between them, and what became of
+/// the feed: "Stop; PlaybackStopped; feed updates".
+inline std::string CallsOf(TestPlayer& player, TestFeed& feed, const std::function<void()>& operation) {
+    const bool wasPaused = feed.GetIsPaused();
+    (void)feed.UseCurrentPosition();
+    player.calls.Take();
+    const auto handler = notify::guiDispatcher.AddHandler([&player](const notify::GuiNotification& notification) {
+        using enum notify::GuiNotificationType;
+        switch (notification.type) {
+            case PlaybackStarted:
+            case PlaybackStopped:
+            case NoNextSong:
+            case Caesura:
+                player.calls.AddHeard(AsLine(notification));
+                break;
+            default:  // a pass of the feed's thread may come in between at any moment
+                break;
+        }
+    });
+    operation();
+    std::vector<std::string> calls = player.calls.Take();
+    notify::guiDispatcher.RemoveHandler(handler);
+    if (feed.GetIsPaused() != wasPaused) calls.emplace_back(wasPaused ? "feed runs" : "feed pauses");
+    if (feed.UseCurrentPosition()) calls.emplace_back("feed updates");
+    std::string text;
+    for (const std::string& call : calls)
+        text += (text.empty() ? "" : "; ") + call;
+    return text;
+}
 
 }  // namespace test_support
