@@ -104,6 +104,10 @@ private:
     void Receive_(InputSlot& slot, jack_port_t* port, jack_nframes_t frames);
     void Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t frames);
     void TakeOrders_(OutputSlot& slot);
+    /// On the steady clock.
+    [[nodiscard]] std::int64_t GetNs_(jack_nframes_t frame) const {
+        return static_cast<std::int64_t>(jack_frames_to_time(client_, frame)) * 1000 + serverBehindNs_;
+    }
 
     jack_client_t* const client_;
     const std::function<void()> wake_;
@@ -111,9 +115,11 @@ private:
     std::mutex mutex_;  ///< guards which slots are taken
     std::array<InputSlot, kSlots> inputs_;
     std::array<OutputSlot, kSlots> outputs_;
-    // The process callback's. The server's counter of frames, which wraps after a day, written out.
+    // The process callback's. The server's counter of frames, which wraps after a day, written out; the same moment and
+    // the server's own clock as against the steady clock.
     std::int64_t cycleStart_ = 0;
-    double cycleStartUs_ = 0;
+    std::int64_t cycleStartNs_ = 0;
+    std::int64_t serverBehindNs_ = 0;
 };
 
 class JackMidiPorts::Input final : public MidiInput {
@@ -219,7 +225,9 @@ std::vector<std::string> JackMidiPorts::List_(unsigned long flags) const {
 void JackMidiPorts::Process_(jack_nframes_t frames) {
     const jack_nframes_t start = jack_last_frame_time(client_);
     cycleStart_ += static_cast<std::int32_t>(start - static_cast<jack_nframes_t>(cycleStart_));
-    cycleStartUs_ = static_cast<double>(jack_frames_to_time(client_, start));
+    const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
+    serverBehindNs_ = now.count() - static_cast<std::int64_t>(jack_get_time()) * 1000;
+    cycleStartNs_ = GetNs_(start);
     const auto use = [&](auto& slots, auto operation) {
         for (auto& slot : slots) {
             slot.isBusy.store(true);
@@ -238,8 +246,7 @@ void JackMidiPorts::Receive_(InputSlot& slot, jack_port_t* port, jack_nframes_t 
     for (std::uint32_t index = 0; index < count; ++index) {
         jack_midi_event_t event{};
         if (jack_midi_event_get(&event, buffer, index) != 0) continue;
-        const auto us = static_cast<std::int64_t>(jack_frames_to_time(client_, start + event.time));
-        slot.sink->Take({event.buffer, event.size}, std::chrono::microseconds(us));
+        slot.sink->Take({event.buffer, event.size}, std::chrono::nanoseconds(GetNs_(start + event.time)));
     }
 }
 
@@ -266,14 +273,13 @@ void JackMidiPorts::Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t fr
 }
 
 void JackMidiPorts::TakeOrders_(OutputSlot& slot) {
-    const auto sampleRate = static_cast<double>(jack_get_sample_rate(client_));
+    const jack_nframes_t sampleRate = jack_get_sample_rate(client_);
     for (TimeCodeOrder order; slot.orders.Pop(order);) {
         std::int64_t at = cycleStart_;
         if (order.when.jackFrame) {
             at += static_cast<std::int32_t>(*order.when.jackFrame - static_cast<jack_nframes_t>(cycleStart_));
         } else {
-            const double us = static_cast<double>(order.when.time.count()) / 1000;
-            at += static_cast<std::int64_t>((us - cycleStartUs_) * sampleRate / 1e6);
+            at += DivideToNearest(Wide{order.when.time.count() - cycleStartNs_} * sampleRate, nanosecondsPerSecond);
         }
         slot.generator->Post({at, order.frameRate, order.positionNs, order.rolls});
     }

@@ -73,6 +73,20 @@ std::vector<std::string> MidiSystem::GetNames(bool sources) {
     return names;
 }
 
+void MidiSystem::SendOnce(const std::string& destinationName, std::span<const unsigned char> message) {
+    const std::lock_guard lock(mutex_);
+    MidiPorts* const ports = FindPorts_();
+    if (ports == nullptr)
+        throw std::runtime_error("There is no MIDI system: neither a JACK server runs nor another one.");
+    if (!Contains(ports->GetDestinationNames(), destinationName))
+        throw std::runtime_error(fmt::format("There is no MIDI output \"{}\".", destinationName));
+    const auto output = ports->OpenOutput(destinationName);
+    if (!output->Send(message))
+        throw std::runtime_error(fmt::format("The MIDI output \"{}\" does not take the message.", destinationName));
+    // A closed port forgets what it has not sent yet.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
 void MidiSystem::AddUser() {
     const std::lock_guard lock(mutex_);
     ++users_;
@@ -238,6 +252,18 @@ void SetMidiSystemChoice(MidiSystemChoice choice) {
 
 void SetMidiPorts(std::shared_ptr<MidiPorts> ports) {
     MidiSystem::Get().SetHostPorts(std::move(ports));
+}
+
+void SendMidiMessage(const std::string& destinationName, std::span<const unsigned char> message) {
+    MidiSystem& system = MidiSystem::Get();
+    system.AddUser();
+    try {
+        system.SendOnce(destinationName, message);
+    } catch (...) {
+        system.RemoveUser();
+        throw;
+    }
+    system.RemoveUser();
 }
 
 std::string GetMidiSystemName() {

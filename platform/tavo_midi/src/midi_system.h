@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <thread>
@@ -36,6 +37,9 @@ public:
     [[nodiscard]] std::string GetSystemName();
     /// The position of a port in its list is its index.
     [[nodiscard]] std::vector<std::string> GetNames(bool sources);
+
+    /// See SendMidiMessage.
+    void SendOnce(const std::string& destinationName, std::span<const unsigned char> message);
 
     /// Users keep the system open between look-ups; with the last one it is closed.
     void AddUser();

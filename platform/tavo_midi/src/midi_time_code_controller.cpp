@@ -148,8 +148,10 @@ void MidiTimeCodeController::SetFrameRate(FrameRate frameRate) {
     static_cast<void>(ConvertFrameRateToString(frameRate));
     impl_->Set([&] {
         impl_->settings.frameRate = frameRate;
-        for (auto& [song, offset] : impl_->settings.songOffsets)
-            offset = ConvertFramesToTimeCode(ConvertTimeCodeToFrames(offset, frameRate), frameRate);
+        for (auto& [song, offset] : impl_->settings.songOffsets) {
+            while (!IsTimeCode(offset, frameRate))
+                offset.frames += offset.frames < 2 ? 1 : -1;
+        }
     });
 }
 

@@ -88,6 +88,10 @@ void SetMidiPorts(std::shared_ptr<MidiPorts> ports);
 /// Name of the system in use; empty while there is none. Looks for one if none was found so far.
 [[nodiscard]] std::string GetMidiSystemName();
 
+/// Sends one whole message to the port of that name and blocks for some 50 ms, until it has left. Throws
+/// std::runtime_error with a sentence if there is no such port or it takes nothing.
+void SendMidiMessage(const std::string& destinationName, std::span<const unsigned char> message);
+
 /// A chosen port came or went.
 struct MidiPortReport {
     std::string portName;

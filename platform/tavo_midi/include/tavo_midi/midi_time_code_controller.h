@@ -39,8 +39,8 @@ public:
     void CancelMidiTimeCode();
     [[nodiscard]] bool GetIsActive() const;
     [[nodiscard]] FrameRate GetFrameRate() const;
-    /// Song offsets that are no address of the new rate become the next address. A value that is no frame rate throws
-    /// std::out_of_range with a sentence.
+    /// Song offsets that are no address of the new rate become the nearest one in the same second. A value that is no
+    /// frame rate throws std::out_of_range with a sentence.
     void SetFrameRate(FrameRate frameRate);
     /// Index of the output; 0 while none is chosen or it is not there.
     [[nodiscard]] unsigned int GetOutputPortIndex() const;
