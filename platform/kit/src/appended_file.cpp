@@ -15,16 +15,13 @@ namespace {
 
 constexpr unsigned int kModeOfNewFile = 0666;
 
-/// Whether the path still leads to the file: whoever held it before may have removed it.
-bool IsStillAt(const std::string& path, int descriptor) {
+/// Whether the path still leads to the file: whoever held it before may have removed it. 0, ENOENT where it does not,
+/// or another of the system's error numbers.
+int CheckIsStillAt(const std::string& path, int descriptor) {
     struct stat here {};
     struct stat there {};
-    if (::fstat(descriptor, &here) != 0) ThrowCannotWrite(path, errno);
-    if (::stat(path.c_str(), &there) != 0) {
-        if (errno != ENOENT) ThrowCannotWrite(path, errno);
-        return false;
-    }
-    return here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+    if (::fstat(descriptor, &here) != 0 || ::stat(path.c_str(), &there) != 0) return errno;
+    return here.st_dev == there.st_dev && here.st_ino == there.st_ino ? 0 : ENOENT;
 }
 
 }  // namespace
@@ -37,14 +34,16 @@ struct AppendedFile::Held {
 AppendedFile::AppendedFile(const std::string& path) : path_(path), held_(std::make_unique<Held>()) {
     held_->directory = Open(GetDirectory(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (!held_->directory.IsOpen()) ThrowCannotWrite(path, errno);
-    do {
+    for (int error = ENOENT; error != 0;) {
         held_->file = Open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, kModeOfNewFile);
         if (!held_->file.IsOpen()) ThrowCannotWrite(path, errno);
         if (Uninterrupted([&] { return ::flock(held_->file.Get(), LOCK_EX | LOCK_NB); }) != 0) {
             if (errno != EWOULDBLOCK) ThrowCannotWrite(path, errno);
             throw FileInUseError(NameForErrors(path) + "is in use by another program");
         }
-    } while (!IsStillAt(path, held_->file.Get()));
+        error = CheckIsStillAt(path, held_->file.Get());
+        if (error != 0 && error != ENOENT) ThrowCannotWrite(path, error);
+    }
 
     struct stat status {};
     if (::fstat(held_->file.Get(), &status) != 0) ThrowCannotWrite(path, errno);
@@ -69,6 +68,13 @@ void AppendedFile::Append(std::string_view bytes) {
         CutBack();
         isBroken_ = true;
         ThrowCannotWrite(path_, error);
+    }
+    // A file without its name would be gone with this program.
+    if (const int error = CheckIsStillAt(path_, held_->file.Get()); error != 0) {
+        CutBack();
+        isBroken_ = true;
+        if (error != ENOENT) ThrowCannotWrite(path_, error);
+        throw std::runtime_error(NameForErrors(path_) + "was removed or moved while it was in use");
     }
     size_ += bytes.size();
 }

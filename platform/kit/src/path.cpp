@@ -75,9 +75,12 @@ std::string basename_no_ext(std::string_view path) {
 std::vector<std::string> listdir(const std::string& directory) {
     std::vector<std::string> names;
     std::error_code error;
-    for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
-         entry.increment(error))
-        names.push_back(entry->path().filename().string());
+    do {
+        names.clear();
+        for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+             entry.increment(error))
+            names.push_back(entry->path().filename().string());
+    } while (error == std::errc::interrupted);
     if (error) throw std::runtime_error("the directory \"" + directory + "\" cannot be read: " + error.message());
     std::sort(names.begin(), names.end());
     return names;

@@ -134,6 +134,10 @@ const std::vector<LogChange>& EditJournal::GetChangesAtOpening() const {
     return impl_->changesAtOpening;
 }
 
+const std::string& EditJournal::GetRefusal() const {
+    return impl_->refusal;
+}
+
 void EditJournal::Append(const LogChange& change, const ChangeLog& after) {
     if (!impl_->refusal.empty()) throw std::runtime_error(impl_->refusal);
     if (!impl_->file) impl_->Open();

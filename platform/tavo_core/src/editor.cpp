@@ -177,7 +177,13 @@ LogChange Editor::Impl::WriteToJournal(const ChangeLog& next) {
     if (journal == nullptr) OpenJournal();
     LogChange change = Compare(journaled, next);
     if (change.IsEmpty()) return change;
-    journal->Append(change, next);
+    try {
+        journal->Append(change, next);
+    } catch (const std::runtime_error&) {
+        // The next edit opens it anew and reads what is there: the disk may have room by then.
+        journal.reset();
+        throw;
+    }
     Apply(change, journaled);
     return change;
 }
@@ -195,6 +201,7 @@ void Editor::Impl::TakeBackFromJournal(const LogChange& written) {
 
 void Editor::Impl::OpenJournal() {
     auto opened = std::make_unique<EditJournal>(journaledLog);
+    if (!opened->GetRefusal().empty()) throw std::runtime_error(opened->GetRefusal());
     ChangeLog state = base;
     if (!opened->GetChangesAtOpening().empty()) {
         try {
@@ -204,7 +211,8 @@ void Editor::Impl::OpenJournal() {
             throw std::runtime_error(fmt::format("the journal \"{}\" does not fit its log: {}",
                                                  EditJournal::PathFor(journaledLog), error.what()));
         }
-        if (!recovered || !Compare(state, *recovered).IsEmpty())
+        const bool isRecovered = recovered && Compare(state, *recovered).IsEmpty();
+        if (!isRecovered && !Compare(state, journaled).IsEmpty())
             throw std::runtime_error(
                 fmt::format("the journal \"{}\" holds changes that were neither recovered nor discarded",
                             EditJournal::PathFor(journaledLog)));
@@ -385,18 +393,23 @@ bool Editor::HasUnsavedChanges() const {
 }
 
 void Editor::NoteSaved(const std::string& logPath) {
-    impl_->base = ChangeLog::Load(logPath);
+    try {
+        impl_->base = ChangeLog::Load(logPath);
+    } catch (const std::runtime_error&) {
+        // Saved it is, whatever keeps it from being read back right now.
+        const ActiveChangeLogShared active;
+        impl_->base = *active;
+    }
     impl_->journaled = impl_->base;
     impl_->recovered.reset();
     if (impl_->journaledLog.empty()) return;
-    if (impl_->journal != nullptr) {
-        try {
-            impl_->journal->EndAsSavedIn(kit::path::basename(logPath));
-        } catch (const std::runtime_error&) {
-            // The journal stays; whoever reads it sees that its changes are saved.
-        }
-        impl_->journal.reset();
+    try {
+        if (impl_->journal == nullptr) impl_->journal = std::make_unique<EditJournal>(impl_->journaledLog);
+        if (impl_->journal->GetRefusal().empty()) impl_->journal->EndAsSavedIn(kit::path::basename(logPath));
+    } catch (const std::runtime_error&) {
+        // The journal stays; whoever reads it sees that its changes are saved.
     }
+    impl_->journal.reset();
     impl_->journaledLog = logPath;
     try {
         NoteChangedInPlace();
@@ -419,6 +432,7 @@ void Editor::KeepJournal(const std::string& logPath) {
     impl_->journaled = impl_->base;
     impl_->journaledLog = logPath;
     try {
+        if (!logPath.empty()) impl_->OpenJournal();
         if (!logPath.empty()) NoteChangedInPlace();
     } catch (...) {
         impl_->journal.reset();

@@ -43,6 +43,7 @@ std::string MakeLine(const std::string& members, std::uint64_t& chain) {
 std::optional<std::string> TakeMembers(std::string_view line, std::uint64_t& chain) {
     const std::size_t before = checkBegin.size() + checkDigits + checkEnd.size();
     if (line.size() < before || !line.starts_with(checkBegin)) return std::nullopt;
+    if (line.substr(before - checkEnd.size(), checkEnd.size()) != checkEnd) return std::nullopt;
     const std::string_view members = line.substr(before);
     const std::uint64_t hash = Hash(members, chain);
     if (line.substr(checkBegin.size(), checkDigits) != AsHex(hash)) return std::nullopt;

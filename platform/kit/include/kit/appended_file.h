@@ -27,8 +27,8 @@ public:
 
     [[nodiscard]] std::uintmax_t GetSize() const { return size_; }
 
-    /// Adds the bytes, durably. Where that fails the file has its former length again, unless that fails as well or
-    /// the failure was one of flushing: nothing more is added then, since nobody knows what the disk holds.
+    /// Adds the bytes, durably. Where that fails the file has its former length again. Where that fails as well, the
+    /// failure was one of flushing, or the file is no longer at its path, the object adds nothing more; a new one may.
     void Append(std::string_view bytes);
     /// Cuts the file off, durably.
     void Truncate(std::uintmax_t size);

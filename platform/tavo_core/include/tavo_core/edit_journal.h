@@ -27,9 +27,11 @@ public:
     /// The changes that were in the file when it was opened.
     [[nodiscard]] const std::vector<LogChange>& GetChangesAtOpening() const;
 
+    /// Why Append refuses until Discard: the file holds changes to another content of the log. Empty where it does not.
+    [[nodiscard]] const std::string& GetRefusal() const;
+
     /// Adds one line; `after` is the log once the change is made. Throws std::runtime_error with one sentence where it
-    /// cannot; the file is then as before. After a failed flush, and where the file belongs to another content of the
-    /// log, it refuses until Discard.
+    /// cannot; the file is then as before. After a failed flush the object takes no more; a new one may.
     void Append(const LogChange& change, const ChangeLog& after);
     /// Takes the line back that was appended last. Throws as Append does.
     void TakeBackLast();
