@@ -59,6 +59,7 @@ int main(int argc, char** argv) {
     AddCheckCommand(app, exitCode);
     AddRenderCommand(app, exitCode);
     AddComposeCommand(app, exitCode);
+    AddMidiCommand(app, exitCode);
 
     try {
         app.parse(argc, argv);
