@@ -88,7 +88,7 @@ void AddEditCommand(CLI::App& app, int&) {
         "\nExample:\n  stage edit SHOW apply rehearsal-2.edits");
     apply->callback([=] { ApplyEditFile(work->editFile, session); });
 
-    CLI::App* list = edit->add_subcommand("list", "Lists the edits of the newest version with their ids");
+    CLI::App* list = edit->add_subcommand("list", "Lists the edits of the version in use with their ids");
     list->add_option("--song", work->listedSong, "Only this song")->type_name("N");
     list->footer("\nExample:\n  stage edit SHOW list --song 3");
     list->callback([work] {

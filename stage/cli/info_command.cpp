@@ -1,15 +1,23 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "stage/cli/commands.h"
+#include "stage/cli/edit_table.h"
 #include "stage/cli/song_summary.h"
 #include "stage/cli/text_table.h"
 #include "stage/session/edit_session.h"
+#include "stage/session/log_versions.h"
 #include "stage/session/show_directory.h"
+#include "tavo_core/active_change_log.h"
 #include "tavo_core/as_string.h"
+#include "tavo_core/beat_ticks.h"
+#include "tavo_core/edit_text.h"
+#include "tavo_core/editor.h"
 
 namespace {
 
@@ -28,12 +36,23 @@ Songs ChooseSongs(const tavo_midi::ShowData& show, const std::string& number) {
     return {show.GetSongs().begin(), show.GetSongs().end()};
 }
 
+const CL::SongLog& FindSongLog(const CL::ChangeLog& log, const std::string& number) {
+    static const CL::SongLog none;
+    const auto found = log.GetSongLogs().find(number);
+    return found == log.GetSongLogs().end() ? none : found->second;
+}
+
 template <class Sequence, class Make>
 Json MakeList(const Sequence& sequence, Make make) {
     Json list = Json::array();
     for (const auto& entry : sequence)
         list.push_back(make(entry));
     return list;
+}
+
+TL::TimelineSequence<TL::BarsBeats> FindClickedBeats(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
+    const TL::Timeline& timeline = song.GetTimeline();
+    return ApplyClicks(timeline.GetBarsBeats(), songLog.GetClicks(), timeline.GetMeters(), song.GetTicksPerQuarter());
 }
 
 /// docs/info-json.md describes the keys; their names and order stay as they are.
@@ -65,22 +84,104 @@ Json MakeSong(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
     json["markers"] = MakeList(songLog.GetMarkers(), [](const auto& marker) {
         return Json{{"tick", marker.abs_time()}, {"text", marker.value()}};
     });
+    json["attacca"] = stage::DescribeAttacca(songLog.GetAttacca());
+    json["edits"] = MakeEditJson(songLog, TL::BarPositions(timeline));
+    json["clickedBeats"] = MakeList(FindClickedBeats(song, songLog), [](const auto& beat) {
+        return Json{{"tick", beat.abs_time()}, {"bar", beat.bar_number()}, {"beat", beat.beat()}};
+    });
     return json;
 }
 
-const CL::SongLog& FindSongLog(const CL::ChangeLog& log, const std::string& number) {
-    static const CL::SongLog none;
-    const auto found = log.GetSongLogs().find(number);
-    return found == log.GetSongLogs().end() ? none : found->second;
+/// What of the edits is not played as it is written.
+struct Deviations {
+    struct Scale {
+        std::string song;
+        const CL::TempoScale* edit;
+    };
+    std::vector<Scale> scales;
+    std::map<std::string, std::vector<CL::ModifiedClick>, kit::NumericStringCompare> clicks;
+};
+
+float PlayedScale(const CL::TempoScale& edit) {
+    return std::clamp(edit.float_value(), CL::TempoScale::LowestPlayable, CL::TempoScale::HighestPlayable);
 }
 
-void PrintJson(const tavo_midi::ShowData& show, const CL::ChangeLog& log, const Songs& songs) {
+/// `log` outlives the result.
+Deviations FindDeviations(const tavo_midi::ShowData& show, const CL::ChangeLog& log, const Songs& songs) {
+    Deviations deviations;
+    SetActiveChangeLog(std::make_shared<CL::ChangeLog>(log));
+    const auto modifiedClicks = CL::Editor(show).GetModifiedClickEdits();
+    for (const tavo_midi::SongData& song : songs) {
+        const std::string& number = song.GetSongNumber();
+        for (const CL::TempoScale& edit : FindSongLog(log, number).GetTempoScales()) {
+            if (!edit.ValueWithinRange()) deviations.scales.push_back({number, &edit});
+        }
+        const auto clicks = modifiedClicks.find(number);
+        if (clicks != modifiedClicks.end()) deviations.clicks.insert(*clicks);
+    }
+    return deviations;
+}
+
+Json MakeVersionJson(const stage::LogVersion& entry) {
+    return {{"version", entry.version.GetAsString()},
+            {"file", entry.name},
+            {"edits", entry.editCount},
+            {"inUse", entry.isInUse},
+            {"unsavedChanges", entry.unsavedChanges}};
+}
+
+void PrintJson(const tavo_midi::ShowData& show, const CL::ChangeLog& log, const Songs& songs,
+               const std::vector<stage::LogVersion>& versions) {
     Json json;
     json["title"] = show.GetTitle();
     json["songs"] = Json::array();
     for (const tavo_midi::SongData& song : songs)
         json["songs"].push_back(MakeSong(song, FindSongLog(log, song.GetSongNumber())));
+    json["version"] = log.GetVersion().GetAsString();
+    json["versions"] = MakeList(versions, MakeVersionJson);
+    const Deviations deviations = FindDeviations(show, log, songs);
+    json["tempoScaleWarnings"] = MakeList(deviations.scales, [](const Deviations::Scale& scale) {
+        return Json{{"song", scale.song},
+                    {"start", scale.edit->start()},
+                    {"end", scale.edit->end()},
+                    {"percent", 100.0 * static_cast<double>(scale.edit->float_value())},
+                    {"playedPercent", 100.0 * static_cast<double>(PlayedScale(*scale.edit))}};
+    });
+    json["modifiedClicks"] = Json::array();
+    for (const auto& [song, clicks] : deviations.clicks) {
+        for (const CL::ModifiedClick& modified : clicks)
+            json["modifiedClicks"].push_back({{"song", song},
+                                              {"start", modified.click.start()},
+                                              {"end", modified.click.end()},
+                                              {"value", modified.click.int_value()},
+                                              {"reason", modified.reason}});
+    }
     std::cout << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+void PrintVersions(const std::vector<stage::LogVersion>& versions) {
+    TextTable table({{"version"}, {"edits", TextTable::Align::Right}, {"file"}, {""}});
+    for (const stage::LogVersion& entry : versions)
+        table.AddRow({entry.version.GetAsString(),
+                      entry.problem.empty() ? fmt::format("{}", entry.editCount) : "not readable", entry.name,
+                      entry.isInUse ? "in use" : ""});
+    std::cout << '\n' << table.AsText();
+}
+
+void PrintDeviations(const tavo_midi::ShowData& show, const Deviations& deviations) {
+    for (const Deviations::Scale& scale : deviations.scales) {
+        const TL::BarPositions positions(show.GetTimelineOf(scale.song));
+        std::cout << fmt::format("song {}: {} is out of range and plays at {:g}%\n", scale.song,
+                                 CL::DescribeEdit(*scale.edit, positions),
+                                 100.0 * static_cast<double>(PlayedScale(*scale.edit)));
+    }
+    for (const auto& [song, clicks] : deviations.clicks) {
+        const TL::BarPositions positions(show.GetTimelineOf(song));
+        for (const CL::ModifiedClick& modified : clicks)
+            std::cout << MakePrintable(fmt::format("song {}: {}: {}", song, CL::DescribeEdit(modified.click, positions),
+                                                   modified.reason))
+                      << '\n';
+    }
 }
 
 /// The places of a list of entries, each with its text: "1 4/4, 17 3/4".
@@ -105,13 +206,11 @@ void PrintSong(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
                                                           : songLog.GetAttacca() == CL::AttaccaSkip
                                                               ? "skipped, passed over on the way"
                                                               : "a stop, the operator goes on");
-    const auto edits = stage::ListEdits(songLog);
-    if (edits.empty()) return;
-    TextTable table({{"  edit"}, {"place"}, {"value"}});
-    for (const stage::ListedEdit& listed : edits)
-        table.AddRow({"  " + CL::DescribeKind(*listed.edit), CL::DescribePlace(*listed.edit, positions),
-                      CL::DescribeValue(*listed.edit)});
-    std::cout << '\n' << table.AsText();
+    if (!songLog.GetClicks().empty())
+        std::cout << fmt::format("  {} beats with its clicks, {} as written\n", FindClickedBeats(song, songLog).size(),
+                                 timeline.GetBarsBeats().size());
+    const std::string edits = MakeEditTable(songLog, positions);
+    if (!edits.empty()) std::cout << '\n' << edits;
 }
 
 void PrintOverview(const tavo_midi::ShowData& show, const CL::ChangeLog& log, const Songs& songs) {
@@ -122,14 +221,20 @@ void PrintOverview(const tavo_midi::ShowData& show, const CL::ChangeLog& log, co
 void PrintInfo(const InfoWords& words) {
     const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
     const tavo_midi::ShowData show(directory.ShowDataPath());
-    const CL::ChangeLog log = CL::ChangeLog::Load(directory.NewestLogPath());
+    const CL::ChangeLog log = CL::ChangeLog::Load(directory.LogPathInUse());
     const Songs songs = ChooseSongs(show, words.song);
+    const std::vector<stage::LogVersion> versions = stage::ListVersions(directory);
     if (words.json) {
-        PrintJson(show, log, songs);
+        PrintJson(show, log, songs, versions);
         return;
     }
     PrintOverview(show, log, songs);
-    if (!words.song.empty()) PrintSong(songs.front(), FindSongLog(log, words.song));
+    if (words.song.empty()) {
+        PrintVersions(versions);
+    } else {
+        PrintSong(songs.front(), FindSongLog(log, words.song));
+    }
+    PrintDeviations(show, FindDeviations(show, log, songs));
 }
 
 }  // namespace

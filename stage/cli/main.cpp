@@ -58,6 +58,8 @@ int main(int argc, char** argv) {
     AddInfoCommand(app, exitCode);
     AddCheckCommand(app, exitCode);
     AddRenderCommand(app, exitCode);
+    AddPlotCommand(app, exitCode);
+    AddLogCommand(app, exitCode);
     AddComposeCommand(app, exitCode);
     AddMidiCommand(app, exitCode);
 

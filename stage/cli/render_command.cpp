@@ -8,11 +8,10 @@
 #include <memory>
 #include <stdexcept>
 #include <tuple>
-#include <utility>
 
 #include "kit/file.h"
-#include "kit/numeric_string_compare.h"
 #include "stage/cli/commands.h"
+#include "stage/cli/song_range.h"
 #include "stage/engine/offline_show.h"
 #include "stage/engine/sound_font.h"
 #include "stage/io/audio_file.h"
@@ -57,18 +56,6 @@ private:
     std::ofstream file_;
 };
 
-/// "3" or "3..7"; both ends must be songs of the show.
-std::pair<std::string, std::string> ParseSongRange(const std::string& text, const tavo_midi::ShowData& show) {
-    const std::size_t dots = text.find("..");
-    const std::string first = text.substr(0, dots);
-    const std::string last = dots == std::string::npos ? first : text.substr(dots + 2);
-    for (const std::string& number : {first, last})
-        static_cast<void>(show.GetSongData(number));
-    if (kit::NumericStringCompare()(last, first))
-        throw std::invalid_argument(fmt::format("the songs {} end before they begin", text));
-    return {first, last};
-}
-
 std::string ChooseSoundFont(const RenderWords& words, const stage::Settings& settings) {
     if (!words.soundFontPath.empty()) return words.soundFontPath;
     if (settings.soundFont.empty()) return stage::FindDefaultSoundFont();
@@ -84,9 +71,10 @@ std::size_t CountChannels(const tavo_midi::ShowData& show) {
     return channels;
 }
 
-/// Makes the newest log the active one, with a log for every song.
-void OpenChangeLog(const stage::ShowDirectory& directory, const tavo_midi::ShowData& show) {
-    CreateChangeLog(directory.NewestLogPath());
+/// Makes the log in use the active one, with a log for every song.
+void OpenChangeLog(const stage::ShowDirectory& directory, const stage::Settings& settings,
+                   const tavo_midi::ShowData& show) {
+    CreateChangeLog(directory.LogPathInUse(settings));
     const ActiveChangeLogExclusive log;
     for (const tavo_midi::SongData& song : show.GetSongs())
         log->GetSongLogs().try_emplace(song.GetSongNumber());
@@ -140,7 +128,7 @@ void Render(const RenderWords& words) {
     const stage::Settings settings = stage::ReadSettings(directory.SettingsPath());
     const stage::OfflineOptions options = MakeOptions(words, show, settings);
     stage::Synth synth(ChooseSoundFont(words, settings), FramesPerSecond, CountChannels(show));
-    OpenChangeLog(directory, show);
+    OpenChangeLog(directory, settings, show);
 
     std::unique_ptr<stage::AudioFile> sound;
     if (words.outPath != NoFile) sound = std::make_unique<stage::AudioFile>(words.outPath, FramesPerSecond);

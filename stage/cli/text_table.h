@@ -1,12 +1,7 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
-
-/// Columns that a terminal takes for the UTF-8 text: combining marks none, wide characters two, bytes that are no
-/// UTF-8 one each.
-[[nodiscard]] std::size_t CountColumns(std::string_view text);
 
 /// The text with a blank for every control character, so that a title cannot disturb the terminal.
 [[nodiscard]] std::string MakePrintable(std::string text);

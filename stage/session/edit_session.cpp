@@ -5,6 +5,8 @@
 #include <set>
 #include <type_traits>
 
+#include "stage/session/log_versions.h"
+
 namespace stage {
 
 std::vector<ListedEdit> ListEdits(const CL::SongLog& songLog) {
@@ -25,25 +27,10 @@ std::string DescribeAttacca(unsigned char attacca) {
     return attacca < words.size() ? words[attacca] : "unknown";
 }
 
-namespace {
-
-struct LoadedShow {
-    tavo_midi::ShowData showData;
-    CL::ChangeLog log;
-};
-
-LoadedShow LoadShow(const std::string& path) {
-    const ShowDirectory directory = ScanShowDirectory(path);
-    return {tavo_midi::ShowData(directory.ShowDataPath()), CL::ChangeLog::Load(directory.NewestLogPath())};
-}
-
-}  // namespace
-
-EditSession::EditSession(const std::string& showPath) {
-    LoadedShow show = LoadShow(showPath);
-    showData_ = std::move(show.showData);
-    log_ = std::move(show.log);
-}
+EditSession::EditSession(const std::string& showPath)
+    : directory_(ScanShowDirectory(showPath)),
+      showData_(directory_.ShowDataPath()),
+      log_(CL::ChangeLog::Load(directory_.LogPathInUse())) {}
 
 const TL::BarPositions& EditSession::GetPositions(const std::string& song) {
     const auto found = positions_.find(song);
@@ -84,14 +71,8 @@ void EditSession::SetAttacca(const std::string& song, unsigned char attacca) {
 }
 
 std::string EditSession::Save(bool newMajor) {
-    cmn::TAVOVersion& version = log_.GetVersion();
-    if (newMajor) {
-        ++version.major_number;
-        version.minor_number = 0;
-    } else {
-        ++version.minor_number;
-    }
-    return log_.Save("");
+    return SaveVersion(directory_, log_,
+                       newMajor ? NextMajorVersion(directory_, 0) : NextMinorVersion(directory_, log_.GetVersion()));
 }
 
 void EditSession::Note(const std::string& song, const std::string& change) {

@@ -29,12 +29,12 @@ struct ListedEdit {
 /// "normal", "attacca", "skip" for the byte of a song log; "unknown" for any other.
 [[nodiscard]] std::string DescribeAttacca(unsigned char attacca);
 
-/// Changes the newest change log of a show and saves the result as a new version; the files that are there stay. Every
+/// Changes the change log in use of a show and saves the result as a new version; the files that are there stay. Every
 /// operation that cannot be done throws an exception of the standard library with one sentence and changes nothing.
 /// Not thread-safe.
 class EditSession {
 public:
-    /// Reads the show data and the newest change log.
+    /// Reads the show data and the change log in use.
     explicit EditSession(const std::string& showPath);
 
     [[nodiscard]] const tavo_midi::ShowData& GetShowData() const { return showData_; }
@@ -59,7 +59,8 @@ public:
 
     /// What was done, one line for each operation.
     [[nodiscard]] const std::vector<std::string>& GetChanges() const { return changes_; }
-    /// Saves the next minor version, or the next major one with minor 0, and returns the file's path.
+    /// Saves the next minor version, or the next major one with minor 0, makes it the one in use, and returns the
+    /// file's path.
     std::string Save(bool newMajor);
 
 private:
@@ -72,6 +73,7 @@ private:
     }
     void Note(const std::string& song, const std::string& change);
 
+    ShowDirectory directory_;
     tavo_midi::ShowData showData_;
     CL::ChangeLog log_;
     std::map<std::string, TL::BarPositions> positions_;

@@ -156,6 +156,12 @@ std::string_view FindWord(const Words& words, Value value) {
     return std::find_if(words.begin(), words.end(), [&](const auto& word) { return word.second == value; })->first;
 }
 
+std::string ReadLogName(const Place& place) {
+    std::string name = place.AsString();
+    if (name.find('/') != std::string::npos) place.Refuse("must be a file's name without a directory");
+    return name;
+}
+
 std::string DescribeByte(const std::string& text, std::size_t byte) {
     const std::size_t end = std::min(byte, text.size());
     const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n') + 1;
@@ -183,18 +189,34 @@ Settings ParseSettings(const std::string& text, const std::string& name) {
               [&](const Place& value) {
                   settings.pressGuardMs = static_cast<int>(value.AsInteger(0, MaxPressGuardMs));
               }},
-             {"midiPorts", [&](const Place& value) {
+             {"midiPorts",
+              [&](const Place& value) {
                   value.ReadObject(
                       {{"inputs", [&](const Place& names) { settings.midiPorts.inputs = ReadNames(names); }},
                        {"outputs", [&](const Place& names) { settings.midiPorts.outputs = ReadNames(names); }}});
-              }}});
+              }},
+             {"changeLog", [&](const Place& value) { settings.changeLog = ReadLogName(value); }}});
     return settings;
 }
 
-Settings ReadSettings(const std::string& path) {
+namespace {
+
+bool IsThere(const std::string& path) {
     std::error_code ignored;
-    if (!std::filesystem::exists(std::filesystem::symlink_status(path, ignored))) return {};
-    return ParseSettings(kit::ReadFile(path, MaxFileBytes), path);
+    return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+}
+
+}  // namespace
+
+Settings ReadSettings(const std::string& path) {
+    return IsThere(path) ? ParseSettings(kit::ReadFile(path, MaxFileBytes), path) : Settings{};
+}
+
+void ChooseChangeLog(const std::string& path, const std::string& logName) {
+    if (ReadSettings(path).changeLog == logName) return;
+    Json json = IsThere(path) ? Json::parse(kit::ReadFile(path, MaxFileBytes)) : Json::object();
+    json["changeLog"] = logName;
+    kit::ReplaceFileDurably(path, json.dump(4) + "\n");
 }
 
 std::string AsText(const Settings& settings) {
@@ -217,7 +239,8 @@ std::string AsText(const Settings& settings) {
                       {"effects", settings.volumes.effects}}},
                     {"oscTargets", targets},
                     {"pressGuardMs", settings.pressGuardMs},
-                    {"midiPorts", {{"inputs", settings.midiPorts.inputs}, {"outputs", settings.midiPorts.outputs}}}};
+                    {"midiPorts", {{"inputs", settings.midiPorts.inputs}, {"outputs", settings.midiPorts.outputs}}},
+                    {"changeLog", settings.changeLog}};
     return json.dump(4) + "\n";
 }
 

@@ -47,6 +47,8 @@ struct Settings {
     /// Presses that follow each other faster are one press; 0 to 10000.
     int pressGuardMs = 250;
     MidiPorts midiPorts;
+    /// Bare name of the change log that opens; empty takes the highest version.
+    std::string changeLog;
 };
 
 /// Reads the file; one that does not exist gives the defaults. Throws std::runtime_error with one sentence that names
@@ -57,6 +59,11 @@ struct Settings {
 
 /// The text of the file, all keys written, a line end behind it.
 [[nodiscard]] std::string AsText(const Settings& settings);
+
+/// Writes `logName` into the file as the change log that opens and leaves everything else in it as it is; a file that
+/// does not exist is made. An empty name lets the highest version open again, and makes no file. Durable; throws as
+/// ReadSettings does, and std::runtime_error where the file cannot be written.
+void ChooseChangeLog(const std::string& path, const std::string& logName);
 
 /// Whether an OSC edit may name this target: a name of the list, or empty while the list has a first.
 [[nodiscard]] bool HasOscTarget(const Settings& settings, const std::string& name);

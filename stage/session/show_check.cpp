@@ -78,7 +78,10 @@ private:
     }
 
     void CheckSettings() {
-        if (!settings_ || settings_->soundFont.empty()) return;
+        if (!settings_) return;
+        if (!directory_.logNames.empty())
+            static_cast<void>(TryRead(problems_, [&] { return directory_.LogNameInUse(*settings_); }));
+        if (settings_->soundFont.empty()) return;
         const std::filesystem::path font = std::filesystem::path(directory_.path) / settings_->soundFont;
         std::error_code ignored;
         if (!std::filesystem::is_regular_file(font, ignored))

@@ -1,5 +1,6 @@
 #include "stage/session/show_directory.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "kit/path.h"
@@ -23,6 +24,24 @@ std::string ShowDirectory::ShowDataPath() const {
 
 std::string ShowDirectory::NewestLogPath() const {
     return PathOf(logNames.rbegin()->second);
+}
+
+std::string ShowDirectory::LogNameInUse(const Settings& settings) const {
+    if (settings.changeLog.empty()) return logNames.rbegin()->second;
+    const bool isThere = std::any_of(logNames.begin(), logNames.end(),
+                                     [&](const auto& entry) { return entry.second == settings.changeLog; });
+    if (!isThere)
+        throw std::runtime_error("settings.json chooses the change log \"" + settings.changeLog +
+                                 "\", which is not there; `stage log SHOW use` chooses another one");
+    return settings.changeLog;
+}
+
+std::string ShowDirectory::LogPathInUse(const Settings& settings) const {
+    return PathOf(LogNameInUse(settings));
+}
+
+std::string ShowDirectory::LogPathInUse() const {
+    return LogPathInUse(ReadSettings(SettingsPath()));
 }
 
 std::string ShowDirectory::SettingsPath() const {

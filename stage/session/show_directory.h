@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "stage/session/settings.h"
 #include "tavo_core/tavo_version.h"
 
 namespace stage {
@@ -21,6 +22,13 @@ struct ShowDirectory {
     [[nodiscard]] std::string ShowDataPath() const;
     /// The log of the highest version.
     [[nodiscard]] std::string NewestLogPath() const;
+    /// The bare name of the log that opens: the one that the settings choose, else that of the highest version. Throws
+    /// std::runtime_error with one sentence where the settings choose one that is not there.
+    [[nodiscard]] std::string LogNameInUse(const Settings& settings) const;
+    /// Its path.
+    [[nodiscard]] std::string LogPathInUse(const Settings& settings) const;
+    /// Its path by the show's own settings.json, which is read.
+    [[nodiscard]] std::string LogPathInUse() const;
     [[nodiscard]] std::string SettingsPath() const;
     /// The path of a file that an edit names, relative to the show.
     [[nodiscard]] std::string PathOf(const std::string& name) const;

@@ -26,11 +26,11 @@ class StageInfo : public test_support::SmallShow {};
 TEST_F(StageInfo, Json_HasTheDocumentedKeysInTheirOrder) {
     const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
     using Keys = std::vector<std::string>;
-    EXPECT_EQ((Keys{"title", "songs"}), KeysOf(show));
+    EXPECT_EQ((Keys{"title", "songs", "version", "versions", "tempoScaleWarnings", "modifiedClicks"}), KeysOf(show));
     ASSERT_EQ(2U, show["songs"].size());
     const json& song = show["songs"][0];
     EXPECT_EQ((Keys{"number", "title", "ticksPerQuarter", "startTick", "endTick", "seconds", "bars", "beats", "tempos",
-                    "meters", "keys", "pages", "markers"}),
+                    "meters", "keys", "pages", "markers", "attacca", "edits", "clickedBeats"}),
               KeysOf(song));
     EXPECT_EQ("Evening", show["title"]);
     EXPECT_EQ((json{{"label", "2"}, {"tick", 1920}}), song["bars"][1]);
@@ -59,7 +59,10 @@ TEST_F(StageInfo, Text_IsATableOfTheSongs) {
         "no  title    bars  beats  tempos  meters  keys  length\n"
         "1   First      20     80       1  4/4             0:40\n"
         "2   Second      8     32       1  4/4             0:16\n"
-        "    2 songs    28    112                          0:56\n",
+        "    2 songs    28    112                          0:56\n"
+        "\n"
+        "version  edits  file\n"
+        "1.0          1  show-1.0.logdata  in use\n",
         RunStage({"info", Show()}).out);
 }
 
@@ -68,6 +71,54 @@ TEST_F(StageInfo, OneSong_ShowsItsEditsInBars) {
     const ProgramResult info = RunStage({"info", Show(), "--song", "1"});
     EXPECT_THAT(info.out, HasSubstr("  vamp    bars 12 to 15\n"));
     EXPECT_THAT(info.out, HasSubstr("  marker  5              \"Verse\"\n"));
+}
+
+TEST_F(StageInfo, EditsAndVersions_AreInTheJson) {
+    ASSERT_EQ(0, Edit("add vamp --song 1 --from 12 --to 15 --max 3").exitCode);
+    ASSERT_EQ(0, Edit("attacca --song 1 attacca").exitCode);
+    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
+    EXPECT_EQ((json{{"kind", "vamp"},
+                    {"start", 21120},
+                    {"end", 28800},
+                    {"place", "bars 12 to 15"},
+                    {"value", "at most 3 times"}}),
+              show["songs"][0]["edits"][1]);
+    EXPECT_EQ("attacca", show["songs"][0]["attacca"].get<std::string>());
+    EXPECT_EQ("1.2", show["version"].get<std::string>());
+    EXPECT_EQ(
+        (json{{"version", "1.1"}, {"file", "show-1.1.logdata"}, {"edits", 2}, {"inUse", false}, {"unsavedChanges", 0}}),
+        show["versions"][1]);
+    EXPECT_EQ(json::array(), show["tempoScaleWarnings"]);
+    EXPECT_EQ(json::array(), show["modifiedClicks"]);
+}
+
+TEST_F(StageInfo, Clicks_MakeBeatsOfTheirOwn) {
+    ASSERT_EQ(0, Edit("add click --song 2 --from 2 --to 3 --every 1/8").exitCode);
+    const json song = json::parse(RunStage({"info", Show(), "--song", "2", "--json"}).out)["songs"][0];
+    EXPECT_EQ(32U, song["beats"].size());
+    ASSERT_EQ(40U, song["clickedBeats"].size());
+    EXPECT_EQ((json{{"tick", 2160}, {"bar", "2"}, {"beat", 2}}), song["clickedBeats"][5]);
+    EXPECT_THAT(RunStage({"info", Show(), "--song", "2"}).out,
+                HasSubstr("  40 beats with its clicks, 32 as written\n"));
+}
+
+TEST_F(StageInfo, EditsThatArePlayedOtherwise_AreTold) {
+    const std::string path = Show() + "/show-1.0.logdata";
+    std::string text = ReadAll(path);
+    const std::size_t at = text.find("\"edits\":[]");
+    ASSERT_NE(std::string::npos, at) << text;
+    WriteAll(path, text.replace(at, 10,
+                                "\"edits\":[{\"kind\":\"Tempo Scale\",\"start\":0,\"end\":1920,\"scale\":2.5},"
+                                "{\"kind\":\"Click\",\"start\":0,\"end\":1920,\"thirtySecondsPerClick\":3}]"));
+    const ProgramResult info = RunStage({"info", Show()});
+    EXPECT_THAT(info.out, HasSubstr("song 2: tempo scale bar 1, 250% is out of range and plays at 200%\n"));
+    EXPECT_THAT(info.out, HasSubstr("song 2: click bar 1, every 3/32: "));
+    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
+    EXPECT_EQ((json{{"song", "2"}, {"start", 0}, {"end", 1920}, {"percent", 250.0}, {"playedPercent", 200.0}}),
+              show["tempoScaleWarnings"][0]);
+    EXPECT_EQ("2", show["modifiedClicks"][0]["song"].get<std::string>());
+    EXPECT_EQ(3, show["modifiedClicks"][0]["value"].get<int>());
+    EXPECT_NE("", show["modifiedClicks"][0]["reason"].get<std::string>());
 }
 
 TEST_F(StageInfo, DirectoriesWithoutAShow_AreRefusedAsThePlayerDoes) {

@@ -6,6 +6,7 @@
 #include "stage/session/score_reader.h"
 #include "stage/session/settings.h"
 #include "stage/session/show_directory.h"
+#include "stage/session/text_columns.h"
 #include "stage/session/text_score.h"
 #include "tests/support/run_program.h"
 
@@ -41,9 +42,11 @@ TEST(Settings, WhatIsWritten_IsReadBack) {
     settings.oscTargets = {{"lights", "desk.local", 8000, stage::Settings::Transport::Tcp}};
     settings.pressGuardMs = 0;
     settings.midiPorts = {{"Pedal"}, {"Keys", "Desk"}};
+    settings.changeLog = "show-1.3.logdata";
     const stage::Settings read = stage::ParseSettings(stage::AsText(settings), "s");
     EXPECT_EQ(stage::AsText(settings), stage::AsText(read));
     EXPECT_EQ("pit", read.outputs[1].name);
+    EXPECT_EQ("show-1.3.logdata", read.changeLog);
     EXPECT_EQ(stage::Settings::Transport::Tcp, read.oscTargets[0].transport);
     EXPECT_EQ(0.25, read.volumes.click);
     EXPECT_TRUE(stage::HasOscTarget(read, ""));
@@ -81,6 +84,8 @@ TEST(Settings, BadTexts_AreRefusedWithTheirPlace) {
              SettingsRow{"{\"oscTargets\":[{\"name\":\"a\"}]}", "\"oscTargets\" number 1 needs a \"port\""},
              SettingsRow{"{\"oscTargets\":[{\"name\":\"a\",\"port\":65536}]}",
                          "\"oscTargets\" number 1 \"port\" must be from 1 to 65535"},
+             SettingsRow{"{\"changeLog\":\"../a-1.0.logdata\"}",
+                         "\"changeLog\" must be a file's name without a directory"},
              SettingsRow{"{\"midiPorts\":{\"inputs\":[3]}}", "\"midiPorts\" \"inputs\" number 1 must be a text"},
          })
         EXPECT_EQ(file + row.problem, RefusalOfSettings(row.text)) << row.text;
@@ -146,10 +151,10 @@ TEST(ScoreFileName, NumberAndTitle_ComeFromTheName) {
 }
 
 TEST(TextTable, ColumnsAreCountedNotBytes) {
-    EXPECT_EQ(4U, CountColumns("Noël"));
-    EXPECT_EQ(4U, CountColumns("Noe\u0308l")) << "a combining mark";
-    EXPECT_EQ(4U, CountColumns("\u6b4c\u5531")) << "wide characters";
-    EXPECT_EQ(2U, CountColumns("\xff\x80")) << "no UTF-8";
+    EXPECT_EQ(4U, stage::CountColumns("Noël"));
+    EXPECT_EQ(4U, stage::CountColumns("Noe\u0308l")) << "a combining mark";
+    EXPECT_EQ(4U, stage::CountColumns("\u6b4c\u5531")) << "wide characters";
+    EXPECT_EQ(2U, stage::CountColumns("\xff\x80")) << "no UTF-8";
     TextTable table({{"title"}, {"bars", TextTable::Align::Right}});
     table.AddRow({"Noël", "8"});
     table.AddRow({"a\tb\n", "12"});

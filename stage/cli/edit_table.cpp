@@ -1,0 +1,26 @@
+#include "stage/cli/edit_table.h"
+
+#include "stage/cli/text_table.h"
+#include "stage/session/edit_session.h"
+#include "tavo_core/edit_text.h"
+
+std::string MakeEditTable(const CL::SongLog& songLog, const TL::BarPositions& positions) {
+    const auto edits = stage::ListEdits(songLog);
+    if (edits.empty()) return "";
+    TextTable table({{"  edit"}, {"place"}, {"value"}});
+    for (const stage::ListedEdit& listed : edits)
+        table.AddRow({"  " + CL::DescribeKind(*listed.edit), CL::DescribePlace(*listed.edit, positions),
+                      CL::DescribeValue(*listed.edit)});
+    return table.AsText();
+}
+
+nlohmann::ordered_json MakeEditJson(const CL::SongLog& songLog, const TL::BarPositions& positions) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const stage::ListedEdit& listed : stage::ListEdits(songLog))
+        list.push_back({{"kind", CL::DescribeKind(*listed.edit)},
+                        {"start", listed.edit->start()},
+                        {"end", listed.edit->end()},
+                        {"place", CL::DescribePlace(*listed.edit, positions)},
+                        {"value", CL::DescribeValue(*listed.edit)}});
+    return list;
+}

@@ -1,0 +1,242 @@
+#include <fmt/format.h>
+
+#include <chrono>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "stage/cli/commands.h"
+#include "stage/cli/edit_table.h"
+#include "stage/cli/text_table.h"
+#include "stage/session/edit_session.h"
+#include "stage/session/log_versions.h"
+#include "tavo_core/log_change.h"
+#include "tavo_midi/show_data.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* Newest = "newest";
+
+struct LogWords {
+    std::string showPath;
+    std::string version;
+    std::string otherVersion;
+    bool json = false;
+};
+
+/// A show with its music, so that places can be told in bars.
+struct OpenedShow {
+    explicit OpenedShow(const std::string& path)
+        : directory(stage::ScanShowDirectory(path)), music(directory.ShowDataPath()) {}
+
+    /// The log of a version; without a text that of the version in use.
+    [[nodiscard]] CL::ChangeLog Load(const std::string& version) const {
+        return CL::ChangeLog::Load(version.empty() ? directory.LogPathInUse()
+                                                   : directory.PathOf(stage::FindLogName(directory, version)));
+    }
+
+    const stage::ShowDirectory directory;
+    const tavo_midi::ShowData music;
+};
+
+void PrintJson(const Json& json) {
+    std::cout << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+std::tm AsCalendar(std::filesystem::file_time_type moment, bool isLocal) {
+    const auto system = std::chrono::file_clock::to_sys(moment);
+    const std::time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(system));
+    std::tm calendar{};
+    if (isLocal) {
+        localtime_r(&seconds, &calendar);
+    } else {
+        gmtime_r(&seconds, &calendar);
+    }
+    return calendar;
+}
+
+std::string DescribeMoment(std::filesystem::file_time_type moment, const char* format, bool isLocal) {
+    const std::tm calendar = AsCalendar(moment, isLocal);
+    char text[64];
+    return {text, std::strftime(text, sizeof text, format, &calendar)};
+}
+
+std::string DescribeState(const stage::LogVersion& entry) {
+    std::string state = entry.isInUse ? "in use" : "";
+    const auto add = [&](const std::string& words) { state += (state.empty() ? "" : ", ") + words; };
+    if (entry.unsavedChanges > 0)
+        add(fmt::format("{} unsaved change{} in its journal", entry.unsavedChanges,
+                        entry.unsavedChanges == 1 ? "" : "s"));
+    if (!entry.problem.empty()) add(entry.problem);
+    if (!entry.journalProblem.empty()) add(entry.journalProblem);
+    return state;
+}
+
+void List(const LogWords& words) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    const std::vector<stage::LogVersion> versions = stage::ListVersions(directory);
+    if (words.json) {
+        Json list = Json::array();
+        for (const stage::LogVersion& entry : versions)
+            list.push_back({{"version", entry.version.GetAsString()},
+                            {"file", entry.name},
+                            {"written", DescribeMoment(entry.writtenAt, "%Y-%m-%dT%H:%M:%SZ", false)},
+                            {"edits", entry.editCount},
+                            {"inUse", entry.isInUse},
+                            {"unsavedChanges", entry.unsavedChanges},
+                            {"problem", entry.problem},
+                            {"journalProblem", entry.journalProblem}});
+        PrintJson(list);
+        return;
+    }
+    TextTable table({{"version"}, {"written"}, {"edits", TextTable::Align::Right}, {"file"}, {"state"}});
+    for (const stage::LogVersion& entry : versions)
+        table.AddRow({entry.version.GetAsString(), DescribeMoment(entry.writtenAt, "%Y-%m-%d %H:%M", true),
+                      entry.problem.empty() ? fmt::format("{}", entry.editCount) : "?", entry.name,
+                      DescribeState(entry)});
+    std::cout << table.AsText();
+}
+
+void Show(const LogWords& words) {
+    const OpenedShow show(words.showPath);
+    const CL::ChangeLog log = show.Load(words.version);
+    Json songs = Json::array();
+    if (!words.json) std::cout << fmt::format("version {}\n", log.GetVersion().GetAsString());
+    for (const auto& [number, songLog] : log.GetSongLogs()) {
+        const auto& known = show.music.GetSongs();
+        const auto song = std::find_if(known.begin(), known.end(),
+                                       [&name = number](const auto& each) { return each.GetSongNumber() == name; });
+        // A song that is not in the music is told in ticks.
+        const TL::BarPositions positions(song == known.end() ? TL::Timeline() : song->GetTimeline());
+        const std::string attacca = stage::DescribeAttacca(songLog.GetAttacca());
+        if (words.json) {
+            songs.push_back({{"number", number}, {"attacca", attacca}, {"edits", MakeEditJson(songLog, positions)}});
+        } else {
+            std::cout << fmt::format("song {}: {}, {}\n", number,
+                                     song == known.end() ? "not in the show" : MakePrintable(song->GetTitle()), attacca)
+                      << MakeEditTable(songLog, positions);
+        }
+    }
+    if (words.json) PrintJson({{"version", log.GetVersion().GetAsString()}, {"songs", songs}});
+}
+
+void Diff(const LogWords& words) {
+    const OpenedShow show(words.showPath);
+    const CL::LogChange change = CL::Compare(show.Load(words.version), show.Load(words.otherVersion));
+    Json changes = Json::array();
+    for (const CL::SongChange& song : change.songs) {
+        for (const std::string& line : CL::DescribeChange({{song}}, show.music)) {
+            if (words.json) {
+                changes.push_back({{"song", song.songNumber}, {"text", line}});
+            } else {
+                std::cout << MakePrintable(line) << '\n';
+            }
+        }
+    }
+    if (words.json) {
+        PrintJson({{"from", words.version}, {"to", words.otherVersion}, {"changes", changes}});
+    } else if (change.IsEmpty()) {
+        std::cout << "no difference\n";
+    }
+}
+
+void SaveAs(const stage::ShowDirectory& directory, CL::ChangeLog& log, const cmn::TAVOVersion& version) {
+    const std::string path = stage::SaveVersion(directory, log, version);
+    std::cout << fmt::format("saved version {} as {}\n", version.GetAsString(), path);
+}
+
+/// The log in use; nothing where it cannot be read, which is a reason to roll back.
+std::optional<CL::ChangeLog> TryLoadLogInUse(const OpenedShow& show) {
+    try {
+        return show.Load("");
+    } catch (const std::runtime_error& problem) {
+        std::cerr << "stage: " << problem.what() << '\n';
+        return std::nullopt;
+    }
+}
+
+void RollBack(const LogWords& words) {
+    const OpenedShow show(words.showPath);
+    CL::ChangeLog log = show.Load(words.version);
+    const std::optional<CL::ChangeLog> inUse = TryLoadLogInUse(show);
+    if (inUse) {
+        const CL::LogChange change = CL::Compare(*inUse, log);
+        if (change.IsEmpty()) {
+            std::cout << fmt::format("version {}, which is in use, has the same edits; no version is saved\n",
+                                     inUse->GetVersion().GetAsString());
+            return;
+        }
+        for (const std::string& line : CL::DescribeChange(change, show.music))
+            std::cout << MakePrintable(line) << '\n';
+    }
+    const cmn::TAVOVersion from = inUse ? inUse->GetVersion() : show.directory.logNames.rbegin()->first;
+    SaveAs(show.directory, log, stage::NextMinorVersion(show.directory, from));
+}
+
+void Copy(const LogWords& words) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    CL::ChangeLog log = CL::ChangeLog::Load(directory.LogPathInUse());
+    SaveAs(directory, log, stage::NextMajorVersion(directory, log.GetVersion().minor_number));
+}
+
+void Use(const LogWords& words) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    const std::string newest = directory.logNames.rbegin()->second;
+    const std::string name = words.version == Newest ? newest : stage::FindLogName(directory, words.version);
+    // One that cannot be read is refused now, not on the evening.
+    const CL::ChangeLog log = CL::ChangeLog::Load(directory.PathOf(name));
+    stage::ChooseChangeLog(directory.SettingsPath(), name == newest ? "" : name);
+    std::cout << fmt::format("version {} opens from now on{}\n", log.GetVersion().GetAsString(),
+                             name == newest ? ", and every newer one" : "");
+}
+
+CLI::App* AddOperation(CLI::App& log, const char* name, const char* purpose, const std::shared_ptr<LogWords>& words,
+                       void (*work)(const LogWords&)) {
+    CLI::App* operation = log.add_subcommand(name, purpose);
+    operation->callback([words, work] { work(*words); });
+    return operation;
+}
+
+void AddJsonFlag(CLI::App& operation, LogWords& words) {
+    operation.add_flag("--json", words.json, "Print it as JSON for other programs");
+}
+
+}  // namespace
+
+void AddLogCommand(CLI::App& app, int&) {
+    auto words = std::make_shared<LogWords>();
+    CLI::App* log = app.add_subcommand("log", "Lists, compares and restores versions of the edits");
+    log->add_option("SHOW", words->showPath, "The show directory")->required();
+    log->require_subcommand(1);
+
+    AddJsonFlag(*AddOperation(*log, "list", "Lists the versions", words, List), *words);
+    CLI::App* show = AddOperation(*log, "show", "Shows the edits of a version", words, Show);
+    show->add_option("VERSION", words->version, "Which one, 1.4; the one in use without")->type_name("A");
+    AddJsonFlag(*show, *words);
+    CLI::App* diff = AddOperation(*log, "diff", "Tells what changed from one version to another", words, Diff);
+    diff->add_option("FROM", words->version, "The earlier one")->required()->type_name("A");
+    diff->add_option("TO", words->otherVersion, "The later one")->required()->type_name("B");
+    AddJsonFlag(*diff, *words);
+    AddOperation(*log, "rollback", "Saves the edits of an earlier version as a new one", words, RollBack)
+        ->add_option("VERSION", words->version, "Which one")
+        ->required()
+        ->type_name("A");
+    AddOperation(*log, "copy", "Saves the edits in use as the next major version", words, Copy);
+    AddOperation(*log, "use", "Chooses the version that opens", words, Use)
+        ->add_option("VERSION", words->version, "Which one; newest: always the highest version")
+        ->required()
+        ->type_name("A");
+    log->footer(
+        "\nNo version is ever overwritten or removed. The highest version opens, unless use chooses another one.\n"
+        "\nExamples:\n"
+        "  stage log myshow list\n"
+        "  stage log myshow diff 1.3 1.5\n"
+        "  stage log myshow rollback 1.3\n"
+        "  stage log myshow use 1.3\n"
+        "  stage log myshow use newest");
+}
