@@ -27,6 +27,7 @@ constexpr Group Groups[] = {
     {"show", bench::AddWholeShowRows},
     {"beats", bench::AddBeatsRows},
     {"open", bench::AddOpenRows},
+    {"save", bench::AddSaveRows},
     {"render", bench::AddRenderRows},
 };
 

@@ -17,6 +17,7 @@ void AddArithmeticRows(Table& table, const Effort& effort);
 void AddWholeShowRows(Table& table, const Effort& effort);
 void AddBeatsRows(Table& table, const Effort& effort);
 void AddOpenRows(Table& table, const Effort& effort);
+void AddSaveRows(Table& table, const Effort& effort);
 void AddRenderRows(Table& table, const Effort& effort);
 
 }  // namespace bench
