@@ -6,6 +6,7 @@
 #include <chrono>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "system_ports.h"
@@ -77,6 +78,8 @@ class RtMidiOutput final : public MidiOutput {
 public:
     RtMidiOutput(RtMidi::Api api, const std::string& name) : midi_(Make<RtMidiOut>(api, "tavo-out")) {
         OpenByName(*midi_, name, "out");
+        // On JACK the connection holds from one of the next cycles on; what is sent before is lost.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     bool Send(std::span<const unsigned char> message) override {
         const std::lock_guard lock(mutex_);
