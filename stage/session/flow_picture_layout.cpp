@@ -79,8 +79,8 @@ std::vector<std::string> WrapText(std::string_view text, double width, double si
 std::vector<std::size_t> AssignLanes(const std::vector<Span>& spans, double gap) {
     std::vector<std::size_t> order(spans.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return spans[a].left < spans[b].left; });
+    std::sort(order.begin(), order.end(),
+              [&](std::size_t a, std::size_t b) { return std::pair(spans[a].left, a) < std::pair(spans[b].left, b); });
     using Busy = std::pair<double, std::size_t>;
     std::priority_queue<Busy, std::vector<Busy>, std::greater<>> busy;
     std::set<std::size_t> freeLanes;
@@ -131,8 +131,8 @@ private:
 std::vector<std::size_t> FindNestingLevels(const std::vector<Span>& spans) {
     std::vector<std::size_t> order(spans.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-        return spans[a].right - spans[a].left < spans[b].right - spans[b].left;
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return std::pair(spans[a].right - spans[a].left, a) < std::pair(spans[b].right - spans[b].left, b);
     });
     Skyline skyline;
     std::vector<std::size_t> levels(spans.size());
