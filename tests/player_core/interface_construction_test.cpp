@@ -234,7 +234,7 @@ TEST_F(TheFacade, EachMidiCommand_IsOneOperation) {
         {notify::names::midiCommandContinue, "Continue"},
     };
     for (const auto& [name, calls] : rows) {
-        EXPECT_EQ(calls, CallsOf([&name = name] { notify::callbackDispatcher.Notify(name, nullptr); })) << name;
+        EXPECT_EQ(calls, CallsOf([&command = name] { notify::callbackDispatcher.Notify(command, nullptr); })) << name;
     }
 }
 

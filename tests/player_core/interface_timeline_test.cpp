@@ -67,7 +67,8 @@ TEST_F(TheTimeline, TemposOfABar_AreThinnedToTheFirstAndTheLast) {
         {"the final bar's tempos are dropped", {0, 120, 500, 550}, {0, 120}},
         {"so are those behind it", {0, 120, 5000}, {0, 120}},
         {"but what is carried when the walk ends is written before", {0, 120, 150, 500}, {0, 120, 150}},
-        {"the last bar but one is kept", {0, 400, 450}, {0, 400}},
+        {"of the last bar but one the first is kept", {0, 400, 450}, {0, 400}},
+        {"and no other, even where a later tempo follows", {0, 400, 450, 550}, {0, 400}},
         {"many in the first bar", {0, 10, 20, 30, 150}, {0, 30, 150}},
     };
     for (const auto& row : rows)

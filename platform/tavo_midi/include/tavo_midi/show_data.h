@@ -12,7 +12,7 @@ namespace tavo_midi {
 
 /// The music of a show: its songs in show order. The file form is `.showdata`: a ZIP archive that holds `show.json`
 /// (RFC 8259) and one Standard MIDI File (RP-001) a song. A value; reading is thread-safe while nobody writes.
-class ShowData : public TL::ShowTimelines {
+class ShowData final : public TL::ShowTimelines {
 public:
     ShowData() = default;
     /// Reads a `.showdata` file. Throws std::runtime_error with one sentence that names the file, the member and what
