@@ -14,6 +14,7 @@ void AddInfoCommand(CLI::App& app, int& exitCode);
 void AddCheckCommand(CLI::App& app, int& exitCode);
 void AddComposeCommand(CLI::App& app, int& exitCode);
 void AddRenderCommand(CLI::App& app, int& exitCode);
+void AddScoreCommand(CLI::App& app, int& exitCode);
 void AddPlotCommand(CLI::App& app, int& exitCode);
 void AddLogCommand(CLI::App& app, int& exitCode);
 void AddMidiCommand(CLI::App& app, int& exitCode);

@@ -62,6 +62,7 @@ int main(int argc, char** argv) {
     AddLogCommand(app, exitCode);
     AddComposeCommand(app, exitCode);
     AddMidiCommand(app, exitCode);
+    AddScoreCommand(app, exitCode);
 
     try {
         app.parse(argc, argv);

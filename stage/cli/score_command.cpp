@@ -1,0 +1,177 @@
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "kit/path.h"
+#include "stage/cli/commands.h"
+#include "stage/cli/progress.h"
+#include "stage/cli/text_table.h"
+#include "stage/session/score_pack.h"
+#include "stage/session/show_directory.h"
+
+namespace {
+
+constexpr const char* PassphraseVariable = "TAVO_SCORE_PASSPHRASE";
+constexpr std::uintmax_t LongestPassphrase = 4096;
+
+struct ScoreWords {
+    std::string showPath;
+    std::string passphraseFile;
+    stage::ScorePackRequest pack;
+    bool replace = false;
+    std::uint32_t firstNumber = 0;
+    std::uint32_t page = 0;
+    std::string outPath;
+};
+
+/// A passphrase that is overwritten at the end of its scope.
+struct Passphrase {
+    explicit Passphrase(const std::string& file) {
+        if (const char* const variable = std::getenv(PassphraseVariable); !file.empty()) {
+            text = kit::ReadFile(file, LongestPassphrase);
+            if (text.ends_with('\n')) text.pop_back();
+            if (text.ends_with('\r')) text.pop_back();
+        } else if (variable != nullptr) {
+            text = variable;
+        } else {
+            throw std::runtime_error(fmt::format(
+                "the score's passphrase is missing: give --passphrase-file FILE or set {}", PassphraseVariable));
+        }
+        if (text.empty()) throw std::runtime_error("the score's passphrase is empty");
+    }
+    ~Passphrase() { tavo_sec::Wipe(text); }
+    Passphrase(const Passphrase&) = delete;
+    Passphrase& operator=(const Passphrase&) = delete;
+
+    std::string text;
+};
+
+stage::ScorePackage OpenPackage(const stage::ShowDirectory& directory, const ScoreWords& words) {
+    if (directory.scoreName.empty())
+        throw std::runtime_error(fmt::format("the show \"{}\" has no .score file", directory.path));
+    const Passphrase passphrase(words.passphraseFile);
+    return {directory.PathOf(directory.scoreName), passphrase.text};
+}
+
+void PrintComparison(const std::vector<stage::ScorePage>& pages,
+                     const std::map<std::uint32_t, std::vector<stage::PageTurn>>& turns) {
+    for (const std::string& sentence : stage::CompareWithShow(pages, turns))
+        std::cerr << "note: " << sentence << '\n';
+}
+
+void Pack(ScoreWords& words, bool hasFirstNumber) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    const tavo_midi::ShowData show(directory.ShowDataPath());
+    const Passphrase passphrase(words.passphraseFile);
+    stage::ScorePackRequest& request = words.pack;
+    request.scorePath = directory.PathOf(kit::path::basename_no_ext(directory.showDataName) + ".score");
+    request.existing = words.replace ? kit::ExistingFile::Replace : kit::ExistingFile::Keep;
+    if (hasFirstNumber) request.firstNumber = words.firstNumber;
+    request.passphrase = passphrase.text;
+    const std::vector<stage::ScorePage> pages = [&] {
+        Progress progress;
+        request.reportProgress = [&](std::size_t done, std::size_t total, const std::string& file) {
+            progress.Report(done, total, (done < total / 2 ? "reading " : "packing ") + file);
+        };
+        return stage::PackScore(request);
+    }();
+    PrintComparison(pages, stage::FindPageTurns(show));
+    const std::string inUse = stage::ScanShowDirectory(words.showPath).scoreName;
+    if (inUse != kit::path::basename(request.scorePath))
+        std::cerr << fmt::format("note: the show goes on using {}, whose name comes later\n", MakePrintable(inUse));
+    std::cout << fmt::format("packed {} pages as {}\n", pages.size(), request.scorePath);
+}
+
+std::string DescribeTurns(const std::vector<stage::PageTurn>& turns) {
+    std::string text;
+    for (const stage::PageTurn& turn : turns)
+        text += fmt::format("{}song {} at {}", text.empty() ? "" : ", ", turn.song, turn.place);
+    return text;
+}
+
+void List(const ScoreWords& words) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    const auto turns = stage::FindPageTurns(tavo_midi::ShowData(directory.ShowDataPath()));
+    const stage::ScorePackage score = OpenPackage(directory, words);
+    TextTable table({{"page", TextTable::Align::Right}, {"type"}, {"bytes", TextTable::Align::Right}, {"turned to"}});
+    for (const stage::ScorePage& page : score.GetPages()) {
+        const auto found = turns.find(page.number);
+        table.AddRow({fmt::format("{}", page.number), std::string(stage::GetMediaType(page.type)),
+                      fmt::format("{}", page.bytes), found == turns.end() ? "" : DescribeTurns(found->second)});
+    }
+    std::cout << table.AsText();
+    PrintComparison(score.GetPages(), turns);
+}
+
+void Extract(const ScoreWords& words) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    stage::ScorePackage score = OpenPackage(directory, words);
+    kit::WriteNewFileDurably(words.outPath, score.ReadPage(words.page));
+    std::cout << fmt::format("page {} is now {}, {}\n", words.page, words.outPath,
+                             stage::GetMediaType(score.GetPage(words.page).type));
+}
+
+void Check(const ScoreWords& words) {
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    stage::ScorePackage score = OpenPackage(directory, words);
+    {
+        Progress progress;
+        score.CheckAll([&](std::size_t index) {
+            const auto& pages = score.GetPages();
+            progress.Report(index, pages.size(), fmt::format("page {}", pages[index].number));
+        });
+    }
+    std::cout << fmt::format("all {} pages are whole\n", score.GetPages().size());
+}
+
+CLI::App* AddOperation(CLI::App& score, const char* name, const char* help, ScoreWords& words) {
+    CLI::App* operation = score.add_subcommand(name, help);
+    operation->add_option("SHOW", words.showPath, "The show directory")->required();
+    operation
+        ->add_option("--passphrase-file", words.passphraseFile,
+                     fmt::format("A file that holds the passphrase; without it {} does", PassphraseVariable))
+        ->type_name("FILE");
+    return operation;
+}
+
+void AddPack(CLI::App& score, const std::shared_ptr<ScoreWords>& words) {
+    CLI::App* pack = AddOperation(score, "pack", "Packs pages into the show's .score file", *words);
+    pack->add_option("PAGES", words->pack.paths, "PNG and SVG files, or folders that hold them")->required();
+    CLI::Option* first = pack->add_option("--first", words->firstNumber,
+                                          "Number the pages in their order from N on, whatever their names are")
+                             ->type_name("N");
+    pack->add_flag("--replace", words->replace, "Replace the score that is there");
+    pack->footer(
+        "\nA page's number is the last number in its file's name: page-012.png is page 12.\n"
+        "\nExamples:\n"
+        "  stage score pack myshow pages/ --passphrase-file secret\n"
+        "  stage score pack myshow cover.svg scan/*.png --first 1 --replace");
+    pack->callback([words, first] { Pack(*words, first->count() > 0); });
+}
+
+}  // namespace
+
+void AddScoreCommand(CLI::App& app, int&) {
+    auto words = std::make_shared<ScoreWords>();
+    CLI::App* score = app.add_subcommand("score", "Packs the pages of the score, lists and reads them");
+    score->require_subcommand(1);
+    AddPack(*score, words);
+
+    CLI::App* list = AddOperation(*score, "list", "Lists the pages and where the songs turn to them", *words);
+    list->footer("\nExample:\n  stage score list myshow --passphrase-file secret");
+    list->callback([words] { List(*words); });
+
+    CLI::App* extract = AddOperation(*score, "extract", "Writes a page's image into a file", *words);
+    extract->add_option("PAGE", words->page, "The page's number")->required();
+    extract->add_option("-o,--output", words->outPath, "The file to be made")->required()->type_name("FILE");
+    extract->footer("\nExample:\n  stage score extract myshow 12 -o page12.png");
+    extract->callback([words] { Extract(*words); });
+
+    CLI::App* check = AddOperation(*score, "check", "Reads every page and tells whether all of it is whole", *words);
+    check->footer("\nExample:\n  stage score check myshow --passphrase-file secret");
+    check->callback([words] { Check(*words); });
+    score->footer("\nThe score is enciphered: without its passphrase nobody reads a page.");
+}
