@@ -78,8 +78,9 @@ public:
         for (const auto& [key, value] : value_.items()) {
             const auto reader = std::find_if(readers.begin(), readers.end(),
                                              [&name = key](const auto& candidate) { return candidate.first == name; });
-            const Place place(
-                file_, key_ == TopLevel ? fmt::format("\"{}\"", key) : fmt::format("{} \"{}\"", key_, key), value);
+            // As JSON writes it: a key may hold line ends.
+            const std::string quoted = Json(key).dump();
+            const Place place(file_, key_ == TopLevel ? quoted : key_ + ' ' + quoted, value);
             if (reader == readers.end()) place.Refuse("is not a known key");
             reader->second(place);
         }
@@ -177,6 +178,9 @@ Settings ParseSettings(const std::string& text, const std::string& name) {
     } catch (const Json::parse_error& problem) {
         throw std::runtime_error(fmt::format("the file \"{}\" is not usable: its {} is not JSON", name,
                                              DescribeByte(text, problem.byte > 0 ? problem.byte - 1 : 0)));
+    } catch (const Json::out_of_range&) {
+        throw std::runtime_error(
+            fmt::format("the file \"{}\" is not usable: it holds a number that is too large", name));
     }
     Settings settings;
     Place(name, std::string(Place::TopLevel), json)
