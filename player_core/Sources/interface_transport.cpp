@@ -143,6 +143,8 @@ void Interface::SetAttacca(std::string songNumber, unsigned char attacca) {
         changeLog->GetSongLog(songNumber).SetAttacca(attacca);
     }
     GetPlayer()->SetAttaccaState(songNumber, attacca);
+    // Last, for a journal that cannot be written throws.
+    if (changeLogEditor_ != nullptr) changeLogEditor_->NoteChangedInPlace();
 }
 
 // State.

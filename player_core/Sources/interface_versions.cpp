@@ -30,6 +30,8 @@ std::string Interface::SaveAs_(void (*raise)(cmn::TAVOVersion& version)) {
         changeLogFileName_ = kit::path::basename(changeLog->Save(""));
         logFilesByVersion_[changeLog->GetVersion()] = changeLogFileName_;
     }
+    // From here on edits belong to the journal of the new file.
+    if (changeLogEditor_ != nullptr) changeLogEditor_->NoteSaved(GetChangelogFilename());
     return GetLogVersion();
 }
 

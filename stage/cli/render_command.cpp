@@ -1,8 +1,6 @@
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -13,10 +11,10 @@
 #include "stage/cli/commands.h"
 #include "stage/cli/song_range.h"
 #include "stage/engine/offline_show.h"
-#include "stage/engine/sound_font.h"
 #include "stage/io/audio_file.h"
 #include "stage/session/settings.h"
 #include "stage/session/show_directory.h"
+#include "stage/session/show_parts.h"
 #include "tavo_core/active_change_log.h"
 
 namespace {
@@ -55,30 +53,6 @@ private:
     const std::string path_;
     std::ofstream file_;
 };
-
-std::string ChooseSoundFont(const RenderWords& words, const stage::Settings& settings) {
-    if (!words.soundFontPath.empty()) return words.soundFontPath;
-    if (settings.soundFont.empty()) return stage::FindDefaultSoundFont();
-    // A path that is absolute replaces the show's.
-    return (std::filesystem::path(words.showPath) / settings.soundFont).string();
-}
-
-std::size_t CountChannels(const tavo_midi::ShowData& show) {
-    std::size_t channels = 1;
-    for (const tavo_midi::SongData& song : show.GetSongs())
-        for (const tavo_midi::MidiEvent& event : song.GetEvents())
-            if (event.status < 0xF0) channels = std::max(channels, stage::ChannelOf(event) + 1);
-    return channels;
-}
-
-/// Makes the log in use the active one, with a log for every song.
-void OpenChangeLog(const stage::ShowDirectory& directory, const stage::Settings& settings,
-                   const tavo_midi::ShowData& show) {
-    CreateChangeLog(directory.LogPathInUse(settings));
-    const ActiveChangeLogExclusive log;
-    for (const tavo_midi::SongData& song : show.GetSongs())
-        log->GetSongLogs().try_emplace(song.GetSongNumber());
-}
 
 std::string DescribeLevel(float peak) {
     if (peak <= 0) return "silent";
@@ -127,8 +101,11 @@ void Render(const RenderWords& words) {
     const tavo_midi::ShowData show(directory.ShowDataPath());
     const stage::Settings settings = stage::ReadSettings(directory.SettingsPath());
     const stage::OfflineOptions options = MakeOptions(words, show, settings);
-    stage::Synth synth(ChooseSoundFont(words, settings), FramesPerSecond, CountChannels(show));
-    OpenChangeLog(directory, settings, show);
+    const std::string soundFont =
+        words.soundFontPath.empty() ? stage::ChooseSoundFont(settings, words.showPath) : words.soundFontPath;
+    stage::Synth synth(soundFont, FramesPerSecond, stage::CountChannels(show));
+    CreateChangeLog(directory.LogPathInUse(settings));
+    stage::AddMissingSongLogs(show);
 
     std::unique_ptr<stage::AudioFile> sound;
     if (words.outPath != NoFile) sound = std::make_unique<stage::AudioFile>(words.outPath, FramesPerSecond);

@@ -150,6 +150,7 @@ void StagePlayer::HaltOutput() {
 }
 
 void StagePlayer::PrepareForExit() {
+    isPreparedForExit_ = true;
     HaltOutput();
 }
 

@@ -56,6 +56,7 @@ public:
     void SeekLeft() override;
     void SeekRight() override;
     void PrepareForExit() override;
+    [[nodiscard]] bool IsPreparedForExit() const { return isPreparedForExit_; }
     void Shutdown() override;
     void HaltOutput() override;
     void Stop() override;
@@ -89,6 +90,7 @@ private:
     StageShowControl showControl_;
     std::array<std::atomic<double>, VolumeTypeCount> volumes_;
     std::atomic<bool> hasSong_{false};
+    std::atomic<bool> isPreparedForExit_{false};
     Engine engine_;
     // Guarded by the engine's mutex.
     std::function<void()> onFadeDone_;

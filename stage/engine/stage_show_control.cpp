@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "tavo_core/active_change_log.h"
 #include "tavo_core/event_codes.h"
 
 namespace stage {
@@ -10,6 +11,50 @@ namespace stage {
 StageShowControl::StageShowControl(ActiveSongNumber& activeSongNumber, const tavo_midi::ShowData& showData,
                                    UserControls& controls)
     : ShowControl(activeSongNumber, showData), howToPlay_(controls) {}
+
+void StageShowControl::LoadNewChangeLog() {
+    std::optional<unsigned int> lostFermataEnd;
+    {
+        const std::lock_guard lock(GetSeekLock());
+        const LoopEventList before = GetLoopEvents_();
+        ShowControl::LoadNewChangeLog();
+        ReturnToLoops_(before);
+        // What is new and covers the playhead, and the caesura that is being counted down.
+        static_cast<void>(FindNextControlEventOnSeek(GetTickIndex(), true));
+        if (GetFermata()) lostFermataEnd = FindLostFermata_(before);
+    }
+    // Playback waits just short of the end of a hold: beyond it, it goes on.
+    if (lostFermataEnd) Seek(*lostFermataEnd);
+    CheckForRemainingVampRepeatOrFermata();
+}
+
+/// The end of the fermata that playback was in and is in no more.
+std::optional<unsigned int> StageShowControl::FindLostFermata_(const LoopEventList& before) {
+    const auto& now = GetLoopEvents_().GetEvents();
+    for (const LoopEvent& loop : before.GetEvents()) {
+        if (loop.type == codes::Fermata && std::find(now.begin(), now.end(), loop) == now.end()) return loop.end;
+    }
+    return std::nullopt;
+}
+
+void StageShowControl::ReturnToLoops_(const LoopEventList& before) {
+    const ActiveChangeLogShared changeLog;
+    const CL::SongLog& songLog = changeLog->GetSongLog(GetSongData_()->GetSongNumber());
+    const auto returnTo = [&](const auto& edits) {
+        for (const auto& edit : edits) {
+            LoopEvent loop(edit);
+            const auto& events = before.GetEvents();
+            const auto was = std::find(events.begin(), events.end(), loop);
+            if (was == events.end()) continue;
+            loop.count = was->count;
+            loop.canceled = was->canceled;
+            GetLoopEvents_().InsertLoopEvent(loop);
+        }
+    };
+    returnTo(songLog.GetVamps());
+    returnTo(songLog.GetRepeats());
+    returnTo(songLog.GetFermatas());
+}
 
 StageShowControl::Arrival StageShowControl::ArriveAt(std::uint32_t tick) {
     const std::lock_guard lock(GetSeekLock());

@@ -16,6 +16,9 @@ public:
     StageShowControl(ActiveSongNumber& activeSongNumber, const tavo_midi::ShowData& showData, UserControls& controls);
 
     HowToPlay& GetHowToPlay() override { return howToPlay_; }
+    /// Beyond rebuilding it keeps playback in the loops, the hold and the countdown that it is in and that the new log
+    /// still has, passes and releases included: an edit elsewhere in the song must not let a vamp run out.
+    void LoadNewChangeLog() override;
 
     /// What the engine finds when it arrives at a tick.
     struct Arrival {
@@ -52,6 +55,9 @@ public:
     void SendOsc(const CL::Osc& message);
 
 private:
+    void ReturnToLoops_(const LoopEventList& before);
+    [[nodiscard]] std::optional<unsigned int> FindLostFermata_(const LoopEventList& before);
+
     // Guarded by the seek lock.
     HowToPlay howToPlay_;
 };

@@ -58,6 +58,8 @@ public:
     [[nodiscard]] bool GetHasRepeat() const;
     /// Whether there is no active event.
     [[nodiscard]] bool IsEmpty() const;
+    /// All of them in order, canceled ones included.
+    [[nodiscard]] const std::list<LoopEvent>& GetEvents() const { return events_; }
     /// Number of active events.
     [[nodiscard]] std::uint64_t GetSize() const;
 

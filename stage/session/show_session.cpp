@@ -1,0 +1,208 @@
+#include "stage/session/show_session.h"
+
+#include <fmt/format.h>
+
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+#include "kit/path.h"
+#include "player_core/gui_update.h"
+#include "stage/engine/offline_feed.h"
+#include "stage/session/show_directory.h"
+#include "stage/session/show_parts.h"
+#include "tavo_core/active_change_log.h"
+#include "tavo_core/callback_dispatcher.h"
+#include "tavo_core/edit_journal.h"
+
+namespace stage {
+
+ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options)
+    : Interface(showPath, settingsPath, options.hasRunningFeed), options_(options) {
+    settings_ = ReadSettings(GetSettingsFilename());
+    Initialize();
+    synth_ = std::make_unique<Synth>(ChooseSoundFont(settings_, showPath), options_.framesPerSecond,
+                                     CountChannels(GetShowData()));
+    player_ = std::make_unique<StagePlayer>(showPath, GetShowData(), *synth_, options_.framesPerSecond);
+    player_->SetVolume(settings_.volumes.master, tavo_audio::Master);
+    player_->SetVolume(settings_.volumes.synth, tavo_audio::Synth);
+    const auto reportPosition = [this](unsigned int* tickIndex) { return player_->ReportPosition(tickIndex); };
+    if (options_.hasRunningFeed) {
+        SetGuiUpdate(std::make_unique<gui::GuiUpdate>(*player_, reportPosition));
+        GetGuiUpdate().StartUpdateGenerator();
+    } else {
+        SetGuiUpdate(std::make_unique<OfflineFeed>(*player_, reportPosition));
+    }
+    try {
+        if (!settings_.changeLog.empty()) OpenSavedLog_(ScanShowDirectory(showPath).LogNameInUse(settings_));
+        OpenJournal_();
+    } catch (...) {
+        SetGuiUpdate(nullptr);
+        throw;
+    }
+}
+
+ShowSession::~ShowSession() {
+    // No command may reach the player from here on, nor the display feed ask it.
+    notify::callbackDispatcher.RemoveCallbacksForTarget(static_cast<Interface*>(this));
+    GetMidiMessageDispatcher().Disconnect();
+    player_->HaltOutput();
+    // After PrepareForExit the feed's threads have been told to end and stay as they are until the process does.
+    if (!player_->IsPreparedForExit()) SetGuiUpdate(nullptr);
+}
+
+tavo_sec::CipherStream* ShowSession::GetScoreTar() {
+    if (GetScoreFilename().empty()) throw std::runtime_error("The show has no score.");
+    score_ = std::make_unique<tavo_sec::CipherStream>(kit::path::Join(GetShowDirectory(), GetScoreFilename()),
+                                                      options_.scorePassphrase);
+    return score_.get();
+}
+
+std::vector<tavo_audio::VolumeType> ShowSession::GetVolumeTypes() const {
+    return {tavo_audio::Synth, tavo_audio::Master, tavo_audio::Click, tavo_audio::Effects};
+}
+
+void ShowSession::LoadChangeLogEditor() {
+    AddMissingSongLogs(GetShowData());
+    Interface::LoadChangeLogEditor();
+}
+
+// The journal.
+
+void ShowSession::OpenJournal_() {
+    recovered_.clear();
+    recoveredLines_.clear();
+    journalProblems_.clear();
+    CL::EditJournal::Contents contents = CL::EditJournal::Read(GetChangelogFilename());
+    journalProblems_ = std::move(contents.problems);
+    recovered_ = std::move(contents.changes);
+    for (const CL::LogChange& change : recovered_)
+        for (std::string& line : CL::DescribeChange(change, GetShowData()))
+            recoveredLines_.push_back(std::move(line));
+    if (recovered_.empty()) GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+}
+
+void ShowSession::RecoverEdits() {
+    if (recovered_.empty()) return;
+    std::vector<CL::LogChange> changes = std::exchange(recovered_, {});
+    try {
+        EditAndTell_([&changes](CL::Editor& editor) { editor.ApplyRecovered(changes); });
+    } catch (...) {
+        recovered_ = std::move(changes);
+        throw;
+    }
+    recoveredLines_.clear();
+    GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+}
+
+void ShowSession::DiscardRecoveredEdits() {
+    if (recovered_.empty()) return;
+    CL::EditJournal(GetChangelogFilename()).Discard();
+    recovered_.clear();
+    recoveredLines_.clear();
+    GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+}
+
+// Editing.
+
+template <class Edit>
+void ShowSession::EditAndTell_(Edit&& edit) {
+    if (!recovered_.empty())
+        throw std::logic_error("The edits that were left in the journal have to be recovered or discarded first.");
+    const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();
+    edit(*GetChangeLogEditor());
+    CL::LogChange change;
+    {
+        const ActiveChangeLogShared after;
+        change = CL::Compare(*before, *after);
+    }
+    TellPlayer_(change);
+}
+
+void ShowSession::TellPlayer_(const CL::LogChange& change) {
+    const std::string current = GetCurrentSongNumber();
+    for (const CL::SongChange& song : change.songs) {
+        if (song.songNumber != current) continue;
+        if (song.attacca) player_->SetAttaccaState(current, song.attacca->after);
+        if (song.removed.empty() && song.added.empty()) continue;
+        if (GetIsStopped()) {
+            LoadNewChangeLog();
+            continue;
+        }
+        player_->NotifyNewChangeLog();
+        for (const CL::AnyEdit& edit : song.added) {
+            if (const auto* cut = std::get_if<CL::Cut>(&edit)) MovePlayheadOutOfCut(cut->start(), cut->end());
+        }
+    }
+}
+
+void ShowSession::AddEdit(const std::string& songNumber, const CL::AnyEdit& edit) {
+    EditAndTell_([&](CL::Editor& editor) { editor.Add(songNumber, edit); });
+}
+
+void ShowSession::ChangeEdit(const std::string& songNumber, const CL::AnyEdit& from, const CL::AnyEdit& to) {
+    EditAndTell_([&](CL::Editor& editor) { editor.Change(songNumber, from, to); });
+}
+
+void ShowSession::RemoveEdits(const std::string& songNumber, const std::vector<CL::AnyEdit>& edits) {
+    EditAndTell_([&](CL::Editor& editor) { editor.Remove(songNumber, edits); });
+}
+
+void ShowSession::EditAttacca(const std::string& songNumber, unsigned char attacca) {
+    EditAndTell_([&](CL::Editor& editor) { editor.SetAttacca(songNumber, attacca); });
+}
+
+std::vector<std::string> ShowSession::Undo() {
+    std::vector<std::string> lines;
+    EditAndTell_([&](CL::Editor& editor) { lines = editor.Undo(); });
+    return lines;
+}
+
+std::vector<std::string> ShowSession::Redo() {
+    std::vector<std::string> lines;
+    EditAndTell_([&](CL::Editor& editor) { lines = editor.Redo(); });
+    return lines;
+}
+
+void ShowSession::RollBackTo(const std::string& version) {
+    const CL::ChangeLog earlier = CL::ChangeLog::Load(kit::path::Join(GetShowDirectory(), FileOfVersion_(version)));
+    EditAndTell_([&](CL::Editor& editor) { editor.RollBackTo(earlier); });
+}
+
+// Versions.
+
+std::string ShowSession::FileOfVersion_(const std::string& version) {
+    const auto logs = GetLogMap();
+    const auto found = logs.find(version);
+    if (found == logs.end()) throw std::out_of_range(fmt::format("The show has no version {}.", version));
+    return found->second;
+}
+
+std::string ShowSession::Save(bool newMajor) {
+    return FinishSaving_(SaveChangelog(newMajor));
+}
+
+std::string ShowSession::SaveCopy() {
+    return FinishSaving_(SaveChangelogCopy());
+}
+
+std::string ShowSession::FinishSaving_(const std::string& version) {
+    // A choice made before would open the log that the edits were made upon.
+    if (!settings_.changeLog.empty()) {
+        settings_.changeLog = FileOfVersion_(version);
+        ChooseChangeLog(GetSettingsFilename(), settings_.changeLog);
+    }
+    return version;
+}
+
+void ShowSession::UseVersion(const std::string& version) {
+    OpenSavedLog_(FileOfVersion_(version));
+    OpenJournal_();
+}
+
+void ShowSession::OpenSavedLog_(const std::string& name) {
+    SetChangelogFilename(name);
+    if (!GetCurrentSongNumber().empty()) LoadNewChangeLog();
+}
+
+}  // namespace stage

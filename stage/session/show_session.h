@@ -1,0 +1,108 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "player_core/interface.h"
+#include "stage/engine/stage_player.h"
+#include "stage/engine/synth.h"
+#include "stage/session/settings.h"
+#include "tavo_core/editor.h"
+#include "tavo_security/cipher_stream.h"
+
+namespace stage {
+
+/// A show that is open: the façade over the stage's player. It opens the change log that the settings choose, keeps a
+/// journal of every edit beside it and tells the player of each, so that a show can be edited while it plays. It
+/// installs the process's display feed: one session at a time. What plays is rendered by its owner, through
+/// GetStagePlayer().GetEngine(), on a thread that ends before the session does.
+///
+/// Edits, saving and opening belong to one thread, the host's; the rest as Interface says.
+class ShowSession : public Interface {
+public:
+    struct Options {
+        std::uint32_t framesPerSecond = 48000;
+        /// Of the `.score` file.
+        std::string scorePassphrase;
+        /// The display feed keeps itself going. Without it the owner renders by a clock of its own and makes the
+        /// passes.
+        bool hasRunningFeed = true;
+    };
+
+    /// Reads the show directory. Throws NoShowData, NoChangeLog, and std::runtime_error with one sentence for what
+    /// cannot be read.
+    ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options);
+    ShowSession(const std::string& showPath, const std::string& settingsPath)
+        : ShowSession(showPath, settingsPath, Options()) {}
+    ~ShowSession() override;
+
+    // Interface.
+    /// The deciphered score, from its beginning; valid until the next call. Throws std::runtime_error with one sentence
+    /// where the show has none or the passphrase is another one.
+    tavo_sec::CipherStream* GetScoreTar() override;
+    [[nodiscard]] std::vector<tavo_audio::VolumeType> GetVolumeTypes() const override;
+    Player* GetPlayer() override { return player_.get(); }
+
+    [[nodiscard]] StagePlayer& GetStagePlayer() { return *player_; }
+    [[nodiscard]] const Settings& GetSettings() const { return settings_; }
+    [[nodiscard]] const tavo_midi::ShowData& GetShow() { return GetShowData(); }
+
+    // Edits that a crash left in the journal of the log that was opened.
+
+    /// What they were, a line each; empty where there are none or they have been dealt with.
+    [[nodiscard]] const std::vector<std::string>& GetRecoveredEdits() const { return recoveredLines_; }
+    /// What of the journal could not be used, a sentence each.
+    [[nodiscard]] const std::vector<std::string>& GetJournalProblems() const { return journalProblems_; }
+    /// Makes them again, or forgets them. Edits are refused before one of the two.
+    void RecoverEdits();
+    void DiscardRecoveredEdits();
+
+    // Editing, also while the song plays. What the editor refuses throws, one sentence; nothing is changed then.
+    // Playback goes on through an edit; where it stands, it moves out of a cut that is new.
+
+    void AddEdit(const std::string& songNumber, const CL::AnyEdit& edit);
+    void ChangeEdit(const std::string& songNumber, const CL::AnyEdit& from, const CL::AnyEdit& to);
+    void RemoveEdits(const std::string& songNumber, const std::vector<CL::AnyEdit>& edits);
+    void EditAttacca(const std::string& songNumber, unsigned char attacca);
+    /// A line for each edit that it took back, or made again.
+    std::vector<std::string> Undo();
+    std::vector<std::string> Redo();
+    /// Makes the edits those of a saved version, "2.1", as one step that can be undone.
+    void RollBackTo(const std::string& version);
+
+    // Versions.
+
+    /// Saves as the next version and returns it; the journal begins anew.
+    std::string Save(bool newMajor);
+    std::string SaveCopy();
+    /// Opens another saved version. Edits of this one that were not saved stay in its journal and are offered when it
+    /// is opened again.
+    void UseVersion(const std::string& version);
+
+private:
+    // Interface.
+    void LoadChangeLogEditor() override;
+
+    void OpenJournal_();
+    void OpenSavedLog_(const std::string& name);
+    /// Makes the edit and tells the player what it changed.
+    template <class Edit>
+    void EditAndTell_(Edit&& edit);
+    void TellPlayer_(const CL::LogChange& change);
+    std::string FinishSaving_(const std::string& version);
+    [[nodiscard]] std::string FileOfVersion_(const std::string& version);
+
+    // Constant after construction.
+    const Options options_;
+    Settings settings_;
+    // Used by the host's thread.
+    std::unique_ptr<Synth> synth_;
+    std::unique_ptr<StagePlayer> player_;
+    std::unique_ptr<tavo_sec::CipherStream> score_;
+    std::vector<CL::LogChange> recovered_;
+    std::vector<std::string> recoveredLines_;
+    std::vector<std::string> journalProblems_;
+};
+
+}  // namespace stage
