@@ -22,6 +22,20 @@
 /// it.
 namespace test_support {
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+#define TAVO_SANITIZED 1
+#endif
+#elif defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#define TAVO_SANITIZED 1
+#endif
+/// Whether a sanitizer slows the program down so much that it cannot keep up with music.
+#ifdef TAVO_SANITIZED
+inline constexpr bool IsSanitized = true;
+#else
+inline constexpr bool IsSanitized = false;
+#endif
+
 /// A child process with pipes to its standard input and output.
 class Child {
 public:

@@ -191,6 +191,7 @@ TEST_P(MidiPorts, NextStart_TheRememberedPedalIsConnectedWhenItComes) {
 }
 
 TEST_P(MidiPorts, FloodOfTenThousandASecond_TheNextCommandIsNotHeldUp) {
+    if (test_support::IsSanitized) GTEST_SKIP() << "How soon a command comes is measured without a sanitizer.";
     MidiMessageDispatcher dispatcher;
     midi_commands::MidiCommands commands(dispatcher, SettingsPath());
     commands.SetMidiCommand(midi_commands::Play, 0x90, 60, 0);

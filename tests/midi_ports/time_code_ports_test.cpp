@@ -80,6 +80,7 @@ std::optional<Address> ReadFullFrame(Child& receiver) {
 class TimeCodePorts : public testing::TestWithParam<tavo_midi::MidiSystemChoice> {
 protected:
     void SetUp() override {
+        if (test_support::IsSanitized) GTEST_SKIP() << "Time code in real time needs a build without a sanitizer.";
         if (!test_support::EnterOwnSharedMemory())
             GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
         server_ = test_support::StartJackServer();

@@ -78,7 +78,7 @@ class RtMidiOutput final : public MidiOutput {
 public:
     RtMidiOutput(RtMidi::Api api, const std::string& name) : midi_(Make<RtMidiOut>(api, "tavo-out")) {
         OpenByName(*midi_, name, "out");
-        // On JACK the connection holds from one of the next cycles on; what is sent before is lost.
+        // A guess at how long a new connection may take to hold: a full frame sent at once has been seen to get lost.
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     bool Send(std::span<const unsigned char> message) override {
