@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <iterator>
 #include <set>
@@ -42,6 +43,10 @@ void PrintUsage() {
 
 // Speed never fails the program: only an error of its own does.
 int main(int argc, char** argv) {
+    if (argc == 3 && std::strcmp(argv[1], bench::OpenShowArgument) == 0) {
+        bench::OpenShow(argv[2]);
+        return 0;
+    }
     bench::Effort effort;
     std::set<std::string> wanted;
     for (int i = 1; i < argc; ++i) {

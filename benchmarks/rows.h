@@ -20,4 +20,9 @@ void AddOpenRows(Table& table, const Effort& effort);
 void AddSaveRows(Table& table, const Effort& effort);
 void AddRenderRows(Table& table, const Effort& effort);
 
+/// What a process does that was started with this argument and a path: it opens the show, and writes how many
+/// milliseconds that took.
+inline constexpr const char* OpenShowArgument = "--open-show";
+void OpenShow(const char* path);
+
 }  // namespace bench

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "tavo_core/callback_dispatcher.h"
+#include "tavo_core/gui_batch.h"
 #include "tavo_core/gui_dispatcher.h"
 
 // What a pass of the display feed posts. A pass calls back for the target tempo and never posts it as a status, a full
@@ -12,6 +13,7 @@ namespace gui {
 
 void GuiUpdate::RunOnePass_() {
     const unsigned int tickIndex = AdvanceToCurrentPosition();
+    const notify::GuiBatch batch;
     {
         std::unique_lock lock(mutex_);
         SendPlayheadMarkerAndTitle_(tickIndex);

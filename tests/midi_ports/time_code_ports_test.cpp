@@ -81,6 +81,9 @@ class TimeCodePorts : public testing::TestWithParam<tavo_midi::MidiSystemChoice>
 protected:
     void SetUp() override {
         if (test_support::IsSanitized) GTEST_SKIP() << "Time code in real time needs a build without a sanitizer.";
+        // There a thread sends each quarter frame at its time, and a busy machine holds threads up.
+        if (GetParam() == tavo_midi::MidiSystemChoice::RtMidi && std::getenv("TAVO_RTMIDI_TIME_CODE") == nullptr)
+            GTEST_SKIP() << "Time code over RtMidi needs a quiet machine: TAVO_RTMIDI_TIME_CODE=1 runs it.";
         if (!test_support::EnterOwnSharedMemory())
             GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
         server_ = test_support::StartJackServer();

@@ -11,6 +11,7 @@
 #include "kit/file.h"
 #include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
+#include "tavo_core/gui_batch.h"
 #include "tests/support/notification_log.h"
 #include "tests/support/temporary_directory.h"
 
@@ -83,6 +84,59 @@ TEST(GuiDispatcher, EverySend_ArrivesInOrderAsSent) {
                      "TempoScale '90.00%'", "StatusTargetTempo 94", "PageNum 17", "StatusFlowControl 'Repeat' 2",
                      "VampOn", "VampOff", "Caesura 4000000000", "PlaybackStarted", "PlaybackStopped", "NoNextSong"}),
               heard.lines);
+}
+
+TEST(GuiBatch, SendsWithinIt_ArriveInOrderOnceItHasEnded) {
+    GuiDispatcher dispatcher;
+    Listener listener(dispatcher);
+    {
+        const notify::GuiBatch batch;
+        dispatcher.SendBarBeat("1:1");
+        {
+            const notify::GuiBatch nested;
+            dispatcher.SendPageNum(2);
+        }
+        dispatcher.SendBarBeat("1:2");
+    }
+    dispatcher.Drain();
+    EXPECT_EQ((Lines{"BarBeat '1:1'", "PageNum 2", "BarBeat '1:2'"}), listener.lines);
+}
+
+TEST(GuiBatch, DrainWithinIt_IsNotHeldUp) {
+    GuiDispatcher dispatcher;
+    Listener listener(dispatcher);
+    const notify::GuiBatch batch;
+    dispatcher.SendPageNum(1);
+    dispatcher.Drain();
+    EXPECT_EQ((Lines{"PageNum 1"}), listener.lines);
+}
+
+TEST(GuiBatch, SendOfAnotherThread_DoesNotWaitForIt) {
+    GuiDispatcher dispatcher;
+    Listener listener(dispatcher);
+    const notify::GuiBatch batch;
+    dispatcher.SendPageNum(1);
+    std::thread([&] {
+        dispatcher.SendPageNum(2);
+        dispatcher.Drain();
+    }).join();
+    EXPECT_EQ((Lines{"PageNum 1", "PageNum 2"}), listener.lines);
+}
+
+TEST(GuiBatch, SendThroughASecondDispatcher_DoesNotWaitForIt) {
+    GuiDispatcher first;
+    GuiDispatcher second;
+    Listener toFirst(first);
+    Listener toSecond(second);
+    {
+        const notify::GuiBatch batch;
+        first.SendPageNum(1);
+        second.SendPageNum(2);
+        second.Drain();
+        EXPECT_EQ((Lines{"PageNum 2"}), toSecond.lines);
+    }
+    first.Drain();
+    EXPECT_EQ((Lines{"PageNum 1"}), toFirst.lines);
 }
 
 TEST(GuiDispatcher, Handlers_RunOnTheDispatchersOwnThread) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "kit/thread_names.h"
+#include "tavo_core/gui_batch.h"
 #include "tavo_core/tavo_log_exception.h"
 
 namespace notify {
@@ -44,6 +45,14 @@ static_assert(notificationNames.size() == static_cast<std::size_t>(GuiNotificati
 
 /// The dispatcher whose thread this is.
 thread_local const void* dispatcherOfThisThread = nullptr;
+
+/// This thread's batches, and the dispatcher that is to be woken when the outermost ends.
+struct Batches {
+    unsigned int depth = 0;
+    void* dispatcher = nullptr;
+    void (*wake)(void* dispatcher) = nullptr;
+};
+thread_local Batches batches;
 
 }  // namespace
 
@@ -103,6 +112,8 @@ struct GuiDispatcher::Impl {
         if (!NobodyListens()) Enqueue({type, number, tick, text});
     }
     void Enqueue(GuiNotification notification);
+    bool TakeSleeper();
+    [[nodiscard]] bool LeaveToBatch();
     void AppendOrSupersede(GuiNotification&& notification);
 
     void Run();
@@ -118,9 +129,30 @@ void GuiDispatcher::Impl::Enqueue(GuiNotification notification) {
     {
         const std::lock_guard lock(queueMutex);
         AppendOrSupersede(std::move(notification));
-        wake = std::exchange(asleep, false);
+        wake = asleep && !LeaveToBatch() && TakeSleeper();
     }
     if (wake) somethingQueued.notify_one();
+}
+
+/// Whether the thread is asleep; then the caller is the one to wake it.
+bool GuiDispatcher::Impl::TakeSleeper() {
+    return std::exchange(asleep, false);
+}
+
+/// Whether a batch of this thread will wake the dispatcher's thread. A batch remembers one dispatcher: the process's.
+bool GuiDispatcher::Impl::LeaveToBatch() {
+    if (batches.depth == 0 || (batches.dispatcher != nullptr && batches.dispatcher != this)) return false;
+    batches.dispatcher = this;
+    batches.wake = [](void* dispatcher) {
+        Impl& impl = *static_cast<Impl*>(dispatcher);
+        bool wake = false;
+        {
+            const std::lock_guard lock(impl.queueMutex);
+            wake = impl.TakeSleeper();
+        }
+        if (wake) impl.somethingQueued.notify_one();
+    };
+    return true;
 }
 
 void GuiDispatcher::Impl::AppendOrSupersede(GuiNotification&& notification) {
@@ -258,6 +290,8 @@ void GuiDispatcher::Drain() {
     if (impl_->IsOnOwnThread()) return;
     std::unique_lock lock(impl_->queueMutex);
     const std::uint64_t last = impl_->sent;
+    // A batch of this very thread may have left it asleep.
+    if (impl_->TakeSleeper()) impl_->somethingQueued.notify_one();
     impl_->batchDelivered.wait(lock, [&] { return impl_->delivered >= last || impl_->drainingIsOver; });
 }
 
@@ -329,6 +363,15 @@ void GuiDispatcher::SendPlaybackStopped() {
 }
 void GuiDispatcher::SendNoNextSong() {
     impl_->Send(GuiNotificationType::NoNextSong);
+}
+
+GuiBatch::GuiBatch() {
+    ++batches.depth;
+}
+
+GuiBatch::~GuiBatch() {
+    if (--batches.depth > 0) return;
+    if (void* const dispatcher = std::exchange(batches.dispatcher, nullptr)) batches.wake(dispatcher);
 }
 
 GuiDispatcher& guiDispatcher = *new GuiDispatcher;

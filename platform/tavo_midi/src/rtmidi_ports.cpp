@@ -79,7 +79,7 @@ public:
     RtMidiOutput(RtMidi::Api api, const std::string& name) : midi_(Make<RtMidiOut>(api, "tavo-out")) {
         OpenByName(*midi_, name, "out");
         // A guess at how long a new connection may take to hold: a full frame sent at once has been seen to get lost.
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     bool Send(std::span<const unsigned char> message) override {
         const std::lock_guard lock(mutex_);
