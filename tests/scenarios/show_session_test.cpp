@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -67,6 +69,7 @@ protected:
     void WriteLog(const std::function<void(CL::ChangeLog&)>& edit = {}) const {
         files_.WriteLog("evening-1.3.logdata", {1, 3}, edit);
     }
+    void PlayAWholeEvening() const;
     [[nodiscard]] bool Exists(const std::string& name) const { return std::filesystem::exists(files_.PathOf(name)); }
 
     ShowFiles files_;
@@ -329,8 +332,7 @@ TEST_F(ShowSessionTest, RenderedEditedAndOperatedOnSeveralThreads) {
     show.Shutdown();
 }
 
-// Last, for it ends the process's display.
-TEST_F(ShowSessionTest, WholeEveningThroughTheFacade) {
+void ShowSessionTest::PlayAWholeEvening() const {
     WriteLog([](CL::ChangeLog& log) {
         log.GetSongLog("1").GetVamps().Add(CL::Vamp(Bar(2), Bar(4)));
         log.GetSongLog("1").GetCaesuras().Add(CL::Caesura(Bar(7), "wait", 0));
@@ -385,6 +387,34 @@ TEST_F(ShowSessionTest, WholeEveningThroughTheFacade) {
     show.Stop();
     EXPECT_TRUE(show.GetIsStopped());
     show.PrepareForExit();
+}
+
+TEST_F(ShowSessionTest, WholeEveningThroughTheFacade) {
+    // In a process of its own: afterwards the display is silent for good, and nobody joins the feed's threads.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            PlayAWholeEvening();
+            std::fflush(stdout);
+            std::_Exit(HasFailure() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ShowSessionTest, PreparedForExitWhilePlayingAndDestroyed_EndsCleanly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    WriteLog();
+    EXPECT_EXIT(
+        {
+            {
+                stage::ShowSession show(files_.Show(), files_.Settings());
+                show.LoadSong("1");
+                show.Play();
+                show.PrepareForExit();
+            }
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
