@@ -31,9 +31,8 @@ void Interface::ScanShowDirectory_(const std::string& showDirectory) {
     for (const std::string& name : kit::listdir(showDirectory)) {
         const std::string extension = kit::path::extension(name);
         if (extension == ".logdata") {
-            const std::string baseName = kit::path::basename_no_ext(name);
             cmn::TAVOVersion version;
-            version.SetWithString(baseName.substr(baseName.rfind('-') + 1));
+            version.SetWithFileName(name);
             logFilesByVersion_[version] = name;
         } else if (extension == ".showdata") {
             showDataFileName_ = name;

@@ -67,10 +67,9 @@ private:
     void CheckLogName(const std::string& name) {
         const auto holdsName = [&](const auto& entry) { return entry.second == name; };
         if (std::any_of(directory_.logNames.begin(), directory_.logNames.end(), holdsName)) return;
-        const std::string base = kit::path::basename_no_ext(name);
         cmn::TAVOVersion version;
         try {
-            version.SetWithString(base.substr(base.rfind('-') + 1));
+            version.SetWithFileName(name);
         } catch (const std::invalid_argument&) {
             return;  // The scan has told of it.
         }

@@ -10,9 +10,8 @@ namespace stage {
 namespace {
 
 cmn::TAVOVersion ParseVersionInName(const std::string& name) {
-    const std::string base = kit::path::basename_no_ext(name);
     cmn::TAVOVersion version;
-    version.SetWithString(base.substr(base.rfind('-') + 1));
+    version.SetWithFileName(name);
     return version;
 }
 

@@ -133,6 +133,7 @@ public:
 
     /// 0 normal, 1 attacca, 2 skip. An unknown song throws what the change log throws.
     [[nodiscard]] unsigned char GetAttacca(std::string songNumber);
+    /// Goes into the journal of edits, if one is kept; one that cannot be written throws, once the state is set.
     void SetAttacca(std::string songNumber, unsigned char attacca);
 
     // State.
