@@ -125,7 +125,9 @@ inline bool EnterOwnSharedMemory() {
 inline std::unique_ptr<Child> StartJackServer() {
     auto server = std::make_unique<Child>(
         std::vector<std::string>{"sh", "-c", "exec jackd -R -d dummy -r 48000 -p 128 >/dev/null 2>&1"});
-    Child wait({"sh", "-c", "jack_wait -w -t 10 >/dev/null 2>&1 && echo up"});
+    // jack_wait looks once a second only.
+    Child wait(
+        {"sh", "-c", "for look in $(seq 500); do jack_lsp >/dev/null 2>&1 && echo up && exit; sleep 0.02; done"});
     if (wait.ReadLine() != "up") return nullptr;
     return server;
 }
