@@ -9,8 +9,8 @@
 #include "kit/file.h"
 #include "show_json.h"
 #include "tavo_midi/smf_reader.h"
-#include "utf8_text.h"
-#include "zip_archive.h"
+#include "tavo_midi/utf8_text.h"
+#include "tavo_midi/zip_archive.h"
 
 namespace tavo_midi {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "utf8_text.h"
+#include "tavo_midi/utf8_text.h"
 
 namespace tavo_midi {
 

@@ -1,4 +1,4 @@
-#include "zip_archive.h"
+#include "tavo_midi/zip_archive.h"
 
 #include <fmt/format.h>
 #include <zip.h>

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <pugixml.hpp>
+
+#include "stage/musicxml/reading.h"
+
+namespace stage::musicxml {
+
+/// Reads <attributes> of the part at the cursor: divisions, transposition, meter, key. The first part's first staff
+/// states the score's meter and key; where another one differs, a warning says so.
+void ReadAttributes(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& attributes);
+
+}  // namespace stage::musicxml

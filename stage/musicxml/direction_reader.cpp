@@ -1,0 +1,188 @@
+#include "stage/musicxml/direction_reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "stage/musicxml/bar_marks.h"
+#include "stage/musicxml/divisions.h"
+#include "stage/musicxml/dynamics.h"
+#include "stage/musicxml/jump_words.h"
+#include "stage/musicxml/metronome.h"
+#include "stage/musicxml/xml_values.h"
+
+namespace stage::musicxml {
+
+namespace {
+
+constexpr int FromMetronome = 1;
+constexpr int FromSound = 2;
+constexpr int MaxWedges = 100;
+
+/// Reads what stands at one place of one part.
+class PlaceReader {
+public:
+    PlaceReader(Reading& reading, PartReading& part, BarDraft& bar, Units position)
+        : reading_(reading), part_(part), bar_(bar), position_(position) {}
+
+    void ReadType(const pugi::xml_node& type, const pugi::xml_node& sound);
+    void ReadSoundAttributes(const pugi::xml_node& sound);
+
+private:
+    void Add(MarkKind kind, std::string text = {}) {
+        AddMark(reading_, bar_, DraftMark{{kind, position_, 0, 0, std::move(text), passes_}, 0, 0, false});
+    }
+    void AddTempo(std::optional<double> tempo, int rank);
+    void ReadWords(const std::string& words, const pugi::xml_node& sound);
+    void ReadWedge(const pugi::xml_node& wedge);
+    void ReadPedal(const pugi::xml_node& pedal);
+    void AddPedal(bool isDown) { bar_.pedals.push_back({bar_.index, part_.index, position_, isDown}); }
+
+    Reading& reading_;
+    PartReading& part_;
+    BarDraft& bar_;
+    Units position_;
+    std::vector<int> passes_;
+};
+
+void PlaceReader::AddTempo(std::optional<double> tempo, int rank) {
+    if (!tempo) return;
+    if (*tempo < MinTempo || *tempo > MaxTempo) {
+        reading_.Warn(fmt::format("the tempo {} is left out", *tempo));
+        return;
+    }
+    reading_.tempo = *tempo;
+    AddMark(reading_, bar_, DraftMark{{MarkKind::Tempo, position_, 0, *tempo, {}, passes_}, rank, 0, false});
+}
+
+const char* GetSoundAttribute(MarkKind kind) {
+    switch (kind) {
+        case MarkKind::DaCapo:
+            return "dacapo";
+        case MarkKind::DalSegno:
+            return "dalsegno";
+        case MarkKind::Fine:
+            return "fine";
+        case MarkKind::ToCoda:
+            return "tocoda";
+        case MarkKind::Segno:
+            return "segno";
+        default:
+            return "coda";
+    }
+}
+
+bool SaysSomething(const std::string& words) {
+    return std::any_of(words.begin(), words.end(), [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c & '\x80') != 0;
+    });
+}
+
+void PlaceReader::ReadWords(const std::string& words, const pugi::xml_node& sound) {
+    if (!SaysSomething(words)) return;
+    const std::optional<WrittenMark> jump = ReadJumpWords(words);
+    if (!jump) {
+        Add(MarkKind::Words, words);
+    } else if (!sound.attribute(GetSoundAttribute(jump->kind))) {
+        Add(jump->kind, jump->text);
+    }
+}
+
+void PlaceReader::ReadWedge(const pugi::xml_node& wedge) {
+    const std::string_view type = wedge.attribute("type").value();
+    const std::int64_t number = ReadWhole(wedge.attribute("number").value()).value_or(1);
+    DynamicEvent event{DynamicEvent::Kind::WedgeStop, bar_.index, position_, 0,
+                       static_cast<int>(std::clamp<std::int64_t>(number, 1, MaxWedges))};
+    if (type == "crescendo")
+        event.kind = DynamicEvent::Kind::Crescendo;
+    else if (type == "diminuendo")
+        event.kind = DynamicEvent::Kind::Diminuendo;
+    else if (type != "stop")
+        return;
+    part_.dynamics.push_back(event);
+}
+
+void PlaceReader::ReadPedal(const pugi::xml_node& pedal) {
+    const std::string_view type = pedal.attribute("type").value();
+    if (type == "stop" || type == "change" || type == "discontinue") AddPedal(false);
+    if (type == "start" || type == "change" || type == "resume") AddPedal(true);
+}
+
+void PlaceReader::ReadType(const pugi::xml_node& type, const pugi::xml_node& sound) {
+    std::string words;
+    for (const pugi::xml_node& node : type.children()) {
+        const std::string_view name = node.name();
+        if (name == "words") {
+            // A change of the font within a text divides it: "1", "o", " Tempo".
+            words += node.child_value();
+        } else if (name == "rehearsal") {
+            Add(MarkKind::Rehearsal, ReadLine(node));
+        } else if (name == "segno" || name == "coda") {
+            if (!sound.attribute(node.name())) Add(name == "segno" ? MarkKind::Segno : MarkKind::Coda);
+        } else if (name == "metronome") {
+            if (!sound.attribute("tempo")) AddTempo(ReadMetronome(node, reading_.tempo), FromMetronome);
+        } else if (name == "dynamics") {
+            AddDynamics(part_, bar_.index, position_, node, ReadVelocity(sound.attribute("dynamics")));
+        } else if (name == "wedge") {
+            ReadWedge(node);
+        } else if (name == "pedal") {
+            ReadPedal(node);
+        }
+    }
+    ReadWords(MakeLine(words), sound);
+}
+
+void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound) {
+    passes_ = ReadNumbers(sound.attribute("time-only").value());
+    if (const pugi::xml_attribute tempo = sound.attribute("tempo")) AddTempo(ReadDecimal(tempo.value()), FromSound);
+    constexpr auto Labelled = std::to_array<std::pair<const char*, MarkKind>>({
+        {"segno", MarkKind::Segno},
+        {"coda", MarkKind::Coda},
+        {"tocoda", MarkKind::ToCoda},
+        {"dalsegno", MarkKind::DalSegno},
+    });
+    for (const auto& [name, kind] : Labelled)
+        if (const pugi::xml_attribute label = sound.attribute(name)) Add(kind, ReadLine(label));
+    if (IsYes(sound.attribute("dacapo"))) Add(MarkKind::DaCapo);
+    // Its value may be "yes" or the length of the last note.
+    if (const pugi::xml_attribute fine = sound.attribute("fine"); fine && std::string_view(fine.value()) != "no")
+        Add(MarkKind::Fine);
+    if (IsYes(sound.attribute("forward-repeat"))) bar_.bar.startsRepeat = true;
+    if (const pugi::xml_attribute pedal = sound.attribute("damper-pedal")) {
+        const std::optional<double> depth = ReadDecimal(pedal.value());
+        AddPedal(depth ? *depth > 0 : IsYes(pedal));
+    }
+    if (sound.child("midi-instrument") || sound.child("instrument-change"))
+        reading_.WarnOnce(part_, "a change of the instrument's sound inside the song is not read");
+}
+
+}  // namespace
+
+void ReadDirection(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& direction) {
+    const pugi::xml_node sound = direction.child("sound");
+    const Units offset = ReadOffset(reading, part, direction.child("offset"));
+    PlaceReader place(reading, part, bar, std::max(Units{0}, cursor + offset));
+    for (const pugi::xml_node& type : direction.children("direction-type"))
+        place.ReadType(type, sound);
+    // Dynamics that no mark shows: a level of their own.
+    const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics"));
+    const bool isShown = std::any_of(direction.begin(), direction.end(),
+                                     [](const pugi::xml_node& type) { return type.child("dynamics") != nullptr; });
+    if (velocity && !isShown)
+        part.dynamics.push_back(
+            {DynamicEvent::Kind::Level, bar.index, std::max(Units{0}, cursor + offset), *velocity, 1});
+    const Units soundOffset = ReadOffset(reading, part, sound.child("offset"));
+    PlaceReader(reading, part, bar, std::max(Units{0}, cursor + offset + soundOffset)).ReadSoundAttributes(sound);
+}
+
+void ReadSound(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& sound) {
+    const Units position = std::max(Units{0}, cursor + ReadOffset(reading, part, sound.child("offset")));
+    PlaceReader(reading, part, bar, position).ReadSoundAttributes(sound);
+    if (const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics")))
+        part.dynamics.push_back({DynamicEvent::Kind::Level, bar.index, position, *velocity, 1});
+}
+
+}  // namespace stage::musicxml
