@@ -30,13 +30,6 @@ constexpr auto NoteQuarters = std::to_array<std::pair<std::string_view, double>>
 });
 constexpr int MaxDots = 10;
 
-/// Quarter notes of a note that is named; 0 for another name.
-double GetQuarters(std::string_view name, int dots) {
-    for (const auto& [known, quarters] : NoteQuarters)
-        if (known == name) return quarters * (2 - std::pow(0.5, dots));
-    return 0;
-}
-
 /// Beat units, as "quarter" and the dots behind it; 0 where there is none at this place.
 double ReadBeatUnit(pugi::xml_node& node) {
     if (std::string_view(node.name()) != "beat-unit") return 0;
@@ -48,7 +41,7 @@ double ReadBeatUnit(pugi::xml_node& node) {
     // A beat of notes tied together is not a note that is counted.
     while (std::string_view(node.name()) == "beat-unit-tied" || std::string_view(node.name()) == "beat-unit-dot")
         node = node.next_sibling();
-    return GetQuarters(name, dots);
+    return GetNoteQuarters(name, dots);
 }
 
 double ReadMetronomeNote(const pugi::xml_node& note) {
@@ -56,10 +49,16 @@ double ReadMetronomeNote(const pugi::xml_node& note) {
     for (pugi::xml_node dot = note.child("metronome-dot"); dot && dots < MaxDots;
          dot = dot.next_sibling("metronome-dot"))
         ++dots;
-    return GetQuarters(ReadLine(note.child("metronome-type")), dots);
+    return GetNoteQuarters(ReadLine(note.child("metronome-type")), dots);
 }
 
 }  // namespace
+
+double GetNoteQuarters(std::string_view name, int dots) {
+    for (const auto& [known, quarters] : NoteQuarters)
+        if (known == name) return quarters * (2 - std::pow(0.5, dots));
+    return 0;
+}
 
 std::optional<double> ReadMetronome(const pugi::xml_node& metronome, double running) {
     double left = 0;

@@ -10,6 +10,7 @@
 #include "stage/musicxml/divisions.h"
 #include "stage/musicxml/dynamics.h"
 #include "stage/musicxml/general_midi.h"
+#include "stage/musicxml/local_meters.h"
 #include "stage/musicxml/xml_values.h"
 
 namespace stage::musicxml {
@@ -40,7 +41,9 @@ int GetStepSemitones(std::string_view step) {
 
 Units NoteReader::Read(Units cursor, const pugi::xml_node& node) {
     const bool isGrace = static_cast<bool>(node.child("grace"));
-    const Units length = isGrace ? 0 : ReadDuration(reading_, part_, node);
+    Units length = isGrace ? 0 : ReadDuration(reading_, part_, node);
+    if (const auto fit = part_.fittedBars.find(bar_.index); fit != part_.fittedBars.end())
+        length = FitLength(reading_, fit->second, length, node);
     bool isChord = static_cast<bool>(node.child("chord"));
     if (isChord && !hasChord_) {
         reading_.Warn("a chord has no first note");

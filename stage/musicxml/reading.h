@@ -37,6 +37,12 @@ struct OpenSlur {
     Units position = 0;
 };
 
+/// A bar that a part counts in a longer meter than it lasts, both in units.
+struct BarFit {
+    Units length = 0;
+    Units meterLength = 0;
+};
+
 /// What the reader knows of a part: where its measures stand in the file, and the state that goes from bar to bar.
 struct PartReading {
     std::uint16_t index = 0;
@@ -52,6 +58,7 @@ struct PartReading {
     std::int64_t divisions = 0;
     Transposition transposition;
     std::map<int, Transposition> staffTranspositions;
+    std::map<std::uint32_t, BarFit> fittedBars;
     std::map<int, OpenSlur> slurs;
     std::map<int, OpenSlur> slurStopsAhead;
     std::vector<DynamicEvent> dynamics;

@@ -8,6 +8,7 @@
 
 #include "stage/musicxml/divisions.h"
 #include "stage/musicxml/dynamics.h"
+#include "stage/musicxml/local_meters.h"
 #include "stage/musicxml/measure_reader.h"
 #include "stage/musicxml/mxl_archive.h"
 #include "stage/musicxml/reading.h"
@@ -43,6 +44,7 @@ WrittenScore ReadScore(std::string_view bytes, const std::string& name) {
     reading.name = name;
     const std::size_t bars = ReadParts(reading, document->tree);
     ChooseUnits(reading);
+    FindFittedBars(reading);
     reading.score.bars.reserve(bars);
     for (std::size_t index = 0; index < bars; ++index) {
         BarDraft bar = BeginBar(reading, static_cast<std::uint32_t>(index));

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <pugixml.hpp>
+
+#include "stage/musicxml/reading.h"
+
+namespace stage::musicxml {
+
+/// Finds the bars that a part counts in a longer meter than others, 12/8 against 4/4, and that last as long as the
+/// others'. Scores give such a part's rests as they sound, but some give its notes as they look, so that its bars seem
+/// too long. Where bars of the part fit, those that do not are marked: PartReading::fittedBars.
+void FindFittedBars(Reading& reading);
+
+/// A note's length in such a bar: made to fit where the score gives it as it looks.
+[[nodiscard]] Units FitLength(const Reading& reading, const BarFit& fit, Units length, const pugi::xml_node& note);
+
+}  // namespace stage::musicxml
