@@ -11,6 +11,13 @@ function(tavo_compile_flags target)
     endif()
 endfunction()
 
+# tavo_build_fast(<target> <flag>): in an optimised build this target, which nobody waits for, is compiled with less.
+function(tavo_build_fast target flag)
+    if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+        target_compile_options(${target} PRIVATE ${flag})
+    endif()
+endfunction()
+
 # tavo_library(<name> <folder> DEPENDS <targets>...)
 # Public headers lie in <folder>/include, sources in <folder>/src or <folder>/Sources. Without sources it is header-only.
 function(tavo_library name folder)
@@ -35,11 +42,12 @@ function(tavo_library name folder)
     target_link_libraries(${name} ${scope} ${ARG_DEPENDS})
 endfunction()
 
-# tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL])
+# tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL] [OPTIMISED])
 # SERIAL is for tests that keep time with real devices: nothing else runs beside them.
+# The tests are not optimised, what they test is; OPTIMISED is for those that compute for long themselves.
 # All sources of tests/<folder> make one program; each of its tests is known to ctest. A folder without sources is skipped.
 function(tavo_test folder program)
-    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "LINK" ${ARGN})
+    cmake_parse_arguments(ARG "SERIAL;OPTIMISED" "TIMEOUT" "LINK" ${ARGN})
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
     if(NOT sources)
         return()
@@ -49,6 +57,12 @@ function(tavo_test folder program)
     endif()
     add_executable(${program} ${sources})
     tavo_compile_flags(${program})
+    if(NOT ARG_OPTIMISED)
+        tavo_build_fast(${program} -O0)
+        # Precompiled headers fit only where this flag, which some libraries bring along, is the same.
+        target_compile_options(${program} PRIVATE -pthread)
+        target_precompile_headers(${program} REUSE_FROM test_headers)
+    endif()
     # Tests include their shared helpers as "tests/..." and the host's headers as "stage/...".
     target_include_directories(${program} PRIVATE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${program} PRIVATE ${ARG_LINK} GTest::gmock_main)
@@ -56,7 +70,7 @@ function(tavo_test folder program)
     if(TARGET stage)
         target_compile_definitions(${program} PRIVATE STAGE_BINARY="$<TARGET_FILE:stage>")
     endif()
-    if(TARGET stage AND stage_lib IN_LIST ARG_LINK)
+    if(TARGET stage AND "${ARG_LINK}" MATCHES "stage_(lib|cli)")
         add_dependencies(${program} stage)
     endif()
     gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${ARG_SERIAL})
