@@ -357,13 +357,14 @@ std::string Simplify(std::string_view name) {
     std::string plain;
     for (std::size_t at = 0; at < name.size(); ++at) {
         char letter = name[at];
-        if (static_cast<std::uint8_t>(letter) == 0xC3 && at + 1 < name.size())
-            letter = FoldLatin(static_cast<std::uint8_t>(name[++at]));
-        if (name.substr(at).starts_with("\u0153") || name.substr(at).starts_with("\u0152")) {
-            plain += 'o';
-            letter = 'e';
+        const std::string_view rest = name.substr(at);
+        if (rest.starts_with("\u00DF") || rest.starts_with("\u0153") || rest.starts_with("\u0152")) {
+            plain += rest.starts_with("\u00DF") ? "ss" : "oe";
             ++at;
+            continue;
         }
+        if (static_cast<std::uint8_t>(letter) == 0xC3 && rest.size() > 1)
+            letter = FoldLatin(static_cast<std::uint8_t>(name[++at]));
         if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
         if (letter >= 'a' && letter <= 'z')
             plain += letter;
