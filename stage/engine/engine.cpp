@@ -38,7 +38,9 @@ void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
     }
     playedFrames_ = 0;
     synth_.EndAllNotes();
+    const std::uint32_t fromTick = position_;
     MoveTo_(plan_->GetStartTick());
+    TellMove_(PlayheadMove::IsPut, now_.Rounded(), fromTick, position_);
 }
 
 void Engine::ReplacePlan(std::shared_ptr<const SongPlan> plan) {
@@ -63,6 +65,8 @@ void Engine::Start() {
         FindNextEventFrame_();
         stoodSince_.reset();
     }
+    TellOfSeek_();
+    if (!isHolding_) TellMove_(PlayheadMove::Starts, frame_, toldTick_, toldTick_);
 }
 
 bool Engine::Stop() {
@@ -71,6 +75,7 @@ bool Engine::Stop() {
     isRolling_ = false;
     stoodSince_ = frame_;
     synth_.EndAllNotes();
+    if (!isHolding_) TellMove_(PlayheadMove::Stops, frame_, position_, position_);
     return true;
 }
 
@@ -109,6 +114,8 @@ void Engine::RenderLater(float* left, float* right, std::uint32_t frames) {
     right_ = right;
     const std::int64_t end = frame_ + frames;
     looksOutside_ = true;
+    if (follower_ != nullptr) follower_->OnPiece(frame_);
+    if (!isRolling_) TellOfSeek_();
     while (frame_ < end) {
         if (looksOutside_ && isRolling_) FollowOutside_();
         const std::int64_t due = isRolling_ && !isHolding_ ? NextDueFrame_() : end;
@@ -194,6 +201,18 @@ void Engine::UpdatePosition_() {
     } else {
         position_ = to_;
     }
+}
+
+void Engine::TellMove_(PlayheadMove move, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick) {
+    toldTick_ = tick;
+    if (follower_ != nullptr) follower_->OnMove(move, frame, *plan_, fromTick, tick);
+}
+
+// A playhead that stands has been put somewhere else, where playback will begin.
+void Engine::TellOfSeek_() {
+    if (follower_ == nullptr || plan_ == nullptr) return;
+    const std::optional<std::uint32_t> tick = flow_.GetWaitingJump();
+    if (tick && *tick != toldTick_) TellMove_(PlayheadMove::IsPut, frame_, toldTick_, *tick);
 }
 
 void Engine::SetSynthVolume(float volume) {

@@ -52,6 +52,27 @@ protected:
     ~EngineListener() = default;
 };
 
+/// What the playhead does, as far as other machines move along with it.
+enum class PlayheadMove {
+    Starts,
+    Stops,  ///< also at a caesura and for a fermata's hold
+    Loops,  ///< jumps without a stop, by a vamp, a repeat or a cut
+    IsPut,  ///< somewhere else by a seek or a new song, whether it moves or not
+};
+
+/// Follows the playhead. Called under the engine's lock, by Render or by whoever moves the playhead.
+class PlayheadFollower {
+public:
+    /// A piece begins to be rendered.
+    virtual void OnPiece(std::int64_t frame) = 0;
+    /// At `frame` the playhead leaves `fromTick` and is at `tick` of the song.
+    virtual void OnMove(PlayheadMove move, std::int64_t frame, const SongPlan& plan, std::uint32_t fromTick,
+                        std::uint32_t tick) = 0;
+
+protected:
+    ~PlayheadFollower() = default;
+};
+
 /// Plays songs: turns ticks into frames, obeys flow control, feeds the synthesizer. Every note, jump and stop lands on
 /// its exact frame, whatever the sizes of the pieces that are rendered.
 ///
@@ -71,6 +92,9 @@ public:
     [[nodiscard]] std::recursive_mutex& GetMutex() { return mutex_; }
     /// Null for none. Not while another thread renders.
     void SetListener(EngineListener* listener) { listener_ = listener; }
+
+    /// Null for none. Not while another thread renders.
+    void SetFollower(PlayheadFollower* follower) { follower_ = follower; }
 
     /// Puts in a song at its first tick. While playing it follows at once where the last one is.
     void SetSong(std::shared_ptr<const SongPlan> plan);
@@ -131,6 +155,8 @@ private:
     void UpdatePosition_();
     void RenderSound_(std::uint32_t frames);
     void WriteSound_();
+    void TellMove_(PlayheadMove move, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick);
+    void TellOfSeek_();
 
     // Constant after construction.
     StageShowControl& flow_;
@@ -140,6 +166,7 @@ private:
     const std::uint32_t framesPerSecond_;
     const std::uint32_t advanceFrames_;
     EngineListener* listener_ = nullptr;
+    PlayheadFollower* follower_ = nullptr;
 
     std::recursive_mutex mutex_;
 
@@ -167,6 +194,7 @@ private:
     Gain synthGain_;
     Gain masterGain_;
     Gain fadeGain_;
+    std::uint32_t toldTick_ = 0;  // where the follower believes a playhead that stands to be
     bool fadeIsToTell_ = false;
 
     // Written under mutex_, read without: an answer one piece old is as good.

@@ -81,6 +81,7 @@ Engine::Step Engine::TryToAdvance_(std::uint32_t& tick) {
         flow_.SkipTo(tick);
         synth_.EndAllNotes();
         MoveTo_(tick);
+        TellMove_(PlayheadMove::Loops, now_.Rounded(), cutFrom, tick);
         if (listener_ != nullptr) listener_->OnJump(cutFrom, tick, EngineListener::JumpReason::Cut);
         return Step::Again;
     }
@@ -100,13 +101,20 @@ void Engine::TakeJump_(std::uint32_t fromTick, const StageShowControl::Arrival& 
         from_ = to_;
         isHolding_ = false;
         host_.TakeCaesuraCancellation();
+        TellMove_(PlayheadMove::Starts, now_.Rounded(), toTick, toTick);
         if (listener_ != nullptr) listener_->OnRelease(toTick);
         return;
     }
     // A caesura that was cancelled on the way is not the next one.
     host_.TakeCaesuraCancellation();
     synth_.EndAllNotes();
+    const bool wasHolding = isHolding_;
     MoveTo_(toTick);
+    if (wasHolding) {
+        TellMove_(PlayheadMove::Starts, now_.Rounded(), toTick, toTick);
+    } else if (!stays) {
+        TellMove_(jump.isForLoop ? PlayheadMove::Loops : PlayheadMove::IsPut, now_.Rounded(), fromTick, toTick);
+    }
     if (listener_ == nullptr || stays) return;
     using enum EngineListener::JumpReason;
     listener_->OnJump(fromTick, toTick, jump.isForLoop ? Loop : Seek);
@@ -171,6 +179,7 @@ void Engine::Hold_(std::uint32_t tick) {
     if (isHolding_) return;
     to_ = tick;
     isHolding_ = true;
+    TellMove_(PlayheadMove::Stops, now_.Rounded(), tick, tick);
     if (listener_ != nullptr) listener_->OnHold(tick);
 }
 
@@ -183,6 +192,7 @@ void Engine::StopAtCaesura_(std::uint32_t tick) {
     isRolling_ = false;
     stoodSince_ = frame_;
     synth_.EndAllNotes();
+    TellMove_(PlayheadMove::Stops, now_.Rounded(), tick, tick);
     host_.OnCaesuraReached();
 }
 

@@ -1,15 +1,47 @@
 #include "stage/engine/song_plan.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <utility>
 
 #include "tavo_core/beat_ticks.h"
+#include "tavo_midi/how_to_play.h"
+#include "tavo_midi/user_controls.h"
 
 namespace stage {
 
+tavo_midi::TempoMap MakeHeardTempoMap(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
+    const tavo_midi::TempoMap written(song.GetTimeline().GetTempos(), song.GetTicksPerQuarter());
+    if (songLog.GetTempoScales().empty()) return written;
+    std::vector<std::uint32_t> ticks;
+    for (const auto& segment : written.GetSegments())
+        ticks.push_back(segment.tick);
+    for (const CL::TempoScale& edit : songLog.GetTempoScales()) {
+        ticks.push_back(edit.start());
+        ticks.push_back(edit.end());
+    }
+    std::sort(ticks.begin(), ticks.end());
+    ticks.erase(std::unique(ticks.begin(), ticks.end()), ticks.end());
+    // The tracker knows which scale is in force where.
+    UserControls unscaled;
+    HowToPlay tracker(unscaled);
+    tracker.SetData(songLog, song.GetTimeline(), song.GetTicksPerQuarter());
+    TL::TimelineSequence<TL::Tempo> heard;
+    for (const std::uint32_t tick : ticks) {
+        tracker.Seek(tick);
+        const double microseconds =
+            written.GetSegments()[written.FindSegment(tick)].microsecondsPerQuarter / tracker.GetTempoScale();
+        heard.Append({tick, static_cast<std::uint32_t>(std::lround(microseconds))});
+    }
+    return {heard, song.GetTicksPerQuarter()};
+}
+
 SongPlan::SongPlan(const tavo_midi::SongData& song, const CL::SongLog& songLog)
-    : song_(song), tempoMap_(song.GetTimeline().GetTempos(), song.GetTicksPerQuarter()), history_(song.GetEvents()) {
+    : song_(song),
+      tempoMap_(song.GetTimeline().GetTempos(), song.GetTicksPerQuarter()),
+      heardTempoMap_(MakeHeardTempoMap(song, songLog)),
+      history_(song.GetEvents()) {
     CollectCues_(songLog);
     CollectStops_(songLog);
 }

@@ -19,6 +19,10 @@ struct Cue {
     std::variant<CL::Sfx, CL::SfxAmbient, CL::Osc> edit;
 };
 
+/// The song's tempos as they are heard: the written ones with the production's tempo scales applied, to a microsecond a
+/// quarter note.
+[[nodiscard]] tavo_midi::TempoMap MakeHeardTempoMap(const tavo_midi::SongData& song, const CL::SongLog& songLog);
+
 /// Everything that the engine needs to play one song with one state of its edits, laid out for playing. Constant after
 /// construction. The song data must outlive it; the song log is copied from.
 class SongPlan {
@@ -29,6 +33,7 @@ public:
     [[nodiscard]] std::uint32_t GetStartTick() const { return song_.GetTimeline().GetStartTickIndex(); }
     [[nodiscard]] std::uint32_t GetEndTick() const { return song_.GetTimeline().GetEndTickIndex(); }
     [[nodiscard]] const tavo_midi::TempoMap& GetTempoMap() const { return tempoMap_; }
+    [[nodiscard]] const tavo_midi::TempoMap& GetHeardTempoMap() const { return heardTempoMap_; }
     [[nodiscard]] const ChannelHistory& GetChannelHistory() const { return history_; }
     [[nodiscard]] const std::vector<tavo_midi::MidiEvent>& GetEvents() const { return song_.GetEvents(); }
     /// In ascending order of tick.
@@ -47,6 +52,7 @@ private:
 
     const tavo_midi::SongData& song_;
     const tavo_midi::TempoMap tempoMap_;
+    const tavo_midi::TempoMap heardTempoMap_;
     const ChannelHistory history_;
     std::vector<std::uint32_t> stops_;
     std::vector<Cue> cues_;

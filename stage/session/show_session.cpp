@@ -24,6 +24,9 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
     synth_ = std::make_unique<Synth>(ChooseSoundFont(settings_, showPath), options_.framesPerSecond,
                                      CountChannels(GetShowData()));
     player_ = std::make_unique<StagePlayer>(showPath, GetShowData(), *synth_, options_.framesPerSecond);
+    timeCodeFollower_ = std::make_unique<TimeCodeFollower>(GetMidiTimeCodeController(), player_->GetUserControls(),
+                                                           options_.framesPerSecond);
+    player_->GetEngine().SetFollower(timeCodeFollower_.get());
     player_->SetVolume(settings_.volumes.master, tavo_audio::Master);
     player_->SetVolume(settings_.volumes.synth, tavo_audio::Synth);
     const auto reportPosition = [this](unsigned int* tickIndex) { return player_->ReportPosition(tickIndex); };
@@ -36,6 +39,7 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
     try {
         if (!settings_.changeLog.empty()) OpenSavedLog_(ScanShowDirectory(showPath).LogNameInUse(settings_));
         OpenJournal_();
+        RegisterMidiRequests_();
     } catch (...) {
         SetGuiUpdate(nullptr);
         throw;

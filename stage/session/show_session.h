@@ -8,6 +8,7 @@
 #include "stage/engine/stage_player.h"
 #include "stage/engine/synth.h"
 #include "stage/session/settings.h"
+#include "stage/session/time_code_follower.h"
 #include "tavo_core/editor.h"
 #include "tavo_security/cipher_stream.h"
 
@@ -15,8 +16,9 @@ namespace stage {
 
 /// A show that is open: the façade over the stage's player. It opens the change log that the settings choose, keeps a
 /// journal of every edit beside it and tells the player of each, so that a show can be edited while it plays. It
-/// installs the process's display feed: one session at a time. What plays is rendered by its owner, through
-/// GetStagePlayer().GetEngine(), on a thread that ends before the session does.
+/// installs the process's display feed: one session at a time. MIDI time code follows the player. Show control's and
+/// machine control's songs and times are obeyed; one that the show does not have is logged and nothing happens. What
+/// plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread that ends before the session does.
 ///
 /// Edits, saving and opening belong to one thread, the host's; the rest as Interface says.
 class ShowSession : public Interface {
@@ -84,6 +86,10 @@ private:
     // Interface.
     void LoadChangeLogEditor() override;
 
+    void RegisterMidiRequests_();
+    /// Goes to where time code stands at `time`, in the song that is loaded or else in the first that has it.
+    void LocateTimeCode_(std::chrono::nanoseconds time);
+
     void OpenJournal_();
     void OpenSavedLog_(const std::string& name);
     /// Makes the edit and tells the player what it changed.
@@ -98,6 +104,7 @@ private:
     Settings settings_;
     // Used by the host's thread.
     std::unique_ptr<Synth> synth_;
+    std::unique_ptr<TimeCodeFollower> timeCodeFollower_;
     std::unique_ptr<StagePlayer> player_;
     std::unique_ptr<tavo_sec::CipherStream> score_;
     std::vector<CL::LogChange> recovered_;

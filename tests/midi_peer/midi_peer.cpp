@@ -4,6 +4,7 @@
 
 #include <jack/jack.h>
 #include <jack/midiport.h>
+#include <jack/ringbuffer.h>
 
 #include <algorithm>
 #include <array>
@@ -12,27 +13,46 @@
 #include <cstdint>
 #include <cstdio>
 #include <iostream>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
-struct Arrival {
+/// A message that arrived at a frame, or is to be sent.
+struct Message {
     std::uint32_t frame;
-    std::size_t size;
+    std::uint32_t size;
     std::array<unsigned char, 16> bytes;
+};
+
+/// A queue that never keeps the server's cycle waiting.
+class Queue {
+public:
+    ~Queue() { jack_ringbuffer_free(ring_); }
+    Queue() = default;
+    Queue(const Queue&) = delete;
+    Queue& operator=(const Queue&) = delete;
+
+    void Push(const Message& message) {
+        if (jack_ringbuffer_write_space(ring_) >= sizeof message)
+            jack_ringbuffer_write(ring_, reinterpret_cast<const char*>(&message), sizeof message);
+    }
+    bool Pop(Message& message) {
+        return jack_ringbuffer_read_space(ring_) >= sizeof message &&
+               jack_ringbuffer_read(ring_, reinterpret_cast<char*>(&message), sizeof message) == sizeof message;
+    }
+
+private:
+    jack_ringbuffer_t* const ring_ = jack_ringbuffer_create(std::size_t{1} << 16U);
 };
 
 struct Peer {
     jack_client_t* client = nullptr;
     jack_port_t* in = nullptr;
     jack_port_t* out = nullptr;
-    std::mutex mutex;
-    std::vector<std::vector<unsigned char>> toSend;
-    std::vector<Arrival> arrivals;
+    Queue toSend;
+    Queue arrivals;
     std::atomic<int> floodLeft{0};
     std::atomic<int> floodPerSecond{0};
     double floodDue = 0;
@@ -50,30 +70,23 @@ int Process(jack_nframes_t frames, void* argument) {
             jack_midi_event_write(out, 0, bytes.data(), bytes.size());
         }
     }
-    const std::lock_guard lock(peer.mutex);
-    for (const auto& message : peer.toSend)
-        jack_midi_event_write(out, frames - 1, message.data(), message.size());
-    peer.toSend.clear();
+    for (Message message; peer.toSend.Pop(message);)
+        jack_midi_event_write(out, frames - 1, message.bytes.data(), message.size);
     void* const in = jack_port_get_buffer(peer.in, frames);
     const jack_nframes_t start = jack_last_frame_time(peer.client);
     for (std::uint32_t index = 0; index < jack_midi_get_event_count(in); ++index) {
         jack_midi_event_t event{};
         jack_midi_event_get(&event, in, index);
-        Arrival arrival{start + event.time, std::min<std::size_t>(event.size, 16), {}};
+        Message arrival{start + event.time, static_cast<std::uint32_t>(std::min<std::size_t>(event.size, 16)), {}};
         std::copy_n(event.buffer, arrival.size, arrival.bytes.begin());
-        peer.arrivals.push_back(arrival);
+        peer.arrivals.Push(arrival);
     }
     return 0;
 }
 
 void Write(Peer& peer) {
     while (!peer.mustEnd) {
-        std::vector<Arrival> arrivals;
-        {
-            const std::lock_guard lock(peer.mutex);
-            arrivals.swap(peer.arrivals);
-        }
-        for (const Arrival& arrival : arrivals) {
+        for (Message arrival; peer.arrivals.Pop(arrival);) {
             std::printf("%u", arrival.frame);
             for (std::size_t index = 0; index < arrival.size; ++index)
                 std::printf(" %02X", arrival.bytes[index]);
@@ -96,11 +109,10 @@ void Obey(Peer& peer, const std::string& line) {
         peer.floodLeft = count;
         return;
     }
-    std::vector<unsigned char> message;
-    for (unsigned int byte = 0; words >> std::hex >> byte;)
-        message.push_back(static_cast<unsigned char>(byte));
-    const std::lock_guard lock(peer.mutex);
-    peer.toSend.push_back(message);
+    Message message{};
+    for (unsigned int byte = 0; message.size < message.bytes.size() && words >> std::hex >> byte;)
+        message.bytes[message.size++] = static_cast<unsigned char>(byte);
+    peer.toSend.Push(message);
 }
 
 }  // namespace

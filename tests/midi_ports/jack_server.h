@@ -66,12 +66,15 @@ public:
     void End(int signal) {
         if (pid_ <= 0) return;
         ::kill(pid_, signal);
+        // One that stands still ends only when it goes on.
+        ::kill(pid_, SIGCONT);
         ::waitpid(pid_, nullptr, 0);
         pid_ = -1;
         std::fclose(in_);
         if (reader_.joinable()) reader_.join();
         std::fclose(out_);
     }
+    void Signal(int signal) { ::kill(pid_, signal); }
     void Write(const std::string& line) {
         std::fputs((line + "\n").c_str(), in_);
         std::fflush(in_);
@@ -121,10 +124,11 @@ inline bool EnterOwnSharedMemory() {
     return isEntered;
 }
 
-/// Starts a server and waits until it runs; null if none comes up.
+/// Starts a server and waits until it runs; null if none comes up. It waits for its clients (-S): without that it goes
+/// on over those that a busy machine holds up, and loses what they send in that cycle.
 inline std::unique_ptr<Child> StartJackServer() {
     auto server = std::make_unique<Child>(
-        std::vector<std::string>{"sh", "-c", "exec jackd -R -d dummy -r 48000 -p 128 >/dev/null 2>&1"});
+        std::vector<std::string>{"sh", "-c", "exec jackd -R -P 70 -S -d dummy -r 48000 -p 128 >/dev/null 2>&1"});
     // jack_wait looks once a second only.
     Child wait(
         {"sh", "-c", "for look in $(seq 500); do jack_lsp >/dev/null 2>&1 && echo up && exit; sleep 0.02; done"});

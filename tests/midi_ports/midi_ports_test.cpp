@@ -172,6 +172,26 @@ TEST_P(MidiPorts, ServerKilledAndStartedAgain_ThreeTimes_ThePedalWorks) {
     }
 }
 
+TEST_P(MidiPorts, ServerStandsStill_IsReportedAndNothingHangs_AndThePedalWorksWhenItGoesOn) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    commands.SetMidiCommand(midi_commands::Continue, 0x90, 60, 0);
+    ConnectToPedal(commands);
+    server_->Signal(SIGSTOP);
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(dispatcher.GetIsConnected());
+    EXPECT_TRUE(GetNonTavoMidiSources().empty());
+    commands.ForgetSource();
+    dispatcher.ConnectSourceByName("pedal:out");
+    // As long as a server that has not answered yet is waited for, at most.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+    server_->Signal(SIGCONT);
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is connected."));
+    pedal_->Write("send 90 3C 40");
+    EXPECT_TRUE(commands_.WaitFor("Continue"));
+}
+
 TEST_P(MidiPorts, NextStart_TheRememberedPedalIsConnectedWhenItComes) {
     {
         MidiMessageDispatcher dispatcher;

@@ -9,12 +9,15 @@
 #include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 #include <utility>
 
+#include "midi_requests.h"
 #include "spsc_queue.h"
 #include "system_ports.h"
 #include "time_code_generator.h"
+#include "uncancelled.h"
 #include "wide_arithmetic.h"
 
 namespace tavo_midi {
@@ -23,6 +26,10 @@ namespace {
 
 constexpr std::size_t kSlots = 4;
 constexpr std::size_t kLongestSent = 255;
+/// After so many cycles a new connection is there for all clients: one may still be in the cycle before.
+constexpr int kSettledCycles = 2;
+/// A server that has made no cycle for so long stands still: it is as good as gone.
+constexpr std::chrono::seconds kStandstill{1};
 
 struct SentMessage {
     unsigned char size = 0;
@@ -34,14 +41,16 @@ struct SentMessage {
 struct Slot {
     std::atomic<jack_port_t*> port{nullptr};
     std::atomic<bool> isBusy{false};
-    bool isTaken = false;  ///< guarded by the ports' mutex
+    std::atomic<bool> isEnding{false};  ///< an output's: its buffer is to be emptied and the port let go
+    jack_port_t* endedPort = nullptr;   ///< set with isEnding
+    bool isTaken = false;               ///< guarded by the ports' mutex
 
     /// Ends the callback's use of the slot and returns the port.
     jack_port_t* Retire() {
         jack_port_t* const retired = port.exchange(nullptr);
         while (isBusy.load())
             std::this_thread::sleep_for(std::chrono::microseconds(50));
-        return retired;
+        return retired == nullptr ? endedPort : retired;
     }
 };
 
@@ -54,6 +63,16 @@ struct OutputSlot : Slot {
     SpscQueue<TimeCodeOrder, 64> orders;
     std::optional<TimeCodeGenerator> generator;
     std::optional<TimeCodeMessage> left;  ///< did not fit into the cycle before
+    /// Cycles that saw the connection. It is made in the server's next cycle only; what is sent before is lost.
+    int connectedCycles = 0;
+
+    /// Waits for the cycle that empties the port's buffer, or for a tenth of a second. A buffer that nobody empties any
+    /// more would be sent again in each cycle until the port is gone.
+    void End() {
+        isEnding = true;
+        for (int wait = 0; port.load() != nullptr && wait < 200; ++wait)
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
 };
 
 void Silence() {
@@ -61,13 +80,27 @@ void Silence() {
     jack_set_info_function([](const char*) {});
 }
 
-class JackMidiPorts final : public MidiPorts {
+std::int64_t SteadyNs() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// Constructed, activated and destroyed by MidiRequests.
+class JackMidiPorts final : public JackPorts {
 public:
-    JackMidiPorts(jack_client_t* client, std::function<void()> wake) : client_(client), wake_(std::move(wake)) {
+    JackMidiPorts(jack_client_t* client, std::function<void()> wake)
+        : client_(client),
+          wake_(std::move(wake)),
+          standstill_(kStandstill +
+                      std::chrono::milliseconds(4000) * jack_get_buffer_size(client) / jack_get_sample_rate(client)),
+          lastCycleNs_(SteadyNs()) {
         jack_set_process_callback(client_, &Process, this);
         jack_on_info_shutdown(client_, &Die, this);
         jack_set_port_registration_callback(
-            client_, [](jack_port_id_t, int, void* self) { static_cast<JackMidiPorts*>(self)->wake_(); }, this);
+            client_,
+            [](jack_port_id_t, int, void* self) {
+                DoUncancelled([self] { static_cast<JackMidiPorts*>(self)->wake_(); });
+            },
+            this);
     }
     ~JackMidiPorts() override { jack_client_close(client_); }
     JackMidiPorts(const JackMidiPorts&) = delete;
@@ -76,28 +109,43 @@ public:
     [[nodiscard]] bool Activate() { return jack_activate(client_) == 0; }
 
     [[nodiscard]] std::string GetSystemName() const override { return "JACK"; }
-    [[nodiscard]] bool GetIsAlive() const override { return isAlive_; }
+    /// Also false once the server has stood still: it neither answers then nor announces it.
+    [[nodiscard]] bool GetIsAlive() const override {
+        if (std::chrono::nanoseconds(SteadyNs() - lastCycleNs_) > standstill_) isAlive_ = false;
+        return isAlive_;
+    }
     [[nodiscard]] std::vector<std::string> GetSourceNames() override { return List_(JackPortIsOutput); }
     [[nodiscard]] std::vector<std::string> GetDestinationNames() override { return List_(JackPortIsInput); }
     [[nodiscard]] std::unique_ptr<MidiInput> OpenInput(const std::string& name, MidiByteSink& sink) override;
     [[nodiscard]] std::unique_ptr<MidiOutput> OpenOutput(const std::string& name) override;
+    bool WaitForConnection(const std::string& ownPrefix, const std::string& destinationName) override;
 
 private:
     class Input;
     class Output;
 
     template <class SlotType>
-    SlotType& TakeSlot_(std::array<SlotType, kSlots>& slots, const char* name, unsigned long flags, jack_port_t*& port);
+    SlotType& TakeSlot_(std::array<SlotType, kSlots>& slots);
+    /// Registers the slot's port and connects it with `otherName`, or throws and frees the slot.
+    jack_port_t* Connect_(Slot& slot, const std::string& ownName, unsigned long flags, const std::string& otherName);
     void FreeSlot_(Slot& slot);
+    /// "out", "out 2".
+    template <class SlotType>
+    [[nodiscard]] static std::string NameSlot_(const char* name, const std::array<SlotType, kSlots>& slots,
+                                               const SlotType& slot) {
+        return &slot == slots.data() ? name : fmt::format("{} {}", name, &slot - slots.data() + 1);
+    }
+    [[nodiscard]] bool IsConnectionMade_(const std::string& ownPrefix, const std::string& destinationName) const;
     [[nodiscard]] std::vector<std::string> List_(unsigned long flags) const;
 
     static void Die(jack_status_t, const char*, void* self) {
-        auto* const ports = static_cast<JackMidiPorts*>(self);
-        ports->isAlive_ = false;
-        ports->wake_();
+        DoUncancelled([ports = static_cast<JackMidiPorts*>(self)] {
+            ports->isAlive_ = false;
+            ports->wake_();
+        });
     }
     static int Process(jack_nframes_t frames, void* self) {
-        static_cast<JackMidiPorts*>(self)->Process_(frames);
+        DoUncancelled([=] { static_cast<JackMidiPorts*>(self)->Process_(frames); });
         return 0;
     }
     void Process_(jack_nframes_t frames);
@@ -111,7 +159,10 @@ private:
 
     jack_client_t* const client_;
     const std::function<void()> wake_;
-    std::atomic<bool> isAlive_{true};
+    const std::chrono::nanoseconds standstill_;
+    mutable std::atomic<bool> isAlive_{true};
+    std::atomic<std::int64_t> lastCycleNs_;
+    std::atomic<unsigned int> cycles_{0};
     std::mutex mutex_;  ///< guards which slots are taken
     std::array<InputSlot, kSlots> inputs_;
     std::array<OutputSlot, kSlots> outputs_;
@@ -137,7 +188,10 @@ private:
 class JackMidiPorts::Output final : public MidiOutput {
 public:
     Output(JackMidiPorts& ports, OutputSlot& slot) : ports_(ports), slot_(slot) {}
-    ~Output() override { ports_.FreeSlot_(slot_); }
+    ~Output() override {
+        if (ports_.GetIsAlive()) slot_.End();
+        ports_.FreeSlot_(slot_);
+    }
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
@@ -161,58 +215,100 @@ private:
 };
 
 template <class SlotType>
-SlotType& JackMidiPorts::TakeSlot_(std::array<SlotType, kSlots>& slots, const char* name, unsigned long flags,
-                                   jack_port_t*& port) {
+SlotType& JackMidiPorts::TakeSlot_(std::array<SlotType, kSlots>& slots) {
     const std::lock_guard lock(mutex_);
-    for (std::size_t index = 0; index < kSlots; ++index) {
-        SlotType& slot = slots[index];
-        if (slot.isTaken) continue;
-        const std::string portName = index == 0 ? name : fmt::format("{} {}", name, index + 1);
-        port = jack_port_register(client_, portName.c_str(), JACK_DEFAULT_MIDI_TYPE, flags, 0);
-        if (port == nullptr) break;
-        slot.isTaken = true;
-        return slot;
+    const auto free = std::find_if(slots.begin(), slots.end(), [](const Slot& slot) { return !slot.isTaken; });
+    if (free == slots.end()) throw std::runtime_error("JACK gives no further MIDI port.");
+    free->isTaken = true;
+    return *free;
+}
+
+jack_port_t* JackMidiPorts::Connect_(Slot& slot, const std::string& ownName, unsigned long flags,
+                                     const std::string& otherName) {
+    struct Opened {
+        jack_port_t* port = nullptr;
+        bool isConnected = false;
+    };
+    std::optional<Opened> opened;
+    if (GetIsAlive()) {
+        opened = MidiRequests::Get().Ask([client = client_, ownName, flags, otherName] {
+            Opened made;
+            made.port = jack_port_register(client, ownName.c_str(), JACK_DEFAULT_MIDI_TYPE, flags, 0);
+            if (made.port == nullptr) return made;
+            const char* const own = jack_port_name(made.port);
+            const bool isSource = (flags & JackPortIsOutput) != 0;
+            made.isConnected =
+                jack_connect(client, isSource ? own : otherName.c_str(), isSource ? otherName.c_str() : own) == 0;
+            if (!made.isConnected) jack_port_unregister(client, made.port);
+            return made;
+        });
+        if (!opened) isAlive_ = false;
     }
-    throw std::runtime_error(fmt::format("JACK gives no further MIDI port \"{}\".", name));
+    if (opened && opened->isConnected) return opened->port;
+    FreeSlot_(slot);
+    if (!opened) throw std::runtime_error("The JACK server does not answer.");
+    throw std::runtime_error(fmt::format("JACK does not connect the MIDI port \"{}\".", otherName));
 }
 
 void JackMidiPorts::FreeSlot_(Slot& slot) {
     jack_port_t* const port = slot.Retire();
-    if (port != nullptr && isAlive_) jack_port_unregister(client_, port);
+    if (port != nullptr && GetIsAlive())
+        MidiRequests::Get().Close([client = client_, port] { jack_port_unregister(client, port); });
     const std::lock_guard lock(mutex_);
     slot.isTaken = false;
 }
 
 std::unique_ptr<MidiInput> JackMidiPorts::OpenInput(const std::string& name, MidiByteSink& sink) {
-    jack_port_t* port = nullptr;
-    InputSlot& slot = TakeSlot_(inputs_, "in", JackPortIsInput, port);
+    InputSlot& slot = TakeSlot_(inputs_);
+    jack_port_t* const port = Connect_(slot, NameSlot_("in", inputs_, slot), JackPortIsInput, name);
     slot.sink = &sink;
     slot.port = port;
-    auto input = std::make_unique<Input>(*this, slot);
-    if (jack_connect(client_, name.c_str(), jack_port_name(port)) != 0)
-        throw std::runtime_error(fmt::format("JACK does not connect the MIDI input \"{}\".", name));
-    return input;
+    return std::make_unique<Input>(*this, slot);
 }
 
 std::unique_ptr<MidiOutput> JackMidiPorts::OpenOutput(const std::string& name) {
-    jack_port_t* port = nullptr;
-    OutputSlot& slot = TakeSlot_(outputs_, "out", JackPortIsOutput, port);
+    OutputSlot& slot = TakeSlot_(outputs_);
+    jack_port_t* const port = Connect_(slot, NameSlot_("out", outputs_, slot), JackPortIsOutput, name);
     for (SentMessage message; slot.messages.Pop(message);) {
     }
     for (TimeCodeOrder order; slot.orders.Pop(order);) {
     }
     slot.generator.emplace(jack_get_sample_rate(client_));
     slot.left.reset();
-    auto output = std::make_unique<Output>(*this, slot);
-    const bool isConnected = jack_connect(client_, jack_port_name(port), name.c_str()) == 0;
+    slot.connectedCycles = 0;
+    slot.isEnding = false;
+    slot.endedPort = nullptr;
     slot.port = port;
-    if (!isConnected) throw std::runtime_error(fmt::format("JACK does not connect the MIDI output \"{}\".", name));
-    return output;
+    return std::make_unique<Output>(*this, slot);
+}
+
+bool JackMidiPorts::WaitForConnection(const std::string& ownPrefix, const std::string& destinationName) {
+    const auto end = std::chrono::steady_clock::now() + MidiRequests::Patience;
+    std::optional<unsigned int> madeAt;
+    while (GetIsAlive() && std::chrono::steady_clock::now() < end) {
+        if (!madeAt && IsConnectionMade_(ownPrefix, destinationName)) madeAt = cycles_;
+        // The cycle in which it was seen may have begun for its client before.
+        if (madeAt && cycles_ - *madeAt >= unsigned{kSettledCycles}) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+/// What the server's cycle that runs knows, not what the next one will.
+bool JackMidiPorts::IsConnectionMade_(const std::string& ownPrefix, const std::string& destinationName) const {
+    const jack_port_t* const port = jack_port_by_name(client_, destinationName.c_str());
+    const char** const found = port == nullptr ? nullptr : jack_port_get_all_connections(client_, port);
+    if (found == nullptr) return false;
+    bool isMade = false;
+    for (const char** name = found; *name != nullptr; ++name)
+        isMade = isMade || std::string_view(*name).starts_with(ownPrefix);
+    jack_free(found);
+    return isMade;
 }
 
 std::vector<std::string> JackMidiPorts::List_(unsigned long flags) const {
     std::vector<std::string> names;
-    if (!isAlive_) return names;
+    if (!GetIsAlive()) return names;
     const char** const found = jack_get_ports(client_, nullptr, JACK_DEFAULT_MIDI_TYPE, flags);
     if (found == nullptr) return names;
     for (const char** name = found; *name != nullptr; ++name) {
@@ -228,6 +324,8 @@ void JackMidiPorts::Process_(jack_nframes_t frames) {
     const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
     serverBehindNs_ = now.count() - static_cast<std::int64_t>(jack_get_time()) * 1000;
     cycleStartNs_ = GetNs_(start);
+    lastCycleNs_ = now.count();
+    ++cycles_;
     const auto use = [&](auto& slots, auto operation) {
         for (auto& slot : slots) {
             slot.isBusy.store(true);
@@ -253,6 +351,15 @@ void JackMidiPorts::Receive_(InputSlot& slot, jack_port_t* port, jack_nframes_t 
 void JackMidiPorts::Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t frames) {
     void* const buffer = jack_port_get_buffer(port, frames);
     jack_midi_clear_buffer(buffer);
+    if (slot.isEnding) {
+        slot.endedPort = port;
+        slot.port = nullptr;
+        return;
+    }
+    if (slot.connectedCycles < kSettledCycles) {
+        if (jack_port_connected(port) > 0) ++slot.connectedCycles;
+        return;
+    }
     // Events must be written in the order of their frames: what is to leave at once comes first.
     for (SentMessage message; slot.messages.Pop(message);) {
         if (jack_midi_event_write(buffer, 0, message.bytes, message.size) != 0) break;
@@ -288,19 +395,28 @@ void JackMidiPorts::TakeOrders_(OutputSlot& slot) {
 }  // namespace
 
 bool IsJackServerRunning() {
-    Silence();
-    jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
-    if (client != nullptr) jack_client_close(client);
-    return client != nullptr;
+    return MidiRequests::Get()
+        .Ask([] {
+            Silence();
+            jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
+            if (client != nullptr) jack_client_close(client);
+            return client != nullptr;
+        })
+        .value_or(false);
 }
 
-std::shared_ptr<MidiPorts> OpenJackMidiPorts(std::function<void()> wake) {
-    Silence();
-    jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
-    if (client == nullptr) return nullptr;
-    auto ports = std::make_shared<JackMidiPorts>(client, std::move(wake));
-    if (!ports->Activate()) return nullptr;
-    return ports;
+std::shared_ptr<JackPorts> OpenJackMidiPorts(std::function<void()> wake) {
+    return MidiRequests::Get()
+        .Ask([wake = std::move(wake)]() -> std::shared_ptr<JackPorts> {
+            Silence();
+            jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
+            if (client == nullptr) return nullptr;
+            const auto close = [](JackMidiPorts* ports) { MidiRequests::Get().Close([ports] { delete ports; }); };
+            const std::shared_ptr<JackMidiPorts> ports(new JackMidiPorts(client, wake), close);
+            if (!ports->Activate()) return nullptr;
+            return ports;
+        })
+        .value_or(nullptr);
 }
 
 }  // namespace tavo_midi

@@ -14,6 +14,7 @@
 #include "kit/thread_names.h"
 #include "midi_parser.h"
 #include "midi_system.h"
+#include "real_time.h"
 #include "spsc_queue.h"
 #include "tavo_core/tavo_log_exception.h"
 
@@ -25,6 +26,8 @@ constexpr std::size_t kMostPorts = 256;
 constexpr std::size_t kPieceBytes = 23;
 /// Room for 0.8 s of 10 000 messages a second.
 constexpr std::size_t kPieces = 8192;
+/// Above ordinary threads, below all that make sound or time code.
+constexpr int kPriority = 3;
 
 struct Piece {
     std::int64_t arrivalNs = 0;
@@ -189,8 +192,11 @@ void MidiMessageDispatcher::ConnectSourceByIndex(unsigned char index) {
 void MidiMessageDispatcher::ConnectSourceByName(const std::string& name) {
     const std::lock_guard lock(impl_->deliveryMutex);
     impl_->EndConnection(name);
-    if (!impl_->deliveryThread.joinable())
+    if (!impl_->deliveryThread.joinable()) {
         impl_->deliveryThread = std::thread([impl = impl_.get()] { impl->DeliverArrivals(); });
+        // A press must not wait for what else the machine computes. Where that is not permitted, it may have to.
+        static_cast<void>(MakeRealTime(impl_->deliveryThread, kPriority));
+    }
     MidiSystem::Get().Want(*impl_, name);
 }
 

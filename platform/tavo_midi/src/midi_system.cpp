@@ -197,8 +197,10 @@ void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) 
 
 void MidiSystem::Report_(const Wanted& wanted, const std::string& what) {
     const bool isSource = wanted.connection->IsSource();
+    const std::string remark = wanted.isOpen ? wanted.connection->GetRemark() : std::string();
     reports_.push_back({wanted.portName, isSource, wanted.isOpen,
-                        fmt::format("The MIDI {} \"{}\" {}.", isSource ? "input" : "output", wanted.portName, what)});
+                        fmt::format("The MIDI {} \"{}\" {}.{}{}", isSource ? "input" : "output", wanted.portName, what,
+                                    remark.empty() ? "" : " ", remark)});
 }
 
 void MidiSystem::Tell_() {

@@ -23,6 +23,8 @@ public:
     /// Throws std::runtime_error with a sentence.
     virtual void Open(MidiPorts& ports, const std::string& portName) = 0;
     virtual void Close() = 0;
+    /// What the operator should know of the open connection, a sentence; empty as a rule.
+    [[nodiscard]] virtual std::string GetRemark() { return {}; }
 };
 
 /// The process's one MIDI system: which one is in use, and the thread that finds wanted ports again. Thread-safe.

@@ -57,6 +57,12 @@ struct MidiTimeCodeController::Impl : MidiConnection {
         ended = std::move(thread);
     }
 
+    [[nodiscard]] std::string GetRemark() override {
+        const std::lock_guard lock(mutex);
+        if (!thread || thread->IsRealTime()) return {};
+        return "The system permits no real-time priority: a busy machine makes its time code unsteady.";
+    }
+
     /// Called under the lock.
     void PostFeed() {
         if (!output || hasEnded) return;
@@ -225,6 +231,13 @@ void MidiTimeCodeController::SetSongOffset(const std::string& songNumber, std::o
                                                 songNumber, ConvertFrameRateToString(settings.frameRate)));
         settings.songOffsets[songNumber] = *offset;
     });
+}
+
+std::chrono::nanoseconds MidiTimeCodeController::GetSongStart(const std::string& songNumber) const {
+    const std::lock_guard lock(impl_->mutex);
+    const FrameRate frameRate = impl_->settings.frameRate;
+    return std::chrono::nanoseconds(
+        ConvertFramesToNanoseconds(GetSongStartFrame(impl_->settings, songNumber), frameRate));
 }
 
 void MidiTimeCodeController::SetSong(const std::string& songNumber) {

@@ -6,10 +6,11 @@
 #include <chrono>
 #include <mutex>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
+#include "midi_requests.h"
 #include "system_ports.h"
+#include "uncancelled.h"
 
 namespace tavo_midi {
 
@@ -40,78 +41,119 @@ std::vector<std::string> NamePorts(RtMidi& midi) {
     return names;
 }
 
-template <class Midi>
-std::unique_ptr<Midi> Make(RtMidi::Api api, const std::string& clientName) {
-    auto midi = std::make_unique<Midi>(api, clientName);
-    midi->setErrorCallback(&SaySilently);
-    return midi;
+/// What RtMidi does on JACK waits for the server: its objects are made, opened and destroyed by MidiRequests.
+template <class Object, class... Arguments>
+std::shared_ptr<Object> MakeByRequest(Arguments... arguments) {
+    auto made = MidiRequests::Get().Ask([arguments...] {
+        return std::shared_ptr<Object>(new Object(arguments...),
+                                       [](Object* object) { MidiRequests::Get().Close([object] { delete object; }); });
+    });
+    if (!made) throw std::runtime_error("The MIDI system does not answer.");
+    return std::move(*made);
 }
 
-/// Opens the port of that name, or throws.
-void OpenByName(RtMidi& midi, const std::string& name, const char* ownName) {
-    const std::vector<std::string> names = NamePorts(midi);
-    const auto found = std::find(names.begin(), names.end(), name);
-    if (found != names.end()) midi.openPort(static_cast<unsigned int>(found - names.begin()), ownName);
-    if (!midi.isPortOpen()) throw std::runtime_error(fmt::format("The MIDI port \"{}\" cannot be opened.", name));
-}
+/// An RtMidi object, and the port of that name opened.
+template <class Midi>
+struct OpenPort {
+    OpenPort(RtMidi::Api api, const char* clientName) : midi(api, clientName) { midi.setErrorCallback(&SaySilently); }
+    void Open(const std::string& name, const char* ownName) {
+        const std::vector<std::string> names = NamePorts(midi);
+        const auto found = std::find(names.begin(), names.end(), name);
+        if (found != names.end()) midi.openPort(static_cast<unsigned int>(found - names.begin()), ownName);
+        if (!midi.isPortOpen()) throw std::runtime_error(fmt::format("The MIDI port \"{}\" cannot be opened.", name));
+    }
+
+    Midi midi;
+};
 
 class RtMidiInput final : public MidiInput {
 public:
     RtMidiInput(RtMidi::Api api, const std::string& name, MidiByteSink& sink)
-        : sink_(sink), midi_(Make<RtMidiIn>(api, "tavo-in")) {
-        midi_->ignoreTypes(false, true, true);
-        midi_->setCallback(&Receive, this);
-        OpenByName(*midi_, name, "in");
+        : gate_(std::make_shared<Gate>(sink)), port_(MakeByRequest<Port>(api, name, gate_)) {}
+    ~RtMidiInput() override {
+        const std::lock_guard lock(gate_->mutex);
+        gate_->sink = nullptr;
     }
+    RtMidiInput(const RtMidiInput&) = delete;
+    RtMidiInput& operator=(const RtMidiInput&) = delete;
 
 private:
-    static void Receive(double, std::vector<unsigned char>* message, void* self) {
+    /// The port may be closed later than this object goes. Nobody else wants the mutex while the port is open.
+    struct Gate {
+        explicit Gate(MidiByteSink& to) : sink(&to) {}
+        std::mutex mutex;
+        MidiByteSink* sink;  ///< guarded by mutex
+    };
+    struct Port {
+        Port(RtMidi::Api api, const std::string& name, std::shared_ptr<Gate> to)
+            : gate(std::move(to)), in(api, "tavo-in") {
+            in.midi.ignoreTypes(false, true, true);
+            in.midi.setCallback(&Receive, gate.get());
+            in.Open(name, "in");
+        }
+        const std::shared_ptr<Gate> gate;
+        OpenPort<RtMidiIn> in;
+    };
+
+    static void Receive(double, std::vector<unsigned char>* message, void* gatePointer) {
         const auto now = std::chrono::steady_clock::now().time_since_epoch();
-        if (message != nullptr) static_cast<RtMidiInput*>(self)->sink_.Take(*message, now);
+        auto& gate = *static_cast<Gate*>(gatePointer);
+        DoUncancelled([&] {
+            const std::lock_guard lock(gate.mutex);
+            if (message != nullptr && gate.sink != nullptr) gate.sink->Take(*message, now);
+        });
     }
 
-    MidiByteSink& sink_;
-    std::unique_ptr<RtMidiIn> midi_;
+    const std::shared_ptr<Gate> gate_;
+    const std::shared_ptr<Port> port_;
 };
 
 class RtMidiOutput final : public MidiOutput {
 public:
-    RtMidiOutput(RtMidi::Api api, const std::string& name) : midi_(Make<RtMidiOut>(api, "tavo-out")) {
-        OpenByName(*midi_, name, "out");
-        // A guess at how long a new connection may take to hold: a full frame sent at once has been seen to get lost.
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    RtMidiOutput(RtMidi::Api api, const std::string& name, std::shared_ptr<JackPorts> server)
+        : server_(std::move(server)), port_(MakeByRequest<Port>(api, name)) {
+        if (server_ && !server_->WaitForConnection("tavo-out", name))
+            throw std::runtime_error(fmt::format("JACK does not connect the MIDI output \"{}\".", name));
     }
     bool Send(std::span<const unsigned char> message) override {
+        // RtMidi would wait for ever once a server that is gone has left its buffer full.
+        if (server_ && !server_->GetIsAlive()) return false;
         const std::lock_guard lock(mutex_);
-        midi_->sendMessage(message.data(), message.size());
+        port_->out.midi.sendMessage(message.data(), message.size());
         return true;
     }
 
 private:
+    struct Port {
+        Port(RtMidi::Api api, const std::string& name) : out(api, "tavo-out") { out.Open(name, "out"); }
+        OpenPort<RtMidiOut> out;
+    };
+
+    const std::shared_ptr<JackPorts> server_;
     std::mutex mutex_;
-    std::unique_ptr<RtMidiOut> midi_;
+    const std::shared_ptr<Port> port_;
 };
 
 class RtMidiPorts final : public MidiPorts {
 public:
-    RtMidiPorts(RtMidi::Api api, std::shared_ptr<MidiPorts> server)
+    RtMidiPorts(RtMidi::Api api, std::shared_ptr<JackPorts> server)
         : api_(api),
           server_(std::move(server)),
-          in_(Make<RtMidiIn>(api, "tavo-list-in")),
-          out_(Make<RtMidiOut>(api, "tavo-list-out")) {}
+          in_(MakeByRequest<OpenPort<RtMidiIn>>(api, "tavo-list-in")),
+          out_(MakeByRequest<OpenPort<RtMidiOut>>(api, "tavo-list-out")) {}
 
     [[nodiscard]] std::string GetSystemName() const override {
         return fmt::format("RtMidi ({})", RtMidi::getApiDisplayName(api_));
     }
     /// RtMidi does not notice that its JACK server has died.
     [[nodiscard]] bool GetIsAlive() const override { return !server_ || server_->GetIsAlive(); }
-    [[nodiscard]] std::vector<std::string> GetSourceNames() override { return List_(*in_); }
-    [[nodiscard]] std::vector<std::string> GetDestinationNames() override { return List_(*out_); }
+    [[nodiscard]] std::vector<std::string> GetSourceNames() override { return List_(in_->midi); }
+    [[nodiscard]] std::vector<std::string> GetDestinationNames() override { return List_(out_->midi); }
     [[nodiscard]] std::unique_ptr<MidiInput> OpenInput(const std::string& name, MidiByteSink& sink) override {
         return std::make_unique<RtMidiInput>(api_, name, sink);
     }
     [[nodiscard]] std::unique_ptr<MidiOutput> OpenOutput(const std::string& name) override {
-        return std::make_unique<RtMidiOutput>(api_, name);
+        return std::make_unique<RtMidiOutput>(api_, name, server_);
     }
 
 private:
@@ -124,10 +166,10 @@ private:
     }
 
     const RtMidi::Api api_;
-    const std::shared_ptr<MidiPorts> server_;  ///< where RtMidi itself stands on JACK
+    const std::shared_ptr<JackPorts> server_;  ///< where RtMidi itself stands on JACK
     std::mutex mutex_;
-    std::unique_ptr<RtMidiIn> in_;
-    std::unique_ptr<RtMidiOut> out_;
+    const std::shared_ptr<OpenPort<RtMidiIn>> in_;
+    const std::shared_ptr<OpenPort<RtMidiOut>> out_;
 };
 
 }  // namespace
@@ -139,11 +181,11 @@ std::shared_ptr<MidiPorts> OpenRtMidiPorts(std::function<void()> wake) {
         if (api == RtMidi::RTMIDI_DUMMY) continue;
         // ALSA complains on the terminal where it has no sequencer.
         if (api == RtMidi::LINUX_ALSA && ::access("/dev/snd/seq", R_OK | W_OK) != 0) continue;
-        std::shared_ptr<MidiPorts> server;
+        std::shared_ptr<JackPorts> server;
         if (api == RtMidi::UNIX_JACK && !(server = OpenJackMidiPorts(wake))) continue;
         try {
             return std::make_shared<RtMidiPorts>(api, std::move(server));
-        } catch (const RtMidiError&) {
+        } catch (const std::exception&) {
             // The next one, then.
         }
     }

@@ -11,10 +11,19 @@ namespace tavo_midi {
 /// Ports of this product: "tavo:…", and "tavo-01:…" of a second running program.
 [[nodiscard]] bool IsOwnPortName(std::string_view name);
 
+/// A JACK server.
+class JackPorts : public MidiPorts {
+public:
+    /// Waits until the server sends through a connection that another client of this product ("tavo-out:...") has made
+    /// to `destinationName`. A new connection is there from the server's next cycle on; what is sent before is lost.
+    virtual bool WaitForConnection(const std::string& ownPrefix, const std::string& destinationName) = 0;
+};
+
 /// Whether a JACK server runs; never starts one.
 [[nodiscard]] bool IsJackServerRunning();
-/// Null where no server runs. `wake` is called on the server's threads when ports come and go and when it dies.
-[[nodiscard]] std::shared_ptr<MidiPorts> OpenJackMidiPorts(std::function<void()> wake);
+/// Null where no server runs, or one that stands still. `wake` is called on the server's threads when ports come and go
+/// and when it dies.
+[[nodiscard]] std::shared_ptr<JackPorts> OpenJackMidiPorts(std::function<void()> wake);
 /// Null where RtMidi finds no MIDI system. Changes are not announced: the watching thread has to look.
 [[nodiscard]] std::shared_ptr<MidiPorts> OpenRtMidiPorts(std::function<void()> wake);
 

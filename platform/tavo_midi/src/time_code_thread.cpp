@@ -1,11 +1,11 @@
 #include "time_code_thread.h"
 
-#include <pthread.h>
-#include <sched.h>
+#include <sys/prctl.h>
 
 #include <chrono>
 
 #include "kit/thread_names.h"
+#include "real_time.h"
 #include "wide_arithmetic.h"
 
 namespace tavo_midi {
@@ -16,6 +16,8 @@ using SteadyTime = std::chrono::steady_clock::time_point;
 
 /// A waking thread is late by less than this nearly always; the rest of the time it spins.
 constexpr std::int64_t kSpinNs = 200'000;
+/// Above ordinary threads, below those of JACK, which are at 5 and above.
+constexpr int kPriority = 4;
 
 std::int64_t NowNs() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -25,6 +27,7 @@ std::int64_t NowNs() {
 
 TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(nanosecondsPerSecond) {
     thread_ = std::thread([this] { Send_(); });
+    isRealTime_ = MakeRealTime(thread_, kPriority);
 }
 
 TimeCodeThread::~TimeCodeThread() {
@@ -47,18 +50,22 @@ void TimeCodeThread::Post(const TimeCodeOrder& order) {
 
 void TimeCodeThread::Send_() {
     kit::threadNames.SetNameOfCurrentThread("MIDI time code");
-    const sched_param priority{.sched_priority = 60};
-    // Refused to ordinary users: then it is as punctual as the system makes it.
-    static_cast<void>(pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority));
+    // Ordinary threads are woken 50 us late otherwise, so that the system can do several at a time.
+    ::prctl(PR_SET_TIMERSLACK, 1);
     std::unique_lock lock(mutex_);
     while (!mustEnd_) {
         const std::int64_t at = generator_.GetNextAt();
         if (!WaitUntilNear_(lock, at)) continue;
+        lock.unlock();
         while (NowNs() < at) {
         }
-        TimeCodeMessage message;
-        while (generator_.Next(NowNs(), at + 1, message))
+        lock.lock();
+        for (TimeCodeMessage message; generator_.Next(NowNs(), at + 1, message);) {
+            // Whoever posts does not wait for the device.
+            lock.unlock();
             output_.Send({message.bytes.data(), message.size});
+            lock.lock();
+        }
     }
 }
 

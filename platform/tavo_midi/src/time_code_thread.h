@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -10,8 +9,8 @@
 
 namespace tavo_midi {
 
-/// Sends time code to an output that cannot time it by itself: a thread with absolute deadlines, under SCHED_FIFO where
-/// the system permits it.
+/// Sends time code to an output that cannot time it by itself: a thread with absolute deadlines, which wakes a little
+/// early and spins for the rest, under SCHED_FIFO where the system permits it.
 class TimeCodeThread {
 public:
     /// `output` must outlive the object.
@@ -22,6 +21,8 @@ public:
     TimeCodeThread& operator=(const TimeCodeThread&) = delete;
 
     void Post(const TimeCodeOrder& order);
+    /// False where other threads of the machine may hold it up.
+    [[nodiscard]] bool IsRealTime() const { return isRealTime_; }
 
 private:
     void Send_();
@@ -36,6 +37,7 @@ private:
     bool isChanged_ = false;
     bool mustEnd_ = false;
     std::thread thread_;
+    bool isRealTime_ = false;  ///< constant after construction
 };
 
 }  // namespace tavo_midi

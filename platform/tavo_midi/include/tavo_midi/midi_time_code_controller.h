@@ -62,6 +62,9 @@ public:
     /// Throws std::out_of_range with a sentence for what is no address of the frame rate.
     void SetSongOffset(const std::string& songNumber, std::optional<TimeCode> offset);
 
+    /// Time code at the song's beginning, from 00:00:00:00: its hour and its offset.
+    [[nodiscard]] std::chrono::nanoseconds GetSongStart(const std::string& songNumber) const;
+
     void SetSong(const std::string& songNumber);
     void Locate(std::chrono::nanoseconds position, TimeCodeMoment when = {});
     void Start(std::chrono::nanoseconds position, TimeCodeMoment when = {});

@@ -1,0 +1,62 @@
+#include "midi_requests.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "kit/thread_names.h"
+
+namespace tavo_midi {
+
+namespace {
+
+thread_local bool isRequestThread = false;
+
+}  // namespace
+
+MidiRequests& MidiRequests::Get() {
+    static MidiRequests& requests = *new MidiRequests;
+    return requests;
+}
+
+bool MidiRequests::Make_(std::function<void()> request, bool isNeverLeftOut) {
+    if (isRequestThread) {
+        request();
+        return true;
+    }
+    const auto job = std::make_shared<Job>(Job{std::move(request)});
+    std::unique_lock lock(mutex_);
+    if (!hasThread_) {
+        std::thread([this] { Work_(); }).detach();
+        hasThread_ = true;
+    }
+    // Behind one that gets no answer there is nothing to wait for.
+    const bool isStuck = !jobs_.empty() && std::chrono::steady_clock::now() - begunAt_ > Patience;
+    if (isStuck && !isNeverLeftOut) return false;
+    if (jobs_.empty()) begunAt_ = std::chrono::steady_clock::now();
+    jobs_.push_back(job);
+    changed_.notify_all();
+    if (isStuck || changed_.wait_for(lock, Patience, [&] { return job->isDone; })) return job->isDone;
+    if (!isNeverLeftOut && jobs_.front() != job) std::erase(jobs_, job);
+    return false;
+}
+
+void MidiRequests::Work_() {
+    kit::threadNames.SetNameOfCurrentThread("MIDI requests");
+    isRequestThread = true;
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return !jobs_.empty(); });
+        const std::shared_ptr<Job> job = jobs_.front();
+        begunAt_ = std::chrono::steady_clock::now();
+        lock.unlock();
+        job->request();
+        // What the request holds goes on this thread.
+        job->request = nullptr;
+        lock.lock();
+        job->isDone = true;
+        jobs_.pop_front();
+        changed_.notify_all();
+    }
+}
+
+}  // namespace tavo_midi

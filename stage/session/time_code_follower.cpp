@@ -1,0 +1,69 @@
+#include "stage/session/time_code_follower.h"
+
+#include <cmath>
+
+namespace stage {
+
+namespace {
+
+using std::chrono::nanoseconds;
+
+/// Pieces that come earlier or later than their frames say by less than this only show how the system woke the thread.
+constexpr std::chrono::milliseconds Unsteadiness{20};
+
+nanoseconds Now() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+}  // namespace
+
+nanoseconds FindTimeInSong(const tavo_midi::TempoMap& heard, std::uint32_t startTick, std::uint32_t tick,
+                           double userScale) {
+    const auto written = static_cast<std::int64_t>(heard.GetTickMicroseconds(tick)) -
+                         static_cast<std::int64_t>(heard.GetTickMicroseconds(startTick));
+    return nanoseconds(std::llround(static_cast<double>(written) * 1000 / heard.GetTicksPerQuarter() / userScale));
+}
+
+std::uint32_t FindTickInSong(const tavo_midi::TempoMap& heard, std::uint32_t startTick, nanoseconds time,
+                             double userScale) {
+    // Half a nanosecond may have been rounded away.
+    const double written = (static_cast<double>(time.count()) + 0.5) * userScale * heard.GetTicksPerQuarter() / 1000;
+    return heard.GetTick(heard.GetTickMicroseconds(startTick) + static_cast<std::uint64_t>(written));
+}
+
+void TimeCodeFollower::OnPiece(std::int64_t frame) {
+    const nanoseconds now = Now();
+    if (anchorTime_ && std::chrono::abs(now - TimeOf_(frame)) < Unsteadiness) return;
+    anchorFrame_ = frame;
+    anchorTime_ = now;
+}
+
+nanoseconds TimeCodeFollower::TimeOf_(std::int64_t frame) const {
+    // Whole seconds first: no product grows beyond its type.
+    const std::int64_t frames = frame - anchorFrame_;
+    return *anchorTime_ + std::chrono::seconds(frames / framesPerSecond_) +
+           nanoseconds(frames % framesPerSecond_ * 1'000'000'000 / framesPerSecond_);
+}
+
+void TimeCodeFollower::OnMove(PlayheadMove move, std::int64_t frame, const SongPlan& plan, std::uint32_t fromTick,
+                              std::uint32_t tick) {
+    const std::string& songNumber = plan.GetSong().GetSongNumber();
+    if (songNumber != songNumber_) controller_.SetSong(songNumber);
+    songNumber_ = songNumber;
+    const auto timeAt = [&](std::uint32_t at) {
+        return FindTimeInSong(plan.GetHeardTempoMap(), plan.GetStartTick(), at, controls_.GetTempoScale());
+    };
+    const tavo_midi::TimeCodeMoment when{anchorTime_ ? TimeOf_(frame) : Now(), {}};
+    switch (move) {
+        case PlayheadMove::Starts:
+            return controller_.Start(timeAt(tick), when);
+        case PlayheadMove::Stops:
+            return controller_.Stop(timeAt(tick), when);
+        case PlayheadMove::Loops:
+            return controller_.Jump(timeAt(fromTick), timeAt(tick), when);
+        case PlayheadMove::IsPut:
+            return controller_.Locate(timeAt(tick), when);
+    }
+}
+
+}  // namespace stage
