@@ -12,18 +12,25 @@
 namespace {
 
 /// What one call of `stage edit` works on; the show is opened by the first operation that needs it.
-struct EditWork {
+class EditWork {
+public:
     std::string showPath;
     std::string listedSong;
     std::string editFile;
     bool newMajor = false;
     bool isList = false;
-    std::optional<stage::EditSession> session;
 
     stage::EditSession& Open() {
-        if (!session) session.emplace(showPath);
+        if (session) return *session;
+        session.emplace(showPath);
+        // The operations go on without such changes: whoever made them decides what becomes of them.
+        for (const std::string& sentence : session->DescribeJournal())
+            std::cerr << "note: " << MakePrintable(sentence) << '\n';
         return *session;
     }
+
+private:
+    std::optional<stage::EditSession> session;
 };
 
 void ListSong(stage::EditSession& session, const tavo_midi::SongData& song) {

@@ -7,11 +7,13 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "kit/path.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/edit_table.h"
 #include "stage/cli/text_table.h"
 #include "stage/session/edit_session.h"
 #include "stage/session/log_versions.h"
+#include "tavo_core/edit_journal.h"
 #include "tavo_core/log_change.h"
 #include "tavo_midi/show_data.h"
 
@@ -33,11 +35,11 @@ struct OpenedShow {
     explicit OpenedShow(const std::string& path)
         : directory(stage::ScanShowDirectory(path)), music(directory.ShowDataPath()) {}
 
-    /// The log of a version; without a text that of the version in use.
-    [[nodiscard]] CL::ChangeLog Load(const std::string& version) const {
-        return CL::ChangeLog::Load(version.empty() ? directory.LogPathInUse()
-                                                   : directory.PathOf(stage::FindLogName(directory, version)));
+    /// The file of a version; without a text that of the version in use.
+    [[nodiscard]] std::string PathOf(const std::string& version) const {
+        return version.empty() ? directory.LogPathInUse() : directory.PathOf(stage::FindLogName(directory, version));
     }
+    [[nodiscard]] CL::ChangeLog Load(const std::string& version) const { return CL::ChangeLog::Load(PathOf(version)); }
 
     const stage::ShowDirectory directory;
     const tavo_midi::ShowData music;
@@ -195,6 +197,47 @@ void Use(const LogWords& words) {
                              name == newest ? ", and every newer one" : "");
 }
 
+struct OpenedJournal {
+    OpenedJournal(const OpenedShow& show, const std::string& version)
+        : log(show.Load(version)), journal(show.PathOf(version)) {}
+
+    CL::ChangeLog log;
+    CL::EditJournal journal;
+};
+
+/// Prints the edits of the journal; false, and a line that says so, where it has none.
+bool PrintUnsaved(const OpenedShow& show, const OpenedJournal& opened) {
+    for (const CL::LogChange& change : opened.journal.GetChangesAtOpening()) {
+        for (const std::string& line : CL::DescribeChange(change, show.music))
+            std::cout << MakePrintable(line) << '\n';
+    }
+    if (!opened.journal.GetChangesAtOpening().empty()) return true;
+    std::cout << fmt::format("version {} has no unsaved edits\n", opened.log.GetVersion().GetAsString());
+    return false;
+}
+
+void Recover(const LogWords& words) {
+    const OpenedShow show(words.showPath);
+    OpenedJournal opened(show, words.version);
+    if (!opened.journal.GetRefusal().empty()) throw std::runtime_error(opened.journal.GetRefusal());
+    CL::ChangeLog& log = opened.log;
+    for (const CL::LogChange& change : opened.journal.GetChangesAtOpening())
+        CL::Apply(change, log);
+    if (!PrintUnsaved(show, opened)) return;
+    const cmn::TAVOVersion version = stage::NextMinorVersion(show.directory, log.GetVersion());
+    const std::string path = stage::SaveVersion(show.directory, log, version);
+    opened.journal.EndAsSavedIn(kit::path::basename(path));
+    std::cout << fmt::format("saved version {} as {}\n", version.GetAsString(), path);
+}
+
+void Forget(const LogWords& words) {
+    const OpenedShow show(words.showPath);
+    OpenedJournal opened(show, words.version);
+    if (opened.journal.GetRefusal().empty() && !PrintUnsaved(show, opened)) return;
+    opened.journal.Discard();
+    std::cout << fmt::format("the journal of version {} is removed\n", opened.log.GetVersion().GetAsString());
+}
+
 CLI::App* AddOperation(CLI::App& log, const char* name, const char* purpose, const std::shared_ptr<LogWords>& words,
                        void (*work)(const LogWords&)) {
     CLI::App* operation = log.add_subcommand(name, purpose);
@@ -231,6 +274,12 @@ void AddLogCommand(CLI::App& app, int&) {
         ->add_option("VERSION", words->version, "Which one; newest: always the highest version")
         ->required()
         ->type_name("A");
+    AddOperation(*log, "recover", "Saves edits that a session made and did not save, after a crash", words, Recover)
+        ->add_option("VERSION", words->version, "The version that was edited; the one in use without")
+        ->type_name("A");
+    AddOperation(*log, "forget", "Shows and removes edits that a session made and did not save", words, Forget)
+        ->add_option("VERSION", words->version, "The version that was edited; the one in use without")
+        ->type_name("A");
     log->footer(
         "\nNo version is ever overwritten or removed. The highest version opens, unless use chooses another one.\n"
         "\nExamples:\n"
@@ -238,5 +287,6 @@ void AddLogCommand(CLI::App& app, int&) {
         "  stage log myshow diff 1.3 1.5\n"
         "  stage log myshow rollback 1.3\n"
         "  stage log myshow use 1.3\n"
-        "  stage log myshow use newest");
+        "  stage log myshow use newest\n"
+        "  stage log myshow recover");
 }

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "stage/session/log_versions.h"
+#include "tavo_core/edit_journal.h"
 
 namespace stage {
 
@@ -31,6 +32,24 @@ EditSession::EditSession(const std::string& showPath)
     : directory_(ScanShowDirectory(showPath)),
       showData_(directory_.ShowDataPath()),
       log_(CL::ChangeLog::Load(directory_.LogPathInUse())) {}
+
+std::vector<std::string> EditSession::DescribeJournal() const {
+    CL::EditJournal::Contents contents;
+    try {
+        contents = CL::EditJournal::Read(directory_.LogPathInUse());
+    } catch (const std::runtime_error& problem) {
+        return {problem.what()};
+    }
+    if (!contents.changes.empty()) {
+        const bool isOne = contents.changes.size() == 1;
+        contents.problems.insert(
+            contents.problems.begin(),
+            fmt::format("a session that ended early left {} unsaved change{} to version {}; stage log recover saves {}",
+                        contents.changes.size(), isOne ? "" : "s", log_.GetVersion().GetAsString(),
+                        isOne ? "it" : "them"));
+    }
+    return contents.problems;
+}
 
 const TL::BarPositions& EditSession::GetPositions(const std::string& song) {
     const auto found = positions_.find(song);

@@ -39,6 +39,9 @@ public:
 
     [[nodiscard]] const tavo_midi::ShowData& GetShowData() const { return showData_; }
     [[nodiscard]] const CL::ChangeLog& GetLog() const { return log_; }
+    /// What a session that ended early left in the journal of this version, and what of it cannot be read; a sentence
+    /// each. Such changes are not among the log's edits.
+    [[nodiscard]] std::vector<std::string> DescribeJournal() const;
     /// An unknown song throws.
     [[nodiscard]] const TL::BarPositions& GetPositions(const std::string& song);
     /// The song's edits; a song that the log does not know yet is added to it.

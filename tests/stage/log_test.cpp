@@ -30,6 +30,13 @@ protected:
         return RunStage(words);
     }
     [[nodiscard]] std::string Path(const std::string& name) const { return Show() + "/" + name; }
+    /// As a session leaves it that set song 1 to attacca and was killed.
+    void LeaveUnsavedAttacca(const std::string& name) const {
+        CL::ChangeLog after = CL::ChangeLog::Load(Path(name));
+        const CL::ChangeLog before = after;
+        after.GetSongLog("1").SetAttacca(CL::AttaccaNext);
+        CL::EditJournal(Path(name)).Append(CL::Compare(before, after), after);
+    }
     [[nodiscard]] std::string VersionInUse() const {
         return json::parse(RunStage({"info", Show(), "--json"}).out)["version"].get<std::string>();
     }
@@ -48,15 +55,56 @@ TEST_F(StageLog, List_TellsTheVersionsAndWhichIsInUse) {
 }
 
 TEST_F(StageLog, List_TellsOfUnsavedChangesAndUnreadableVersions) {
-    CL::ChangeLog after = CL::ChangeLog::Load(Path("show-1.2.logdata"));
-    const CL::ChangeLog before = after;
-    after.GetSongLog("1").SetAttacca(CL::AttaccaNext);
-    CL::EditJournal(Path("show-1.2.logdata")).Append(CL::Compare(before, after), after);
+    LeaveUnsavedAttacca("show-1.2.logdata");
     WriteAll(Path("show-1.1.logdata"), "{");
     const ProgramResult list = Log({"list"});
     EXPECT_EQ(0, list.exitCode);
     EXPECT_THAT(list.out, HasSubstr("in use, 1 unsaved change in its journal\n"));
     EXPECT_THAT(list.out, HasSubstr("line 1: the text is not valid JSON.\n"));
+}
+
+TEST_F(StageLog, Recover_SavesWhatASessionLeft_AndEndsItsJournal) {
+    LeaveUnsavedAttacca("show-1.2.logdata");
+    EXPECT_THAT(Edit("list").err, HasSubstr("note: a session that ended early left 1 unsaved change to version 1.2; "
+                                            "stage log recover saves it\n"));
+    const ProgramResult recovered = Log({"recover"});
+    EXPECT_EQ(0, recovered.exitCode) << recovered.err;
+    EXPECT_THAT(recovered.out, HasSubstr("song 1: "));
+    EXPECT_THAT(recovered.out, HasSubstr("saved version 1.3 as "));
+    EXPECT_EQ(CL::AttaccaNext, CL::ChangeLog::Load(Path("show-1.3.logdata")).GetSongLog("1").GetAttacca());
+    EXPECT_FALSE(std::filesystem::exists(Path("show-1.2.logdata.journal")));
+    EXPECT_EQ("", Edit("list").err);
+    EXPECT_EQ("version 1.3 has no unsaved edits\n", Log({"recover"}).out);
+}
+
+TEST_F(StageLog, RecoverOfAnEarlierVersion_SavesBehindTheLastOne) {
+    LeaveUnsavedAttacca("show-1.1.logdata");
+    EXPECT_THAT(Log({"recover", "1.1"}).out, HasSubstr("saved version 1.3 as "));
+    EXPECT_EQ(0U, CL::ChangeLog::Load(Path("show-1.3.logdata")).GetSongLog("2").GetMarkers().size());
+}
+
+TEST_F(StageLog, Recover_RefusesChangesToAnotherContent_ForgetRemovesThem) {
+    LeaveUnsavedAttacca("show-1.2.logdata");
+    WriteAll(Path("show-1.2.logdata"), ReadAll(Path("show-1.1.logdata")));
+    const ProgramResult refused = Log({"recover", "1.2"});
+    EXPECT_EQ(1, refused.exitCode);
+    EXPECT_THAT(refused.err, HasSubstr("holds changes to another content of show-1.2.logdata than there is now"));
+    EXPECT_THAT(Log({"forget", "1.2"}).out, HasSubstr("the journal of version "));
+    EXPECT_FALSE(std::filesystem::exists(Path("show-1.2.logdata.journal")));
+}
+
+TEST_F(StageLog, AJournalThatIsInUse_IsLeftToItsSession) {
+    CL::ChangeLog after = CL::ChangeLog::Load(Path("show-1.2.logdata"));
+    const CL::ChangeLog before = after;
+    after.GetSongLog("1").SetAttacca(CL::AttaccaNext);
+    CL::EditJournal session(Path("show-1.2.logdata"));
+    session.Append(CL::Compare(before, after), after);
+    for (const std::string operation : {"recover", "forget"}) {
+        const ProgramResult refused = Log({operation});
+        EXPECT_EQ(1, refused.exitCode) << operation;
+        EXPECT_THAT(refused.err, HasSubstr("journal")) << operation;
+    }
+    EXPECT_EQ(1U, CL::EditJournal::Read(Path("show-1.2.logdata")).changes.size());
 }
 
 TEST_F(StageLog, Show_TellsTheEditsOfAVersion) {
