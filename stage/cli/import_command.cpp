@@ -44,7 +44,7 @@ void Import(ImportWords& words) {
     const stage::ImportResult result = [&] {
         Progress progress;
         words.request.reportProgress = [&](std::size_t done, std::size_t total, const std::string& next) {
-            progress.Report(done, total, "reading " + next);
+            progress.Report(done, total, next);
         };
         return stage::ImportShow(words.request);
     }();
@@ -58,26 +58,43 @@ void Import(ImportWords& words) {
 
 void AddImportCommand(CLI::App& app, int&) {
     auto words = std::make_shared<ImportWords>();
-    CLI::App* import = app.add_subcommand("import", "Makes a show from MIDI files");
-    import->add_option("PATHS", words->request.paths, "Standard MIDI Files (.mid, .midi), or folders that hold them")
+    CLI::App* import = app.add_subcommand("import", "Makes a show from scores and MIDI files");
+    import
+        ->add_option("PATHS", words->request.paths,
+                     "Standard MIDI Files (.mid, .midi) and MusicXML scores (.musicxml, .xml, .mxl), or folders that "
+                     "hold them")
         ->required();
     import->add_option("-o,--output", words->request.showPath, "The show directory to be made")
         ->required()
         ->type_name("SHOW");
     import->add_option("--title", words->request.title, "Title of the show; the name of its directory without")
         ->type_name("TEXT");
+    import->add_flag("--written", words->request.asWritten,
+                     "Keep scores as they are written: every bar once, with edits for repeats, holds and stops");
     import
         ->add_option("--pickup", words->pickups,
                      "A song begins with this many beats before its first bar line; may be given again. Needed only "
-                     "where the file does not say so by a short first meter")
+                     "where the file does not say so by a short first bar")
         ->type_name("SONG=BEATS")
         ->allow_extra_args(false);
     import->footer(
         "\nEvery file is a song. Its number is what the name begins with: 01_Overture.mid is song 1, 12a_Reprise.mid\n"
         "song 12a; files without a number come after the others. Its title is the one that stands in the file, or its\n"
-        "name. A file of format 2 gives a song for each of its sequences.\n"
+        "name. A MIDI file of format 2 gives a song for each of its sequences.\n"
+        "\nA score's repeats, endings and jumps are played out: the show has the bars in the order in which they "
+        "sound,\n"
+        "\"12\" and, the second time, \"12 (2)\", with tempos, pages and markers, and no edits but these. With "
+        "--written\n"
+        "every bar stays where it is printed. A repeat becomes a repeat edit, or a vamp where \"vamp\" stands over it, "
+        "a\n"
+        "fermata a fermata, a breath mark or caesura a caesura, \"attacca\" at the end the attacca. Endings and jumps\n"
+        "cannot be edits; the import names each of them.\n"
+        "\nA MIDI file and a score with the same number, or without numbers the same name, are one song: notes, "
+        "tempos,\n"
+        "meters and keys come from the MIDI file, everything else from the score. Their bars must agree.\n"
         "\nExamples:\n"
         "  stage import songs/ -o myshow --title \"My Show\"\n"
+        "  stage import 01_Overture.mxl 02_Arrival.musicxml -o myshow --written\n"
         "  stage import 01_Overture.mid 02_Arrival.mid -o myshow --pickup 2=1");
     import->callback([words] { Import(*words);
 });

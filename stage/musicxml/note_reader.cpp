@@ -74,6 +74,7 @@ Units NoteReader::Read(Units cursor, const pugi::xml_node& node) {
     const std::int64_t voice = ReadWhole(node.child("voice").child_value()).value_or(1);
     draft.note.voice = static_cast<std::uint16_t>(std::clamp<std::int64_t>(voice, 0, MaxVoice));
     draft.note.grace = ReadGrace(node.child("grace"));
+    draft.note.joinsGrace = isGrace && isChord;
     ReadTies(draft.note, node);
     draft.accent = style_.accent;
     draft.velocity = ReadVelocity(node.attribute("dynamics")).value_or(0);

@@ -137,6 +137,8 @@ struct WrittenNote {
     bool tieStart = false;
     bool tieStop = false;
     GraceKind grace = GraceKind::None;
+    /// A grace note that sounds together with the one before it.
+    bool joinsGrace = false;
 };
 
 /// The sustain pedal.

@@ -42,7 +42,8 @@ class MidiScoreReader : public ScoreReader {
 public:
     bool ReadsExtension(std::string_view extension) const override { return extension == "mid" || extension == "midi"; }
 
-    std::vector<ScoreSong> Read(const std::string& path) const override {
+    std::vector<ScoreSong> Read(const std::string& path, const ReportStep& reportStep) const override {
+        reportStep("reading " + path);
         const std::string bytes = kit::ReadFile(path, tavo_midi::MaxShowMemberBytes);
         const tavo_midi::Smf smf = tavo_midi::ReadSmf(bytes, path);
         const std::string titleOfName = ParseScoreFileName(path).title;
@@ -51,6 +52,7 @@ public:
         for (std::size_t sequence = 0; sequence < count; ++sequence) {
             ScoreSong song;
             song.packed.smf = bytes;
+            song.packed.smfName = kit::path::basename(path);
             song.packed.options.sequence = sequence;
             song.packed.options.title = FindTitle(smf, sequence, titleOfName);
             if (sequence == 0) song.notes = smf.warnings;

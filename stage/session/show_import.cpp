@@ -25,68 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A song on its way into the show.
-struct PendingSong {
-    std::string file;
-    ScoreSong score;
-};
-
-std::string GetLowerExtension(const std::string& path) {
-    std::string extension = kit::path::extension(path);
-    if (!extension.empty()) extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
-const ScoreReader* FindReader(const std::vector<std::unique_ptr<ScoreReader>>& readers, const std::string& path) {
-    const std::string extension = GetLowerExtension(path);
-    for (const auto& reader : readers) {
-        if (reader->ReadsExtension(extension)) return reader.get();
-    }
-    return nullptr;
-}
-
-/// The files that are meant, in the order in which people number them.
-std::vector<std::string> ListScoreFiles(const std::vector<std::string>& paths,
-                                        const std::vector<std::unique_ptr<ScoreReader>>& readers) {
-    std::vector<std::string> files;
-    for (const std::string& path : paths) {
-        std::error_code ignored;
-        if (!fs::is_directory(path, ignored)) {
-            if (FindReader(readers, path) == nullptr)
-                throw std::runtime_error(
-                    fmt::format("the file \"{}\" is no score: its name ends in neither .mid nor .midi", path));
-            files.push_back(path);
-            continue;
-        }
-        std::vector<std::string> names = kit::listdir(path);
-        std::erase_if(names, [&](const std::string& name) {
-            return FindReader(readers, name) == nullptr || fs::is_directory(fs::path(path) / name, ignored);
-        });
-        if (names.empty()) throw std::runtime_error(fmt::format("the folder \"{}\" holds no .mid or .midi file", path));
-        std::sort(names.begin(), names.end(), kit::NumericStringCompare());
-        for (const std::string& name : names)
-            files.push_back(kit::path::Join(path, name));
-    }
-    if (files.empty()) throw std::runtime_error("there is nothing to import");
-    return files;
-}
-
-std::vector<PendingSong> ReadScores(const ImportRequest& request) {
-    std::vector<std::unique_ptr<ScoreReader>> readers;
-    readers.push_back(MakeMidiScoreReader());
-    const std::vector<std::string> files = ListScoreFiles(request.paths, readers);
-    std::vector<PendingSong> pending;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        if (request.reportProgress) request.reportProgress(i, files.size(), files[i]);
-        for (ScoreSong& score : FindReader(readers, files[i])->Read(files[i]))
-            pending.push_back({files[i], std::move(score)});
-    }
-    if (pending.empty()) throw std::runtime_error("the files hold no songs");
-    return pending;
-}
-
 /// "3" is "3a", "3b" ... where a file holds several songs.
 std::string NumberOfSequence(const std::string& number, std::size_t sequence, std::size_t count) {
     if (count == 1) return number;
@@ -104,69 +42,90 @@ unsigned long FindHighestNumber(const std::set<std::string>& numbers) {
     return highest;
 }
 
-void NumberSongs(std::vector<PendingSong>& pending) {
+void NumberSongs(std::vector<SongOfFile>& pending) {
     std::map<std::string, std::size_t> songsOfFile;
-    for (const PendingSong& song : pending)
+    for (const SongOfFile& song : pending)
         ++songsOfFile[song.file];
     std::set<std::string> numbers;
-    for (PendingSong& song : pending) {
-        std::string& number = song.score.packed.options.number;
+    for (SongOfFile& song : pending) {
+        std::string& number = song.song.packed.options.number;
         if (number.empty()) number = ParseScoreFileName(song.file).number;
         if (number.empty()) continue;
-        number = NumberOfSequence(number, song.score.packed.options.sequence, songsOfFile[song.file]);
+        number = NumberOfSequence(number, song.song.packed.options.sequence, songsOfFile[song.file]);
         if (!numbers.insert(number).second)
             throw std::runtime_error(
                 fmt::format("the song number {} of \"{}\" is another file's already", number, song.file));
     }
     unsigned long next = FindHighestNumber(numbers);
-    for (PendingSong& song : pending) {
-        std::string& number = song.score.packed.options.number;
+    for (SongOfFile& song : pending) {
+        std::string& number = song.song.packed.options.number;
         if (number.empty()) number = std::to_string(++next);
     }
-    std::stable_sort(pending.begin(), pending.end(), [](const PendingSong& a, const PendingSong& b) {
-        return kit::NumericStringCompare()(a.score.packed.options.number, b.score.packed.options.number);
+    std::stable_sort(pending.begin(), pending.end(), [](const SongOfFile& a, const SongOfFile& b) {
+        return kit::NumericStringCompare()(a.song.packed.options.number, b.song.packed.options.number);
     });
 }
 
-void SetPickups(std::vector<PendingSong>& pending, const std::map<std::string, double>& pickupBeats) {
+void SetPickups(std::vector<SongOfFile>& pending, const std::map<std::string, double>& pickupBeats) {
     for (const auto& [number, beats] : pickupBeats) {
-        const auto song =
-            std::find_if(pending.begin(), pending.end(), [&wanted = number](const PendingSong& candidate) {
-                return candidate.score.packed.options.number == wanted;
-            });
+        const auto song = std::find_if(pending.begin(), pending.end(), [&wanted = number](const SongOfFile& candidate) {
+            return candidate.song.packed.options.number == wanted;
+        });
         if (song == pending.end())
             throw std::runtime_error(fmt::format("there is no song {} to give a pick-up to", number));
-        song->score.packed.options.pickupBeats = beats;
+        tavo_midi::SongOptions& options = song->song.packed.options;
+        if (options.pickupBeats > 0)
+            throw std::runtime_error(fmt::format("song {} has a pick-up from its score already", number));
+        options.pickupBeats = beats;
+        // The pick-up comes before the bars that the score has labelled.
+        for (tavo_midi::BarLabel& label : options.barLabels)
+            ++label.bar;
+        if (!options.barLabels.empty()) options.barLabels.insert(options.barLabels.begin(), {0, "0"});
+    }
+}
+
+/// Pages that bear no printed numbers are counted through the show.
+void NumberPages(std::vector<SongOfFile>& pending) {
+    unsigned int last = 0;
+    for (SongOfFile& song : pending) {
+        const unsigned int before = song.song.printsPageNumbers ? 0 : last;
+        for (TL::PageNum& page : song.song.packed.options.pages) {
+            page = TL::PageNum(page.abs_time(), page.page_number() + before);
+            last = std::max(last, page.page_number());
+        }
     }
 }
 
 /// Files of one name in different folders must not meet in the archive.
-void NameMembers(std::vector<PendingSong>& pending) {
+void NameMembers(std::vector<SongOfFile>& pending) {
     std::map<std::string, std::string> nameOfFile;
     std::set<std::string> taken{"show.json"};
-    for (PendingSong& song : pending) {
+    for (SongOfFile& song : pending) {
         std::string& name = nameOfFile[song.file];
         if (name.empty()) {
-            const std::string base = kit::path::basename(song.file);
+            const std::string base = song.song.packed.smfName;
             name = base;
             for (int copy = 2; !taken.insert(name).second; ++copy)
                 name = fmt::format("{}-{}", copy, base);
         }
-        song.score.packed.smfName = name;
+        song.song.packed.smfName = name;
     }
 }
 
-tavo_midi::SongData BuildSong(const PendingSong& pending) {
-    const tavo_midi::ShowSong& packed = pending.score.packed;
+tavo_midi::SongData BuildSong(const SongOfFile& pending) {
+    const tavo_midi::ShowSong& packed = pending.song.packed;
     return tavo_midi::BuildSong(tavo_midi::ReadSmf(packed.smf, pending.file), packed.options, pending.file);
 }
 
 /// The song's first log: what the reader suggests and the score's markers, as far as the rules allow them.
-CL::SongLog MakeFirstLog(const PendingSong& pending, const tavo_midi::SongData& song, std::vector<std::string>& notes) {
-    CL::SongLog songLog = pending.score.firstEdits;
+CL::SongLog MakeFirstLog(const SongOfFile& pending, const tavo_midi::SongData& song, std::vector<std::string>& notes) {
+    CL::SongLog songLog = pending.song.firstEdits;
+    const auto ofReader = std::exchange(songLog.GetMarkers(), {});
+    std::vector<CL::Marker> markers(ofReader.begin(), ofReader.end());
+    if (markers.empty()) markers = song.GetScoreMarkers();
     const CL::SongLog empty;
     std::set<std::pair<unsigned int, std::string>> seen;
-    for (const CL::Marker& marker : song.GetScoreMarkers()) {
+    for (const CL::Marker& marker : markers) {
         // Programs write a marker into every track: one of them is enough.
         if (!seen.emplace(marker.abs_time(), marker.value()).second) continue;
         const std::string problem = CL::CheckEdit(marker, empty, song.GetTimeline());
@@ -284,21 +243,22 @@ void WriteShow(const ImportRequest& request, const std::string& title, const std
 
 ImportResult ImportShow(const ImportRequest& request) {
     RefuseExistingShow(request.showPath);
-    std::vector<PendingSong> pending = ReadScores(request);
+    std::vector<SongOfFile> pending = ReadSongFiles(request.paths, request.asWritten, request.reportProgress);
     NumberSongs(pending);
     SetPickups(pending, request.pickupBeats);
+    NumberPages(pending);
     NameMembers(pending);
 
     ImportResult result;
     result.title = request.title.empty() ? GetShowName(request.showPath) : request.title;
     CL::ChangeLog log;
     std::vector<tavo_midi::ShowSong> songs;
-    for (PendingSong& song : pending) {
+    for (SongOfFile& song : pending) {
         result.songs.push_back(BuildSong(song));
-        result.notes.insert(result.notes.end(), song.score.notes.begin(), song.score.notes.end());
+        result.notes.insert(result.notes.end(), song.song.notes.begin(), song.song.notes.end());
         const tavo_midi::SongData& built = result.songs.back();
         log.GetSongLogs()[built.GetSongNumber()] = MakeFirstLog(song, built, result.notes);
-        songs.push_back(std::move(song.score.packed));
+        songs.push_back(std::move(song.song.packed));
     }
     WriteShow(request, result.title, songs, log);
     return result;

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "stage/session/score_reader.h"
+#include "stage/session/import_files.h"
 #include "tavo_core/change_log.h"
 #include "tavo_midi/show_data.h"
 
@@ -21,8 +20,10 @@ struct ImportRequest {
     std::string title;
     /// Length of a pick-up in beats by song number.
     std::map<std::string, double> pickupBeats;
-    /// Told before each file is read: how many are read, how many there are, which one is next.
-    std::function<void(std::size_t, std::size_t, const std::string&)> reportProgress;
+    /// Keep the bars of MusicXML scores as they are written, with first edits, instead of playing repeats and jumps
+    /// out.
+    bool asWritten = false;
+    ReportImport reportProgress;
 };
 
 struct ImportResult {
@@ -33,9 +34,10 @@ struct ImportResult {
 };
 
 /// Makes a show directory from score files: `<name>.showdata`, `<name>-1.0.logdata` with a log for every song, and
-/// `settings.json` unless one is there. Files without a number in their names get the numbers after the highest one, in
-/// the order of names. Throws std::runtime_error with one sentence for anything that cannot be imported; nothing is
-/// left behind then. A show that is there is never touched. A kill while a new directory is made leaves none.
+/// `settings.json` unless one is there. A MIDI file and a score of one song are joined. Pages without printed numbers
+/// are numbered through the show. Files without a number in their names get the numbers after the highest one, in the
+/// order of names. Throws std::runtime_error with one sentence for anything that cannot be imported; nothing is left
+/// behind then. A show that is there is never touched. A kill while a new directory is made leaves none.
 [[nodiscard]] ImportResult ImportShow(const ImportRequest& request);
 
 }  // namespace stage

@@ -224,11 +224,12 @@ TEST_F(StageImport, Refusals_AreOneSentenceAndLeaveNothing) {
     ExpectRefusal({"import", one, bad, "-o", Show()},
                   "\"" + bad + "\" is not a Standard MIDI File: it does not begin with MThd");
     ExpectRefusal({"import", directory_ / "empty", "-o", Show()},
-                  "the folder \"" + directory_ / "empty" + "\" holds no .mid or .midi file");
+                  "the folder \"" + directory_ / "empty" + "\" holds no .mid, .midi, .musicxml, .xml or .mxl file");
     ExpectRefusal({"import", directory_ / "none.mid", "-o", Show()},
                   "the file \"" + directory_ / "none.mid" + "\" does not exist");
     ExpectRefusal({"import", directory_ / "song.pdf", "-o", Show()},
-                  "the file \"" + directory_ / "song.pdf" + "\" is no score: its name ends in neither .mid nor .midi");
+                  "the file \"" + directory_ / "song.pdf" +
+                      "\" is no score: its name ends in none of .mid, .midi, .musicxml, .xml and .mxl");
     ExpectRefusal({"import", one, "-o", Show(), "--pickup", "5=1"}, "there is no song 5 to give a pick-up to");
     std::size_t left = 0;
     for (const auto& entry : std::filesystem::directory_iterator(directory_.Path()))
