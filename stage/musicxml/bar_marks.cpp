@@ -1,7 +1,5 @@
 #include "stage/musicxml/bar_marks.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -23,7 +21,7 @@ bool Outranks(const DraftMark& left, const DraftMark& right) {
 }  // namespace
 
 void AddMark(Reading& reading, BarDraft& bar, DraftMark mark) {
-    if (++reading.marks > MaxMarks) reading.Fail(fmt::format("the score has more than {} marks", MaxMarks));
+    reading.CountMark();
     mark.part = reading.part == nullptr ? std::uint16_t{0} : reading.part->index;
     bar.marks.push_back(std::move(mark));
 }

@@ -4,10 +4,7 @@
 
 namespace stage::musicxml {
 
-/// Most marks of a whole score.
-inline constexpr std::size_t MaxMarks = 200'000;
-
-/// Adds a mark of the part that is being read. Fails in one sentence beyond MaxMarks.
+/// Adds a mark of the part that is being read.
 void AddMark(Reading& reading, BarDraft& bar, DraftMark mark);
 
 /// The marks of a bar in order, each once whatever part it stands in: of fermatas at one place the longest, of tempos

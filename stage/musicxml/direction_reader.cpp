@@ -39,7 +39,10 @@ private:
     void ReadWords(const std::string& words, const pugi::xml_node& sound);
     void ReadWedge(const pugi::xml_node& wedge);
     void ReadPedal(const pugi::xml_node& pedal);
-    void AddPedal(bool isDown) { bar_.pedals.push_back({bar_.index, part_.index, position_, isDown}); }
+    void AddPedal(bool isDown) {
+        reading_.CountMark();
+        bar_.pedals.push_back({bar_.index, part_.index, position_, isDown});
+    }
 
     Reading& reading_;
     PartReading& part_;
@@ -102,7 +105,7 @@ void PlaceReader::ReadWedge(const pugi::xml_node& wedge) {
         event.kind = DynamicEvent::Kind::Diminuendo;
     else if (type != "stop")
         return;
-    part_.dynamics.push_back(event);
+    AddDynamicEvent(reading_, part_, event);
 }
 
 void PlaceReader::ReadPedal(const pugi::xml_node& pedal) {
@@ -125,7 +128,7 @@ void PlaceReader::ReadType(const pugi::xml_node& type, const pugi::xml_node& sou
         } else if (name == "metronome") {
             if (!sound.attribute("tempo")) AddTempo(ReadMetronome(node, reading_.tempo), FromMetronome);
         } else if (name == "dynamics") {
-            AddDynamics(part_, bar_.index, position_, node, ReadVelocity(sound.attribute("dynamics")));
+            AddDynamics(reading_, part_, bar_.index, position_, node, ReadVelocity(sound.attribute("dynamics")));
         } else if (name == "wedge") {
             ReadWedge(node);
         } else if (name == "pedal") {
@@ -172,8 +175,8 @@ void ReadDirection(Reading& reading, PartReading& part, BarDraft& bar, Units cur
     const bool isShown = std::any_of(direction.begin(), direction.end(),
                                      [](const pugi::xml_node& type) { return type.child("dynamics") != nullptr; });
     if (velocity && !isShown)
-        part.dynamics.push_back(
-            {DynamicEvent::Kind::Level, bar.index, std::max(Units{0}, cursor + offset), *velocity, 1});
+        AddDynamicEvent(reading, part,
+                        {DynamicEvent::Kind::Level, bar.index, std::max(Units{0}, cursor + offset), *velocity, 1});
     const Units soundOffset = ReadOffset(reading, part, sound.child("offset"));
     PlaceReader(reading, part, bar, std::max(Units{0}, cursor + offset + soundOffset)).ReadSoundAttributes(sound);
 }
@@ -182,7 +185,7 @@ void ReadSound(Reading& reading, PartReading& part, BarDraft& bar, Units cursor,
     const Units position = std::max(Units{0}, cursor + ReadOffset(reading, part, sound.child("offset")));
     PlaceReader(reading, part, bar, position).ReadSoundAttributes(sound);
     if (const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics")))
-        part.dynamics.push_back({DynamicEvent::Kind::Level, bar.index, position, *velocity, 1});
+        AddDynamicEvent(reading, part, {DynamicEvent::Kind::Level, bar.index, position, *velocity, 1});
 }
 
 }  // namespace stage::musicxml

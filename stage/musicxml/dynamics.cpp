@@ -104,7 +104,7 @@ private:
 
 }  // namespace
 
-void AddDynamics(PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
+void AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
                  std::optional<int> sounding) {
     for (const pugi::xml_node& mark : dynamics.children()) {
         const std::string_view name = mark.name();
@@ -113,12 +113,17 @@ void AddDynamics(PartReading& part, std::uint32_t bar, Units position, const pug
         if (known == Levels.end()) continue;
         DynamicEvent event{DynamicEvent::Kind::Level, bar, position, known->level, 1};
         if (known->sudden == 0 && sounding) event.velocity = *sounding;
-        if (event.velocity > 0) part.dynamics.push_back(event);
+        if (event.velocity > 0) AddDynamicEvent(reading, part, event);
         if (known->sudden == 0) continue;
         event.kind = DynamicEvent::Kind::Sudden;
         event.velocity = sounding.value_or(known->sudden);
-        part.dynamics.push_back(event);
+        AddDynamicEvent(reading, part, event);
     }
+}
+
+void AddDynamicEvent(Reading& reading, PartReading& part, const DynamicEvent& event) {
+    reading.CountMark();
+    part.dynamics.push_back(event);
 }
 
 std::optional<int> ReadVelocity(const pugi::xml_attribute& share) {
@@ -139,13 +144,12 @@ void SetVelocities(Reading& reading) {
     parts.reserve(reading.parts.size());
     for (const PartReading& part : reading.parts)
         parts.emplace_back(reading, part, barStarts);
-    score.notes.reserve(reading.draftNotes.size());
-    for (DraftNote& draft : reading.draftNotes) {
-        const int level = draft.velocity > 0
-                              ? draft.velocity
-                              : parts[draft.note.part].GetVelocity(barStarts[draft.note.bar] + draft.note.position);
-        draft.note.velocity = static_cast<std::uint8_t>(std::clamp(level + draft.accent, 1, Loudest));
-        score.notes.push_back(draft.note);
+    for (std::size_t index = 0; index < score.notes.size(); ++index) {
+        WrittenNote& note = score.notes[index];
+        const NoteLoudness& own = reading.loudness[index];
+        const int level =
+            own.velocity > 0 ? own.velocity : parts[note.part].GetVelocity(barStarts[note.bar] + note.position);
+        note.velocity = static_cast<std::uint8_t>(std::clamp(level + own.accent, 1, Loudest));
     }
 }
 

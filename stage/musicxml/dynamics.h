@@ -12,8 +12,11 @@ inline constexpr int PlainVelocity = 80;
 
 /// What a <dynamics> element says at a place: a level that holds from there on, a sudden mark for the notes that begin
 /// there, or, as fp, both. `sounding` is a velocity that the score gives beside it.
-void AddDynamics(PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
+void AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
                  std::optional<int> sounding);
+
+/// Adds what is no <dynamics> element.
+void AddDynamicEvent(Reading& reading, PartReading& part, const DynamicEvent& event);
 
 /// The velocity of a share of forte in hundredths (<sound dynamics>, <note dynamics>): 100 is 90. No value for none.
 [[nodiscard]] std::optional<int> ReadVelocity(const pugi::xml_attribute& share);

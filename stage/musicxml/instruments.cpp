@@ -13,7 +13,8 @@ namespace stage::musicxml {
 
 namespace {
 
-constexpr std::size_t MaxInstruments = 1000;
+/// Of a whole score.
+constexpr std::size_t MaxInstruments = 4000;
 constexpr int PercussionChannel = 9;
 
 /// A number counted from 1 as one from 0; -1 where it is not from 1 to `most`.
@@ -62,10 +63,10 @@ void ReadMidi(WrittenInstrument& instrument, int& unpitchedKey, const pugi::xml_
 void ReadInstruments(Reading& reading, PartReading& part, WrittenPart& written, const pugi::xml_node& scorePart) {
     std::map<std::string, pugi::xml_node> midiById;
     for (const pugi::xml_node& midi : scorePart.children("midi-instrument"))
-        midiById.emplace(midi.attribute("id").value(), midi);
+        if (midiById.size() < MaxInstruments) midiById.emplace(midi.attribute("id").value(), midi);
     const auto add = [&](const pugi::xml_node& node, const pugi::xml_node& midi) {
-        if (written.instruments.size() == MaxInstruments)
-            reading.Fail(fmt::format("the {} has more than {} instruments", part.place, MaxInstruments));
+        if (++reading.instruments > MaxInstruments)
+            reading.Fail(fmt::format("the score has more than {} instruments", MaxInstruments));
         WrittenInstrument& instrument = written.instruments.emplace_back();
         instrument.name = ReadLine(node.child("instrument-name"));
         if (instrument.name.empty()) instrument.name = written.name;

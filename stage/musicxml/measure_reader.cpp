@@ -114,7 +114,10 @@ void ReadMeasure(Reading& reading, PartReading& part, BarDraft& bar, const pugi:
     const std::size_t firstPedal = bar.pedals.size();
     MeasureReader(reading, part, bar).Read(measure);
     SortNotes(bar.notes);
-    reading.draftNotes.insert(reading.draftNotes.end(), bar.notes.begin(), bar.notes.end());
+    for (const DraftNote& draft : bar.notes) {
+        reading.score.notes.push_back(draft.note);
+        reading.loudness.push_back(draft.loudness);
+    }
     std::stable_sort(
         bar.pedals.begin() + static_cast<std::ptrdiff_t>(firstPedal), bar.pedals.end(),
         [](const WrittenPedal& left, const WrittenPedal& right) { return left.position < right.position; });

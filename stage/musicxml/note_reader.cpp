@@ -53,7 +53,7 @@ Units NoteReader::Read(Units cursor, const pugi::xml_node& node) {
         onset_ = cursor;
         length_ = length;
         hasChord_ = true;
-        style_ = ReadStyle(part_, bar_.index, onset_, node);
+        style_ = ReadStyle(reading_, part_, bar_.index, onset_, node);
         ReadStyleMarks(node);
     }
     const Units next = isChord || isGrace ? cursor : cursor + length;
@@ -76,8 +76,8 @@ Units NoteReader::Read(Units cursor, const pugi::xml_node& node) {
     draft.note.grace = ReadGrace(node.child("grace"));
     draft.note.joinsGrace = isGrace && isChord;
     ReadTies(draft.note, node);
-    draft.accent = style_.accent;
-    draft.velocity = ReadVelocity(node.attribute("dynamics")).value_or(0);
+    draft.loudness.accent = static_cast<std::int8_t>(style_.accent);
+    draft.loudness.velocity = static_cast<std::uint8_t>(ReadVelocity(node.attribute("dynamics")).value_or(0));
     bar_.notes.push_back(draft);
     return next;
 }

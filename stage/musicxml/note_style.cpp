@@ -63,7 +63,8 @@ std::uint8_t NoteStyle::GetSoundingPercent() const {
     return isTenuto || isSlurred ? LegatoPercent : PlainPercent;
 }
 
-NoteStyle ReadStyle(PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& note) {
+NoteStyle ReadStyle(Reading& reading, PartReading& part, std::uint32_t bar, Units position,
+                    const pugi::xml_node& note) {
     NoteStyle style;
     const OpenSlur place{note.child("voice").child_value(), bar, position};
     const auto readNotations = [&](const pugi::xml_node& member) {
@@ -73,7 +74,7 @@ NoteStyle ReadStyle(PartReading& part, std::uint32_t bar, Units position, const 
                 if (name == "articulations") ReadArticulations(style, sign);
                 if (name == "fermata") style.hasFermata = true;
                 if (name == "slur") ReadSlur(part, place, sign);
-                if (name == "dynamics") AddDynamics(part, bar, position, sign, std::nullopt);
+                if (name == "dynamics") AddDynamics(reading, part, bar, position, sign, std::nullopt);
             }
     };
     readNotations(note);

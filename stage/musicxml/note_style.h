@@ -27,6 +27,7 @@ struct NoteStyle {
 
 /// Reads the signs of the chord that begins with `note`, at `position`; slurs go on from note to note. Dynamics among
 /// the signs go to the part's.
-[[nodiscard]] NoteStyle ReadStyle(PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& note);
+[[nodiscard]] NoteStyle ReadStyle(Reading& reading, PartReading& part, std::uint32_t bar, Units position,
+                                  const pugi::xml_node& note);
 
 }  // namespace stage::musicxml

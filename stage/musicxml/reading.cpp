@@ -22,6 +22,10 @@ void Reading::Fail(const std::string& problem) const {
     throw std::runtime_error(fmt::format("{}: {}", GetPlace(), problem));
 }
 
+void Reading::CountMark() {
+    if (++marks > MaxMarks) Fail(fmt::format("the score has more than {} marks", MaxMarks));
+}
+
 void Reading::Warn(const std::string& oddity) {
     if (score.warnings.size() < MaxWarnings)
         score.warnings.push_back(fmt::format("{}: {}", GetPlace(), oddity));

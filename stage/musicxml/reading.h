@@ -66,13 +66,17 @@ struct PartReading {
     std::set<std::string> told;
 };
 
-/// A note with what becomes its velocity once the whole part's dynamics are known.
+/// What becomes a note's velocity once the whole part's dynamics are known.
+struct NoteLoudness {
+    /// Added for accents.
+    std::int8_t accent = 0;
+    /// As the note itself says; 0 where it does not.
+    std::uint8_t velocity = 0;
+};
+
 struct DraftNote {
     WrittenNote note;
-    /// Added for accents.
-    int accent = 0;
-    /// As the note itself says; 0 where it does not.
-    int velocity = 0;
+    NoteLoudness loudness;
 };
 
 struct DraftMark {
@@ -98,13 +102,16 @@ struct BarDraft {
     std::vector<WrittenPedal> pedals;
 };
 
+/// Most marks, dynamics and pedals of a whole score.
+inline constexpr std::size_t MaxMarks = 200'000;
+
 /// The reading of one score: what is read so far, and where the reader stands.
 struct Reading {
     std::string name;
     WrittenScore score;
     std::vector<PartReading> parts;
     /// Beside score.notes.
-    std::vector<DraftNote> draftNotes;
+    std::vector<NoteLoudness> loudness;
 
     /// What holds at the place of the reader.
     WrittenMeter meter{{4}, 4};
@@ -118,7 +125,9 @@ struct Reading {
     std::optional<WrittenEnding> nextEndingStart;
     bool marksPages = false;
     bool marksSystems = false;
+    /// Marks, dynamics and pedals so far.
     std::size_t marks = 0;
+    std::size_t instruments = 0;
 
     /// The part and the measure that sentences name; no part: none.
     const PartReading* part = nullptr;
@@ -127,6 +136,8 @@ struct Reading {
     /// "\"a.xml\", part P1 (Violin), measure 12".
     [[nodiscard]] std::string GetPlace() const;
     [[noreturn]] void Fail(const std::string& problem) const;
+    /// Before anything is added of which a score may have MaxMarks in all; fails beyond.
+    void CountMark();
     void Warn(const std::string& oddity);
     /// The first time in the part that is being read.
     void WarnOnce(PartReading& reader, const std::string& oddity);

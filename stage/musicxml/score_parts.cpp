@@ -19,7 +19,7 @@ class PartCollector {
 public:
     PartCollector(Reading& reading, const pugi::xml_node& score) : reading_(reading) {
         for (const pugi::xml_node& node : score.child("part-list").children("score-part"))
-            listed_.emplace(node.attribute("id").value(), node);
+            if (listed_.size() <= MaxParts) listed_.emplace(node.attribute("id").value(), node);
     }
 
     /// The part of this id; a new one is made where it was not seen yet.

@@ -29,6 +29,12 @@ std::string_view Trim(std::string_view text) {
 }  // namespace
 
 std::string MakeLine(std::string_view text) {
+    if (text.size() > MaxLineBytes) {
+        std::size_t end = MaxLineBytes;
+        while (end > 0 && (static_cast<std::uint8_t>(text[end]) & 0xC0U) == 0x80U)
+            --end;
+        text = text.substr(0, end);
+    }
     std::string line = tavo_midi::ToUtf8Line(text);
     line.erase(std::unique(line.begin(), line.end(), [](char a, char b) { return a == ' ' && b == ' '; }), line.end());
     return line;

@@ -9,6 +9,9 @@
 
 namespace stage::musicxml {
 
+/// Longer texts are cut.
+inline constexpr std::size_t MaxLineBytes = 2000;
+
 /// The text of an element as one line of UTF-8, runs of blanks made one; empty for no element.
 [[nodiscard]] std::string ReadLine(const pugi::xml_node& node);
 [[nodiscard]] std::string ReadLine(const pugi::xml_attribute& attribute);
