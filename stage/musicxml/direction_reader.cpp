@@ -28,10 +28,13 @@ public:
     PlaceReader(Reading& reading, PartReading& part, BarDraft& bar, Units position)
         : reading_(reading), part_(part), bar_(bar), position_(position) {}
 
-    void ReadType(const pugi::xml_node& type, const pugi::xml_node& sound);
+    /// Reads what a direction shows; `sound` beside it says some of that more exactly.
+    void ReadTypes(const pugi::xml_node& direction, const pugi::xml_node& sound);
+    [[nodiscard]] bool HasDynamics() const { return hasDynamics_; }
     void ReadSoundAttributes(const pugi::xml_node& sound);
 
 private:
+    void ReadType(const pugi::xml_node& type, const pugi::xml_node& sound);
     void Add(MarkKind kind, std::string text = {}) {
         AddMark(reading_, bar_, DraftMark{{kind, position_, 0, 0, std::move(text), passes_}, 0, 0, false});
     }
@@ -49,6 +52,9 @@ private:
     BarDraft& bar_;
     Units position_;
     std::vector<int> passes_;
+    bool hasDynamics_ = false;
+    /// Whether the direction is one order, "To" with a coda sign, that is read already.
+    bool isOrder_ = false;
 };
 
 void PlaceReader::AddTempo(std::optional<double> tempo, int rank) {
@@ -114,6 +120,38 @@ void PlaceReader::ReadPedal(const pugi::xml_node& pedal) {
     if (type == "start" || type == "change" || type == "resume") AddPedal(true);
 }
 
+/// "To" or "D.S. al" with a sign behind it, which then says where to go and not that the sign's place is here. No value
+/// where no sign stands beside words.
+std::optional<WrittenMark> ReadOrderWithSign(const pugi::xml_node& direction) {
+    std::string words;
+    std::string withSigns;
+    bool hasSign = false;
+    for (const pugi::xml_node& type : direction.children("direction-type"))
+        for (const pugi::xml_node& node : type.children()) {
+            const std::string_view name = node.name();
+            const bool isSign = name == "segno" || name == "coda";
+            hasSign = hasSign || isSign;
+            if (isSign) withSigns += fmt::format(" {} ", name);
+            if (name != "words") continue;
+            words += node.child_value();
+            withSigns += node.child_value();
+        }
+    if (!hasSign) return std::nullopt;
+    std::optional<WrittenMark> order = ReadJumpWords(MakeLine(withSigns));
+    if (!order) order = ReadJumpWords(MakeLine(words));
+    const bool leadsAway = order && order->kind != MarkKind::Coda && order->kind != MarkKind::Fine;
+    return leadsAway ? order : std::nullopt;
+}
+
+void PlaceReader::ReadTypes(const pugi::xml_node& direction, const pugi::xml_node& sound) {
+    if (const std::optional<WrittenMark> order = ReadOrderWithSign(direction)) {
+        isOrder_ = true;
+        if (!sound.attribute(GetSoundAttribute(order->kind))) Add(order->kind, order->text);
+    }
+    for (const pugi::xml_node& type : direction.children("direction-type"))
+        ReadType(type, sound);
+}
+
 void PlaceReader::ReadType(const pugi::xml_node& type, const pugi::xml_node& sound) {
     std::string words;
     for (const pugi::xml_node& node : type.children()) {
@@ -124,18 +162,19 @@ void PlaceReader::ReadType(const pugi::xml_node& type, const pugi::xml_node& sou
         } else if (name == "rehearsal") {
             Add(MarkKind::Rehearsal, ReadLine(node));
         } else if (name == "segno" || name == "coda") {
-            if (!sound.attribute(node.name())) Add(name == "segno" ? MarkKind::Segno : MarkKind::Coda);
+            if (!isOrder_ && !sound.attribute(node.name())) Add(name == "segno" ? MarkKind::Segno : MarkKind::Coda);
         } else if (name == "metronome") {
             if (!sound.attribute("tempo")) AddTempo(ReadMetronome(node, reading_.tempo), FromMetronome);
         } else if (name == "dynamics") {
-            AddDynamics(reading_, part_, bar_.index, position_, node, ReadVelocity(sound.attribute("dynamics")));
+            const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics"));
+            hasDynamics_ = AddDynamics(reading_, part_, bar_.index, position_, node, velocity) || hasDynamics_;
         } else if (name == "wedge") {
             ReadWedge(node);
         } else if (name == "pedal") {
             ReadPedal(node);
         }
     }
-    ReadWords(MakeLine(words), sound);
+    if (!isOrder_) ReadWords(MakeLine(words), sound);
 }
 
 void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound) {
@@ -162,28 +201,29 @@ void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound) {
         reading_.WarnOnce(part_, "a change of the instrument's sound inside the song is not read");
 }
 
+/// Reads the attributes of a <sound>, whose own offset counts from `position`; returns where it stands.
+Units ReadSoundAt(Reading& reading, PartReading& part, BarDraft& bar, Units position, const pugi::xml_node& sound) {
+    position = std::max(Units{0}, position + ReadOffset(reading, part, sound.child("offset")));
+    PlaceReader(reading, part, bar, position).ReadSoundAttributes(sound);
+    return position;
+}
+
 }  // namespace
 
 void ReadDirection(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& direction) {
     const pugi::xml_node sound = direction.child("sound");
-    const Units offset = ReadOffset(reading, part, direction.child("offset"));
-    PlaceReader place(reading, part, bar, std::max(Units{0}, cursor + offset));
-    for (const pugi::xml_node& type : direction.children("direction-type"))
-        place.ReadType(type, sound);
-    // Dynamics that no mark shows: a level of their own.
+    const Units position = std::max(Units{0}, cursor + ReadOffset(reading, part, direction.child("offset")));
+    PlaceReader place(reading, part, bar, position);
+    place.ReadTypes(direction, sound);
     const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics"));
-    const bool isShown = std::any_of(direction.begin(), direction.end(),
-                                     [](const pugi::xml_node& type) { return type.child("dynamics") != nullptr; });
-    if (velocity && !isShown)
-        AddDynamicEvent(reading, part,
-                        {DynamicEvent::Kind::Level, bar.index, std::max(Units{0}, cursor + offset), *velocity, 1});
-    const Units soundOffset = ReadOffset(reading, part, sound.child("offset"));
-    PlaceReader(reading, part, bar, std::max(Units{0}, cursor + offset + soundOffset)).ReadSoundAttributes(sound);
+    // Dynamics that no mark shows: a level of their own.
+    if (velocity && !place.HasDynamics())
+        AddDynamicEvent(reading, part, {DynamicEvent::Kind::Level, bar.index, position, *velocity, 1});
+    ReadSoundAt(reading, part, bar, position, sound);
 }
 
 void ReadSound(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& sound) {
-    const Units position = std::max(Units{0}, cursor + ReadOffset(reading, part, sound.child("offset")));
-    PlaceReader(reading, part, bar, position).ReadSoundAttributes(sound);
+    const Units position = ReadSoundAt(reading, part, bar, cursor, sound);
     if (const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics")))
         AddDynamicEvent(reading, part, {DynamicEvent::Kind::Level, bar.index, position, *velocity, 1});
 }

@@ -104,13 +104,15 @@ private:
 
 }  // namespace
 
-void AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
+bool AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
                  std::optional<int> sounding) {
+    bool isKnown = false;
     for (const pugi::xml_node& mark : dynamics.children()) {
         const std::string_view name = mark.name();
         const auto known =
             std::find_if(Levels.begin(), Levels.end(), [&](const NamedLevel& row) { return row.name == name; });
         if (known == Levels.end()) continue;
+        isKnown = true;
         DynamicEvent event{DynamicEvent::Kind::Level, bar, position, known->level, 1};
         if (known->sudden == 0 && sounding) event.velocity = *sounding;
         if (event.velocity > 0) AddDynamicEvent(reading, part, event);
@@ -119,6 +121,7 @@ void AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units p
         event.velocity = sounding.value_or(known->sudden);
         AddDynamicEvent(reading, part, event);
     }
+    return isKnown;
 }
 
 void AddDynamicEvent(Reading& reading, PartReading& part, const DynamicEvent& event) {

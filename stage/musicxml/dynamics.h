@@ -11,8 +11,8 @@ namespace stage::musicxml {
 inline constexpr int PlainVelocity = 80;
 
 /// What a <dynamics> element says at a place: a level that holds from there on, a sudden mark for the notes that begin
-/// there, or, as fp, both. `sounding` is a velocity that the score gives beside it.
-void AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
+/// there, or, as fp, both. `sounding` is a velocity that the score gives beside it. False where it says nothing known.
+bool AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
                  std::optional<int> sounding);
 
 /// Adds what is no <dynamics> element.

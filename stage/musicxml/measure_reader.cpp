@@ -127,6 +127,8 @@ void ReadMeasure(Reading& reading, PartReading& part, BarDraft& bar, const pugi:
 BarDraft BeginBar(Reading& reading, std::uint32_t index) {
     BarDraft bar;
     bar.index = index;
+    reading.bar = index;
+    reading.label.clear();
     bar.bar.startsRepeat = std::exchange(reading.nextStartsRepeat, false);
     bar.bar.endingStart = std::exchange(reading.nextEndingStart, std::nullopt);
     bar.bar.meter = std::exchange(reading.nextMeter, std::nullopt);
@@ -142,7 +144,7 @@ void FinishBar(Reading& reading, BarDraft bar) {
     bar.bar.length = bar.filled > 0 ? bar.filled : meterUnits > 0 ? meterUnits : 4 * unitsPerQuarter;
     if (meterUnits > 0 && bar.filled > meterUnits)
         reading.Warn(
-            fmt::format("measure {} is longer than its meter, {}", bar.bar.label, DescribeMeter(reading.meter)));
+            fmt::format("{} is longer than its meter, {}", reading.GetMeasure(), DescribeMeter(reading.meter)));
     bar.bar.marks = MergeMarks(std::move(bar.marks), bar.bar.length);
     for (WrittenPedal& pedal : bar.pedals)
         pedal.position = std::min(pedal.position, bar.bar.length);

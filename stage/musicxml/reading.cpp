@@ -12,9 +12,13 @@ constexpr std::size_t MaxWarnings = 100;
 
 }  // namespace
 
+std::string Reading::GetMeasure() const {
+    return label.empty() ? fmt::format("measure at place {}", bar + 1) : fmt::format("measure {}", label);
+}
+
 std::string Reading::GetPlace() const {
     std::string place = fmt::format("\"{}\"", name);
-    if (part != nullptr) place += fmt::format(", {}, measure {}", part->place, label);
+    if (part != nullptr) place += fmt::format(", {}, {}", part->place, GetMeasure());
     return place;
 }
 

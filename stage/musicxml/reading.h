@@ -132,7 +132,10 @@ struct Reading {
     /// The part and the measure that sentences name; no part: none.
     const PartReading* part = nullptr;
     std::string label;
+    std::size_t bar = 0;
 
+    /// "measure 12"; where it has no label, "measure at place 12", counted from 1.
+    [[nodiscard]] std::string GetMeasure() const;
     /// "\"a.xml\", part P1 (Violin), measure 12".
     [[nodiscard]] std::string GetPlace() const;
     [[noreturn]] void Fail(const std::string& problem) const;

@@ -35,7 +35,7 @@ enum class MarkKind {
     Breath,     ///< behind the note that ends here
     Caesura,    ///< behind the note that ends here
     Rehearsal,  ///< text
-    Words,      ///< text: what the flow or a musician reads, "Vamp", "attacca", "Etwas langsam."
+    Words,      ///< text: "Vamp", "attacca", "Etwas langsam."; words that order a jump are that mark instead
     Segno,      ///< text: its label, mostly empty
     Coda,       ///< text: its label, mostly empty
     ToCoda,     ///< text: label of the coda that is meant
@@ -71,7 +71,8 @@ struct WrittenBar {
     std::string label;
     /// Not counted: a pick-up, or the second half of a split bar.
     bool isImplicit = false;
-    /// What the parts really fill, above 0; the longest part counts. An empty bar has its meter's length.
+    /// What the parts really fill, above 0; the longest part counts. An empty bar has its meter's length. It may differ
+    /// from the meter's: pick-ups, split bars, 12/8 in the first part against 4/4 in others.
     Units length = 0;
     /// Changes at the bar's beginning.
     std::optional<WrittenMeter> meter;

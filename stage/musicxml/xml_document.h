@@ -15,7 +15,7 @@ struct XmlDocument {
 };
 
 /// Memory that a tree may take.
-inline constexpr std::size_t MaxTreeBytes = std::size_t{192} << 20U;
+inline constexpr std::size_t MaxTreeBytes = std::size_t{128} << 20U;
 
 /// The text as UTF-8: from UTF-16 of either order, from Latin-1 where the declaration says so, without a byte order
 /// mark.

@@ -147,7 +147,7 @@ TEST(RefuseFile, OfMoreElementsThanMemoryHolds) {
     std::string elements;
     while (elements.size() < std::size_t{16} << 20U)
         elements += "<a/><a/><a/><a/><a/><a/><a/><a/>";
-    EXPECT_EQ("\"a.xml\" holds more elements than 192 MB of memory take", Refuse(Score({elements})));
+    EXPECT_EQ("\"a.xml\" holds more elements than 128 MB of memory take", Refuse(Score({elements})));
 }
 
 TEST(RefuseFile, NotAScore) {
@@ -222,6 +222,13 @@ TEST(RefuseMusic, DurationBeforeTheDivisions) {
               refuse(Note("C4", 4)));
     EXPECT_EQ("\"a.xml\", part P1, measure X1: a forward stands before the divisions of a quarter note",
               refuse("<forward><duration>4</duration></forward>"));
+}
+
+TEST(RefuseMusic, InAMeasureWithoutALabel_SaysItsPlace) {
+    EXPECT_EQ(
+        "\"a.xml\", part P1, measure at place 2: a note has no duration",
+        Refuse(Partwise("<score-part id=\"P1\"/>",
+                        "<part id=\"P1\"><measure number=\"7\"/><measure><note><rest/></note></measure></part>")));
 }
 
 TEST(RefuseMusic, DivisionsWithoutACommonMeasure) {

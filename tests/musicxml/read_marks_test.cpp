@@ -211,6 +211,23 @@ TEST(ReadJumps, WordsBesideTheirSoundAttribute_AreOneMark) {
     EXPECT_EQ("0 segno", MarksOf(Read(Score({Direction("<segno/>")})), 0));
 }
 
+TEST(ReadJumps, WordsWithASign_AreOneOrderAndNotTheSignsPlace) {
+    const auto marks = [](const std::string& words, const std::string& sign, const std::string& behind = {}) {
+        return MarksOf(Read(Score({Direction(
+                           "<words>" + words + "</words></direction-type><direction-type><" + sign + "/>", behind)})),
+                       0);
+    };
+    EXPECT_EQ("0 to coda", marks("To", "coda"));
+    EXPECT_EQ("0 to coda", marks("To Coda", "coda"));
+    EXPECT_EQ("0 to coda", marks("al", "coda"));
+    EXPECT_EQ("0 fine, 0 coda", marks("Fine", "coda"));
+    EXPECT_EQ("0 to coda x", marks("To", "coda", "<sound tocoda=\"x\"/>"));
+    EXPECT_EQ("0 dal segno", marks("D.S.", "segno"));
+    EXPECT_EQ("0 dal segno", marks("D.S. al", "coda"));
+    EXPECT_EQ("0 coda", marks("Coda", "coda"));
+    EXPECT_EQ("0 words here, 0 segno", marks("here", "segno"));
+}
+
 TEST(ReadJumps, SignsOnBarLines) {
     EXPECT_EQ("0 segno", MarksOf(Read(Score({Barline("left", "<segno/>")})), 0));
     EXPECT_EQ("4 coda", MarksOf(Read(Score({Barline("right", "<coda/>")})), 0));

@@ -227,6 +227,9 @@ TEST(ReadDynamics, MarksHoldUntilTheNext) {
 TEST(ReadDynamics, SoundGivesTheVelocityAsAShareOfNinety) {
     EXPECT_EQ("90", VelocitiesOf(Dynamics("f", "<sound dynamics=\"100\"/>") + Note("C4", 4)));
     EXPECT_EQ("45", VelocitiesOf(Direction("<words>soft</words>", "<sound dynamics=\"50\"/>") + Note("C4", 4)));
+    EXPECT_EQ("45", VelocitiesOf(Direction("<dynamics><other-dynamics>x</other-dynamics></dynamics>",
+                                           "<sound dynamics=\"50\"/>") +
+                                 Note("C4", 4)));
     EXPECT_EQ("127", VelocitiesOf("<sound dynamics=\"1000\"/>" + Note("C4", 4)));
     const std::string loud =
         "<note dynamics=\"110\"><pitch><step>C</step><octave>4</octave></pitch><duration>4</duration></note>";
