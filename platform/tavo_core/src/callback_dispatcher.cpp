@@ -108,10 +108,12 @@ CallbackDispatcher::~CallbackDispatcher() = default;
 void CallbackDispatcher::AddCallback(const void* target, const std::string& name, Callback callback) {
     auto entry = std::make_shared<Impl::Entry>(Impl::Entry{target, std::move(callback)});
     const std::lock_guard lock(impl_->mutex);
-    auto& entries = impl_->entriesByName[name];
-    auto grown = entries ? std::make_shared<Impl::Entries>(*entries) : std::make_shared<Impl::Entries>();
+    const auto found = impl_->entriesByName.find(name);
+    const bool isFirst = found == impl_->entriesByName.end();
+    auto grown = isFirst ? std::make_shared<Impl::Entries>() : std::make_shared<Impl::Entries>(*found->second);
     grown->push_back(std::move(entry));
-    entries = std::move(grown);
+    // Last, so that without memory the map is as before.
+    impl_->entriesByName.insert_or_assign(name, std::move(grown));
 }
 
 void CallbackDispatcher::RemoveCallbacksForTarget(const void* target) {
