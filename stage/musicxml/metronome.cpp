@@ -38,10 +38,8 @@ double ReadBeatUnit(pugi::xml_node& node) {
     node = node.next_sibling();
     for (; dots < MaxDots && std::string_view(node.name()) == "beat-unit-dot"; node = node.next_sibling())
         ++dots;
-    // A beat of notes tied together is not a note that is counted.
-    while (std::string_view(node.name()) == "beat-unit-tied" || std::string_view(node.name()) == "beat-unit-dot")
-        node = node.next_sibling();
-    return GetNoteQuarters(name, dots);
+    // A beat of several notes tied together is not one note that is counted.
+    return std::string_view(node.name()) == "beat-unit-tied" ? 0 : GetNoteQuarters(name, dots);
 }
 
 double ReadMetronomeNote(const pugi::xml_node& note) {

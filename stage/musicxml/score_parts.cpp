@@ -94,6 +94,12 @@ void ReadTimewise(Reading& reading, PartCollector& parts, const pugi::xml_node& 
     }
 }
 
+/// That of the movement, which is the song, else of the work.
+std::string ReadTitle(const pugi::xml_node& score) {
+    const std::string movement = ReadLine(score.child("movement-title"));
+    return movement.empty() ? ReadLine(score.child("work").child("work-title")) : movement;
+}
+
 }  // namespace
 
 std::size_t ReadParts(Reading& reading, const pugi::xml_node& document) {
@@ -115,15 +121,11 @@ std::size_t ReadParts(Reading& reading, const pugi::xml_node& document) {
     CheckSize(reading, bars);
     for (PartReading& part : reading.parts) {
         if (part.measures.size() < bars && partwise)
-            reading.Warn(fmt::format("the {} has {} measures, others have {}", part.place, part.measures.size(), bars));
+            reading.Warn(
+                fmt::format("the {} has {} of the score's {} measures", part.place, part.measures.size(), bars));
         part.measures.resize(bars);
     }
     return bars;
-}
-
-std::string ReadTitle(const pugi::xml_node& score) {
-    const std::string movement = ReadLine(score.child("movement-title"));
-    return movement.empty() ? ReadLine(score.child("work").child("work-title")) : movement;
 }
 
 }  // namespace stage::musicxml

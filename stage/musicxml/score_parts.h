@@ -14,7 +14,4 @@ inline constexpr std::size_t MaxBars = 100'000;
 /// Fails in one sentence where there is no score, no part or no measure. Returns the number of measures.
 [[nodiscard]] std::size_t ReadParts(Reading& reading, const pugi::xml_node& document);
 
-/// The song's title: that of the movement, else of the work.
-[[nodiscard]] std::string ReadTitle(const pugi::xml_node& score);
-
 }  // namespace stage::musicxml

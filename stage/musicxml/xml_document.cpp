@@ -36,8 +36,8 @@ void AppendUtf8(std::string& text, std::uint32_t code) {
 
 std::string FromUtf16(std::string_view bytes, bool isBigEndian) {
     const auto unit = [&](std::size_t index) -> std::uint32_t {
-        const auto first = static_cast<std::uint8_t>(bytes[2 * index]);
-        const auto second = static_cast<std::uint8_t>(bytes[2 * index + 1]);
+        const std::uint32_t first = static_cast<std::uint8_t>(bytes[2 * index]);
+        const std::uint32_t second = static_cast<std::uint8_t>(bytes[2 * index + 1]);
         return isBigEndian ? first << 8U | second : second << 8U | first;
     };
     const std::size_t units = bytes.size() / 2;

@@ -276,7 +276,7 @@ TEST(ReadOdd, PartsOfDifferentLength_AreReadWithAWarningAndEmptyBars) {
     ASSERT_EQ(2u, score.bars.size());
     EXPECT_EQ("2", score.bars[1].label);
     EXPECT_EQ(2, InQuarters(score, score.bars[1].length));
-    EXPECT_EQ(std::vector<std::string>{"\"a.xml\": the part P1 has 1 measures, others have 2"}, score.warnings);
+    EXPECT_EQ(std::vector<std::string>{"\"a.xml\": the part P1 has 1 of the score's 2 measures"}, score.warnings);
 }
 
 TEST(ReadOdd, ManyOddities_AreToldUpToAHundred) {

@@ -48,6 +48,9 @@ TEST(ReadTempo, EveryForm_InQuarterNotesAMinute) {
         {Metronome("<beat-unit>quarter</beat-unit><per-minute>76-80</per-minute>"), "0 tempo 76"},
         {Metronome("<beat-unit>quarter</beat-unit><per-minute>= 62.5</per-minute>"), "0 tempo 62.5"},
         {Metronome("<beat-unit>quarter</beat-unit><per-minute>fast</per-minute>"), ""},
+        {Metronome("<beat-unit>quarter</beat-unit><beat-unit-tied><beat-unit>eighth</beat-unit></beat-unit-tied>"
+                   "<per-minute>80</per-minute>"),
+         ""},
         {Metronome("<beat-unit>sixth</beat-unit><per-minute>80</per-minute>"), ""},
     };
     for (const auto& [metronome, marks] : rows) {
