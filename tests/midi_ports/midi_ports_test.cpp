@@ -11,6 +11,7 @@
 #include "tavo_midi/midi_commands.h"
 #include "tavo_midi/midi_ports.h"
 #include "tests/midi_ports/jack_server.h"
+#include "tests/midi_ports/pedal.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -18,42 +19,8 @@ namespace {
 using namespace std::chrono_literals;
 using tavo_midi::MidiSystemChoice;
 using test_support::Child;
-
-constexpr auto kPatience = 10s;
-
-/// Collects what happens on other threads as lines.
-class Log {
-public:
-    void Add(const std::string& line) {
-        const std::lock_guard lock(mutex_);
-        lines_.push_back(line);
-        changed_.notify_all();
-    }
-    /// Waits for the line; a line counts once.
-    bool WaitFor(const std::string& line) {
-        std::unique_lock lock(mutex_);
-        const auto find = [&] { return std::find(lines_.begin(), lines_.end(), line); };
-        if (!changed_.wait_for(lock, kPatience, [&] { return find() != lines_.end(); })) return false;
-        lines_.erase(find());
-        return true;
-    }
-    std::vector<std::string> GetLines() {
-        const std::lock_guard lock(mutex_);
-        return lines_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> lines_;
-};
-
-std::unique_ptr<Child> StartPeer(const std::string& name) {
-    auto peer = std::make_unique<Child>(std::vector<std::string>{MIDI_PEER, name});
-    if (peer->ReadLine() != "ready") return nullptr;
-    peer->CollectLines();
-    return peer;
-}
+using test_support::Log;
+using test_support::StartPeer;
 
 /// A pit: a server, a foot pedal on it, and the commands of a show.
 class MidiPorts : public testing::TestWithParam<MidiSystemChoice> {
@@ -230,7 +197,7 @@ TEST_P(MidiPorts, FloodOfTenThousandASecond_TheNextCommandIsNotHeldUp) {
         pedal_->Write("send 90 3C 40");
         EXPECT_TRUE(commands_.WaitFor("Play"));
     }
-    const auto end = std::chrono::steady_clock::now() + kPatience;
+    const auto end = std::chrono::steady_clock::now() + test_support::Patience;
     while (count < 20020 && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(5ms);
     EXPECT_EQ(count, 20020);
