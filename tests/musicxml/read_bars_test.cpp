@@ -193,7 +193,20 @@ TEST(ReadLength, LongerThanTheMeter_IsReadWithAWarning) {
     EXPECT_EQ(std::vector<std::string>{"\"a.xml\": measure 1 is longer than its meter, 3/4"}, score.warnings);
 }
 
-/// Four eighths of 12/8 that sound as three of 4/4: the rest is given as it sounds, notes as they look.
+TEST(ReadLength, MeasureStyles_ChangeNothing) {
+    const auto style = [](const std::string& content) {
+        return "<attributes><measure-style>" + content + "</measure-style></attributes>" + Time("3", "4");
+    };
+    for (const char* content : {"<multiple-rest>4</multiple-rest>", "<measure-repeat type=\"start\">1</measure-repeat>",
+                                "<slash type=\"start\"/>"}) {
+        const WrittenScore score = Read(Score({style(content), Note("C4", 12)}));
+        EXPECT_EQ("60@2:0+3", NotesOf(score)) << content;
+        EXPECT_EQ(3, InQuarters(score, score.bars[0].length)) << content;
+        EXPECT_EQ(2u, score.bars.size()) << content;
+    }
+}
+
+/// Twelve eighths in the time of eight: rests are given as they sound, notes as they look.
 TEST(ReadLength, TwelveEightAgainstFourFour_FitsWhereTheScoreGivesNotesAsTheyLook) {
     const std::string wholeBarRest = "<note><rest measure=\"yes\"/><duration>16</duration></note>";
     const auto note = [](int duration, const std::string& type) {
