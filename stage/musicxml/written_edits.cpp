@@ -120,11 +120,20 @@ private:
     [[nodiscard]] TickRange FindHold(std::size_t bar, const WrittenMark& mark) const {
         const Units begin = grid_.GetBarStart(bar) + mark.position;
         const std::uint32_t end = std::min(grid_.ToTick(begin + mark.length), grid_.GetEndTick());
-        if (mark.length > 0) return {grid_.ToTick(begin), end};
+        if (mark.length > 0) return EndBeforeLoop({grid_.ToTick(begin), end});
         const auto& beats = timeline_.GetBarsBeats();
         const auto after = std::partition_point(beats.begin(), beats.end(),
                                                 [end](const TL::BarsBeats& beat) { return beat.abs_time() < end; });
-        return {after == beats.begin() ? end : std::prev(after)->abs_time(), end};
+        return EndBeforeLoop({after == beats.begin() ? end : std::prev(after)->abs_time(), end});
+    }
+
+    /// Where a hold and a loop end together, releasing the hold would leave the loop, too: the hold ends a tick before.
+    [[nodiscard]] TickRange EndBeforeLoop(TickRange hold) const {
+        const auto endsThere = [&hold](const CL::PairedEvent& loop) { return loop.end() == hold.end; };
+        const bool meetsLoop = std::any_of(found_.log.GetRepeats().begin(), found_.log.GetRepeats().end(), endsThere) ||
+                               std::any_of(found_.log.GetVamps().begin(), found_.log.GetVamps().end(), endsThere);
+        if (meetsLoop && hold.end > hold.begin + 1) --hold.end;
+        return hold;
     }
 
     /// Of fermatas that overlap the shortest says where the music is held; the others sound through it.

@@ -1,0 +1,229 @@
+// The import of scores, as the program does it.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "stage/session/show_import.h"
+#include "tavo_core/bar_positions.h"
+#include "tavo_midi/smf_writer.h"
+#include "tests/support/run_program.h"
+
+namespace {
+
+using stage::ImportRequest;
+using stage::ImportResult;
+using test_support::RunStage;
+using test_support::WriteAll;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// A measure of MusicXML with one whole-bar note.
+std::string Measure(const std::string& number, int quarters, const std::string& before = "",
+                    const std::string& after = "") {
+    return "<measure number='" + number + "'>" + before +
+           "<note><pitch><step>C</step><octave>4</octave></pitch><duration>" + std::to_string(quarters) +
+           "</duration></note>" + after + "</measure>";
+}
+
+const char* const FourFour =
+    "<attributes><divisions>1</divisions><time><beats>4</beats><beat-type>4</beat-type></time></attributes>";
+const char* const Forward = "<barline location='left'><repeat direction='forward'/></barline>";
+const char* const Backward = "<barline location='right'><repeat direction='backward'/></barline>";
+const char* const NewPage = "<print new-page='yes'/>";
+
+std::string Score(const std::string& title, const std::string& measures) {
+    return "<score-partwise version='4.0'><movement-title>" + title +
+           "</movement-title><part-list><score-part id='P1'><part-name>Piano</part-name></score-part></part-list>"
+           "<part id='P1'>" +
+           measures + "</part></score-partwise>";
+}
+
+/// A MIDI file with a quarter note on every beat of so many bars of 4/4.
+std::string Midi(int bars, std::uint16_t ticksPerQuarter = 384, std::uint32_t firstTick = 0) {
+    tavo_midi::Smf smf;
+    smf.ticksPerQuarter = ticksPerQuarter;
+    tavo_midi::SmfTrack track;
+    track.meters = {{0, 4, 4}};
+    track.tempos = {{0, 600000}};
+    track.markers = {{0, "from the MIDI file"}};
+    for (std::uint32_t tick = firstTick; tick < static_cast<std::uint32_t>(bars * 4 * ticksPerQuarter);
+         tick += ticksPerQuarter) {
+        smf.events.push_back({tick, 0x90, 72, 64, 0});
+        smf.events.push_back({tick + ticksPerQuarter, 0x80, 72, 0, 0});
+    }
+    std::stable_sort(smf.events.begin(), smf.events.end(),
+                     [](const auto& a, const auto& b) { return a.tick < b.tick; });
+    track.eventCount = smf.events.size();
+    track.endTick = static_cast<std::uint32_t>(bars * 4 * ticksPerQuarter);
+    smf.tracks = {track};
+    return tavo_midi::WriteSmf(smf);
+}
+
+class ImportOfScores : public testing::Test {
+protected:
+    void Write(const std::string& name, const std::string& bytes) const { WriteAll(directory_ / name, bytes); }
+    ImportResult Import(const std::vector<std::string>& names) {
+        for (const std::string& name : names)
+            request_.paths.push_back(directory_ / name);
+        request_.showPath = directory_ / "show";
+        return ImportShow(request_);
+    }
+    static std::string PrintBars(const tavo_midi::SongData& song) {
+        std::string text;
+        const TL::BarPositions positions(song.GetTimeline());
+        for (const auto& bar : positions.GetBars())
+            text += (text.empty() ? "" : " ") + bar.label + "=" + std::to_string(bar.startTick);
+        return text;
+    }
+    [[nodiscard]] std::string PrintEdits(const std::string& song) const {
+        return RunStage({"edit", directory_ / "show", "list", "--song", song}).out;
+    }
+
+    test_support::TemporaryDirectory directory_;
+    ImportRequest request_;
+};
+
+const std::string Repeated = Score("Repeated", Measure("1", 4, FourFour) + Measure("2", 4, Forward, Backward));
+
+TEST_F(ImportOfScores, PlaysRepeatsOut) {
+    Write("01_a.musicxml", Repeated);
+    const ImportResult result = Import({"01_a.musicxml"});
+    EXPECT_EQ("1=0 2=1920 2 (2)=3840", PrintBars(result.songs.front()));
+    EXPECT_EQ("Repeated", result.songs.front().GetTitle());
+    EXPECT_THAT(PrintEdits("1"), testing::Not(HasSubstr("repeat")));
+}
+
+TEST_F(ImportOfScores, AsWritten_KeepsTheBarsWithEdits) {
+    Write("01_a.xml", Repeated);
+    request_.asWritten = true;
+    EXPECT_EQ("1=0 2=1920", PrintBars(Import({"01_a.xml"}).songs.front()));
+    EXPECT_THAT(PrintEdits("1"), HasSubstr("repeat"));
+}
+
+TEST_F(ImportOfScores, WithoutATitle_TakesTheFileName) {
+    Write("07_Old_Bridge.musicxml", Score("", Measure("1", 4, FourFour)));
+    const ImportResult result = Import({"07_Old_Bridge.musicxml"});
+    EXPECT_EQ("Old Bridge", result.songs.front().GetTitle());
+    EXPECT_EQ("7", result.songs.front().GetSongNumber());
+}
+
+TEST_F(ImportOfScores, PagesWithoutNumbers_RunOnThroughTheShow) {
+    const std::string twoPages = Measure("1", 4, std::string(NewPage) + FourFour) + Measure("2", 4, NewPage);
+    Write("01_a.musicxml", Score("A", twoPages));
+    Write("02_b.musicxml", Score("B", twoPages));
+    const ImportResult result = Import({"01_a.musicxml", "02_b.musicxml"});
+    std::vector<unsigned int> pages;
+    for (const tavo_midi::SongData& song : result.songs)
+        for (const TL::PageNum& page : song.GetTimeline().GetPageNums())
+            pages.push_back(page.page_number());
+    EXPECT_THAT(pages, ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(ImportOfScores, PickupThatTheArrangerNames_ComesBeforeTheLabelledBars) {
+    Write("01_a.musicxml", Score("A", Measure("5", 4, FourFour) + Measure("6", 4)));
+    request_.pickupBeats["1"] = 1;
+    EXPECT_EQ("0=0 5=480 6=2400", PrintBars(Import({"01_a.musicxml"}).songs.front()));
+}
+
+TEST_F(ImportOfScores, BesideAMidiFile_NotesAndTempoAreTheFilesAndTheRestTheScores) {
+    Write("01_a.mid", Midi(2));
+    Write("01_b.musicxml", Score("Title", Measure("X", 4, std::string(NewPage) + FourFour) +
+                                              Measure("Y", 4,
+                                                      "<direction><direction-type><rehearsal>A</rehearsal>"
+                                                      "</direction-type></direction>")));
+    const ImportResult result = Import({"01_b.musicxml", "01_a.mid"});
+    ASSERT_EQ(1U, result.songs.size());
+    const tavo_midi::SongData& song = result.songs.front();
+    EXPECT_EQ("Title", song.GetTitle());
+    EXPECT_EQ("X=0 Y=1536", PrintBars(song));
+    EXPECT_EQ(384, song.GetTicksPerQuarter());
+    EXPECT_EQ(16U, song.GetEvents().size()) << "four notes a bar, and no program";
+    EXPECT_EQ(600000U, song.GetTimeline().GetTempos()[0].microseconds_per_quarter());
+    EXPECT_EQ(1U, song.GetTimeline().GetPageNums().size());
+    EXPECT_THAT(PrintEdits("1"), testing::AllOf(HasSubstr("\"A\""), testing::Not(HasSubstr("from the MIDI file"))));
+}
+
+TEST_F(ImportOfScores, BesideAMidiFileOfTheSameName_WithoutANumber) {
+    Write("March.mid", Midi(1));
+    Write("March.musicxml", Score("The March", Measure("1", 4, FourFour)));
+    const ImportResult result = Import({"March.mid", "March.musicxml"});
+    ASSERT_EQ(1U, result.songs.size());
+    EXPECT_EQ("The March", result.songs.front().GetTitle());
+}
+
+TEST_F(ImportOfScores, BesideAMidiFileThatDoesNotMarkThePickup_TheScoreDoes) {
+    Write("01.mid", [] {
+        tavo_midi::Smf smf = tavo_midi::ReadSmf(Midi(3), "midi");
+        smf.events.resize(18);  // a pick-up of one quarter and two bars
+        smf.tracks[0].eventCount = 18;
+        return tavo_midi::WriteSmf(smf);
+    }());
+    Write("01.musicxml", Score("A", Measure("0", 1, FourFour) + Measure("1", 4) + Measure("2", 4)));
+    EXPECT_EQ("0=0 1=384 2=1920", PrintBars(Import({"01.mid", "01.musicxml"}).songs.front()));
+}
+
+TEST_F(ImportOfScores, BesideAMidiFileWithOtherBars_NamesTheBarAndStops) {
+    Write("01.mid", Midi(3));
+    Write("01.musicxml", Score("A", Measure("1", 4, FourFour) + Measure("2", 3) + Measure("3", 4)));
+    EXPECT_THAT(
+        [this] {
+            (void)Import({"01.mid", "01.musicxml"});
+        },
+        testing::ThrowsMessage<std::runtime_error>(
+            HasSubstr("disagree at bar 3: it begins at tick 3072 in the MIDI file and at tick 2688 in the "
+                      "score")));
+    EXPECT_FALSE(std::filesystem::exists(directory_ / "show"));
+}
+
+TEST_F(ImportOfScores, BesideALongerMidiFile_NamesTheLastBarAndStops) {
+    Write("01.mid", Midi(3));
+    Write("01.musicxml", Score("A", Measure("1", 4, FourFour) + Measure("2", 4)));
+    EXPECT_THAT(
+        [this] {
+            (void)Import({"01.mid", "01.musicxml"});
+        },
+        testing::ThrowsMessage<std::runtime_error>(HasSubstr("goes on behind bar 2, the last one")));
+}
+
+TEST_F(ImportOfScores, AsWrittenBesideAMidiFile_ScalesTheEditsToItsTicks) {
+    Write("01.mid", Midi(2));
+    Write("01.musicxml", Repeated);
+    request_.asWritten = true;
+    (void)Import({"01.mid", "01.musicxml"});
+    EXPECT_THAT(PrintEdits("1"), testing::ContainsRegex("repeat +bar 2 +2 times"));
+}
+
+TEST_F(ImportOfScores, TellsItsSteps) {
+    Write("01_a.musicxml", Repeated);
+    std::vector<std::string> steps;
+    request_.reportProgress = [&](std::size_t done, std::size_t total, const std::string& next) {
+        steps.push_back(std::to_string(done) + "/" + std::to_string(total) + " " + next.substr(0, next.find(' ')));
+    };
+    (void)Import({"01_a.musicxml"});
+    EXPECT_THAT(steps, ElementsAre("0/1 reading", "0/1 laying"));
+}
+
+TEST_F(ImportOfScores, NotAScore_IsOneSentenceThatNamesTheFile) {
+    Write("01_a.musicxml", "no XML at all");
+    const test_support::ProgramResult import =
+        RunStage({"import", directory_ / "01_a.musicxml", "-o", directory_ / "show"});
+    EXPECT_EQ(1, import.exitCode);
+    EXPECT_THAT(import.err, testing::AllOf(HasSubstr("stage: "), HasSubstr("01_a.musicxml")));
+    EXPECT_EQ(1, std::count(import.err.begin(), import.err.end(), '\n')) << import.err;
+}
+
+TEST_F(ImportOfScores, TheFirstScoresOfTheReadme_AreImportedWithoutANote) {
+    const std::filesystem::path folder = std::filesystem::path(__FILE__).parent_path() / "../../examples/first-score";
+    const test_support::ProgramResult import = RunStage({"import", folder, "--written", "-o", directory_ / "show"});
+    EXPECT_EQ(0, import.exitCode);
+    EXPECT_EQ("", import.err);
+    const std::string edits = PrintEdits("1");
+    for (const char* edit : {"repeat", "vamp", "fermata", "caesura", "marker"})
+        EXPECT_THAT(edits, HasSubstr(edit));
+    EXPECT_EQ("nothing is wrong\n", RunStage({"check", directory_ / "show"}).out);
+}
+
+}  // namespace
