@@ -30,6 +30,8 @@ constexpr Group Groups[] = {
     {"open", bench::AddOpenRows},
     {"save", bench::AddSaveRows},
     {"render", bench::AddRenderRows},
+    {"score", bench::AddScoreRows},
+    {"midi", bench::AddMidiRows},
 };
 
 void PrintUsage() {

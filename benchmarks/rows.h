@@ -19,6 +19,10 @@ void AddBeatsRows(Table& table, const Effort& effort);
 void AddOpenRows(Table& table, const Effort& effort);
 void AddSaveRows(Table& table, const Effort& effort);
 void AddRenderRows(Table& table, const Effort& effort);
+void AddScoreRows(Table& table, const Effort& effort);
+void AddMidiRows(Table& table, const Effort& effort);
+/// Part of the former: time code's look-ups.
+void AddConverterRows(Table& table, const Effort& effort);
 
 /// What a process does that was started with this argument and a path: it opens the show, and writes how many
 /// milliseconds that took.

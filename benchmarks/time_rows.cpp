@@ -8,7 +8,9 @@
 #include "benchmarks/rows.h"
 #include "benchmarks/stand.h"
 #include "benchmarks/yardsticks.h"
+#include "tavo_midi/show_data.h"
 #include "tavo_midi/tempo_map.h"
+#include "tavo_midi/time_code_converter.h"
 
 namespace bench {
 
@@ -17,13 +19,29 @@ namespace {
 constexpr unsigned int KeyStep = 4000;
 constexpr unsigned int TicksPerQuarter = 480;
 
-std::shared_ptr<tavo_midi::TempoMap> MakeTempoMap(std::size_t tempos) {
+TL::TimelineSequence<TL::Tempo> MakeTempos(std::size_t tempos) {
     TL::TimelineSequence<TL::Tempo> sequence;
     Random random(tempos);
     for (unsigned int i = 0; i < tempos; ++i)
         sequence.Append({i * KeyStep, 300000 + random.Below(600000)});
-    return std::make_shared<tavo_midi::TempoMap>(sequence, TicksPerQuarter);
+    return sequence;
 }
+
+std::shared_ptr<tavo_midi::TempoMap> MakeTempoMap(std::size_t tempos) {
+    return std::make_shared<tavo_midi::TempoMap>(MakeTempos(tempos), TicksPerQuarter);
+}
+
+/// A song with so many tempos, and time code's converter for it.
+struct ConvertedSong {
+    explicit ConvertedSong(std::size_t tempos) {
+        TL::Timeline timeline(0, static_cast<unsigned int>(tempos) * KeyStep);
+        timeline.GetTempos() = MakeTempos(tempos);
+        showData.AddSong({"1", timeline, TicksPerQuarter});
+        converter.UpdateToNewSong("1", TicksPerQuarter);
+    }
+    tavo_midi::ShowData showData;
+    TimeCodeConverter converter{showData};
+};
 
 std::shared_ptr<HowToPlay> MakeTracker(std::size_t beats) {
     static auto* const controls = new UserControls;
@@ -111,6 +129,35 @@ void AddTimeRows(Table& table, const Effort& effort) {
         AddLookUpRow(table, effort, "tick to bar", size,
                      AtRandom(size, [tracker](unsigned int tick) { tracker->Seek(tick); }),
                      PlayingOn(size, [tracker](unsigned int tick) { tracker->Advance(tick); }));
+    }
+}
+
+void AddConverterRows(Table& table, const Effort& effort) {
+    for (const std::size_t size : effort.Sizes()) {
+        const auto song = std::make_shared<ConvertedSong>(size);
+        Candidate search = BranchlessSearch(size);
+        search.operations = 4 * Questions;
+        const Candidate toSeconds =
+            AtRandom(size, [song](unsigned int tick) { benchmark::DoNotOptimize(song->converter.GetSeconds(tick)); });
+        // As many seconds as a tick's share of the song: no look-up but the one that is measured.
+        const double secondsPerTick =
+            song->converter.GetSeconds(static_cast<unsigned int>(size) * KeyStep) / static_cast<double>(size * KeyStep);
+        const Candidate toTick = AtRandom(size, [song, secondsPerTick](unsigned int tick) {
+            benchmark::DoNotOptimize(song->converter.GetTickIndex(tick * secondsPerTick));
+        });
+        const std::vector<Timing> timings = MeasureInterleaved({search, toSeconds, toTick}, effort, Clock::ThreadCpu);
+        const std::string n = FormatCount(static_cast<double>(size));
+        for (const std::size_t row : {1U, 2U}) {
+            table.Add({row == 1 ? "time code: tick to seconds" : "time code: seconds to tick",
+                       n,
+                       "branchless search",
+                       FormatTime(timings[0].Median()),
+                       FormatTime(timings[row].Median()),
+                       FormatRatio(MedianRatio(timings[row], timings[0])),
+                       "",
+                       "",
+                       {}});
+        }
     }
 }
 

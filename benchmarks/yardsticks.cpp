@@ -76,7 +76,7 @@ Candidate MapInsertAndErase() {
             }};
 }
 
-double MeasurePipeWakeNanoseconds(std::size_t times) {
+Timing MeasurePipeWakes(std::size_t times) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) throw std::runtime_error("No pipe could be opened to measure a wake-up with.");
     std::atomic<double> woken{0};
@@ -99,7 +99,11 @@ double MeasurePipeWakeNanoseconds(std::size_t times) {
     close(ends[1]);
     reader.join();
     close(ends[0]);
-    return wakes.Median();
+    return wakes;
+}
+
+double MeasurePipeWakeNanoseconds(std::size_t times) {
+    return MeasurePipeWakes(times).Median();
 }
 
 }  // namespace bench

@@ -24,6 +24,8 @@ inline constexpr std::size_t Questions = 4096;
 /// The same with the erasing.
 [[nodiscard]] Candidate MapInsertAndErase();
 /// A byte through a pipe to another thread: from the write until the thread runs.
+[[nodiscard]] Timing MeasurePipeWakes(std::size_t times);
+/// The median.
 [[nodiscard]] double MeasurePipeWakeNanoseconds(std::size_t times);
 
 /// Index of the first of the ascending `keys` that is not less than `key`; the steps depend on the size only.
