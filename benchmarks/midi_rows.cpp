@@ -32,6 +32,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
+/// Between presses and between a pipe's wakes alike: all that sleeps is equally cold.
+constexpr unsigned int PauseMicroseconds = 4000;
+
 double SteadyNanoseconds() {
     return static_cast<double>(std::chrono::steady_clock::now().time_since_epoch().count());
 }
@@ -101,11 +104,11 @@ Presses MeasurePresses(tavo_midi::MidiSystemChoice choice, std::size_t presses) 
     });
     for (std::size_t press = 0; press < presses; ++press) {
         if (press % 50 == 0) {
-            const Timing batch = MeasurePipeWakes(50);
+            const Timing batch = MeasurePipeWakes(50, PauseMicroseconds);
             for (const double wake : batch.Rounds())
                 measured.wakes.Add(wake);
         }
-        std::this_thread::sleep_for(4ms);
+        std::this_thread::sleep_for(std::chrono::microseconds(PauseMicroseconds));
         calledAt = 0;
         pedal.Press();
         const double end = SteadyNanoseconds() + 1e9;

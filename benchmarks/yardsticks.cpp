@@ -76,7 +76,7 @@ Candidate MapInsertAndErase() {
             }};
 }
 
-Timing MeasurePipeWakes(std::size_t times) {
+Timing MeasurePipeWakes(std::size_t times, unsigned int pauseMicroseconds) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) throw std::runtime_error("No pipe could be opened to measure a wake-up with.");
     std::atomic<double> woken{0};
@@ -88,7 +88,7 @@ Timing MeasurePipeWakes(std::size_t times) {
     Timing wakes;
     for (std::size_t i = 0; i < times; ++i) {
         // Long enough for the reader to be asleep again.
-        usleep(300);
+        usleep(pauseMicroseconds);
         woken = 0;
         const double start = ReadNanoseconds(Clock::Wall);
         if (write(ends[1], "", 1) != 1) throw std::runtime_error("The pipe to measure a wake-up with broke.");

@@ -24,7 +24,8 @@ inline constexpr std::size_t Questions = 4096;
 /// The same with the erasing.
 [[nodiscard]] Candidate MapInsertAndErase();
 /// A byte through a pipe to another thread: from the write until the thread runs.
-[[nodiscard]] Timing MeasurePipeWakes(std::size_t times);
+/// Between the bytes the thread sleeps; the longer, the colder it is.
+[[nodiscard]] Timing MeasurePipeWakes(std::size_t times, unsigned int pauseMicroseconds = 300);
 /// The median.
 [[nodiscard]] double MeasurePipeWakeNanoseconds(std::size_t times);
 

@@ -207,7 +207,7 @@ TEST_P(MidiPorts, FloodOfTenThousandASecond_TheNextCommandIsNotHeldUp) {
     ASSERT_EQ(delays.size(), 20U);
     std::sort(delays.begin(), delays.end());
     EXPECT_LT(delays[10], 10ms);
-    RecordProperty("longestDelayUs", static_cast<int>(delays.back() / 1us));
+    std::printf("longest delay of 20 presses: %d us\n", static_cast<int>(delays.back() / 1us));
 }
 
 INSTANTIATE_TEST_SUITE_P(Systems, MidiPorts, testing::Values(MidiSystemChoice::Jack, MidiSystemChoice::RtMidi),
