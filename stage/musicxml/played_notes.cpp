@@ -101,12 +101,17 @@ private:
     }
 
     void RefuseTooMany() const {
+        std::vector<std::size_t> ofBar(score_.bars.size(), 0);
+        for (const WrittenNote& note : score_.notes)
+            ++ofBar[note.bar];
+        for (const WrittenPedal& pedal : score_.pedals)
+            ++ofBar[pedal.bar];
         std::size_t count = 0;
         for (const PlayedBar& played : order_.bars)
-            count += firstNotes_[played.bar + 1] - firstNotes_[played.bar];
+            count += ofBar[played.bar];
         if (count > MostNotes)
-            throw std::runtime_error(
-                fmt::format("the music has {} notes when its repeats are played, more than {}", count, MostNotes));
+            throw std::runtime_error(fmt::format(
+                "the music has {} notes and pedals when its repeats are played, more than {}", count, MostNotes));
     }
 
     void PlayBar(std::size_t index) {

@@ -17,6 +17,9 @@ namespace {
 /// What a jump leads to.
 enum class Aim { Any, Fine, Coda };
 
+/// Bars and marks on the way, for each bar that there may be: a bar full of marks is not repeated for ever.
+constexpr std::size_t MostWork = 16;
+
 bool Holds(const std::vector<int>& numbers, int number) {
     return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
 }
@@ -80,10 +83,11 @@ public:
                 EnterPassagesAt(bar, -1);
                 continue;
             }
-            if (order_.bars.size() == maxBars_) {
+            work_ += 1 + bars_[bar].marks.size();
+            if (order_.bars.size() == maxBars_ || work_ > MostWork * maxBars_) {
                 order_.notes.push_back(
-                    fmt::format("the repeats ask for more than {} bars: the music is ended before {}", maxBars_,
-                                NameBar(bars_, bar)));
+                    fmt::format("the repeats ask for more than {} bars, or {} marks: the music is ended before {}",
+                                maxBars_, MostWork * maxBars_, NameBar(bars_, bar)));
                 break;
             }
             Play(bar);
@@ -259,6 +263,7 @@ private:
     std::vector<int> arrivals_;  // by the first ending of a chain
     /// Bar and index of a mark, and the pass where it names passes: a jump is taken once.
     std::set<std::pair<std::pair<std::size_t, std::size_t>, int>> taken_;
+    std::size_t work_ = 0;
     bool hasJumped_ = false;
     Aim aim_ = Aim::Any;
     PlayedOrder order_;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "stage/musicxml/repeat_plan.h"
+#include "tavo_midi/show_file.h"
 #include "tavo_midi/tempo_map.h"
 
 namespace stage::musicxml {
@@ -31,10 +32,6 @@ std::optional<unsigned int> ReadNumber(const std::string& text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return number;
-}
-
-std::string AddTime(const std::string& text, std::uint32_t time) {
-    return time == 1 ? text : fmt::format("{} ({})", text, time);
 }
 
 /// A meter for a bar, and whether the bar is as long as it.
@@ -137,6 +134,16 @@ private:
         return label;
     }
 
+    /// The text of a bar or a place that is played for that time.
+    std::string AddTime(const std::string& text, std::uint32_t time) {
+        textBytes_ += text.size();
+        if (textBytes_ > tavo_midi::MaxShowJsonBytes)
+            throw std::runtime_error(
+                fmt::format("its bar labels and markers come to more than {} bytes when it is played",
+                            tavo_midi::MaxShowJsonBytes));
+        return time == 1 ? text : fmt::format("{} ({})", text, time);
+    }
+
     void AppendMeter(std::uint32_t tick, const PlayedBar& played, const WrittenMeter& written) {
         const FittedMeter meter = FitMeter(score_.bars[played.bar].length, written, score_.unitsPerQuarter);
         if (meter.numerator == 0)
@@ -202,6 +209,7 @@ private:
     FittedMeter meter_;
     WrittenKey key_;
     std::uint64_t count_ = 1;
+    std::size_t textBytes_ = 0;
     SongLayout layout_;
 };
 

@@ -98,6 +98,10 @@ private:
             const auto score = scores.find(NameSong(song.file));
             if (score == scores.end()) continue;
             SongOfFile& beside = songs_[score->second];
+            const auto isOfSameFile = [&song](const SongOfFile& other) { return other.file == song.file; };
+            if (std::count_if(songs_.begin(), songs_.end(), isOfSameFile) > 1)
+                throw std::runtime_error(fmt::format("\"{}\" holds several songs, so that \"{}\" cannot be its score",
+                                                     song.file, beside.file));
             isJoined[score->second] = true;
             scores.erase(score);
             song.song = JoinMidiAndScore(song, std::move(beside));

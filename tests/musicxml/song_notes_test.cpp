@@ -163,6 +163,15 @@ TEST_F(NotesOfSong, MoreInstrumentsThanChannels_ShareWithANote) {
                 ElementsAre("1 instruments share channels with others: there are 240 channels only"));
 }
 
+TEST_F(NotesOfSong, MoreNotesThanAShowHolds_AreRefused) {
+    score_.bars = test_support::ParseFlow("A :|1000000");
+    for (int i = 0; i < 100; ++i)
+        Note(0, 60, 0, 1);
+    EXPECT_THAT([this] { (void)Play(); },
+                testing::ThrowsMessage<std::runtime_error>("the music has 25000000 notes and pedals when its repeats "
+                                                           "are played, more than 2097152"));
+}
+
 TEST_F(NotesOfSong, PedalIsLiftedByAJumpToWhereItIsUp) {
     score_.bars = test_support::ParseFlow("|: A B :|");
     score_.pedals = {{1, 0, 0, true}};

@@ -92,6 +92,21 @@ TEST(SongWithoutBars, IsRefused) {
                 testing::ThrowsMessage<std::runtime_error>("the score has no bars"));
 }
 
+TEST(SongOfEndlessTexts, IsRefused) {
+    mx::WrittenScore score = MakeScore("A :|1000000");
+    score.bars[0].label = std::string(1000, 'x');
+    EXPECT_THAT([&] { (void)MakeScoreSong(score, BarOrder::AsPlayed); },
+                testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr("bar labels and markers")));
+}
+
+TEST(SongOfEndlessMarks, EndsWithANote) {
+    mx::WrittenScore score = MakeScore("A :|1000000");
+    score.bars[0].marks.assign(100000, {MarkKind::Breath, 0, 0, 0, "", {}});
+    const mx::PlayedOrder order = OrderBars(score, BarOrder::AsPlayed);
+    EXPECT_EQ(39U, order.bars.size());
+    EXPECT_THAT(order.notes, ElementsAre(testing::HasSubstr("the repeats ask for more than")));
+}
+
 TEST(TicksOfOddDivisions, DoNotDrift) {
     mx::WrittenScore score = MakeScore("");
     score.unitsPerQuarter = 7;
