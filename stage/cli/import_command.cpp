@@ -32,10 +32,10 @@ void ReadPickup(const std::string& text, std::map<std::string, double>& pickups)
         throw CLI::ValidationError("--pickup", fmt::format("song {} is given twice", text.substr(0, sign)));
 }
 
-void PrintNotes(const std::vector<std::string>& notes) {
-    for (std::size_t i = 0; i < notes.size() && i < MostNotes; ++i)
+void PrintNotes(const std::vector<std::string>& notes, std::size_t most) {
+    for (std::size_t i = 0; i < notes.size() && i < most; ++i)
         std::cerr << "note: " << MakePrintable(notes[i]) << '\n';
-    if (notes.size() > MostNotes) std::cerr << fmt::format("note: and {} more\n", notes.size() - MostNotes);
+    if (notes.size() > most) std::cerr << fmt::format("note: and {} more\n", notes.size() - most);
 }
 
 void Import(ImportWords& words) {
@@ -48,7 +48,8 @@ void Import(ImportWords& words) {
         };
         return stage::ImportShow(words.request);
     }();
-    PrintNotes(result.notes);
+    // What no edit can say is a list to be worked through.
+    PrintNotes(result.notes, words.request.asWritten ? result.notes.size() : MostNotes);
     std::cout << fmt::format("{} is now the show \"{}\", version 1.0\n\n", words.request.showPath,
                              MakePrintable(result.title))
               << MakeSongTable({result.songs.begin(), result.songs.end()});
@@ -81,17 +82,16 @@ void AddImportCommand(CLI::App& app, int&) {
         "\nEvery file is a song. Its number is what the name begins with: 01_Overture.mid is song 1, 12a_Reprise.mid\n"
         "song 12a; files without a number come after the others. Its title is the one that stands in the file, or its\n"
         "name. A MIDI file of format 2 gives a song for each of its sequences.\n"
-        "\nA score's repeats, endings and jumps are played out: the show has the bars in the order in which they "
-        "sound,\n"
-        "\"12\" and, the second time, \"12 (2)\", with tempos, pages and markers, and no edits but these. With "
-        "--written\n"
-        "every bar stays where it is printed. A repeat becomes a repeat edit, or a vamp where \"vamp\" stands over it, "
-        "a\n"
-        "fermata a fermata, a breath mark or caesura a caesura, \"attacca\" at the end the attacca. Endings and jumps\n"
-        "cannot be edits; the import names each of them.\n"
+        "\nA score's repeats, endings and jumps are played out: the show has the bars in the order in which they\n"
+        "sound, \"12\" and, the second time, \"12 (2)\", with tempos, pages and markers, and no other edits. With\n"
+        "--written every bar stays where it is printed: a repeat becomes a repeat edit, or a vamp where \"vamp\" "
+        "stands\n"
+        "over it, a fermata a fermata, a breath mark or caesura a caesura, \"attacca\" at the end the attacca. "
+        "Endings\n"
+        "and jumps cannot be edits; the import names each of them.\n"
         "\nA MIDI file and a score with the same number, or without numbers the same name, are one song: notes, "
         "tempos,\n"
-        "meters and keys come from the MIDI file, everything else from the score. Their bars must agree.\n"
+        "meters and keys are the MIDI file's, everything else is the score's. Their bars must agree.\n"
         "\nExamples:\n"
         "  stage import songs/ -o myshow --title \"My Show\"\n"
         "  stage import 01_Overture.mxl 02_Arrival.musicxml -o myshow --written\n"

@@ -153,7 +153,7 @@ private:
 
     [[nodiscard]] bool IsDotted(Units length) const {
         const Units whole = 4 * score_.unitsPerQuarter;
-        if (length <= 0 || length * 128 % whole != 0) return false;
+        if (length <= 0 || length > 64 * whole || length * 128 % whole != 0) return false;
         const auto parts = static_cast<std::uint64_t>(length * 128 / whole);
         return parts >> std::countr_zero(parts) == 3;
     }
@@ -168,9 +168,10 @@ private:
     }
 
     void PlayNote(const WrittenNote& note, Units barStart, const GraceGroup* graces) {
+        const Units length = std::min(note.length, grid_.GetBarStart(order_.bars.size()));
         const Units begin = barStart + note.position;
-        const Units end = begin + note.length;
-        const Units soundingEnd = begin + note.length * note.soundingPercent / 100;
+        const Units end = begin + length;
+        const Units soundingEnd = begin + length * note.soundingPercent / 100;
         if (note.tieStop && ContinueTie(note, begin, end, soundingEnd)) return;
         std::uint32_t beginTick = grid_.ToTick(begin);
         if (graces != nullptr && graces->kind == GraceKind::OnBeat)

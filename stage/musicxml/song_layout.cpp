@@ -229,6 +229,7 @@ SongGrid::SongGrid(const WrittenScore& score, const PlayedOrder& order)
 }
 
 std::uint32_t SongGrid::ToTick(Units position) const {
+    position = std::clamp<Units>(position, 0, starts_.back());
     const Units quarters = position / unitsPerQuarter_;
     const Units rest = position % unitsPerQuarter_;
     return static_cast<std::uint32_t>(quarters * ScoreTicksPerQuarter +

@@ -26,7 +26,7 @@ public:
     [[nodiscard]] Units GetBarStart(std::size_t played) const { return starts_[played]; }
     [[nodiscard]] std::uint32_t GetBarTick(std::size_t played) const { return ToTick(starts_[played]); }
     [[nodiscard]] std::uint32_t GetEndTick() const { return ToTick(starts_.back()); }
-    /// Of a place counted from the beginning.
+    /// Of a place counted from the beginning; a place behind the end is the end.
     [[nodiscard]] std::uint32_t ToTick(Units position) const;
 
 private:

@@ -215,6 +215,19 @@ TEST_F(ImportOfScores, NotAScore_IsOneSentenceThatNamesTheFile) {
     EXPECT_EQ(1, std::count(import.err.begin(), import.err.end(), '\n')) << import.err;
 }
 
+TEST_F(ImportOfScores, AsWritten_NamesEverythingThatNoEditCanSay) {
+    std::string measures = Measure("1", 4, FourFour);
+    for (int bar = 2; bar <= 31; ++bar)
+        measures += Measure(std::to_string(bar), 4,
+                            "<direction><direction-type><words>D.C.</words></direction-type>"
+                            "<sound dacapo='yes'/></direction>");
+    Write("01_a.musicxml", Score("A", measures));
+    const test_support::ProgramResult import =
+        RunStage({"import", directory_ / "01_a.musicxml", "-o", directory_ / "show", "--written"});
+    EXPECT_EQ(30, std::count(import.err.begin(), import.err.end(), '\n')) << import.err;
+    EXPECT_THAT(import.err, HasSubstr("the D.C. in bar 31 is no edit: playback goes on there"));
+}
+
 TEST_F(ImportOfScores, TheFirstScoresOfTheReadme_AreImportedWithoutANote) {
     const std::filesystem::path folder = std::filesystem::path(__FILE__).parent_path() / "../../examples/first-score";
     const test_support::ProgramResult import = RunStage({"import", folder, "--written", "-o", directory_ / "show"});
