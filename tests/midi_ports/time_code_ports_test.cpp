@@ -69,7 +69,7 @@ protected:
 /// Seconds a rate is listened to: TAVO_TIME_CODE_SECONDS, or few.
 int SecondsToListen() {
     const char* const seconds = std::getenv("TAVO_TIME_CODE_SECONDS");
-    return seconds == nullptr ? 3 : std::atoi(seconds);
+    return seconds == nullptr ? 2 : std::atoi(seconds);
 }
 
 /// How far each quarter frame lies from its even place, ascending; the median of all places is the origin.
