@@ -25,8 +25,10 @@ struct MidiTimeCodeController::Impl : MidiConnection {
 
     const std::string settingsPath;
 
-    // Taken in this order: connectMutex, the system's lock, mutex.
+    // Taken in this order: connectMutex, the system's lock or fileMutex, mutex. The last is what a rendering thread
+    // takes: no disk and no device is waited for under it.
     std::mutex connectMutex;
+    std::mutex fileMutex;   ///< held while the file is written
     bool isWanted = false;  ///< guarded by connectMutex
     mutable std::mutex mutex;
     // Guarded by mutex:
@@ -89,10 +91,30 @@ struct MidiTimeCodeController::Impl : MidiConnection {
     /// Changes a setting, has it take effect at once and keeps it.
     template <class Change>
     void Set(Change change) {
-        const std::lock_guard lock(mutex);
-        change();
-        PostFeed();
-        WriteTimeCodeSettings(settingsPath, settings);
+        SetQuietly([&] {
+            change();
+            PostFeed();
+        });
+    }
+    /// Changes a setting that takes effect later, and keeps it.
+    template <class Change>
+    void SetQuietly(Change change) {
+        {
+            const std::lock_guard lock(mutex);
+            change();
+        }
+        Save();
+    }
+
+    /// Whoever writes last writes what was set last.
+    void Save() {
+        const std::lock_guard fileLock(fileMutex);
+        TimeCodeSettings saved;
+        {
+            const std::lock_guard lock(mutex);
+            saved = settings;
+        }
+        WriteTimeCodeSettings(settingsPath, saved);
     }
 
     /// Wants the chosen output while it is active. Called under connectMutex.
@@ -115,8 +137,7 @@ struct MidiTimeCodeController::Impl : MidiConnection {
             change();
         }
         Reconnect();
-        const std::lock_guard settingsLock(mutex);
-        WriteTimeCodeSettings(settingsPath, settings);
+        Save();
     }
 };
 
@@ -198,9 +219,7 @@ MidiTimeCodeController::JumpRule MidiTimeCodeController::GetJumpRule() const {
 }
 
 void MidiTimeCodeController::SetJumpRule(JumpRule rule) {
-    const std::lock_guard lock(impl_->mutex);
-    impl_->settings.jumpRule = rule;
-    WriteTimeCodeSettings(impl_->settingsPath, impl_->settings);
+    impl_->SetQuietly([&] { impl_->settings.jumpRule = rule; });
 }
 
 bool MidiTimeCodeController::GetHoursAreSongNumbers() const {
