@@ -43,7 +43,8 @@ function(tavo_library name folder)
 endfunction()
 
 # tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL] [OPTIMISED])
-# SERIAL is for tests that keep time with real devices: nothing else runs beside them.
+# SERIAL is for tests that keep time with real devices: no two run at once, and the first begins at once, since they wait
+# more than they compute.
 # The tests are not optimised, what they test is; OPTIMISED is for those that compute for long themselves.
 # All sources of tests/<folder> make one program; each of its tests is known to ctest. A folder without sources is skipped.
 function(tavo_test folder program)
@@ -73,5 +74,9 @@ function(tavo_test folder program)
     if(TARGET stage AND "${ARG_LINK}" MATCHES "stage_(lib|cli)")
         add_dependencies(${program} stage)
     endif()
-    gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${ARG_SERIAL})
+    set(properties TIMEOUT ${ARG_TIMEOUT})
+    if(ARG_SERIAL)
+        list(APPEND properties RESOURCE_LOCK real_time COST 1000)
+    endif()
+    gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
 endfunction()
