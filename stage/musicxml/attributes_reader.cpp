@@ -40,31 +40,22 @@ pugi::xml_node FindFirstStaff(const pugi::xml_node& attributes, const char* name
     return {};
 }
 
-/// Where a change stands inside the bar it holds from the next one on.
-template <typename Value>
-void State(Reading& reading, bool isInside, const Value& value, Value& running, std::optional<Value>& ofBar,
-           std::optional<Value>& ofNextBar, const char* what) {
-    if (isInside) {
-        if (value == running) return;
-        reading.Warn(fmt::format("a change of {} inside the measure is read at the next one", what));
-        ofNextBar = value;
-        return;
-    }
-    ofBar = running = value;
+void WarnOfChangeInside(Reading& reading, const char* what) {
+    reading.Warn(fmt::format("a change of {} inside the measure is read at the next one", what));
 }
 
-void ReadTime(Reading& reading, const PartReading& part, BarDraft& bar, bool isInside, const pugi::xml_node& time) {
+/// Where a change stands inside the bar it holds from the next one on.
+void ReadTime(Reading& reading, PartReading& part, bool isInside, const pugi::xml_node& time) {
     const std::optional<WrittenMeter> meter = ReadMeter(time);
     if (!meter) {
         reading.Warn("a meter cannot be read and is left out");
-        return;
+    } else if (!isInside) {
+        part.meter = meter;
+        part.statesMeter = true;
+    } else if (*meter != part.meter.value_or(CommonTime)) {
+        if (part.index == 0) WarnOfChangeInside(reading, "meter");
+        part.nextMeter = meter;
     }
-    const bool isFirst = part.index == 0 || (bar.index == 0 && !bar.bar.meter);
-    if (isFirst)
-        State(reading, isInside, *meter, reading.meter, bar.bar.meter, reading.nextMeter, "meter");
-    else if (!isInside && *meter != reading.meter)
-        reading.Warn(fmt::format("the part's meter {} differs from {}, which is the score's", DescribeMeter(*meter),
-                                 DescribeMeter(reading.meter)));
 }
 
 void ReadKeySignature(Reading& reading, const PartReading& part, BarDraft& bar, bool isInside,
@@ -75,11 +66,15 @@ void ReadKeySignature(Reading& reading, const PartReading& part, BarDraft& bar, 
         return;
     }
     const bool isFirst = part.index == 0 || (bar.index == 0 && !bar.bar.key);
-    if (isFirst)
-        State(reading, isInside, *key, reading.key, bar.bar.key, reading.nextKey, "key");
-    else if (!isInside && key->fifths != reading.key.fifths)
+    if (isFirst && !isInside) {
+        bar.bar.key = reading.key = *key;
+    } else if (isFirst && *key != reading.key) {
+        WarnOfChangeInside(reading, "key");
+        reading.nextKey = key;
+    } else if (!isFirst && !isInside && key->fifths != reading.key.fifths) {
         reading.Warn(fmt::format("the part's key, {}, differs from {}, which is the score's", DescribeKey(*key),
                                  DescribeKey(reading.key)));
+    }
 }
 
 }  // namespace
@@ -90,7 +85,7 @@ void ReadAttributes(Reading& reading, PartReading& part, BarDraft& bar, Units cu
         ReadDivisions(reading, part, node);
     for (const pugi::xml_node& node : attributes.children("transpose"))
         ReadTranspose(part, node);
-    if (const pugi::xml_node time = FindFirstStaff(attributes, "time")) ReadTime(reading, part, bar, cursor > 0, time);
+    if (const pugi::xml_node time = FindFirstStaff(attributes, "time")) ReadTime(reading, part, cursor > 0, time);
     if (const pugi::xml_node key = FindFirstStaff(attributes, "key"))
         ReadKeySignature(reading, part, bar, cursor > 0, key);
 }

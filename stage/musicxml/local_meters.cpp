@@ -1,5 +1,7 @@
 #include "stage/musicxml/local_meters.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -54,6 +56,29 @@ private:
     double fill_ = 0;
 };
 
+/// Nothing where no part has a meter.
+const PartReading* FindLeader(const Reading& reading, Units filled) {
+    const PartReading* first = nullptr;
+    for (const PartReading& part : reading.parts) {
+        if (!part.meter) continue;
+        if (first == nullptr) first = &part;
+        if (filled > 0 && GetMeterUnits(*part.meter, reading.score.unitsPerQuarter) == filled) return &part;
+    }
+    return first;
+}
+
+void WarnOfOwnMeters(Reading& reading) {
+    for (PartReading& part : reading.parts) {
+        if (!part.statesMeter || *part.meter == reading.meter || part.hasOwnMeter) continue;
+        part.hasOwnMeter = true;
+        reading.part = &part;
+        reading.Warn(
+            fmt::format("the part's meter {} differs from {}, which is the score's; the part is not named again",
+                        DescribeMeter(*part.meter), DescribeMeter(reading.meter)));
+    }
+    reading.part = nullptr;
+}
+
 }  // namespace
 
 void FindFittedBars(Reading& reading) {
@@ -77,6 +102,13 @@ void FindFittedBars(Reading& reading) {
     }
     for (std::size_t part = 0; part < walks.size(); ++part)
         if (!fits[part]) reading.parts[part].fittedBars.clear();
+}
+
+void SettleMeter(Reading& reading, BarDraft& bar) {
+    const PartReading* leader = FindLeader(reading, bar.filled);
+    if (leader == nullptr) return;
+    if (leader->statesMeter || *leader->meter != reading.meter) bar.bar.meter = reading.meter = *leader->meter;
+    WarnOfOwnMeters(reading);
 }
 
 Units FitLength(const Reading& reading, const BarFit& fit, Units length, const pugi::xml_node& note) {

@@ -11,6 +11,7 @@
 #include "stage/musicxml/barline_reader.h"
 #include "stage/musicxml/direction_reader.h"
 #include "stage/musicxml/divisions.h"
+#include "stage/musicxml/local_meters.h"
 #include "stage/musicxml/meters_and_keys.h"
 #include "stage/musicxml/note_reader.h"
 #include "stage/musicxml/xml_values.h"
@@ -131,14 +132,17 @@ BarDraft BeginBar(Reading& reading, std::uint32_t index) {
     reading.label.clear();
     bar.bar.startsRepeat = std::exchange(reading.nextStartsRepeat, false);
     bar.bar.endingStart = std::exchange(reading.nextEndingStart, std::nullopt);
-    bar.bar.meter = std::exchange(reading.nextMeter, std::nullopt);
     bar.bar.key = std::exchange(reading.nextKey, std::nullopt);
-    if (bar.bar.meter) reading.meter = *bar.bar.meter;
     if (bar.bar.key) reading.key = *bar.bar.key;
+    for (PartReading& part : reading.parts) {
+        part.statesMeter = part.nextMeter.has_value();
+        if (part.nextMeter) part.meter = std::exchange(part.nextMeter, std::nullopt);
+    }
     return bar;
 }
 
 void FinishBar(Reading& reading, BarDraft bar) {
+    SettleMeter(reading, bar);
     const Units unitsPerQuarter = reading.score.unitsPerQuarter;
     const Units meterUnits = GetMeterUnits(reading.meter, unitsPerQuarter);
     bar.bar.length = bar.filled > 0 ? bar.filled : meterUnits > 0 ? meterUnits : 4 * unitsPerQuarter;

@@ -12,7 +12,7 @@ void ReadMeasure(Reading& reading, PartReading& part, BarDraft& bar, const pugi:
 /// Starts a bar with what the bar before left for it.
 [[nodiscard]] BarDraft BeginBar(Reading& reading, std::uint32_t index);
 
-/// Gives the bar its length and its marks in order, and adds it to the score.
+/// Gives the bar its meter, its length and its marks in order, and adds it to the score.
 void FinishBar(Reading& reading, BarDraft bar);
 
 }  // namespace stage::musicxml

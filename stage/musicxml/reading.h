@@ -58,6 +58,14 @@ struct PartReading {
     std::int64_t divisions = 0;
     Transposition transposition;
     std::map<int, Transposition> staffTranspositions;
+    /// In force at the place of the reader; none before the part states one.
+    std::optional<WrittenMeter> meter;
+    /// Stated inside a bar, for the next one.
+    std::optional<WrittenMeter> nextMeter;
+    /// Whether the meter is stated for the bar that is read.
+    bool statesMeter = false;
+    /// Whether a warning has said that its meters are its own.
+    bool hasOwnMeter = false;
     std::map<std::uint32_t, BarFit> fittedBars;
     std::map<int, OpenSlur> slurs;
     std::map<int, OpenSlur> slurStopsAhead;
@@ -102,6 +110,9 @@ struct BarDraft {
     std::vector<WrittenPedal> pedals;
 };
 
+/// Holds before any meter is stated.
+inline const WrittenMeter CommonTime{{4}, 4};
+
 /// Most marks, dynamics and pedals of a whole score.
 inline constexpr std::size_t MaxMarks = 200'000;
 
@@ -113,13 +124,13 @@ struct Reading {
     /// Beside score.notes.
     std::vector<NoteLoudness> loudness;
 
+    /// The score's, of the last bar that is finished.
+    WrittenMeter meter = CommonTime;
     /// What holds at the place of the reader.
-    WrittenMeter meter{{4}, 4};
     WrittenKey key;
     /// Quarter notes a minute.
     double tempo = 120;
     /// Stated inside or at the end of a bar, for the next one.
-    std::optional<WrittenMeter> nextMeter;
     std::optional<WrittenKey> nextKey;
     bool nextStartsRepeat = false;
     std::optional<WrittenEnding> nextEndingStart;

@@ -72,7 +72,7 @@ struct WrittenBar {
     /// Not counted: a pick-up, or the second half of a split bar.
     bool isImplicit = false;
     /// What the parts really fill, above 0; the longest part counts. An empty bar has its meter's length. It may differ
-    /// from the meter's: pick-ups, split bars, 12/8 in the first part against 4/4 in others.
+    /// from the meter's: pick-ups, split bars.
     Units length = 0;
     /// Changes at the bar's beginning.
     std::optional<WrittenMeter> meter;

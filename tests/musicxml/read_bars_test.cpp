@@ -65,7 +65,36 @@ TEST(ReadMeter, OfAnotherPart_StaysLocalWithAWarning) {
     const WrittenScore score = Read(TwoParts(Time("4", "4"), Time("2", "2")));
     EXPECT_EQ((WrittenMeter{{4}, 4}), score.bars[0].meter);
     EXPECT_EQ(std::vector<std::string>{"\"a.xml\", part P2 (Horn in F), measure 1: the part's meter 2/2 differs from "
-                                       "4/4, which is the score's"},
+                                       "4/4, which is the score's; the part is not named again"},
+              score.warnings);
+}
+
+TEST(ReadMeter, OfTwoParts_IsTheFirstOnesThatIsAsLongAsTheBar) {
+    const std::string whole = Note("C4", 16);
+    const WrittenMeter twelve{{12}, 8};
+    const WrittenMeter four{{4}, 4};
+    EXPECT_EQ(four, Read(TwoParts(Time("12", "8") + whole, Time("4", "4") + whole)).bars[0].meter);
+    EXPECT_EQ(four, Read(TwoParts(Time("4", "4") + whole, Time("12", "8") + whole)).bars[0].meter);
+    EXPECT_EQ(twelve, Read(TwoParts(Time("12", "8") + Note("C4", 24), Time("4", "4") + whole)).bars[0].meter);
+    EXPECT_EQ(twelve, Read(TwoParts(Time("12", "8") + Note("C4", 4), Time("4", "4"))).bars[0].meter) << "none fits";
+    EXPECT_EQ(twelve, Read(TwoParts(Time("12", "8"), Time("4", "4"))).bars[0].meter) << "an empty bar";
+}
+
+TEST(ReadMeter, OfTheFirstPartAlone_LeavesTheBarsTheirsAndIsToldOfOnce) {
+    const std::string whole = Note("C4", 16);
+    const std::string half = Note("C4", 8);
+    const auto bars = [](const std::string& first, const std::string& second, const std::string& third) {
+        return first + "</measure><measure number=\"2\">" + second + "</measure><measure number=\"3\">" + third;
+    };
+    const WrittenScore score =
+        Read(TwoParts(bars(Time("4", "4") + whole, Time("12", "8") + whole, Time("6", "8") + half),
+                      bars(Time("4", "4") + whole, whole, Time("2", "4") + half)));
+    ASSERT_EQ(3u, score.bars.size());
+    EXPECT_EQ((WrittenMeter{{4}, 4}), score.bars[0].meter);
+    EXPECT_EQ(std::nullopt, score.bars[1].meter);
+    EXPECT_EQ((WrittenMeter{{2}, 4}), score.bars[2].meter);
+    EXPECT_EQ(std::vector<std::string>{"\"a.xml\", part P1 (Violin), measure 2: the part's meter 12/8 differs from "
+                                       "4/4, which is the score's; the part is not named again"},
               score.warnings);
 }
 
