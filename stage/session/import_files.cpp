@@ -22,7 +22,8 @@ namespace fs = std::filesystem;
 
 class Files {
 public:
-    explicit Files(bool asWritten) : midi_(MakeMidiScoreReader()), score_(MakeMusicXmlScoreReader(asWritten)) {}
+    explicit Files(bool asWritten)
+        : asWritten_(asWritten), midi_(MakeMidiScoreReader()), score_(MakeMusicXmlScoreReader(asWritten)) {}
 
     std::vector<SongOfFile> Read(const std::vector<std::string>& paths, const ReportImport& report) {
         const std::vector<std::string> files = List(paths);
@@ -34,6 +35,11 @@ public:
                 songs_.push_back({files[i], std::move(song)});
         }
         if (songs_.empty()) throw std::runtime_error("the files hold no songs");
+        const bool hasScore = std::any_of(files.begin(), files.end(),
+                                          [this](const std::string& file) { return FindReader(file) == score_.get(); });
+        if (asWritten_ && !hasScore)
+            songs_.front().song.notes.insert(songs_.front().song.notes.begin(),
+                                             "--written has no effect: none of the files is a MusicXML score");
         JoinPairs();
         return std::move(songs_);
     }
@@ -112,6 +118,7 @@ private:
         songs_ = std::move(kept);
     }
 
+    const bool asWritten_;
     const std::unique_ptr<ScoreReader> midi_;
     const std::unique_ptr<ScoreReader> score_;
     std::vector<SongOfFile> songs_;

@@ -13,7 +13,8 @@ using ReportImport = std::function<void(std::size_t done, std::size_t total, con
 
 /// The songs of score files and of folders whose score files are meant, in the order in which people number them. A
 /// MIDI file and a score of the same song (the same number in their names, or without one the same name) are one song.
-/// `asWritten` is MakeMusicXmlScoreReader's. Throws std::runtime_error with one sentence that names the file.
+/// `asWritten` is MakeMusicXmlScoreReader's; where no file is such a score, a note says that it has no effect. Throws
+/// std::runtime_error with one sentence that names the file.
 [[nodiscard]] std::vector<SongOfFile> ReadSongFiles(const std::vector<std::string>& paths, bool asWritten,
                                                     const ReportImport& report);
 

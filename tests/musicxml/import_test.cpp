@@ -228,6 +228,22 @@ TEST_F(ImportOfScores, AsWritten_NamesEverythingThatNoEditCanSay) {
     EXPECT_THAT(import.err, HasSubstr("the D.C. in bar 31 is no edit: playback goes on there"));
 }
 
+TEST_F(ImportOfScores, AsWrittenOfMidiFilesOnly_NotesThatItHasNoEffect) {
+    Write("01_a.mid", Midi(2));
+    Write("02_b.mid", Midi(2));
+    const test_support::ProgramResult import =
+        RunStage({"import", directory_ / "01_a.mid", directory_ / "02_b.mid", "-o", directory_ / "show", "--written"});
+    EXPECT_EQ(0, import.exitCode);
+    EXPECT_EQ("note: --written has no effect: none of the files is a MusicXML score\n", import.err);
+}
+
+TEST_F(ImportOfScores, AsWrittenOfAMidiFileAndAScore_NotesNothing) {
+    Write("01_a.mid", Midi(2));
+    Write("02_b.musicxml", Repeated);
+    request_.asWritten = true;
+    EXPECT_TRUE(Import({"01_a.mid", "02_b.musicxml"}).notes.empty());
+}
+
 TEST_F(ImportOfScores, TheFirstScoresOfTheReadme_AreImportedWithoutANote) {
     const std::filesystem::path folder = std::filesystem::path(__FILE__).parent_path() / "../../examples/first-score";
     const test_support::ProgramResult import = RunStage({"import", folder, "--written", "-o", directory_ / "show"});
