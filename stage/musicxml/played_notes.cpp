@@ -20,6 +20,8 @@ using tavo_midi::MidiEvent;
 
 /// A note-on and a note-off are eight bytes of a file at least.
 constexpr std::size_t MostNotes = tavo_midi::MaxShowMemberBytes / 8;
+/// A controller is four.
+constexpr std::size_t MostPedalEvents = tavo_midi::MaxShowMemberBytes / 4;
 /// Grace notes before the beat are thirty-seconds. Those on the beat take half of the note that they delay, of a dotted
 /// one two thirds.
 constexpr std::uint32_t GraceTicks = ScoreTicksPerQuarter / 8;
@@ -244,7 +246,7 @@ private:
         }
     }
 
-    void PressPedals(PlayedNotes& played) const {
+    void PressPedals(PlayedNotes& played) {
         std::vector<std::vector<WrittenPedal>> pedalsOf(score_.parts.size());
         for (const WrittenPedal& pedal : score_.pedals)
             pedalsOf[pedal.part].push_back(pedal);
@@ -252,11 +254,15 @@ private:
             if (!pedalsOf[part].empty()) PressPedal(part, pedalsOf[part], played.eventsOfPart[part]);
     }
 
-    void PressPedal(std::size_t part, const std::vector<WrittenPedal>& pedals, std::vector<MidiEvent>& events) const {
+    void PressPedal(std::size_t part, const std::vector<WrittenPedal>& pedals, std::vector<MidiEvent>& events) {
         bool isDown = false;
         const auto press = [&](std::uint32_t tick, bool down) {
             if (down == isDown) return;
             isDown = down;
+            pedalEvents_ += channels_.ofPart[part].size();
+            if (pedalEvents_ > MostPedalEvents)
+                throw std::runtime_error(
+                    fmt::format("the pedals of all instruments need more than {} MIDI events", MostPedalEvents));
             for (const MidiChannel& channel : channels_.ofPart[part])
                 AppendController(events, tick, channel, Sustain, down ? 127 : 0);
         };
@@ -288,6 +294,7 @@ private:
     const InstrumentChannels channels_;
     const std::vector<std::size_t> firstNotes_;  // by bar, and the number of notes
     std::vector<Sound> sounds_;
+    std::size_t pedalEvents_ = 0;
     /// Part, key and end of a note that is tied to another: its index in sounds_.
     std::map<std::tuple<std::uint16_t, std::uint8_t, Units>, std::size_t> ties_;
 };

@@ -1,5 +1,6 @@
-// Any bytes as a MusicXML score: what is read keeps the promises of the model, or there is one sentence. Behind a first
-// byte 'M' each byte chooses an element of a measure, and the next one the number in it.
+// Any bytes as a MusicXML score: what is read keeps the promises of the model and becomes a song, as played and as
+// written, or there is one sentence. Behind a first byte 'M' each byte chooses an element of a measure, and the next
+// one the number in it.
 
 #include <algorithm>
 #include <array>
@@ -12,6 +13,9 @@
 #include <tuple>
 
 #include "stage/musicxml/score_file.h"
+#include "stage/musicxml/score_song.h"
+#include "tavo_midi/smf_reader.h"
+#include "tavo_midi/song_builder.h"
 #include "tavo_midi/utf8_text.h"
 
 namespace {
@@ -144,6 +148,25 @@ void CheckNotes(const WrittenScore& score) {
                 pedal.position <= score.bars[pedal.bar].length);
 }
 
+void RequireOneLine(std::string_view sentence) {
+    Require(!sentence.empty() && sentence.find('\n') == std::string_view::npos);
+}
+
+/// What an import makes of the score.
+void CheckSong(const WrittenScore& score, BarOrder barOrder) {
+    try {
+        stage::ScoreSong song = MakeScoreSong(score, barOrder);
+        for (const std::string& note : song.notes)
+            RequireOneLine(note);
+        song.packed.options.number = "1";
+        const tavo_midi::SongData built =
+            tavo_midi::BuildSong(tavo_midi::ReadSmf(song.packed.smf, "fuzz.mid"), song.packed.options, "fuzz.mid");
+        Require(!built.GetTimeline().GetMeters().empty() && !built.GetTimeline().GetTempos().empty());
+    } catch (const std::runtime_error& error) {
+        RequireOneLine(error.what());
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -159,9 +182,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             CheckBar(bar);
         CheckNotes(score);
         for (const std::string& warning : score.warnings)
-            Require(warning.find('\n') == std::string::npos);
+            RequireOneLine(warning);
+        CheckSong(score, BarOrder::AsPlayed);
+        CheckSong(score, BarOrder::AsWritten);
     } catch (const std::runtime_error& error) {
-        Require(std::string_view(error.what()).find('\n') == std::string_view::npos);
+        RequireOneLine(error.what());
     }
     return 0;
 }

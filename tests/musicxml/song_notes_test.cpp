@@ -172,6 +172,14 @@ TEST_F(NotesOfSong, MoreNotesThanAShowHolds_AreRefused) {
                                                            "are played, more than 2097152"));
 }
 
+TEST_F(NotesOfSong, PedalsOfMoreInstrumentsThanAShowHolds_AreRefused) {
+    score_.parts.front().instruments.resize(4000);
+    for (mx::Units at = 0; at < 1100; ++at)
+        score_.pedals.push_back({0, 0, at, at % 2 == 0});
+    EXPECT_THAT([this] { (void)Play(); }, testing::ThrowsMessage<std::runtime_error>(
+                                              "the pedals of all instruments need more than 4194304 MIDI events"));
+}
+
 TEST_F(NotesOfSong, PedalIsLiftedByAJumpToWhereItIsUp) {
     score_.bars = test_support::ParseFlow("|: A B :|");
     score_.pedals = {{1, 0, 0, true}};
