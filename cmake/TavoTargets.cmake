@@ -18,6 +18,13 @@ function(tavo_build_fast target flag)
     endif()
 endfunction()
 
+# tavo_precompile(<target>): reads the large headers of others once. The clang preset does without precompiled headers, so
+# that every source is seen to include what it needs.
+function(tavo_precompile target)
+    target_precompile_headers(${target} PRIVATE <algorithm> <filesystem> <functional> <map> <mutex> <string> <vector>
+                              <fmt/format.h> <nlohmann/json.hpp>)
+endfunction()
+
 # tavo_library(<name> <folder> DEPENDS <targets>...)
 # Public headers lie in <folder>/include, sources in <folder>/src or <folder>/Sources. Without sources it is header-only.
 function(tavo_library name folder)

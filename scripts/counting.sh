@@ -21,10 +21,11 @@ run_check() {
     if "$@"; then count_pass; else count_fail "$name"; fi
 }
 
-# build_and_test <preset>: the build is one check, every test another one. No build, no tests: old programs prove nothing.
+# build_and_test <preset> [<target>...]: builds everything, and the targets. The build is one check, every test another one.
+# No build, no tests: old programs prove nothing.
 build_and_test() {
     local preset=$1 failed_before=$failed
-    run_check "build $preset" build "$preset"
+    run_check "build $preset" build "$preset" all "${@:2}"
     if ((failed > failed_before)); then return; fi
     say "tests $preset"
     rm -f "build/$preset/tests.xml"
@@ -38,7 +39,7 @@ build() {
         cat "$log"
         return 1
     fi
-    cmake --build --preset "$1" -j2
+    cmake --build --preset "$1" -j2 --target "${@:2}"
 }
 
 # count_tests <preset> <report>: adds the totals of ctest's report. Skipped tests count as neither.
