@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "stage/musicxml/instrument_channels.h"
+#include "tavo_midi/playing_order.h"
 #include "tavo_midi/show_file.h"
 
 namespace stage::musicxml {
@@ -90,18 +91,11 @@ public:
         for (const Sound& sound : sounds_)
             AppendSound(sound, played.eventsOfPart[sound.part]);
         for (auto& events : played.eventsOfPart)
-            std::stable_sort(events.begin(), events.end(), [](const MidiEvent& a, const MidiEvent& b) {
-                return std::pair(a.tick, RankOf(a)) < std::pair(b.tick, RankOf(b));
-            });
+            events = tavo_midi::PutInPlayingOrder(std::move(events));
         return played;
     }
 
 private:
-    static int RankOf(const MidiEvent& event) {
-        const int kind = event.status >> 4;
-        return kind == 8 ? 0 : kind == 9 ? 2 : 1;
-    }
-
     void RefuseTooMany() const {
         std::vector<std::size_t> ofBar(score_.bars.size(), 0);
         for (const WrittenNote& note : score_.notes)

@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <optional>
 #include <set>
 #include <utility>
 
 #include "stage/musicxml/repeat_plan.h"
+#include "stage/session/letters.h"
 
 namespace stage::musicxml {
 
@@ -33,9 +33,7 @@ Aim FindAim(const WrittenBar& bar) {
     Aim aim = Aim::Any;
     for (const WrittenMark& mark : bar.marks) {
         if (mark.kind != MarkKind::Words && !IsJump(mark)) continue;
-        std::string text = mark.text;
-        std::transform(text.begin(), text.end(), text.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const std::string text = ToLower(mark.text);
         if (text.find("al fine") != std::string::npos) aim = Aim::Fine;
         if (text.find("al coda") != std::string::npos) aim = Aim::Coda;
     }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -13,6 +12,7 @@
 #include "kit/file.h"
 #include "kit/numeric_string_compare.h"
 #include "kit/path.h"
+#include "stage/session/letters.h"
 
 namespace stage {
 
@@ -46,10 +46,8 @@ public:
 
 private:
     [[nodiscard]] const ScoreReader* FindReader(const std::string& path) const {
-        std::string extension = kit::path::extension(path);
+        std::string extension = ToLower(kit::path::extension(path));
         if (!extension.empty()) extension.erase(0, 1);
-        std::transform(extension.begin(), extension.end(), extension.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         if (midi_->ReadsExtension(extension)) return midi_.get();
         return score_->ReadsExtension(extension) ? score_.get() : nullptr;
     }

@@ -7,6 +7,7 @@
 
 #include "kit/file.h"
 #include "kit/path.h"
+#include "stage/session/letters.h"
 #include "stage/session/score_reader.h"
 #include "tavo_midi/smf_reader.h"
 
@@ -19,12 +20,6 @@ bool IsDigit(char c) {
 }
 bool IsLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-std::string ToLower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
 }
 
 /// Names that programs give to a track of tempos when nobody has named it.

@@ -136,4 +136,12 @@ inline std::unique_ptr<Child> StartJackServer() {
     return server;
 }
 
+/// Starts the test's server in a /dev/shm of its own; returns why a test has to be skipped, else nothing.
+inline std::string PrepareJackServer(std::unique_ptr<Child>& server) {
+    if (!EnterOwnSharedMemory())
+        return "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
+    server = StartJackServer();
+    return server ? "" : "No JACK server with the dummy driver can be started here.";
+}
+
 }  // namespace test_support

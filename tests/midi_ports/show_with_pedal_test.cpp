@@ -83,10 +83,8 @@ class ShowWithPedal : public testing::Test {
 protected:
     void SetUp() override {
         if (test_support::IsSanitized) GTEST_SKIP() << "Music in real time needs a build without a sanitizer.";
-        if (!test_support::EnterOwnSharedMemory())
-            GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
-        server_ = test_support::StartJackServer();
-        if (!server_) GTEST_SKIP() << "No JACK server with the dummy driver can be started here.";
+        const std::string obstacle = test_support::PrepareJackServer(server_);
+        if (!obstacle.empty()) GTEST_SKIP() << obstacle;
         pedal_ = test_support::StartPeer("pedal");
         ASSERT_NE(pedal_, nullptr);
         tavo_midi::SetMidiSystemChoice(tavo_midi::MidiSystemChoice::Jack);

@@ -27,10 +27,8 @@ class TimeCodePit {
 protected:
     void Prepare(tavo_midi::MidiSystemChoice choice) {
         if (test_support::IsSanitized) GTEST_SKIP() << "Time code in real time needs a build without a sanitizer.";
-        if (!test_support::EnterOwnSharedMemory())
-            GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
-        server_ = test_support::StartJackServer();
-        if (!server_) GTEST_SKIP() << "No JACK server with the dummy driver can be started here.";
+        const std::string obstacle = test_support::PrepareJackServer(server_);
+        if (!obstacle.empty()) GTEST_SKIP() << obstacle;
         StartReceiver();
         tavo_midi::SetMidiSystemChoice(choice);
         controller_ = std::make_unique<MidiTimeCodeController>(directory_ / "midiTimeCodeSettings");

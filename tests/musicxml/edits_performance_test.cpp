@@ -10,6 +10,7 @@
 #include "tavo_core/bar_positions.h"
 #include "tests/support/run_program.h"
 #include "tests/support/show_table.h"
+#include "tests/support/trace_line.h"
 
 namespace {
 
@@ -23,15 +24,7 @@ std::vector<std::string> RenderBars(const std::string& show, const std::string& 
     std::vector<std::string> bars;
     std::istringstream lines(render.out);
     for (std::string line; std::getline(lines, line);) {
-        std::istringstream fields(line);
-        std::string frame;
-        std::string tick;
-        std::string event;
-        std::string details;
-        std::getline(fields, frame, '\t');
-        std::getline(fields, tick, '\t');
-        std::getline(fields, event, '\t');
-        std::getline(fields, details);
+        const auto [frame, tick, event, details] = test_support::ReadTraceLine(line);
         if (event == "song" && !bars.empty()) break;
         if (event == "bar") bars.push_back(details);
         // A display is not told the same bar twice in a row: the repeat of a single bar shows by its jump.

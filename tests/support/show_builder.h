@@ -14,6 +14,7 @@
 #include "stage/engine/offline_show.h"
 #include "stage/engine/sound_font.h"
 #include "tavo_core/active_change_log.h"
+#include "tests/support/trace_line.h"
 
 namespace test_support {
 
@@ -29,15 +30,7 @@ struct Performance {
         std::istringstream lines(trace);
         std::string text;
         for (std::string line; std::getline(lines, line);) {
-            std::istringstream fields(line);
-            std::string frame;
-            std::string tick;
-            std::string event;
-            std::string details;
-            std::getline(fields, frame, '\t');
-            std::getline(fields, tick, '\t');
-            std::getline(fields, event, '\t');
-            std::getline(fields, details);
+            const auto [frame, tick, event, details] = ReadTraceLine(line);
             if (!events.contains(event)) continue;
             char seconds[32];
             std::snprintf(seconds, sizeof seconds, "%.3f", std::stod(frame) / 48000);

@@ -1,4 +1,4 @@
-#include "playing_order.h"
+#include "tavo_midi/playing_order.h"
 
 #include <algorithm>
 #include <array>

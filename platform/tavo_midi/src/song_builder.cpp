@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "bar_walk.h"
-#include "playing_order.h"
+#include "tavo_midi/playing_order.h"
 #include "tavo_midi/tempo_map.h"
 
 namespace tavo_midi {
