@@ -15,8 +15,11 @@
 #include <vector>
 
 #include "benchmarks/rows.h"
+#include "stage/session/show_import.h"
 #include "tavo_midi/show_file.h"
 #include "tavo_midi/smf_writer.h"
+#include "tests/support/corpus.h"
+#include "tests/support/temporary_directory.h"
 
 namespace bench {
 
@@ -106,8 +109,31 @@ void AddOpeningRow(Table& table, const std::string& what, const std::string& n, 
                hasAim ? std::optional(milliseconds[2] < 300 && peak < 150) : std::nullopt});
 }
 
-/// A whole evening of sixty songs, and what lies in TAVO_BENCH_SHOW if that is set.
+/// The work of the corpus whose show is the largest, as the host imports it.
+void AddCorpusOpening(Table& table) {
+    if (!std::filesystem::is_directory(test_support::CorpusPath())) {
+        table.Add({"open the largest work of the corpus", "", "", "", "no corpus here", "", "", "", {}});
+        return;
+    }
+    const test_support::TemporaryDirectory directory;
+    std::filesystem::path largest;
+    for (const auto& work : std::filesystem::directory_iterator(test_support::CorpusPath())) {
+        const std::string name = work.path().filename().string();
+        if (!work.is_directory() || !name.starts_with("show_")) continue;
+        static_cast<void>(stage::ImportShow({.paths = {work.path().string()},
+                                             .showPath = directory / name,
+                                             .title = {},
+                                             .pickupBeats = {},
+                                             .reportProgress = {}}));
+        const std::filesystem::path show = std::filesystem::path(directory / name) / (name + ".showdata");
+        if (largest.empty() || file_size(show) > file_size(largest)) largest = show;
+    }
+    AddOpeningRow(table, "open the largest work of the corpus", largest.stem().string(), largest.string(), true);
+}
+
+/// Whole evenings: the largest real one, and sixty songs.
 void AddWholeOpenings(Table& table) {
+    AddCorpusOpening(table);
     constexpr unsigned int Songs = 60;
     constexpr std::size_t NotesPerSong = 25000;
     const std::string path =
@@ -115,9 +141,6 @@ void AddWholeOpenings(Table& table) {
     tavo_midi::WriteShowData(path, "A long evening", MakeSongs(Songs, NotesPerSong), tavo_midi::ExistingShow::Replace);
     AddOpeningRow(table, "open a show of 60 songs, own process", "1500000 notes", path, true);
     std::filesystem::remove(path);
-    if (const char* const named = std::getenv("TAVO_BENCH_SHOW"))
-        AddOpeningRow(table, "open the show that was named", std::filesystem::path(named).stem().string(), named,
-                      false);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Saving a change log and appending an edit to its journal, against one bare write of the same bytes.
 
+#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -74,7 +75,7 @@ void AddSaveRows(Table& table, const Effort& effort) {
              {"bare", [&](std::size_t) { WriteBare(bare, bytes, false); }, removeBare, 1},
              {"durable file", [&](std::size_t) { kit::WriteNewFileDurably(target, bytes); }, removeTarget, 1},
              {"save", [&](std::size_t) { log.Save(target); }, removeTarget, 1},
-             {"text only", [&](std::size_t) { static_cast<void>(CL::ChangeLog::Parse(log.AsText(), "log")); }, {}, 1}},
+             {"text", [&](std::size_t) { benchmark::DoNotOptimize(log.AsText()); }, {}, 1}},
             effort);
         const auto add = [&](const char* what, std::size_t measured, std::size_t yardstick, const char* against,
                              bool hasAim) {
@@ -86,7 +87,7 @@ void AddSaveRows(Table& table, const Effort& effort) {
         };
         add("save a change log", 3, 0, "bare write and flush", true);
         add("durable new file", 2, 0, "bare write and flush", false);
-        add("text and check of a save, no disk", 4, 1, "bare write, not flushed", false);
+        add("text of a save, no disk", 4, 1, "bare write, not flushed", false);
 
         const std::string path = log.Save("");
         CL::EditJournal journal(path);

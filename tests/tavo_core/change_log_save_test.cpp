@@ -2,7 +2,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
+#include <random>
+#include <string>
+#include <vector>
 
 #include "change_log_samples.h"
 #include "kit/file.h"
@@ -19,6 +23,65 @@ ChangeLog MakeLogIn(const TemporaryDirectory& directory, const std::string& show
     log.SetShowName(show);
     log.SetDirectory(directory.Path());
     return log;
+}
+
+/// One edit of any kind, its values at, within or beyond what a file can hold.
+void AddAtALimit(CL::SongLog& songLog, std::mt19937& random) {
+    constexpr float NoNumber = std::numeric_limits<float>::quiet_NaN();
+    constexpr float Endless = std::numeric_limits<float>::infinity();
+    constexpr int Wholes[] = {-25, -24, -1, 0, 1, 24, 25, 128, 129, 9999, 10000};
+    constexpr float Fractions[] = {-60.1F, -60, -0.0F, 0, 1e-45F, 1, 12, 12.1F, 100, 100.1F, NoNumber, Endless};
+    const std::string texts[] = {"",
+                                 "/a",
+                                 "/a\"\\\n",
+                                 "\xC3\xA9",
+                                 "\xFF",
+                                 "/\xED\xA0\x80",
+                                 "/\x7F",
+                                 "/\x01",
+                                 std::string(4096, '/'),
+                                 std::string(4097, '/')};
+    const int whole = Wholes[random() % std::size(Wholes)];
+    const float fraction = Fractions[random() % std::size(Fractions)];
+    const std::string& text = texts[random() % std::size(texts)];
+    const std::vector<CL::OscArgument> argument{fraction};
+    switch (random() % 12) {
+        case 0:
+            songLog.GetVamps().Add(CL::Vamp(0, 1, whole));
+            break;
+        case 1:
+            songLog.GetRepeats().Add(CL::Repeat(0, 1, whole));
+            break;
+        case 2:
+            songLog.GetTranspositions().Add(CL::Transposition(0, 1, whole));
+            break;
+        case 3:
+            songLog.GetClicks().Add(CL::Click(0, 1, whole));
+            break;
+        case 4:
+            songLog.GetTempoScales().Add(CL::TempoScale(0, 1, fraction));
+            break;
+        case 5:
+            songLog.GetSfxs().Add(CL::Sfx(0, 1, text, fraction));
+            break;
+        case 6:
+            songLog.GetSfxAmbients().Add(CL::SfxAmbient(0, 1, "rain.wav", fraction));
+            break;
+        case 7:
+            songLog.GetMarkers().Add(CL::Marker(~0U, text));
+            break;
+        case 8:
+            songLog.GetCaesuras().Add(CL::Caesura(0, text, ~0U));
+            break;
+        case 9:
+            songLog.GetOscs().Add(CL::Osc(0, text, "/go", argument));
+            break;
+        case 10:
+            songLog.GetOscs().Add(CL::Osc(0, "desk", text, {text, whole}));
+            break;
+        default:
+            songLog.GetOscs().Add(CL::Osc(0, "", "/go", std::vector<CL::OscArgument>(255 + random() % 3, 1)));
+    }
 }
 
 }  // namespace
@@ -152,6 +215,36 @@ TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
                   error.what());
     }
     EXPECT_TRUE(kit::listdir(directory.Path()).empty());
+}
+
+TEST(ChangeLogSave, AnyValues_AreSavedExactlyWhenTheyCanBeReadBack) {
+    std::mt19937 random(23);
+    int saved = 0;
+    constexpr int rounds = 3000;
+    for (int round = 0; round < rounds; ++round) {
+        const TemporaryDirectory directory;
+        ChangeLog log = MakeLogIn(directory, "a");
+        if (random() % 20 == 0) log.SetShowName(std::string(4096 + random() % 2, 's'));
+        CL::SongLog& songLog = log.GetSongLogs()[random() % 20 == 0 ? "" : "3"];
+        if (random() % 20 == 0) songLog.SetAttacca(static_cast<unsigned char>(2 + random() % 2));
+        AddAtALimit(songLog, random);
+        AddAtALimit(songLog, random);
+        std::string refusal;
+        try {
+            static_cast<void>(ChangeLog::Parse(log.AsText(), directory / "a-1.0.logdata"));
+        } catch (const std::runtime_error& error) {
+            refusal = error.what();
+        }
+        try {
+            EXPECT_EQ(log.AsText(), ChangeLog::Load(log.Save(directory / "a-1.0.logdata")).AsText());
+            ASSERT_EQ("", refusal) << log.AsText();
+            ++saved;
+        } catch (const std::runtime_error& error) {
+            ASSERT_EQ(refusal, error.what()) << log.AsText();
+        }
+    }
+    EXPECT_GT(saved, rounds / 5);
+    EXPECT_LT(saved, rounds * 4 / 5);
 }
 
 TEST(ChangeLogSave, WithoutADirectoryOrInAMissingOne_IsRefused) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "change_log_limits.h"
 #include "change_log_reader.h"
 #include "change_log_writer.h"
 #include "kit/file.h"
@@ -112,7 +113,11 @@ std::string ChangeLog::Save(const std::string& path) {
     }
     const std::string text = AsText();
     // Nobody notices a file that cannot be read back until the evening it is needed: better refuse it now.
-    static_cast<void>(Parse(text, target));
+    if (text.size() > longestFile)
+        throw std::runtime_error(
+            fmt::format("{}: the change log has {} bytes, and {} are the most.", target, text.size(), longestFile));
+    // The reader says what is wrong, and where.
+    if (!tavo_core::LiesWithinFormat(*this)) static_cast<void>(Parse(text, target));
     kit::WriteNewFileDurably(target, text);
     return target;
 }

@@ -2,9 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
+#include <concepts>
+#include <iterator>
+#include <limits>
 #include <string_view>
-#include <type_traits>
 #include <variant>
 
 #include "change_log_format.h"
@@ -16,61 +21,77 @@ namespace {
 
 using logdata::Field;
 
-std::string Quote(std::string_view text) {
-    std::string quoted = "\"";
-    for (const char character : text) {
-        if (character == '"' || character == '\\') {
-            quoted += '\\';
-            quoted += character;
-        } else if (static_cast<unsigned char>(character) < 0x20) {
-            quoted += fmt::format("\\u{:04x}", static_cast<unsigned int>(character));
-        } else {
-            quoted += character;
-        }
+// Every text is made in one go, in the text that is written to: a save waits for it.
+
+void Append(std::string& to, std::string_view text) {
+    to += '"';
+    for (;;) {
+        const auto special = std::find_if(text.begin(), text.end(), [](char character) {
+            return character == '"' || character == '\\' || static_cast<unsigned char>(character) < 0x20;
+        });
+        to.append(text.begin(), special);
+        if (special == text.end()) break;
+        if (static_cast<unsigned char>(*special) < 0x20)
+            fmt::format_to(std::back_inserter(to), "\\u{:04x}", static_cast<unsigned int>(*special));
+        else
+            to.append({'\\', *special});
+        text.remove_prefix(static_cast<std::size_t>(special - text.begin()) + 1);
     }
-    return quoted += '"';
+    to += '"';
 }
 
 // JSON has no word for what is no number; the reader refuses the null.
-std::string AsJson(float number) {
-    return std::isfinite(number) ? ShortestText(number) : "null";
-}
-std::string AsJson(int number) {
-    return std::to_string(number);
-}
-std::string AsJson(unsigned int number) {
-    return std::to_string(number);
-}
-std::string AsJson(const std::string& text) {
-    return Quote(text);
+void Append(std::string& to, float number) {
+    to += std::isfinite(number) ? ShortestText(number) : "null";
 }
 
-std::string AsJson(const std::vector<CL::OscArgument>& arguments) {
-    std::string list = "[";
-    for (const CL::OscArgument& argument : arguments) {
-        if (list.size() > 1) list += ',';
-        list += std::visit([](const auto& value) { return AsJson(value); }, argument);
+template <std::integral Number>
+void Append(std::string& to, Number number) {
+    std::array<char, std::numeric_limits<Number>::digits10 + 3> digits{};
+    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+    to.append(digits.data(), result.ptr);
+}
+
+void Append(std::string& to, const std::vector<CL::OscArgument>& arguments) {
+    to += '[';
+    for (bool isFirst = true; const CL::OscArgument& argument : arguments) {
+        if (!isFirst) to += ',';
+        isFirst = false;
+        std::visit([&to](const auto& value) { Append(to, value); }, argument);
     }
-    return list += ']';
+    to += ']';
 }
 
-/// One edit as one line.
+/// What stands before the value of a field.
+const std::string& HeadOf(Field field) {
+    static const auto heads = [] {
+        std::array<std::string, logdata::fieldCount> made;
+        for (std::size_t i = 0; i < made.size(); ++i)
+            made[i] = fmt::format(",\"{}\":", logdata::fieldNames[i]);
+        return made;
+    }();
+    return heads[static_cast<std::size_t>(field)];
+}
+
+/// One edit as one line at the end of a text.
 class EditLine {
 public:
-    explicit EditLine(unsigned char code) : line_(" {\"kind\":" + Quote(codes::EditName(code))) {}
+    /// `head` is what edits of the kind begin with.
+    EditLine(std::string& text, const std::string& head) : text_(text) { text_ += head; }
 
     template <class Value>
     EditLine& Add(Field field, const Value& value) {
-        line_.append(",\"").append(logdata::NameOf(field)).append("\":").append(AsJson(value));
+        text_ += HeadOf(field);
+        Append(text_, value);
         return *this;
     }
     EditLine& AddRange(const CL::PairedEvent& edit) {
         return Add(Field::Start, edit.start()).Add(Field::End, edit.end());
     }
-    std::string Finish() { return std::move(line_) + '}'; }
+    void Finish() { text_ += '}'; }
 
 private:
-    std::string line_;
+    std::string& text_;
 };
 
 void AddFields(EditLine& line, const CL::Vamp& edit) {
@@ -109,29 +130,46 @@ void AddFields(EditLine& line, const CL::Marker& edit) {
     line.Add(Field::Tick, edit.abs_time()).Add(Field::Text, edit.value());
 }
 
+void AppendSong(std::string& text, const std::string& number, const CL::SongLog& songLog) {
+    text += "{\"number\":";
+    Append(text, number);
+    text += ",\"attacca\":";
+    Append(text, songLog.GetAttacca());
+    text += ",\"edits\":[";
+    bool isFirst = true;
+    songLog.ForEachSequence([&](const auto& sequence) {
+        if (sequence.empty()) return;
+        const std::string head = fmt::format(",\n {{\"kind\":\"{}\"", codes::EditName(sequence[0].code()));
+        for (const auto& edit : sequence) {
+            EditLine line(text, isFirst ? head.substr(1) : head);
+            isFirst = false;
+            AddFields(line, edit);
+            line.Finish();
+        }
+    });
+    text += isFirst ? "]}" : "\n]}";
+}
+
 }  // namespace
 
 std::string WriteSong(const std::string& number, const CL::SongLog& songLog) {
-    std::string edits;
-    songLog.ForEachSequence([&edits](const auto& sequence) {
-        for (const auto& edit : sequence) {
-            EditLine line(edit.code());
-            AddFields(line, edit);
-            edits.append(edits.empty() ? "\n" : ",\n").append(line.Finish());
-        }
-    });
-    if (!edits.empty()) edits += '\n';
-    return fmt::format("{{\"number\":{},\"attacca\":{},\"edits\":[{}]}}", Quote(number), songLog.GetAttacca(), edits);
+    std::string text;
+    AppendSong(text, number, songLog);
+    return text;
 }
 
 std::string WriteChangeLog(const CL::ChangeLog& log) {
-    std::string songs;
-    for (const auto& [number, songLog] : log.GetSongLogs())
-        songs.append(songs.empty() ? "\n" : ",\n").append(WriteSong(number, songLog));
-    if (!songs.empty()) songs += '\n';
-    return fmt::format(
-        "{{\"format\":\"{}\",\"formatVersion\":{},\n\"show\":{},\n\"version\":\"{}\",\n\"songs\":[{}]}}\n",
-        logdata::formatName, logdata::formatVersion, Quote(log.GetShowName()), log.GetVersion().GetAsString(), songs);
+    std::string text = fmt::format("{{\"format\":\"{}\",\"formatVersion\":{},\n\"show\":", logdata::formatName,
+                                   logdata::formatVersion);
+    Append(text, log.GetShowName());
+    text += fmt::format(",\n\"version\":\"{}\",\n\"songs\":[", log.GetVersion().GetAsString());
+    for (bool isFirst = true; const auto& [number, songLog] : log.GetSongLogs()) {
+        text += isFirst ? "\n" : ",\n";
+        isFirst = false;
+        AppendSong(text, number, songLog);
+    }
+    text += log.GetSongLogs().empty() ? "]}\n" : "\n]}\n";
+    return text;
 }
 
 }  // namespace tavo_core
