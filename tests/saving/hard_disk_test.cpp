@@ -145,26 +145,25 @@ void WorkOnReadOnlyDisk(const std::string& directory) {
     Require(CountMarkersFound(log) == 2, "the show does not open with its edits");
 }
 
-}  // namespace
-
-TEST(HardDisk, FullDisk_RefusesEditAndSaveAndLosesNothing) {
+/// Does `work` in a directory that is a small disk, and fails the test for what it complains of.
+void TestOnSmallDisk(const char* mountOptions, void (*work)(const std::string&)) {
     const TemporaryDirectory directory;
     std::string complaint;
     const int code = RunOnSmallDisk(
-        directory.Path(), "size=64k", [&] { FillDiskWithEdits(directory.Path()); }, complaint);
+        directory.Path(), mountOptions, [&] { work(directory.Path()); }, complaint);
     if (code == CannotMount) GTEST_SKIP() << "no file system can be mounted here";
     EXPECT_EQ("", complaint);
     EXPECT_EQ(0, code);
 }
 
+}  // namespace
+
+TEST(HardDisk, FullDisk_RefusesEditAndSaveAndLosesNothing) {
+    TestOnSmallDisk("size=64k", FillDiskWithEdits);
+}
+
 TEST(HardDisk, ReadOnlyDisk_RefusesAndTheShowOpens) {
-    const TemporaryDirectory directory;
-    std::string complaint;
-    const int code = RunOnSmallDisk(
-        directory.Path(), "size=4m", [&] { WorkOnReadOnlyDisk(directory.Path()); }, complaint);
-    if (code == CannotMount) GTEST_SKIP() << "no file system can be mounted here";
-    EXPECT_EQ("", complaint);
-    EXPECT_EQ(0, code);
+    TestOnSmallDisk("size=4m", WorkOnReadOnlyDisk);
 }
 
 TEST(HardDisk, DirectoryThatVanished_RefusesUntilItIsThereAgain) {

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -19,6 +21,28 @@ const int second = 0;
 /// Adds letters to a text in the order in which callbacks run.
 std::function<void(void*)> Write(std::string& text, char letter) {
     return [&text, letter](void*) { text += letter; };
+}
+
+/// A callback that does `begin` first is still running elsewhere when its target is removed.
+void TestRemovalWaits(CallbackDispatcher& dispatcher, const std::function<void()>& begin) {
+    std::promise<void> hasBegun;
+    std::promise<void> mayGo;
+    std::atomic<bool> released{false};
+    dispatcher.AddCallback(&first, "play", [&](void*) {
+        begin();
+        hasBegun.set_value();
+        mayGo.get_future().wait();
+    });
+    std::thread notifier([&] { dispatcher.Notify("play", nullptr); });
+    hasBegun.get_future().wait();
+    std::thread releaser([&] {
+        released = true;
+        mayGo.set_value();
+    });
+    dispatcher.RemoveCallbacksForTarget(&first);
+    EXPECT_TRUE(released);
+    notifier.join();
+    releaser.join();
 }
 
 }  // namespace
@@ -94,45 +118,12 @@ TEST(CallbackDispatcher, CallbackThatThrows_EndsTheCallAndLeavesNothingRunning) 
 
 TEST(CallbackDispatcher, RemovingWhileItRunsElsewhere_WaitsForItsEnd) {
     CallbackDispatcher dispatcher;
-    std::promise<void> inside;
-    std::promise<void> mayGo;
-    std::atomic<bool> released{false};
-    dispatcher.AddCallback(&first, "play", [&](void*) {
-        inside.set_value();
-        mayGo.get_future().wait();
-    });
-    std::thread notifier([&] { dispatcher.Notify("play", nullptr); });
-    inside.get_future().wait();
-    std::thread releaser([&] {
-        released = true;
-        mayGo.set_value();
-    });
-    dispatcher.RemoveCallbacksForTarget(&first);
-    EXPECT_TRUE(released);
-    notifier.join();
-    releaser.join();
+    TestRemovalWaits(dispatcher, [] {});
 }
 
 TEST(CallbackDispatcher, RemovedInItsOwnCallback_AnotherThreadsRemovalStillWaits) {
     CallbackDispatcher dispatcher;
-    std::promise<void> removedItself;
-    std::promise<void> mayGo;
-    std::atomic<bool> released{false};
-    dispatcher.AddCallback(&first, "play", [&](void*) {
-        dispatcher.RemoveCallbacksForTarget(&first);
-        removedItself.set_value();
-        mayGo.get_future().wait();
-    });
-    std::thread notifier([&] { dispatcher.Notify("play", nullptr); });
-    removedItself.get_future().wait();
-    std::thread releaser([&] {
-        released = true;
-        mayGo.set_value();
-    });
-    dispatcher.RemoveCallbacksForTarget(&first);
-    EXPECT_TRUE(released);
-    notifier.join();
-    releaser.join();
+    TestRemovalWaits(dispatcher, [&] { dispatcher.RemoveCallbacksForTarget(&first); });
 }
 
 TEST(CallbackDispatcher, TwoCallbacksThatRemoveEachOthersTarget_DoNotWaitForEver) {

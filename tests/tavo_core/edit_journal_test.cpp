@@ -5,7 +5,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "change_log_samples.h"
 #include "kit/file.h"
@@ -35,6 +38,11 @@ protected:
         log_.GetSongLogs()["1"].GetMarkers().Add(CL::Marker(0, text));
         journal.Append(Compare(before, log_), log_);
     }
+    void AppendInAnEarlierLife(const std::vector<std::string>& texts) {
+        EditJournal journal(path_);
+        for (const std::string& text : texts)
+            Append(journal, text);
+    }
     /// The markers that the journal gives to the log as saved.
     [[nodiscard]] std::string Recover() const {
         ChangeLog log = ChangeLog::Load(path_);
@@ -59,11 +67,7 @@ protected:
 
 TEST_F(EditJournalTest, Changes_AreReadBackAndAppendedToInALaterLife) {
     EXPECT_THAT(EditJournal::Read(path_).changes, IsEmpty());
-    {
-        EditJournal journal(path_);
-        Append(journal, "a");
-        Append(journal, "b");
-    }
+    AppendInAnEarlierLife({"a", "b"});
     EXPECT_EQ("ab", Recover());
     EditJournal journal(path_);
     EXPECT_THAT(journal.GetChangesAtOpening(), SizeIs(2));
@@ -93,11 +97,7 @@ TEST_F(EditJournalTest, WithoutChanges_LeavesNoFile) {
 }
 
 TEST_F(EditJournalTest, CutOffAnywhere_GivesTheWholeLinesBefore) {
-    {
-        EditJournal journal(path_);
-        Append(journal, "a");
-        Append(journal, "b");
-    }
+    AppendInAnEarlierLife({"a", "b"});
     const std::string whole = Bytes();
     const std::size_t first = whole.find('\n') + 1;
     const std::size_t second = whole.find('\n', first) + 1;
@@ -117,11 +117,7 @@ TEST_F(EditJournalTest, CutOffAnywhere_GivesTheWholeLinesBefore) {
 }
 
 TEST_F(EditJournalTest, OneWrongBit_NeverGivesAnotherChange) {
-    {
-        EditJournal journal(path_);
-        Append(journal, "a");
-        Append(journal, "b");
-    }
+    AppendInAnEarlierLife({"a", "b"});
     const std::string whole = Bytes();
     const std::size_t first = whole.find('\n') + 1;
     const std::size_t second = whole.find('\n', first) + 1;

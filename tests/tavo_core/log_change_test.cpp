@@ -3,10 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
+#include <optional>
+#include <random>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "change_log_samples.h"
+#include "tavo_core/edit_text.h"
 #include "tests/tavo_core/test_timelines.h"
 
 using CL::ChangeLog;
@@ -23,6 +30,61 @@ const test_support::TestTimelines& Show() {
 
 std::vector<std::string> Describe(const ChangeLog& before, const ChangeLog& after) {
     return DescribeChange(Compare(before, after), Show());
+}
+
+/// Edits that crowd in a few bars, so that many share a place.
+ChangeLog MakeCrowd(std::mt19937& random) {
+    ChangeLog log;
+    CL::SongLog& song = log.GetSongLogs()["7"];
+    for (std::size_t count = random() % 12; count > 0; --count) {
+        const auto from = static_cast<unsigned int>(1 + random() % 3);
+        const auto to = from + static_cast<unsigned int>(1 + random() % 3);
+        switch (random() % 3) {
+            case 0:
+                song.GetVamps().Add(CL::Vamp(Bar(from), Bar(to), static_cast<int>(random() % 2)));
+                break;
+            case 1:
+                song.GetRepeats().Add(CL::Repeat(Bar(from), Bar(to), 2));
+                break;
+            default:
+                song.GetMarkers().Add(CL::Marker(Bar(from), random() % 2 == 0 ? "A" : "B"));
+        }
+    }
+    return log;
+}
+
+/// The rule of pairs in plain words: what is both removed and added is not told; each removed edit goes with the first
+/// added one of its kind that shares a start or an end.
+std::vector<std::string> DescribePlainly(const CL::SongChange& change) {
+    std::vector<CL::AnyEdit> removed = change.removed;
+    std::vector<CL::AnyEdit> added = change.added;
+    const auto take = [&added](const auto& isMeant) {
+        const auto found = std::find_if(added.begin(), added.end(), isMeant);
+        std::optional<CL::AnyEdit> taken;
+        if (found != added.end()) taken = *found, added.erase(found);
+        return taken;
+    };
+    std::erase_if(removed, [&](const CL::AnyEdit& edit) {
+        return take([&](const CL::AnyEdit& other) { return IsSameEdit(edit, other); }).has_value();
+    });
+    const TL::BarPositions positions(Show().GetTimelineOf("7"));
+    const auto describe = [&](const CL::AnyEdit& edit) { return CL::DescribeEdit(EventOf(edit), positions); };
+    std::vector<std::pair<unsigned int, std::string>> lines;
+    for (const CL::AnyEdit& edit : removed) {
+        const auto successor = take([&](const CL::AnyEdit& other) {
+            return edit.index() == other.index() &&
+                   (EventOf(edit).start() == EventOf(other).start() || EventOf(edit).end() == EventOf(other).end());
+        });
+        lines.emplace_back(EventOf(edit).abs_time(),
+                           describe(edit) + (successor ? " changed to " + describe(*successor) : " removed"));
+    }
+    for (const CL::AnyEdit& edit : added)
+        lines.emplace_back(EventOf(edit).abs_time(), describe(edit) + " added");
+    std::stable_sort(lines.begin(), lines.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::string> told;
+    for (const auto& [tick, line] : lines)
+        told.push_back("song 7: " + line);
+    return told;
 }
 
 }  // namespace
@@ -76,6 +138,31 @@ TEST(DescribeChange, RemovingOneOfATick_TellsOnlyOfThatOne) {
     ChangeLog second;
     second.GetSongLogs()["7"].GetMarkers().Add(CL::Marker(0, "B"));
     EXPECT_THAT(Describe(both, second), ElementsAre("song 7: marker 1, \"A\" removed"));
+}
+
+TEST(DescribeChange, CrowdedEdits_ArePairedByTheRule) {
+    std::mt19937 random(5);
+    int pairs = 0;
+    for (int round = 0; round < 1000; ++round) {
+        const CL::LogChange change = Compare(MakeCrowd(random), MakeCrowd(random));
+        if (change.IsEmpty()) continue;
+        const std::vector<std::string> told = DescribeChange(change, Show());
+        ASSERT_EQ(DescribePlainly(change.songs.at(0)), told) << round;
+        for (const std::string& line : told)
+            pairs += line.find(" changed to ") == std::string::npos ? 0 : 1;
+    }
+    EXPECT_GT(pairs, 1000);
+}
+
+TEST(DescribeChange, ManyDifferences_AreNotSlowToTell) {
+    ChangeLog before;
+    ChangeLog after;
+    constexpr unsigned int count = 40000;
+    for (unsigned int tick = 0; tick < count; ++tick) {
+        before.GetSongLogs()["7"].GetMarkers().Add(CL::Marker(2 * tick, "old"));
+        after.GetSongLogs()["7"].GetMarkers().Add(CL::Marker(2 * tick + 1, "new"));
+    }
+    EXPECT_EQ(2 * count, Describe(before, after).size());
 }
 
 TEST(LogChange, CompareOfRandomLogs_AppliesExactlyAndIsTakenBackExactly) {

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -124,21 +125,65 @@ void RemoveFrom(ChangeLogSequence<Edit>& sequence, const std::vector<AnyEdit>& r
 
 // --- describing ---
 
-/// Takes out the edits that are both removed and added: they only changed places among their equals.
-void CancelSame(std::vector<AnyEdit>& removed, std::vector<AnyEdit>& added) {
-    std::erase_if(removed, [&added](const AnyEdit& edit) {
-        const auto same =
-            std::find_if(added.begin(), added.end(), [&edit](const AnyEdit& other) { return IsSameEdit(edit, other); });
-        if (same == added.end()) return false;
-        added.erase(same);
-        return true;
-    });
-}
+/// Added edits that have not been paired with a removed one yet, found by their kinds and where they start and end.
+class Unpaired {
+public:
+    /// `edits` outlives the object.
+    explicit Unpaired(const std::vector<AnyEdit>& edits) : edits_(edits), isTaken_(edits.size(), false) {
+        for (std::size_t i = 0; i < edits.size(); ++i) {
+            byStart_[StartOf(edits[i])].insert(i);
+            byEnd_[EndOf(edits[i])].insert(i);
+        }
+    }
 
-bool ShareAnEnd(const AnyEdit& a, const AnyEdit& b) {
-    if (a.index() != b.index()) return false;
-    return EventOf(a).start() == EventOf(b).start() || EventOf(a).end() == EventOf(b).end();
-}
+    /// Whether one of them is the same edit; it is paired then.
+    bool TakeSame(const AnyEdit& edit) {
+        const auto found = byStart_.find(StartOf(edit));
+        if (found == byStart_.end()) return false;
+        const auto same = std::find_if(found->second.begin(), found->second.end(),
+                                       [&](std::size_t i) { return IsSameEdit(edits_[i], edit); });
+        if (same == found->second.end()) return false;
+        Take(*same);
+        return true;
+    }
+
+    /// The first of the kind that starts or ends where `edit` does, or null; it is paired then.
+    const AnyEdit* TakeSharingAnEnd(const AnyEdit& edit) {
+        std::size_t first = edits_.size();
+        if (const auto found = byStart_.find(StartOf(edit)); found != byStart_.end() && !found->second.empty())
+            first = *found->second.begin();
+        if (const auto found = byEnd_.find(EndOf(edit)); found != byEnd_.end() && !found->second.empty())
+            first = std::min(first, *found->second.begin());
+        if (first == edits_.size()) return nullptr;
+        Take(first);
+        return &edits_[first];
+    }
+
+    template <class Visitor>
+    void ForEach(Visitor&& visit) const {
+        for (std::size_t i = 0; i < edits_.size(); ++i) {
+            if (!isTaken_[i]) visit(edits_[i]);
+        }
+    }
+
+private:
+    using Place = std::pair<std::size_t, unsigned int>;  // kind and tick
+    using Index = std::map<Place, std::set<std::size_t>>;
+
+    static Place StartOf(const AnyEdit& edit) { return {edit.index(), EventOf(edit).start()}; }
+    static Place EndOf(const AnyEdit& edit) { return {edit.index(), EventOf(edit).end()}; }
+
+    void Take(std::size_t index) {
+        byStart_[StartOf(edits_[index])].erase(index);
+        byEnd_[EndOf(edits_[index])].erase(index);
+        isTaken_[index] = true;
+    }
+
+    const std::vector<AnyEdit>& edits_;
+    std::vector<bool> isTaken_;
+    Index byStart_;
+    Index byEnd_;
+};
 
 std::string DescribeFollowing(unsigned char attacca) {
     constexpr std::string_view words[] = {"normal", "attacca", "skip"};
@@ -146,9 +191,12 @@ std::string DescribeFollowing(unsigned char attacca) {
 }
 
 void DescribeSong(const SongChange& change, const TL::BarPositions& positions, std::vector<std::string>& lines) {
-    std::vector<AnyEdit> removed = change.removed;
-    std::vector<AnyEdit> added = change.added;
-    CancelSame(removed, added);
+    // What is both removed and added only changed places among its equals.
+    Unpaired added(change.added);
+    std::vector<const AnyEdit*> removed;
+    for (const AnyEdit& edit : change.removed) {
+        if (!added.TakeSame(edit)) removed.push_back(&edit);
+    }
     const auto describe = [&positions](const AnyEdit& edit) { return DescribeEdit(EventOf(edit), positions); };
     const auto tell = [&](const std::string& what) {
         lines.push_back(fmt::format("song {}: {}", change.songNumber, what));
@@ -158,16 +206,14 @@ void DescribeSong(const SongChange& change, const TL::BarPositions& positions, s
                          DescribeFollowing(change.attacca->after)));
 
     std::multimap<unsigned int, std::string> byPlace;
-    for (const AnyEdit& edit : removed) {
-        const auto successor =
-            std::find_if(added.begin(), added.end(), [&edit](const AnyEdit& other) { return ShareAnEnd(edit, other); });
-        const std::string fate =
-            successor == added.end() ? "removed" : fmt::format("changed to {}", describe(*successor));
-        byPlace.emplace(EventOf(edit).abs_time(), fmt::format("{} {}", describe(edit), fate));
-        if (successor != added.end()) added.erase(successor);
+    for (const AnyEdit* edit : removed) {
+        const AnyEdit* successor = added.TakeSharingAnEnd(*edit);
+        const std::string fate = successor == nullptr ? "removed" : fmt::format("changed to {}", describe(*successor));
+        byPlace.emplace(EventOf(*edit).abs_time(), fmt::format("{} {}", describe(*edit), fate));
     }
-    for (const AnyEdit& edit : added)
+    added.ForEach([&](const AnyEdit& edit) {
         byPlace.emplace(EventOf(edit).abs_time(), fmt::format("{} added", describe(edit)));
+    });
     for (const auto& [tick, what] : byPlace)
         tell(what);
 }
