@@ -220,7 +220,7 @@ TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
 TEST(ChangeLogSave, AnyValues_AreSavedExactlyWhenTheyCanBeReadBack) {
     std::mt19937 random(23);
     int saved = 0;
-    constexpr int rounds = 3000;
+    constexpr int rounds = 1000;
     for (int round = 0; round < rounds; ++round) {
         const TemporaryDirectory directory;
         ChangeLog log = MakeLogIn(directory, "a");
