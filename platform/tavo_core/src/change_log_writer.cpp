@@ -77,7 +77,7 @@ const std::string& HeadOf(Field field) {
 class EditLine {
 public:
     /// `head` is what edits of the kind begin with.
-    EditLine(std::string& text, const std::string& head) : text_(text) { text_ += head; }
+    EditLine(std::string& text, std::string_view head) : text_(text) { text_ += head; }
 
     template <class Value>
     EditLine& Add(Field field, const Value& value) {
@@ -141,7 +141,7 @@ void AppendSong(std::string& text, const std::string& number, const CL::SongLog&
         if (sequence.empty()) return;
         const std::string head = fmt::format(",\n {{\"kind\":\"{}\"", codes::EditName(sequence[0].code()));
         for (const auto& edit : sequence) {
-            EditLine line(text, isFirst ? head.substr(1) : head);
+            EditLine line(text, std::string_view(head).substr(isFirst ? 1 : 0));
             isFirst = false;
             AddFields(line, edit);
             line.Finish();
