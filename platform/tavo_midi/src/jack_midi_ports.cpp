@@ -93,14 +93,11 @@ public:
           standstill_(kStandstill +
                       std::chrono::milliseconds(4000) * jack_get_buffer_size(client) / jack_get_sample_rate(client)),
           lastCycleNs_(SteadyNs()) {
+        handOvers_.fetch_add(1, std::memory_order_release);
         jack_set_process_callback(client_, &Process, this);
         jack_on_info_shutdown(client_, &Die, this);
         jack_set_port_registration_callback(
-            client_,
-            [](jack_port_id_t, int, void* self) {
-                DoUncancelled([self] { static_cast<JackMidiPorts*>(self)->wake_(); });
-            },
-            this);
+            client_, [](jack_port_id_t, int, void* self) { DoUncancelled([self] { TakeOver(self)->wake_(); }); }, this);
     }
     ~JackMidiPorts() override { jack_client_close(client_); }
     JackMidiPorts(const JackMidiPorts&) = delete;
@@ -138,8 +135,15 @@ private:
     [[nodiscard]] bool IsConnectionMade_(const std::string& ownPrefix, const std::string& destinationName) const;
     [[nodiscard]] std::vector<std::string> List_(unsigned long flags) const;
 
+    /// For callbacks on the thread that tells of ports and of the server's end: it is older than the object, and
+    /// libjack gives it the object's address without anything that orders memory between threads.
+    static JackMidiPorts* TakeOver(void* self) {
+        static_cast<void>(handOvers_.load(std::memory_order_acquire));
+        return static_cast<JackMidiPorts*>(self);
+    }
     static void Die(jack_status_t, const char*, void* self) {
-        DoUncancelled([ports = static_cast<JackMidiPorts*>(self)] {
+        DoUncancelled([self] {
+            JackMidiPorts* const ports = TakeOver(self);
             ports->isAlive_ = false;
             ports->wake_();
         });
@@ -156,6 +160,8 @@ private:
     [[nodiscard]] std::int64_t GetNs_(jack_nframes_t frame) const {
         return static_cast<std::int64_t>(jack_frames_to_time(client_, frame)) * 1000 + serverBehindNs_;
     }
+
+    static inline std::atomic<unsigned int> handOvers_{0};  ///< objects that callbacks may know of
 
     jack_client_t* const client_;
     const std::function<void()> wake_;
