@@ -118,6 +118,18 @@ TEST_P(MidiPorts, PedalUnpluggedAndPluggedIn_IsFoundAgainAndReported) {
     EXPECT_TRUE(commands_.WaitFor("Play"));
 }
 
+TEST_P(MidiPorts, PressedAsSoonAsTheInputIsReported_IsHeard) {
+    MidiMessageDispatcher dispatcher;
+    midi_commands::MidiCommands commands(dispatcher, SettingsPath());
+    commands.SetMidiCommand(midi_commands::Stop, 0x90, 60, 0);
+    for (int round = 0; round < 40; ++round) {
+        ConnectToPedal(commands);
+        pedal_->Write("send 90 3C 40");
+        ASSERT_TRUE(commands_.WaitFor("Stop")) << round;
+        commands.ForgetSource();
+    }
+}
+
 TEST_P(MidiPorts, ServerKilledAndStartedAgain_ThreeTimes_ThePedalWorks) {
     MidiMessageDispatcher dispatcher;
     midi_commands::MidiCommands commands(dispatcher, SettingsPath());
