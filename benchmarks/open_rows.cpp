@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "benchmarks/rows.h"
-#include "stage/session/show_import.h"
+#include "stage/import/show_import.h"
 #include "tavo_midi/show_file.h"
 #include "tavo_midi/smf_writer.h"
 #include "tests/support/corpus.h"

@@ -8,8 +8,8 @@
 #include <stdexcept>
 
 #include "benchmarks/rows.h"
-#include "stage/engine/offline_show.h"
 #include "stage/engine/sound_font.h"
+#include "stage/offline/offline_show.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_midi/tempo_map.h"
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "benchmarks/rows.h"
-#include "stage/musicxml/score_file.h"
-#include "stage/musicxml/score_song.h"
+#include "stage/import/musicxml/score_file.h"
+#include "stage/import/musicxml/score_song.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
 
@@ -72,7 +72,7 @@ void AddScoreRows(Table& table, const Effort& effort) {
                            [&text, &notes](std::size_t) {
                                namespace mx = stage::musicxml;
                                const mx::WrittenScore score = mx::ReadScore(text, "large.musicxml");
-                               const stage::ScoreSong song = MakeScoreSong(score, mx::BarOrder::AsPlayed);
+                               const stage::ImportedSong song = MakeScoreSong(score, mx::BarOrder::AsPlayed);
                                notes = tavo_midi::BuildSong(tavo_midi::ReadSmf(song.packed.smf, "large"),
                                                             song.packed.options, "large")
                                            .GetEvents()

@@ -5,7 +5,7 @@
 
 #include "stage/cli/commands.h"
 #include "stage/cli/text_table.h"
-#include "stage/session/show_check.h"
+#include "stage/show/show_check.h"
 
 void AddCheckCommand(CLI::App& app, int& exitCode) {
     auto showPath = std::make_shared<std::string>();

@@ -8,7 +8,7 @@
 #include "stage/cli/progress.h"
 #include "stage/cli/song_summary.h"
 #include "stage/cli/text_table.h"
-#include "stage/session/show_import.h"
+#include "stage/import/show_import.h"
 
 namespace {
 

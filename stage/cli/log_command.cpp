@@ -12,7 +12,7 @@
 #include "stage/cli/edit_table.h"
 #include "stage/cli/text_table.h"
 #include "stage/session/edit_session.h"
-#include "stage/session/log_versions.h"
+#include "stage/show/log_versions.h"
 #include "tavo_core/edit_journal.h"
 #include "tavo_core/log_change.h"
 #include "tavo_midi/show_data.h"

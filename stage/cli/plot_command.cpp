@@ -9,8 +9,8 @@
 #include "stage/cli/commands.h"
 #include "stage/cli/song_range.h"
 #include "stage/cli/song_summary.h"
-#include "stage/session/flow_picture.h"
-#include "stage/session/show_directory.h"
+#include "stage/picture/flow_picture.h"
+#include "stage/show/show_directory.h"
 #include "tavo_core/change_log.h"
 #include "tavo_midi/show_data.h"
 

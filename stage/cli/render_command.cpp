@@ -10,11 +10,11 @@
 #include "kit/file.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/song_range.h"
-#include "stage/engine/offline_show.h"
-#include "stage/io/audio_file.h"
-#include "stage/session/settings.h"
-#include "stage/session/show_directory.h"
-#include "stage/session/show_parts.h"
+#include "stage/engine/show_parts.h"
+#include "stage/offline/audio_file.h"
+#include "stage/offline/offline_show.h"
+#include "stage/show/settings.h"
+#include "stage/show/show_directory.h"
 #include "tavo_core/active_change_log.h"
 
 namespace {

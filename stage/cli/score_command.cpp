@@ -9,8 +9,8 @@
 #include "stage/cli/commands.h"
 #include "stage/cli/progress.h"
 #include "stage/cli/text_table.h"
-#include "stage/session/score_pack.h"
-#include "stage/session/show_directory.h"
+#include "stage/pages/page_packer.h"
+#include "stage/show/show_directory.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ constexpr std::uintmax_t LongestPassphrase = 4096;
 struct ScoreWords {
     std::string showPath;
     std::string passphraseFile;
-    stage::ScorePackRequest pack;
+    stage::PagePackRequest pack;
     bool replace = false;
     std::uint32_t firstNumber = 0;
     std::uint32_t page = 0;
@@ -49,7 +49,7 @@ struct Passphrase {
     std::string text;
 };
 
-stage::ScorePackage OpenPackage(const stage::ShowDirectory& directory, const ScoreWords& words) {
+stage::PagePackage OpenPackage(const stage::ShowDirectory& directory, const ScoreWords& words) {
     if (directory.scoreName.empty())
         throw std::runtime_error(fmt::format("the show \"{}\" has no .score file", directory.path));
     const Passphrase passphrase(words.passphraseFile);
@@ -66,7 +66,7 @@ void Pack(ScoreWords& words, bool hasFirstNumber) {
     const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
     const tavo_midi::ShowData show(directory.ShowDataPath());
     const Passphrase passphrase(words.passphraseFile);
-    stage::ScorePackRequest& request = words.pack;
+    stage::PagePackRequest& request = words.pack;
     request.scorePath = directory.PathOf(kit::path::basename_no_ext(directory.showDataName) + ".score");
     request.existing = words.replace ? kit::ExistingFile::Replace : kit::ExistingFile::Keep;
     if (hasFirstNumber) request.firstNumber = words.firstNumber;
@@ -76,7 +76,7 @@ void Pack(ScoreWords& words, bool hasFirstNumber) {
         request.reportProgress = [&](std::size_t done, std::size_t total, const std::string& file) {
             progress.Report(done, total, (done < total / 2 ? "reading " : "packing ") + file);
         };
-        return stage::PackScore(request);
+        return stage::PackPages(request);
     }();
     PrintComparison(pages, stage::FindPageTurns(show));
     const std::string inUse = stage::ScanShowDirectory(words.showPath).scoreName;
@@ -95,7 +95,7 @@ std::string DescribeTurns(const std::vector<stage::PageTurn>& turns) {
 void List(const ScoreWords& words) {
     const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
     const auto turns = stage::FindPageTurns(tavo_midi::ShowData(directory.ShowDataPath()));
-    const stage::ScorePackage score = OpenPackage(directory, words);
+    const stage::PagePackage score = OpenPackage(directory, words);
     TextTable table({{"page", TextTable::Align::Right}, {"type"}, {"bytes", TextTable::Align::Right}, {"turned to"}});
     for (const stage::ScorePage& page : score.GetPages()) {
         const auto found = turns.find(page.number);
@@ -108,7 +108,7 @@ void List(const ScoreWords& words) {
 
 void Extract(const ScoreWords& words) {
     const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
-    stage::ScorePackage score = OpenPackage(directory, words);
+    stage::PagePackage score = OpenPackage(directory, words);
     kit::WriteNewFileDurably(words.outPath, score.ReadPage(words.page));
     std::cout << fmt::format("page {} is now {}, {}\n", words.page, words.outPath,
                              stage::GetMediaType(score.GetPage(words.page).type));
@@ -116,7 +116,7 @@ void Extract(const ScoreWords& words) {
 
 void Check(const ScoreWords& words) {
     const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
-    stage::ScorePackage score = OpenPackage(directory, words);
+    stage::PagePackage score = OpenPackage(directory, words);
     {
         Progress progress;
         score.CheckAll([&](std::size_t index) {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "stage/session/text_columns.h"
+#include "stage/show/text_columns.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <set>
 #include <type_traits>
 
-#include "stage/session/log_versions.h"
+#include "stage/show/log_versions.h"
 #include "tavo_core/edit_journal.h"
 
 namespace stage {

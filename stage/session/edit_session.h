@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "stage/session/show_directory.h"
+#include "stage/show/show_directory.h"
 #include "tavo_core/bar_positions.h"
 #include "tavo_core/change_log.h"
 #include "tavo_core/edit_rules.h"

@@ -8,9 +8,9 @@
 
 #include "kit/path.h"
 #include "player_core/gui_update.h"
-#include "stage/engine/offline_feed.h"
-#include "stage/session/show_directory.h"
-#include "stage/session/show_parts.h"
+#include "stage/engine/show_parts.h"
+#include "stage/session/stepped_feed.h"
+#include "stage/show/show_directory.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
 #include "tavo_core/edit_journal.h"
@@ -34,7 +34,7 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
         SetGuiUpdate(std::make_unique<gui::GuiUpdate>(*player_, reportPosition));
         GetGuiUpdate().StartUpdateGenerator();
     } else {
-        SetGuiUpdate(std::make_unique<OfflineFeed>(*player_, reportPosition));
+        SetGuiUpdate(std::make_unique<SteppedFeed>(*player_, reportPosition));
     }
     try {
         if (!settings_.changeLog.empty()) OpenSavedLog_(ScanShowDirectory(showPath).LogNameInUse(settings_));

@@ -7,8 +7,8 @@
 #include "player_core/interface.h"
 #include "stage/engine/stage_player.h"
 #include "stage/engine/synth.h"
-#include "stage/session/settings.h"
 #include "stage/session/time_code_follower.h"
+#include "stage/show/settings.h"
 #include "tavo_core/editor.h"
 #include "tavo_security/cipher_stream.h"
 

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <tuple>
 
-#include "stage/musicxml/score_file.h"
-#include "stage/musicxml/score_song.h"
+#include "stage/import/musicxml/score_file.h"
+#include "stage/import/musicxml/score_song.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
 #include "tavo_midi/utf8_text.h"
@@ -155,7 +155,7 @@ void RequireOneLine(std::string_view sentence) {
 /// What an import makes of the score.
 void CheckSong(const WrittenScore& score, BarOrder barOrder) {
     try {
-        stage::ScoreSong song = MakeScoreSong(score, barOrder);
+        stage::ImportedSong song = MakeScoreSong(score, barOrder);
         for (const std::string& note : song.notes)
             RequireOneLine(note);
         song.packed.options.number = "1";

@@ -13,9 +13,9 @@
 #include <string>
 #include <string_view>
 
-#include "stage/session/score.h"
-#include "stage/session/score_entries.h"
-#include "stage/session/score_tar.h"
+#include "stage/pages/page_entries.h"
+#include "stage/pages/page_package.h"
+#include "stage/pages/page_tar.h"
 #include "tavo_security/cipher_stream.h"
 
 namespace {
@@ -47,16 +47,16 @@ void ReadHeader(std::string bytes) {
 }
 
 void ReadArchive(const std::string& bytes) {
-    stage::ScorePackage score(std::make_unique<std::istringstream>(bytes), "fuzz.score");
+    stage::PagePackage score(std::make_unique<std::istringstream>(bytes), "fuzz.score");
     Require(score.GetPages() ==
-            stage::ParseScoreIndex(stage::MakeScoreIndex(score.GetPages()), "the index that was written"));
+            stage::ParsePageIndex(stage::MakePageIndex(score.GetPages()), "the index that was written"));
     for (const stage::ScorePage& page : score.GetPages())
         Require(score.ReadPage(page.number).size() == page.bytes);
     score.CheckAll([](std::size_t) {});
 }
 
 std::string AsArchive(const std::string& index) {
-    std::string archive = stage::tar::MakeHeader({stage::ScoreIndexName, index.size()}) + index;
+    std::string archive = stage::tar::MakeHeader({stage::PageIndexName, index.size()}) + index;
     archive.resize(stage::tar::BlockBytes + static_cast<std::size_t>(stage::tar::PadToBlock(index.size())));
     return archive + std::string(stage::tar::EndBytes, '\0');
 }

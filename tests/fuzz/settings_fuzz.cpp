@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "stage/session/settings.h"
+#include "stage/show/settings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

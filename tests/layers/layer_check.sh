@@ -1,16 +1,29 @@
 #!/usr/bin/env bash
-# layer_check.sh <source tree>: fails if an include runs upward or sideways, reaches into the private folder of a library, or
-# brings a third party's header into a library that may use only the standard one.
+# layer_check.sh <source tree>: fails if an include runs upward or sideways, also between the parts of stage, reaches into the
+# private folder of a library, or brings a third party's header into a library that may use only the standard one.
 set -euo pipefail
 cd "$1"
 
 layers='kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core|stage'
 third_party='fmt/|nlohmann/|zip\.h|CLI/|fluidsynth|sndfile|samplerate|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
 violations=0
+known_folders=()
+
+# list_includes <folder>: "place TAB target" for every include.
+list_includes() {
+    grep -rnE --include='*.h' --include='*.cpp' '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"]' "$1" |
+        sed -E 's/^([^:]+:[0-9]+):[^<"]*[<"]([^>"]*)[>"].*$/\1\t\2/'
+}
+
+report() {
+    echo "$1: \"$2\" $3"
+    violations=$((violations + 1))
+}
 
 # check_folder <folder> <layers it may include> [std-only]
 check_folder() {
     local folder=$1 allowed=$2 std_only=${3:-} place target top reason
+    known_folders+=("$folder")
     [[ -d $folder ]] || return 0
     while IFS=$'\t' read -r place target; do
         top=${target%%/*}
@@ -24,12 +37,30 @@ check_folder() {
         elif [[ -n $std_only && $target =~ ^($third_party) ]]; then
             reason="is a third party's"
         fi
-        if [[ -n $reason ]]; then
-            echo "$place: \"$target\" $reason"
-            violations=$((violations + 1))
-        fi
-    done < <(grep -rnE --include='*.h' --include='*.cpp' '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"]' "$folder" |
-        sed -E 's/^([^:]+:[0-9]+):[^<"]*[<"]([^>"]*)[>"].*$/\1\t\2/')
+        if [[ -n $reason ]]; then report "$place" "$target" "$reason"; fi
+    done < <(list_includes "$folder")
+}
+
+# check_part <part of stage> <other parts of stage that it may include>
+check_part() {
+    local folder=stage/$1 allowed="$1|$2" place target part
+    known_folders+=("$folder")
+    [[ -d $folder ]] || return 0
+    while IFS=$'\t' read -r place target; do
+        [[ $target == stage/*/* ]] || continue
+        part=${target#stage/}
+        part=${part%%/*}
+        if [[ ! $part =~ ^($allowed)$ ]]; then report "$place" "$target" "does not lie below"; fi
+    done < <(list_includes "$folder")
+}
+
+# A folder that no rule knows could include anything.
+check_all_known() {
+    local folder
+    for folder in platform/*/ stage/*/; do
+        [[ -d $folder ]] || continue
+        if [[ ! " ${known_folders[*]} " == *" ${folder%/} "* ]]; then report "$folder" "$folder" "has no rule here"; fi
+    done
 }
 
 check_folder platform/kit 'kit' std-only
@@ -39,5 +70,15 @@ check_folder platform/tavo_audio 'kit|tavo_core|tavo_audio'
 check_folder platform/tavo_security 'kit|tavo_core|tavo_security'
 check_folder player_core 'kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core' std-only
 check_folder stage "$layers"
+check_part show ''
+check_part engine 'show'
+check_part control 'show|engine'
+check_part session 'show|engine|control'
+check_part import 'show'
+check_part pages 'show'
+check_part picture 'show'
+check_part offline 'show|engine|control|session'
+check_part cli 'show|engine|control|session|import|pages|picture|offline'
+check_all_known
 
 ((violations == 0))

@@ -40,6 +40,8 @@ plant player_core/Sources/a.cpp '#include "player_core/a.h"'
 plant stage/cli/a.cpp '#include "player_core/a.h"'
 plant stage/engine/a.cpp '#include "stage/engine/a.h"'
 plant stage/engine/b.cpp '#include <fmt/format.h>'
+plant stage/engine/c.cpp '#include "stage/show/a.h"'
+plant stage/cli/c.cpp '#include "stage/offline/a.h"'
 expect_clean "clean tree"
 
 expect_found platform/kit/src/b.cpp '#include "tavo_core/a.h"'
@@ -54,6 +56,18 @@ expect_found player_core/include/player_core/b.h '#include <nlohmann/json.hpp>'
 expect_found player_core/Sources/b.cpp '#include "../../stage/engine/a.h"'
 expect_found stage/cli/b.cpp '#include "platform/kit/src/private.h"'
 expect_found stage/cli/b.cpp '#include "player_core/Sources/private.h"'
+expect_found stage/show/b.h '#include "stage/engine/a.h"'
+expect_found stage/engine/b.h '#include "stage/session/a.h"'
+expect_found stage/control/b.h '#include "stage/session/a.h"'
+expect_found stage/import/musicxml/b.h '#include "stage/session/a.h"'
+expect_found stage/offline/b.h '#include "stage/cli/a.h"'
 expect_clean "clean tree at the end"
+
+# A folder without a rule is named.
+plant stage/somewhere/a.h '#include <vector>'
+if found=$("$check" "$tree") || [[ $found != *stage/somewhere/*"has no rule"* ]]; then
+    echo "FAILED: stage/somewhere, which no rule knows, was not found, but: $found"
+    failures=$((failures + 1))
+fi
 
 ((failures == 0))

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "stage/musicxml/score_file.h"
-#include "stage/musicxml/score_song.h"
-#include "stage/musicxml/song_layout.h"
+#include "stage/import/musicxml/score_file.h"
+#include "stage/import/musicxml/score_song.h"
+#include "stage/import/musicxml/song_layout.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
 #include "tests/support/run_program.h"
@@ -20,7 +20,7 @@ namespace test_support {
 struct CorpusSong {
     ShowTableRow row;
     stage::musicxml::WrittenScore score;
-    stage::ScoreSong imported;
+    stage::ImportedSong imported;
     tavo_midi::SongData played;
     /// Its last bar ends with the score's: some files ring on.
     tavo_midi::SongData midi;

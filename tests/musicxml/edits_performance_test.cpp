@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "stage/session/show_import.h"
+#include "stage/import/show_import.h"
 #include "tavo_core/bar_positions.h"
 #include "tests/support/run_program.h"
 #include "tests/support/show_table.h"

@@ -19,7 +19,7 @@ using testing::IsEmpty;
 constexpr mx::Units Quarter = 480;
 
 /// "repeat B-C 2, fermata 1440-1920": the edits but markers, ranges of whole bars by their labels.
-std::string PrintEdits(const stage::ScoreSong& song) {
+std::string PrintEdits(const stage::ImportedSong& song) {
     const tavo_midi::SongData built = BuildSongOf(song);
     const TL::BarPositions positions(built.GetTimeline());
     std::string text;
@@ -47,7 +47,7 @@ void PrintTo(const Row& row, std::ostream* stream) {
 class EditsAsWritten : public testing::TestWithParam<Row> {};
 
 TEST_P(EditsAsWritten, SayWhatTheyCanAndNameTheRest) {
-    const stage::ScoreSong song = MakeScoreSong(MakeScore(GetParam().flow), BarOrder::AsWritten);
+    const stage::ImportedSong song = MakeScoreSong(MakeScore(GetParam().flow), BarOrder::AsWritten);
     EXPECT_EQ(GetParam().edits, PrintEdits(song));
     std::vector<testing::Matcher<std::string>> notes;
     for (const std::string& note : GetParam().notes)
@@ -96,7 +96,7 @@ protected:
         score_.bars[bar].marks.push_back(
             {kind, static_cast<mx::Units>(position * Quarter), static_cast<mx::Units>(length * Quarter), 0, "", {}});
     }
-    [[nodiscard]] stage::ScoreSong Make() const { return MakeScoreSong(score_, BarOrder::AsWritten); }
+    [[nodiscard]] stage::ImportedSong Make() const { return MakeScoreSong(score_, BarOrder::AsWritten); }
 
     mx::WrittenScore score_ = MakeScore("1 2 3");
 };
@@ -140,7 +140,7 @@ TEST_F(EditsOfMarks, BreathsAndCaesurasAreCaesuras_OneAtAPlace) {
 TEST_F(EditsOfMarks, AsPlayed_ThereAreNone) {
     score_ = MakeScore("|: 1 \"Vamp\" :| 2 \"attacca\"");
     Mark(1, MarkKind::Fermata, 0, 4);
-    const stage::ScoreSong song = MakeScoreSong(score_, BarOrder::AsPlayed);
+    const stage::ImportedSong song = MakeScoreSong(score_, BarOrder::AsPlayed);
     EXPECT_EQ("", PrintEdits(song));
     EXPECT_EQ(CL::AttaccaNormal, song.firstEdits.GetAttacca());
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "stage/musicxml/played_order.h"
+#include "stage/import/musicxml/played_order.h"
 
 namespace test_support {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "stage/session/show_import.h"
+#include "stage/import/show_import.h"
 #include "tavo_core/bar_positions.h"
 #include "tavo_midi/smf_writer.h"
 #include "tests/support/run_program.h"

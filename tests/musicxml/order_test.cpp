@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "stage/musicxml/repeat_plan.h"
+#include "stage/import/musicxml/repeat_plan.h"
 #include "tests/musicxml/flow_text.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "stage/musicxml/score_song.h"
+#include "stage/import/musicxml/score_song.h"
 #include "tavo_core/bar_positions.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
@@ -20,7 +20,7 @@ inline stage::musicxml::WrittenScore MakeScore(const std::string& flow) {
     return score;
 }
 
-inline tavo_midi::SongData BuildSongOf(const stage::ScoreSong& song) {
+inline tavo_midi::SongData BuildSongOf(const stage::ImportedSong& song) {
     return tavo_midi::BuildSong(tavo_midi::ReadSmf(song.packed.smf, "test"), song.packed.options, "test");
 }
 

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "stage/musicxml/song_layout.h"
+#include "stage/import/musicxml/song_layout.h"
 #include "tests/musicxml/song_text.h"
 
 namespace {
@@ -44,7 +44,7 @@ TEST_P(MetersOfBars, MakeTheBarLinesOfTheScore) {
         if (score.bars.size() == 1) bar.meter = GetParam().meter;
         bar.label = std::to_string(score.bars.size());
     }
-    const stage::ScoreSong song = MakeScoreSong(score, BarOrder::AsPlayed);
+    const stage::ImportedSong song = MakeScoreSong(score, BarOrder::AsPlayed);
     const tavo_midi::SongData built = BuildSongOf(song);
     EXPECT_EQ(GetParam().meters, PrintMeters(built));
     EXPECT_EQ(GetParam().bars, PrintBars(built));
@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, MetersOfBars, testing::ValuesIn(MeterRows),
 TEST(MeterOfABar, ThatNoMeterSays_EndsEarlyWithANote) {
     mx::WrittenScore score = MakeScore("A B C");
     score.bars[1].length = Quarter / 3;
-    const stage::ScoreSong song = MakeScoreSong(score, BarOrder::AsPlayed);
+    const stage::ImportedSong song = MakeScoreSong(score, BarOrder::AsPlayed);
     EXPECT_EQ("A=0 B=1920 C=2080", PrintBars(BuildSongOf(song)));
     EXPECT_EQ("4/4@0 1/4@1920 4/4@2080", PrintMeters(BuildSongOf(song)));
     EXPECT_THAT(song.notes,

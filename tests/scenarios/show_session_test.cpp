@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "stage/engine/offline_feed.h"
+#include "stage/session/stepped_feed.h"
 #include "tavo_core/edit_journal.h"
 #include "tests/player_core/support/test_interface.h"
 #include "tests/support/notification_log.h"
@@ -39,7 +39,7 @@ public:
     void Play(double seconds) {
         for (auto frames = static_cast<int>(seconds * FramesPerSecond); frames > 0; frames -= PieceFrames) {
             session.GetStagePlayer().GetEngine().Render(left_, right_, PieceFrames);
-            static_cast<stage::OfflineFeed&>(GetGuiUpdate()).MakePass();
+            static_cast<stage::SteppedFeed&>(GetGuiUpdate()).MakePass();
         }
     }
     void PlayBars(double bars) { Play(bars * SecondsPerBar); }

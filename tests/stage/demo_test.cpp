@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "stage/session/edit_session.h"
-#include "stage/session/show_directory.h"
+#include "stage/show/show_directory.h"
 #include "tests/support/run_program.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "stage/session/show_import.h"
+#include "stage/import/show_import.h"
 #include "tests/player_core/support/test_interface.h"
 #include "tests/support/show_table.h"
 

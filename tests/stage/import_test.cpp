@@ -167,7 +167,7 @@ TEST_F(StageImport, NumbersComeFromFileNames_FilesWithoutFollowTheOthers) {
 }
 
 TEST_F(StageImport, ANamelessConductor_LeavesTheTitleToTheFileName) {
-    tavo_midi::Smf smf = stage::ParseTextScore("number 1\ntitle x\npart P\n| c4/1 |\n", "x").smf;
+    tavo_midi::Smf smf = stage::ParseTextSong("number 1\ntitle x\npart P\n| c4/1 |\n", "x").smf;
     smf.tracks[0].name = "control track";
     Write("03_The_Long_Way.mid", tavo_midi::WriteSmf(smf));
     ASSERT_EQ(0, RunStage({"import", directory_ / "03_The_Long_Way.mid", "-o", Show()}).exitCode);
@@ -176,7 +176,7 @@ TEST_F(StageImport, ANamelessConductor_LeavesTheTitleToTheFileName) {
 
 TEST_F(StageImport, AFileOfFormatTwo_GivesASongForEachSequence) {
     tavo_midi::Smf smf =
-        stage::ParseTextScore("number 1\ntitle x\npart Left\n| c4/1 |\npart Right\n| d4/1 |\n", "x").smf;
+        stage::ParseTextSong("number 1\ntitle x\npart Left\n| c4/1 |\npart Right\n| d4/1 |\n", "x").smf;
     smf.format = 2;
     smf.tracks.erase(smf.tracks.begin());
     Write("07_Pair.mid", tavo_midi::WriteSmf(smf));

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "stage/session/settings.h"
+#include "stage/show/settings.h"
 #include "tavo_core/change_log.h"
 #include "tavo_core/edit_journal.h"
 #include "tests/stage/small_show.h"

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <numeric>
 
-#include "stage/session/flow_picture.h"
-#include "stage/session/flow_picture_layout.h"
-#include "stage/session/flow_picture_row.h"
-#include "stage/session/flow_picture_sheet.h"
+#include "stage/picture/flow_picture.h"
+#include "stage/picture/flow_picture_layout.h"
+#include "stage/picture/flow_picture_row.h"
+#include "stage/picture/flow_picture_sheet.h"
 #include "tests/stage/small_show.h"
 
 namespace {

@@ -3,11 +3,11 @@
 #include <filesystem>
 
 #include "stage/cli/text_table.h"
-#include "stage/session/score_reader.h"
-#include "stage/session/settings.h"
-#include "stage/session/show_directory.h"
-#include "stage/session/text_columns.h"
-#include "stage/session/text_score.h"
+#include "stage/import/song_file_reader.h"
+#include "stage/import/text_song.h"
+#include "stage/show/settings.h"
+#include "stage/show/show_directory.h"
+#include "stage/show/text_columns.h"
 #include "tests/support/run_program.h"
 
 namespace {
@@ -136,7 +136,7 @@ TEST_F(ShowDirectoryScan, ALogWithoutAVersion_IsRefused) {
     EXPECT_THROW(static_cast<void>(stage::ScanShowDirectory(directory_.Path())), std::invalid_argument);
 }
 
-TEST(ScoreFileName, NumberAndTitle_ComeFromTheName) {
+TEST(SongFileName, NumberAndTitle_ComeFromTheName) {
     struct Row {
         const char* path;
         const char* number;
@@ -146,7 +146,7 @@ TEST(ScoreFileName, NumberAndTitle_ComeFromTheName) {
                            Row{"12abc.mid", "12", "abc"}, Row{"007.mid", "7", "007"}, Row{"00.mid", "0", "00"},
                            Row{"5 - Waltz.mid", "5", "Waltz"}, Row{"Encore.mid", "", "Encore"},
                            Row{"3b.mid", "3b", "3b"}, Row{"2_1_1_Aria.mid", "2", "1 1 Aria"}}) {
-        const stage::ScoreFileName name = stage::ParseScoreFileName(row.path);
+        const stage::SongFileName name = stage::ParseSongFileName(row.path);
         EXPECT_EQ(row.number, name.number) << row.path;
         EXPECT_EQ(row.title, name.title) << row.path;
     }
@@ -165,15 +165,15 @@ TEST(TextTable, ColumnsAreCountedNotBytes) {
 
 std::string RefusalOfScore(const std::string& lines) {
     try {
-        static_cast<void>(stage::ParseTextScore("number 1\ntitle x\n" + lines, "t"));
+        static_cast<void>(stage::ParseTextSong("number 1\ntitle x\n" + lines, "t"));
     } catch (const std::runtime_error& problem) {
         return problem.what();
     }
     return "";
 }
 
-TEST(TextScore, NotesLengthsAndTies_BecomeMidi) {
-    const stage::TextScore score = stage::ParseTextScore(
+TEST(TextSong, NotesLengthsAndTies_BecomeMidi) {
+    const stage::TextSong score = stage::ParseTextSong(
         "number 12a\ntitle Test\nat 1 meter 3/4\nat 1 key F# minor\nat 2 tempo 90\nat 2 marker B\n"
         "part Flute program 74\n| f c4/4 d#4+bb4/8. r/16 e4/4~ | e4/2 r/4' |\npart Kit drums\n| bd/2. | %1 |\n",
         "t");
@@ -197,9 +197,9 @@ TEST(TextScore, NotesLengthsAndTies_BecomeMidi) {
               notes);
 }
 
-TEST(TextScore, APickup_HasAMeterOfItsOwn) {
-    const stage::TextScore score =
-        stage::ParseTextScore("number 1\ntitle x\npickup 1/4\nat 1 meter 3/4\npart P\n| c4/4 | c4/2. |\n", "t");
+TEST(TextSong, APickup_HasAMeterOfItsOwn) {
+    const stage::TextSong score =
+        stage::ParseTextSong("number 1\ntitle x\npickup 1/4\nat 1 meter 3/4\npart P\n| c4/4 | c4/2. |\n", "t");
     const auto& meters = score.smf.tracks[0].meters;
     ASSERT_EQ(2U, meters.size());
     EXPECT_EQ(1U, meters[0].numerator());
@@ -207,7 +207,7 @@ TEST(TextScore, APickup_HasAMeterOfItsOwn) {
     EXPECT_EQ(3U, meters[1].numerator());
 }
 
-TEST(TextScore, BadTexts_AreRefusedWithTheirLine) {
+TEST(TextSong, BadTexts_AreRefusedWithTheirLine) {
     struct Row {
         const char* lines;
         const char* problem;

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "stage/session/text_score.h"
+#include "stage/import/text_song.h"
 #include "tavo_midi/smf_writer.h"
 #include "tests/support/run_program.h"
 
@@ -16,7 +16,7 @@ inline std::string MakeSmf(const std::string& title, int bars, const std::string
     std::string text = "number 1\ntitle " + title + "\n" + more + "part Piano program 1\n";
     for (int bar = 0; bar < bars; ++bar)
         text += "| c4/4 d4 e4 f4 |\n";
-    return tavo_midi::WriteSmf(stage::ParseTextScore(text, title).smf);
+    return tavo_midi::WriteSmf(stage::ParseTextSong(text, title).smf);
 }
 
 /// A show of two songs in 4/4, 480 ticks a quarter note: song 1 with 20 bars, song 2 with 8.

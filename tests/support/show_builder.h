@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "stage/engine/offline_show.h"
 #include "stage/engine/sound_font.h"
+#include "stage/offline/offline_show.h"
 #include "tavo_core/active_change_log.h"
 #include "tests/support/trace_line.h"
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "stage/musicxml/score_file.h"
+#include "stage/import/musicxml/score_file.h"
 
 /// Small scores for the reader's tests, put together from pieces of text.
 namespace test_support {

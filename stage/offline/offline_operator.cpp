@@ -1,0 +1,240 @@
+// The operator of an offline show: the lines of a script, or the automatic one.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "player_core/gui_update.h"
+#include "stage/offline/offline_show.h"
+#include "tavo_core/event_codes.h"
+#include "tavo_core/song_log.h"
+
+namespace stage {
+
+namespace {
+
+constexpr double AutomaticWaitSeconds = 2.0;
+// A vamp that nobody will leave is not played more often than this.
+constexpr int LastUnattendedPass = 16;
+// Loops within loops: more jumps than this without a press will not come to an end.
+constexpr int MaxJumpsWithoutPress = 10000;
+
+}  // namespace
+
+const ScriptLine* OfflineShow::NextLine_() const {
+    return options_.script && nextLine_ < options_.script->size() ? &(*options_.script)[nextLine_] : nullptr;
+}
+
+std::int64_t OfflineShow::LineFrame_(const ScriptLine& line) const {
+    return lastPressFrame_ + static_cast<std::int64_t>(std::llround(line.seconds * options_.framesPerSecond));
+}
+
+// The engine is to stop for the place that the next line waits for.
+void OfflineShow::PrepareNextLine_() {
+    const ScriptLine* line = NextLine_();
+    const bool isHere = line != nullptr && line->tick && line->song == song_;
+    engine_.SetWantedTick(isHere ? line->tick : std::nullopt);
+}
+
+void OfflineShow::DoWhatIsDue_() {
+    for (const ScriptLine* line = NextLine_(); line != nullptr && !line->tick && !isQuitting_; line = NextLine_()) {
+        if (LineFrame_(*line) > engine_.GetFrame()) break;
+        Do_(*line);
+    }
+    if (automaticPress_ && automaticPress_->frame <= engine_.GetFrame()) PressAutomatically_();
+}
+
+void OfflineShow::OnArrival(std::uint32_t tick) {
+    NoticeSong_();
+    // A song is listed once it plays: one that stands ready at the end was not.
+    if (!std::exchange(isListed_, true)) result_.songs.push_back(song_);
+    if (trace_) {
+        trace_->WriteNotifications(engine_.GetFrame(), tick);
+        TraceLoops_(tick);
+    }
+    DoLinesAt_(tick);
+    if (options_.script || engine_.IsRolling() || player_.GetPlayerState() != PlayerState::Paused) return;
+    const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * options_.framesPerSecond);
+    automaticPress_ = AutomaticPress{engine_.GetFrame() + wait, true};
+}
+
+void OfflineShow::OnHold(std::uint32_t tick) {
+    if (trace_) TraceLine_(tick, "hold", trace_->GetPositions().DescribeTick(tick));
+    DoLinesAt_(tick);
+    if (options_.script) return;
+    const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * options_.framesPerSecond);
+    automaticPress_ = AutomaticPress{engine_.GetFrame() + wait, false};
+}
+
+void OfflineShow::DoLinesAt_(std::uint32_t tick) {
+    bool isFirst = true;
+    for (const ScriptLine* line = NextLine_(); line != nullptr && !isQuitting_; line = NextLine_()) {
+        if (line->tick) {
+            // After a seek or another song playback is not here any more.
+            const bool isHere =
+                line->tick == tick && line->song == song_ && flow_.GetWaitingJump().value_or(tick) == tick;
+            if (!isHere || (!isFirst && line->pass > 1)) break;
+            if (++arrivals_ < line->pass) break;
+        } else if (line->seconds > 0) {
+            break;
+        }
+        isFirst = false;
+        Do_(*line);
+    }
+}
+
+void OfflineShow::Do_(const ScriptLine& line) {
+    if (trace_) TraceLine_(engine_.GetPosition(), "operator", fmt::format("{} (line {})", line.text, line.lineNumber));
+    ++nextLine_;
+    arrivals_ = 0;
+    jumpsSincePress_ = 0;
+    lastPressFrame_ = engine_.GetFrame();
+    DoTransport_(line);
+    DoSetting_(line);
+    if (trace_ && line.verb == Verb::Exit && !flow_.GetWaitingJump()) TraceLoops_(engine_.GetPosition());
+    player_.EnsureGuiIsCurrent();
+    if (player_.GetActiveSongNumberRef().Get() != song_) {
+        endedSong_.clear();
+        BeginSong_();
+    }
+    PrepareNextLine_();
+    KeepDisplayCurrent_();
+}
+
+void OfflineShow::DoTransport_(const ScriptLine& line) {
+    switch (line.verb) {
+        case Verb::Play:
+            return player_.Play();
+        case Verb::Stop:
+            return player_.UserRequestedStop();
+        case Verb::Pause:
+            return Pause_();
+        case Verb::Continue:
+            return player_.Continue();
+        case Verb::Exit:
+            return player_.FlowControlExit();
+        case Verb::Seek:
+            return player_.Seek(static_cast<unsigned int>(line.number));
+        case Verb::Next:
+            player_.NextSong();
+            return;
+        case Verb::Previous:
+            return player_.PrevSong();
+        case Verb::NextMarker:
+            return player_.SeekRight();
+        case Verb::PreviousMarker:
+            return player_.SeekLeft();
+        case Verb::NextMeasure:
+            return player_.SeekToNextMeasure();
+        case Verb::PreviousMeasure:
+            return player_.SeekToPreviousMeasure();
+        case Verb::Load:
+            return player_.LoadSong(line.loadSong);
+        default:
+            return;
+    }
+}
+
+void OfflineShow::DoSetting_(const ScriptLine& line) {
+    switch (line.verb) {
+        case Verb::Tempo:
+            return player_.SetTempoScale(line.number);
+        case Verb::Transpose:
+            return player_.SetTransposition(static_cast<int>(line.number));
+        case Verb::Volume:
+            player_.SetVolume(line.number, tavo_audio::Master);
+            return;
+        case Verb::Fade:
+            return player_.Fade([this] { StopFaded_(); }, static_cast<float>(line.number));
+        case Verb::CancelFade:
+            return player_.CancelFade();
+        case Verb::Attacca:
+            return player_.SetAttaccaState(song_, line.number > 0 ? CL::AttaccaNext : CL::AttaccaNormal);
+        case Verb::Quit:
+            return Quit_();
+        default:
+            return;
+    }
+}
+
+void OfflineShow::StopFaded_() {
+    player_.UserRequestedStop();
+    KeepDisplayCurrent_();
+}
+
+// A pause asked for while a caesura stands pending cancels the caesura instead.
+void OfflineShow::Pause_() {
+    if (player_.HasPendingCaesura() && player_.GetPlayerState() != PlayerState::Faded)
+        return player_.UserCancelCaesura();
+    player_.Pause(false);
+    GetGuiUpdate().Pause();
+}
+
+void OfflineShow::PressAutomatically_() {
+    const bool continues = automaticPress_->continues;
+    automaticPress_.reset();
+    jumpsSincePress_ = 0;
+    if (continues) {
+        if (trace_) TraceLine_(engine_.GetPosition(), "operator", "continue (automatic)");
+        player_.Continue();
+    } else if (engine_.IsHolding()) {
+        if (trace_) TraceLine_(engine_.GetPosition(), "operator", "exit (automatic)");
+        player_.FlowControlExit();
+    }
+    KeepDisplayCurrent_();
+}
+
+void OfflineShow::OnJump(std::uint32_t fromTick, std::uint32_t toTick, JumpReason reason) {
+    NoticeSong_();
+    if (trace_) {
+        const TL::BarPositions& positions = trace_->GetPositions();
+        std::string details = fmt::format("{} -> {}", positions.DescribeTick(fromTick), positions.DescribeTick(toTick));
+        if (reason == JumpReason::Seek) details += ", seek";
+        for (const LoopEvent& loop : flow_.CopyActiveLoops()) {
+            if (reason != JumpReason::Loop || loop.start != toTick || loop.end != fromTick) continue;
+            details += fmt::format(", {} pass {}", loop.type == codes::Vamp ? "vamp" : "repeat", loop.count);
+            break;
+        }
+        TraceLine_(fromTick, reason == JumpReason::Cut ? "cut" : "jump", details);
+    }
+    if (reason != JumpReason::Loop) return;
+    CountPass_();
+    if (!options_.script) LeaveVampAutomatically_();
+}
+
+void OfflineShow::OnRelease(std::uint32_t tick) {
+    if (trace_) TraceLine_(tick, "release", trace_->GetPositions().DescribeTick(tick));
+}
+
+void OfflineShow::LeaveVampAutomatically_() {
+    for (const LoopEvent& loop : flow_.CopyActiveLoops()) {
+        if (loop.type != codes::Vamp || loop.maxCount != 0 || loop.count < 2) continue;
+        if (trace_) TraceLine_(engine_.GetPosition(), "operator", "exit (automatic)");
+        player_.FlowControlExit();
+        if (trace_) TraceLoops_(engine_.GetPosition());
+        return;
+    }
+}
+
+// Ends what would go round for ever: once nobody is there to leave a vamp, it is not left.
+void OfflineShow::CountPass_() {
+    ++jumpsSincePress_;
+    const std::vector<LoopEvent> loops = flow_.CopyActiveLoops();
+    const bool isUnattended = NextLine_() == nullptr && options_.script;
+    const bool isEndless = isUnattended && std::any_of(loops.begin(), loops.end(), [](const LoopEvent& loop) {
+                               return loop.type == codes::Vamp && loop.maxCount == 0 && loop.count > LastUnattendedPass;
+                           });
+    if (isEndless) {
+        Remark_(
+            fmt::format("The script has run out and nobody leaves the vamp in song {}: the render ends after {} "
+                        "passes.",
+                        song_, LastUnattendedPass));
+    } else if (jumpsSincePress_ > MaxJumpsWithoutPress) {
+        Remark_(fmt::format("The loops in song {} do not come to an end: the render ends after {} jumps.", song_,
+                            MaxJumpsWithoutPress));
+    }
+}
+
+}  // namespace stage
