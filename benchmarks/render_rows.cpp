@@ -12,6 +12,8 @@
 #include "stage/offline/offline_show.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_midi/tempo_map.h"
+#include "tests/support/pack_song.h"
+#include "tests/support/temporary_directory.h"
 
 namespace bench {
 
@@ -108,20 +110,20 @@ private:
 
 void AddRenderRows(Table& table, const Effort& effort) {
     const std::string soundFont = stage::FindDefaultSoundFont();
-    tavo_midi::ShowData show;
-    const tavo_midi::SongData& song = show.AddSong(MakeStraightSong());
-    auto changeLog = std::make_shared<CL::ChangeLog>();
-    changeLog->GetSongLogs()[SongNumber] = {};
-    SetActiveChangeLog(changeLog);
-
-    stage::Synth synth(soundFont, FramesPerSecond, 16);
+    const tavo_midi::SongData song = MakeStraightSong();
+    const test_support::TemporaryDirectory directory;
+    tavo_midi::WriteShowData(directory / "straight.showdata", "Straight", {test_support::PackSong(song)},
+                             tavo_midi::ExistingShow::Keep);
+    CL::ChangeLog changeLog;
+    changeLog.GetSongLogs()[SongNumber] = {};
+    (void)changeLog.Save(directory / "straight-1.0.logdata");
+    stage::ShowSession session(directory.Path(), directory.Path(), stage::MakeOfflineSessionOptions(FramesPerSecond));
     BareSynth bare(soundFont);
     stage::OfflineOptions options;
     options.firstSong = options.lastSong = SongNumber;
     std::int64_t frames = 0;
     const auto render = [&] {
-        synth.SilenceAll();
-        stage::OfflineShow offline(show, synth, options, {}, {});
+        stage::OfflineShow offline(session, options, {}, {});
         frames = offline.Run().frames;
     };
     render();

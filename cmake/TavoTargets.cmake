@@ -74,7 +74,8 @@ function(tavo_test folder program)
     # Tests include their shared helpers as "tests/..." and the host's headers as "stage/...".
     target_include_directories(${program} PRIVATE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${program} PRIVATE ${ARG_LINK} GTest::gmock_main)
-    target_compile_definitions(${program} PRIVATE CORPUS_DIR="${PROJECT_SOURCE_DIR}/../shared/corpus")
+    target_compile_definitions(${program} PRIVATE SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+                                                  CORPUS_DIR="${PROJECT_SOURCE_DIR}/../shared/corpus")
     if(TARGET stage)
         target_compile_definitions(${program} PRIVATE STAGE_BINARY="$<TARGET_FILE:stage>")
     endif()

@@ -9,7 +9,8 @@
 #include "tavo_core/directories.h"
 #include "tavo_core/editor.h"
 
-Interface::Interface(const std::string& showDirectory, const std::string& settingsDirectory, bool flag)
+Interface::Interface(const std::string& showDirectory, const std::string& settingsDirectory, bool flag,
+                     const std::string& changeLogName)
     : flag_(flag),
       midiCommands_(midiMessageDispatcher_, kit::path::Join({settingsDirectory, "midiCommandSettings"})),
       midiTimeCodeController_(kit::path::Join({settingsDirectory, "midiTimeCodeSettings"})) {
@@ -18,7 +19,7 @@ Interface::Interface(const std::string& showDirectory, const std::string& settin
     Directories::SetSettingsDirectory(settingsDirectory);
     kit::SetThreadExceptionLogPath(kit::path::Join(settingsDirectory, "tavo.threaderr"));
     ScanShowDirectory_(showDirectory);
-    changeLogFileName_ = logFilesByVersion_.rbegin()->second;
+    ChooseChangeLog_(changeLogName);
     CreateChangeLog(kit::path::Join(showDirectory, changeLogFileName_));
     RegisterMidiCommands_();
 }
@@ -42,6 +43,17 @@ void Interface::ScanShowDirectory_(const std::string& showDirectory) {
     }
     if (showDataFileName_.empty()) throw NoShowData("Cannot locate showdata file");
     if (logFilesByVersion_.empty()) throw NoChangeLog("Cannot locate change log file.");
+}
+
+void Interface::ChooseChangeLog_(const std::string& name) {
+    changeLogFileName_ = logFilesByVersion_.rbegin()->second;
+    if (name.empty()) return;
+    for (const auto& [version, known] : logFilesByVersion_) {
+        if (known != name) continue;
+        changeLogFileName_ = name;
+        return;
+    }
+    throw NoChangeLog("Cannot locate change log file \"" + name + "\".");
 }
 
 void Interface::RegisterMidiCommands_() {

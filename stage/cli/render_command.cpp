@@ -10,12 +10,9 @@
 #include "kit/file.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/song_range.h"
-#include "stage/engine/show_parts.h"
 #include "stage/offline/audio_file.h"
 #include "stage/offline/offline_show.h"
-#include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
-#include "tavo_core/active_change_log.h"
 
 namespace {
 
@@ -74,14 +71,9 @@ void PrintSummary(const stage::OfflineResult& result, const RenderWords& words) 
     out << '\n';
 }
 
-stage::OfflineOptions MakeOptions(const RenderWords& words, const tavo_midi::ShowData& show,
-                                  const stage::Settings& settings) {
+stage::OfflineOptions MakeOptions(const RenderWords& words, const tavo_midi::ShowData& show) {
     stage::OfflineOptions options;
-    options.showDirectory = words.showPath;
     std::tie(options.firstSong, options.lastSong) = ParseSongRange(words.songs, show);
-    options.framesPerSecond = FramesPerSecond;
-    options.masterVolume = settings.volumes.master;
-    options.synthVolume = settings.volumes.synth;
     options.tracesBeats = words.traceBeats;
     if (!words.scriptPath.empty()) {
         options.script = stage::ParseShowScript(kit::ReadFile(words.scriptPath, MaxScriptBytes), words.scriptPath, show,
@@ -97,15 +89,13 @@ void Render(const RenderWords& words) {
     if (words.outPath != NoFile && !stage::AudioFile::HasKnownExtension(words.outPath))
         throw std::invalid_argument(
             fmt::format("the sound file \"{}\" must be named .wav or .flac, or be \"none\"", words.outPath));
-    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
-    const tavo_midi::ShowData show(directory.ShowDataPath());
-    const stage::Settings settings = stage::ReadSettings(directory.SettingsPath());
-    const stage::OfflineOptions options = MakeOptions(words, show, settings);
-    const std::string soundFont =
-        words.soundFontPath.empty() ? stage::ChooseSoundFont(settings, words.showPath) : words.soundFontPath;
-    stage::Synth synth(soundFont, FramesPerSecond, stage::CountChannels(show));
-    CreateChangeLog(directory.LogPathInUse(settings));
-    stage::AddMissingSongLogs(show);
+    // Says in its own words what is missing in a directory that is no show.
+    static_cast<void>(stage::ScanShowDirectory(words.showPath));
+    stage::ShowSession::Options sessionOptions = stage::MakeOfflineSessionOptions(FramesPerSecond);
+    sessionOptions.soundFont = words.soundFontPath;
+    // A render hears no MIDI input: whatever is learned on this machine stays out of it.
+    stage::ShowSession session(words.showPath, words.showPath, sessionOptions);
+    const stage::OfflineOptions options = MakeOptions(words, session.GetShow());
 
     std::unique_ptr<stage::AudioFile> sound;
     if (words.outPath != NoFile) sound = std::make_unique<stage::AudioFile>(words.outPath, FramesPerSecond);
@@ -117,7 +107,7 @@ void Render(const RenderWords& words) {
         soundSink = [&](const float* left, const float* right, std::uint32_t n) { sound->Write(left, right, n); };
     stage::Trace::Sink traceSink;
     if (trace) traceSink = [&](const std::string& line) { trace->Write(line); };
-    stage::OfflineShow offline(show, synth, options, soundSink, traceSink);
+    stage::OfflineShow offline(session, options, soundSink, traceSink);
     const stage::OfflineResult result = offline.Run();
     if (sound) sound->Finish();
     if (trace) trace->Finish();

@@ -5,33 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "stage/control/command.h"
 #include "tavo_midi/show_data.h"
 
 namespace stage {
-
-/// What an operator can do.
-enum class Verb : std::uint8_t {
-    Play,
-    Stop,
-    Pause,
-    Continue,
-    Exit,
-    Seek,
-    Next,
-    Previous,
-    NextMarker,
-    PreviousMarker,
-    NextMeasure,
-    PreviousMeasure,
-    Load,
-    Tempo,
-    Transpose,
-    Volume,
-    Fade,
-    CancelFade,
-    Attacca,
-    Quit,
-};
 
 /// One press of the operator and when it is made.
 struct ScriptLine {
@@ -44,10 +21,8 @@ struct ScriptLine {
     unsigned int pass = 1;
     double seconds = 0;
 
-    Verb verb = Verb::Play;
-    /// Factor (tempo, volume), seconds (fade), semitones, tick (seek), 1 or 0 (attacca).
-    double number = 0;
-    std::string loadSong;
+    /// Its source is the script; id and moment are given when it is made.
+    Command command;
 };
 
 /// Reads the script of an operator; docs/render.md teaches it. Places are looked up in the songs, the first lines in

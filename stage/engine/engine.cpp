@@ -178,6 +178,7 @@ void Engine::RenderSound_(std::uint32_t frames) {
     if (fadeIsToTell_ && !fadeGain_.IsMoving()) {
         fadeIsToTell_ = false;
         host_.OnFadeDone();
+        if (listener_ != nullptr) listener_->OnFadeEnd();
         looksOutside_ = true;
     }
 }

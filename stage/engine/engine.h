@@ -47,6 +47,8 @@ public:
     /// A held fermata was released: time goes on at `tick`.
     virtual void OnRelease(std::uint32_t /*tick*/) {}
     virtual void OnCue(const Cue& /*cue*/) {}
+    /// A fade has arrived and the host has done what was to follow it.
+    virtual void OnFadeEnd() {}
 
 protected:
     ~EngineListener() = default;

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 #include <utility>
 
-#include "player_core/gui_update.h"
 #include "stage/offline/offline_show.h"
 #include "tavo_core/event_codes.h"
 #include "tavo_core/song_log.h"
@@ -28,7 +28,7 @@ const ScriptLine* OfflineShow::NextLine_() const {
 }
 
 std::int64_t OfflineShow::LineFrame_(const ScriptLine& line) const {
-    return lastPressFrame_ + static_cast<std::int64_t>(std::llround(line.seconds * options_.framesPerSecond));
+    return lastPressFrame_ + static_cast<std::int64_t>(std::llround(line.seconds * framesPerSecond_));
 }
 
 // The engine is to stop for the place that the next line waits for.
@@ -56,7 +56,7 @@ void OfflineShow::OnArrival(std::uint32_t tick) {
     }
     DoLinesAt_(tick);
     if (options_.script || engine_.IsRolling() || player_.GetPlayerState() != PlayerState::Paused) return;
-    const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * options_.framesPerSecond);
+    const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * framesPerSecond_);
     automaticPress_ = AutomaticPress{engine_.GetFrame() + wait, true};
 }
 
@@ -64,7 +64,7 @@ void OfflineShow::OnHold(std::uint32_t tick) {
     if (trace_) TraceLine_(tick, "hold", trace_->GetPositions().DescribeTick(tick));
     DoLinesAt_(tick);
     if (options_.script) return;
-    const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * options_.framesPerSecond);
+    const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * framesPerSecond_);
     automaticPress_ = AutomaticPress{engine_.GetFrame() + wait, false};
 }
 
@@ -91,9 +91,8 @@ void OfflineShow::Do_(const ScriptLine& line) {
     arrivals_ = 0;
     jumpsSincePress_ = 0;
     lastPressFrame_ = engine_.GetFrame();
-    DoTransport_(line);
-    DoSetting_(line);
-    if (trace_ && line.verb == Verb::Exit && !flow_.GetWaitingJump()) TraceLoops_(engine_.GetPosition());
+    DoCommand_(line);
+    if (trace_ && line.command.verb == Verb::Exit && !flow_.GetWaitingJump()) TraceLoops_(engine_.GetPosition());
     player_.EnsureGuiIsCurrent();
     if (player_.GetActiveSongNumberRef().Get() != song_) {
         endedSong_.clear();
@@ -103,73 +102,29 @@ void OfflineShow::Do_(const ScriptLine& line) {
     KeepDisplayCurrent_();
 }
 
-void OfflineShow::DoTransport_(const ScriptLine& line) {
-    switch (line.verb) {
-        case Verb::Play:
-            return player_.Play();
-        case Verb::Stop:
-            return player_.UserRequestedStop();
-        case Verb::Pause:
-            return Pause_();
-        case Verb::Continue:
-            return player_.Continue();
-        case Verb::Exit:
-            return player_.FlowControlExit();
-        case Verb::Seek:
-            return player_.Seek(static_cast<unsigned int>(line.number));
-        case Verb::Next:
-            player_.NextSong();
-            return;
-        case Verb::Previous:
-            return player_.PrevSong();
-        case Verb::NextMarker:
-            return player_.SeekRight();
-        case Verb::PreviousMarker:
-            return player_.SeekLeft();
-        case Verb::NextMeasure:
-            return player_.SeekToNextMeasure();
-        case Verb::PreviousMeasure:
-            return player_.SeekToPreviousMeasure();
-        case Verb::Load:
-            return player_.LoadSong(line.loadSong);
-        default:
-            return;
-    }
+void OfflineShow::DoCommand_(const ScriptLine& line) {
+    Command command = line.command;
+    command.moment = Moment_();
+    if (options_.press) return options_.press(command);
+    const CommandRecord record = session_.GetDesk().Execute(std::move(command));
+    if (!record.IsTaken())
+        throw std::runtime_error(
+            fmt::format("line {} of the script (\"{}\"): {}", line.lineNumber, line.text, record.sentence));
 }
 
-void OfflineShow::DoSetting_(const ScriptLine& line) {
-    switch (line.verb) {
-        case Verb::Tempo:
-            return player_.SetTempoScale(line.number);
-        case Verb::Transpose:
-            return player_.SetTransposition(static_cast<int>(line.number));
-        case Verb::Volume:
-            player_.SetVolume(line.number, tavo_audio::Master);
-            return;
-        case Verb::Fade:
-            return player_.Fade([this] { StopFaded_(); }, static_cast<float>(line.number));
-        case Verb::CancelFade:
-            return player_.CancelFade();
-        case Verb::Attacca:
-            return player_.SetAttaccaState(song_, line.number > 0 ? CL::AttaccaNext : CL::AttaccaNormal);
-        case Verb::Quit:
-            return Quit_();
-        default:
-            return;
-    }
+void OfflineShow::Press_(Verb verb, std::vector<CommandArgument> arguments) {
+    const CommandRecord record =
+        session_.GetDesk().Execute({verb, std::move(arguments), {Door::Automatic, ""}, 0, Moment_()});
+    if (!record.IsTaken()) throw std::runtime_error(record.sentence);
 }
 
-void OfflineShow::StopFaded_() {
-    player_.UserRequestedStop();
+std::chrono::nanoseconds OfflineShow::Moment_() const {
+    return std::chrono::nanoseconds(engine_.GetFrame() * 1'000'000'000 / framesPerSecond_);
+}
+
+// The display learns of the stop at the frame where it happens.
+void OfflineShow::OnFadeEnd() {
     KeepDisplayCurrent_();
-}
-
-// A pause asked for while a caesura stands pending cancels the caesura instead.
-void OfflineShow::Pause_() {
-    if (player_.HasPendingCaesura() && player_.GetPlayerState() != PlayerState::Faded)
-        return player_.UserCancelCaesura();
-    player_.Pause(false);
-    GetGuiUpdate().Pause();
 }
 
 void OfflineShow::PressAutomatically_() {
@@ -178,10 +133,10 @@ void OfflineShow::PressAutomatically_() {
     jumpsSincePress_ = 0;
     if (continues) {
         if (trace_) TraceLine_(engine_.GetPosition(), "operator", "continue (automatic)");
-        player_.Continue();
+        Press_(Verb::Continue);
     } else if (engine_.IsHolding()) {
         if (trace_) TraceLine_(engine_.GetPosition(), "operator", "exit (automatic)");
-        player_.FlowControlExit();
+        Press_(Verb::Exit);
     }
     KeepDisplayCurrent_();
 }
@@ -212,7 +167,7 @@ void OfflineShow::LeaveVampAutomatically_() {
     for (const LoopEvent& loop : flow_.CopyActiveLoops()) {
         if (loop.type != codes::Vamp || loop.maxCount != 0 || loop.count < 2) continue;
         if (trace_) TraceLine_(engine_.GetPosition(), "operator", "exit (automatic)");
-        player_.FlowControlExit();
+        Press_(Verb::Exit);
         if (trace_) TraceLoops_(engine_.GetPosition());
         return;
     }

@@ -9,15 +9,15 @@
 #include <utility>
 
 #include "kit/numeric_string_compare.h"
-#include "player_core/gui_update.h"
 #include "tavo_core/callback_dispatcher.h"
-#include "tavo_core/gui_dispatcher.h"
 
 namespace stage {
 
 namespace {
 
 constexpr std::uint32_t LongestPieceFrames = 4096;
+// Nobody presses anything between two moments that are known beforehand, so there is no need to plan for less.
+constexpr std::uint32_t AdvanceFrames = 512;
 constexpr double PauseBetweenSongsSeconds = 1.0;
 constexpr double LongestTailSeconds = 2.0;
 constexpr float TailSilence = 3e-5F;  // -90 dB
@@ -35,42 +35,49 @@ float FindPeak(const float* samples, std::size_t count) {
 
 }  // namespace
 
-OfflineShow::OfflineShow(const tavo_midi::ShowData& showData, Synth& synth, OfflineOptions options, SoundSink soundSink,
-                         Trace::Sink traceSink)
-    : showData_(showData),
+ShowSession::Options MakeOfflineSessionOptions(std::uint32_t framesPerSecond) {
+    ShowSession::Options options;
+    options.framesPerSecond = framesPerSecond;
+    options.advanceFrames = AdvanceFrames;
+    options.hasRunningFeed = false;
+    options.sendsTimeCode = false;
+    options.isEditable = false;
+    return options;
+}
+
+OfflineShow::OfflineShow(ShowSession& session, OfflineOptions options, SoundSink soundSink, Trace::Sink traceSink)
+    : session_(session),
+      showData_(session.GetShow()),
       options_(std::move(options)),
       soundSink_(std::move(soundSink)),
-      player_(options_.showDirectory, showData, synth, options_.framesPerSecond, options_.advanceFrames),
+      player_(session.GetStagePlayer()),
       engine_(player_.GetEngine()),
       flow_(player_.GetStageShowControl()),
+      feed_(session.GetSteppedFeed()),
+      framesPerSecond_(session.GetOptions().framesPerSecond),
+      passFrames_(std::int64_t{feed_.GetInterval()} * framesPerSecond_ / 1000),
       left_(LongestPieceFrames),
       right_(LongestPieceFrames) {
-    auto feed = std::make_unique<SteppedFeed>(
-        player_, [this](unsigned int* tickIndex) { return player_.ReportPosition(tickIndex); });
-    feed_ = feed.get();
-    SetGuiUpdate(std::move(feed));
-    passFrames_ = std::int64_t{feed_->GetInterval()} * options_.framesPerSecond / 1000;
     if (traceSink) trace_ = std::make_unique<Trace>(std::move(traceSink), options_.tracesBeats);
+    // After the player, which is told first and puts in the next song.
     notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song, [this](void*) { EndSong_(); });
-    player_.SetVolume(options_.masterVolume, tavo_audio::Master);
-    player_.SetVolume(options_.synthVolume, tavo_audio::Synth);
+    session_.SetQuitHandler([this] { Quit_(); });
     engine_.SetListener(this);
 }
 
 OfflineShow::~OfflineShow() {
     notify::callbackDispatcher.RemoveCallbacksForTarget(this);
+    session_.SetQuitHandler({});
     engine_.SetListener(nullptr);
     player_.HaltOutput();
     engine_.FinishRendering();
-    trace_.reset();
-    SetGuiUpdate(nullptr);
 }
 
 OfflineResult OfflineShow::Run() {
-    player_.LoadSong(options_.firstSong);
+    Press_(Verb::Load, {options_.firstSong});
     BeginSong_();
     KeepDisplayCurrent_();
-    player_.Play();
+    Press_(Verb::Play);
     while (!IsFinished_()) {
         RenderUntil_(NextMoment_());
         PlayOn_();
@@ -107,8 +114,7 @@ void OfflineShow::BeginSong_() {
 // The player has stopped at the song's end and, where there is one, put in the next song.
 void OfflineShow::EndSong_() {
     endedSong_ = song_;
-    nextStartFrame_ =
-        engine_.GetFrame() + static_cast<std::int64_t>(PauseBetweenSongsSeconds * options_.framesPerSecond);
+    nextStartFrame_ = engine_.GetFrame() + static_cast<std::int64_t>(PauseBetweenSongsSeconds * framesPerSecond_);
     if (trace_) TraceLine_(showData_.GetSongData(song_).GetTimeline().GetEndTickIndex(), "song-end", song_);
 }
 
@@ -116,28 +122,28 @@ void OfflineShow::EndSong_() {
 void OfflineShow::PlayOn_() {
     NoticeSong_();
     DoWhatIsDue_();
-    if (feed_->IsRunning() && engine_.GetFrame() >= nextPassFrame_) {
-        feed_->MakePass();
+    if (feed_.IsRunning() && engine_.GetFrame() >= nextPassFrame_) {
+        feed_.MakePass();
         nextPassFrame_ = (engine_.GetFrame() / passFrames_ + 1) * passFrames_;
     }
     KeepDisplayCurrent_();
     if (HasNextSongToStart_() && engine_.GetFrame() >= nextStartFrame_) {
         endedSong_.clear();
         lastPressFrame_ = engine_.GetFrame();
-        player_.Play();
+        Press_(Verb::Play);
     }
     if (trace_) trace_->WriteNotifications(engine_.GetFrame(), engine_.GetPosition());
 }
 
 // What was signalled to the feed and what was sent to the display in the last step.
 void OfflineShow::KeepDisplayCurrent_() {
-    if (feed_->UseCurrentPosition() || !engine_.IsRolling()) feed_->MakePass();
+    if (feed_.UseCurrentPosition() || !engine_.IsRolling()) feed_.MakePass();
     if (trace_) trace_->WriteNotifications(engine_.GetFrame(), engine_.GetPosition());
 }
 
 std::int64_t OfflineShow::NextMoment_() {
     std::int64_t moment = engine_.GetFrame() + LongestPieceFrames;
-    if (feed_->IsRunning()) moment = std::min(moment, std::max(nextPassFrame_, engine_.GetFrame() + 1));
+    if (feed_.IsRunning()) moment = std::min(moment, std::max(nextPassFrame_, engine_.GetFrame() + 1));
     if (automaticPress_) moment = std::min(moment, automaticPress_->frame);
     if (HasNextSongToStart_()) moment = std::min(moment, nextStartFrame_);
     if (const ScriptLine* line = NextLine_(); line != nullptr && !line->tick) {
@@ -169,7 +175,7 @@ float OfflineShow::HandOverSound_() {
 void OfflineShow::RenderTail_() {
     HandOverSound_();
     engine_.Stop();
-    const auto end = engine_.GetFrame() + static_cast<std::int64_t>(LongestTailSeconds * options_.framesPerSecond);
+    const auto end = engine_.GetFrame() + static_cast<std::int64_t>(LongestTailSeconds * framesPerSecond_);
     while (engine_.GetFrame() < end) {
         const std::int64_t pieceEnd = std::min<std::int64_t>(engine_.GetFrame() + LongestPieceFrames, end);
         RenderUntil_(pieceEnd);

@@ -8,26 +8,21 @@
 #include <vector>
 
 #include "stage/control/script.h"
-#include "stage/engine/stage_player.h"
-#include "stage/engine/synth.h"
 #include "stage/offline/trace.h"
-#include "stage/session/stepped_feed.h"
+#include "stage/session/show_session.h"
 
 namespace stage {
 
 struct OfflineOptions {
-    std::string showDirectory;
     /// The operator starts these songs and those between them in the show's order; attaccas are followed anyway.
     std::string firstSong;
     std::string lastSong;
     /// What the operator does besides; without it an automatic operator leaves every vamp in its second pass, and
     /// every hold and caesura after two seconds.
     std::optional<std::vector<ScriptLine>> script;
-    std::uint32_t framesPerSecond = 48000;
-    /// Nobody presses anything between two moments that are known beforehand, so there is no need to plan for less.
-    std::uint32_t advanceFrames = 512;
-    double masterVolume = 1.0;
-    double synthVolume = 1.0;
+    /// Gives the operator's commands to the show, on the rendering thread; empty: to the session's desk. For commands
+    /// that are to take another way to it.
+    std::function<void(const Command& command)> press;
     bool tracesBeats = false;
 };
 
@@ -39,24 +34,25 @@ struct OfflineResult {
     std::vector<std::string> remarks;
 };
 
-/// Plays songs as a theatre would, but as fast as the machine can: the player, its display feed and an operator over a
-/// clock that counts frames. The result, the sound and the trace are the same in every run. Uses the process's active
-/// change log, which must hold every song, and installs a display feed for as long as it lives: one at a time.
+/// How a session is opened that an OfflineShow plays: it keeps no journal, sends no time code and waits for nobody.
+[[nodiscard]] ShowSession::Options MakeOfflineSessionOptions(std::uint32_t framesPerSecond = 48000);
+
+/// Plays songs as a theatre would, but as fast as the machine can: an operator, the passes of the display feed and a
+/// clock that counts frames, over a session like any other. The result, the sound and the trace are the same in every
+/// run.
 class OfflineShow : private EngineListener {
 public:
     using SoundSink = std::function<void(const float* left, const float* right, std::uint32_t frames)>;
 
-    /// Either sink may be empty. `showData` and `synth` outlive the object.
-    OfflineShow(const tavo_midi::ShowData& showData, Synth& synth, OfflineOptions options, SoundSink soundSink,
-                Trace::Sink traceSink);
+    /// Either sink may be empty. `session` outlives the object, has a stepped feed, and is used by nobody else
+    /// meanwhile.
+    OfflineShow(ShowSession& session, OfflineOptions options, SoundSink soundSink, Trace::Sink traceSink);
     ~OfflineShow();
     OfflineShow(const OfflineShow&) = delete;
     OfflineShow& operator=(const OfflineShow&) = delete;
 
     /// Plays it all. Once only. What a sink throws ends it.
     OfflineResult Run();
-
-    [[nodiscard]] StagePlayer& GetPlayer() { return player_; }
 
 private:
     struct AutomaticPress {
@@ -70,6 +66,7 @@ private:
     void OnHold(std::uint32_t tick) override;
     void OnRelease(std::uint32_t tick) override;
     void OnCue(const Cue& cue) override;
+    void OnFadeEnd() override;
 
     // offline_show.cpp
     void NoticeSong_();
@@ -92,10 +89,10 @@ private:
     void DoWhatIsDue_();
     void DoLinesAt_(std::uint32_t tick);
     void Do_(const ScriptLine& line);
-    void DoTransport_(const ScriptLine& line);
-    void DoSetting_(const ScriptLine& line);
-    void Pause_();
-    void StopFaded_();
+    void DoCommand_(const ScriptLine& line);
+    /// Gives a command of the automatic operator to the desk.
+    void Press_(Verb verb, std::vector<CommandArgument> arguments = {});
+    [[nodiscard]] std::chrono::nanoseconds Moment_() const;
     void PrepareNextLine_();
     void PressAutomatically_();
     void LeaveVampAutomatically_();
@@ -109,15 +106,17 @@ private:
     [[nodiscard]] std::string DescribeLoop_(const LoopEvent& loop) const;
 
     // Constant after construction.
+    ShowSession& session_;
     const tavo_midi::ShowData& showData_;
     const OfflineOptions options_;
     const SoundSink soundSink_;
-    StagePlayer player_;
+    StagePlayer& player_;
     Engine& engine_;
     StageShowControl& flow_;
-    SteppedFeed* feed_ = nullptr;  // owned by the process's holder
+    SteppedFeed& feed_;
+    const std::uint32_t framesPerSecond_;
     std::unique_ptr<Trace> trace_;
-    std::int64_t passFrames_ = 0;
+    const std::int64_t passFrames_;
 
     // Used on the rendering thread only.
     std::string song_;

@@ -9,7 +9,6 @@
 #include "kit/path.h"
 #include "player_core/gui_update.h"
 #include "stage/engine/show_parts.h"
-#include "stage/session/stepped_feed.h"
 #include "stage/show/show_directory.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
@@ -17,27 +16,44 @@
 
 namespace stage {
 
+namespace {
+
+// The log that the settings choose; empty for the newest. A directory that is no show is for the façade to refuse.
+std::string FindChosenLog(const std::string& showPath) {
+    const Settings settings = ReadSettings(kit::path::Join(showPath, "settings.json"));
+    return settings.changeLog.empty() ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
+}
+
+}  // namespace
+
 ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options)
-    : Interface(showPath, settingsPath, options.hasRunningFeed), options_(options) {
-    settings_ = ReadSettings(GetSettingsFilename());
+    : Interface(showPath, settingsPath, options.hasRunningFeed, FindChosenLog(showPath)),
+      options_(options),
+      settings_(ReadSettings(GetSettingsFilename())),
+      desk_(*this, CommandDesk::Options{std::chrono::milliseconds(settings_.pressGuardMs)}) {
     Initialize();
-    synth_ = std::make_unique<Synth>(ChooseSoundFont(settings_, showPath), options_.framesPerSecond,
-                                     CountChannels(GetShowData()));
-    player_ = std::make_unique<StagePlayer>(showPath, GetShowData(), *synth_, options_.framesPerSecond);
-    timeCodeFollower_ = std::make_unique<TimeCodeFollower>(GetMidiTimeCodeController(), player_->GetUserControls(),
-                                                           options_.framesPerSecond);
-    player_->GetEngine().SetFollower(timeCodeFollower_.get());
-    player_->SetVolume(settings_.volumes.master, tavo_audio::Master);
-    player_->SetVolume(settings_.volumes.synth, tavo_audio::Synth);
+    synth_ =
+        std::make_unique<Synth>(options_.soundFont.empty() ? ChooseSoundFont(settings_, showPath) : options_.soundFont,
+                                options_.framesPerSecond, CountChannels(GetShowData()));
+    player_ = std::make_unique<StagePlayer>(showPath, GetShowData(), *synth_, options_.framesPerSecond,
+                                            options_.advanceFrames);
+    if (options_.sendsTimeCode) {
+        timeCodeFollower_ = std::make_unique<TimeCodeFollower>(GetMidiTimeCodeController(), player_->GetUserControls(),
+                                                               options_.framesPerSecond);
+        player_->GetEngine().SetFollower(timeCodeFollower_.get());
+    }
     const auto reportPosition = [this](unsigned int* tickIndex) { return player_->ReportPosition(tickIndex); };
     if (options_.hasRunningFeed) {
         SetGuiUpdate(std::make_unique<gui::GuiUpdate>(*player_, reportPosition));
         GetGuiUpdate().StartUpdateGenerator();
     } else {
-        SetGuiUpdate(std::make_unique<SteppedFeed>(*player_, reportPosition));
+        auto feed = std::make_unique<SteppedFeed>(*player_, reportPosition);
+        steppedFeed_ = feed.get();
+        SetGuiUpdate(std::move(feed));
     }
+    player_->SetVolume(settings_.volumes.master, tavo_audio::Master);
+    player_->SetVolume(settings_.volumes.synth, tavo_audio::Synth);
     try {
-        if (!settings_.changeLog.empty()) OpenSavedLog_(ScanShowDirectory(showPath).LogNameInUse(settings_));
         OpenJournal_();
         RegisterMidiRequests_();
     } catch (...) {
@@ -66,6 +82,28 @@ std::vector<tavo_audio::VolumeType> ShowSession::GetVolumeTypes() const {
     return {tavo_audio::Synth, tavo_audio::Master, tavo_audio::Click, tavo_audio::Effects};
 }
 
+SteppedFeed& ShowSession::GetSteppedFeed() {
+    if (steppedFeed_ == nullptr) throw std::logic_error("The session's display feed keeps itself going.");
+    return *steppedFeed_;
+}
+
+CommandPlace ShowSession::GetPlace() {
+    return {GetCurrentSongNumber(), player_->GetEngine().GetPosition(), player_->GetEngine().GetFrame()};
+}
+
+void ShowSession::Panic() {
+    player_->HaltOutput();
+    Stop();
+}
+
+void ShowSession::ConductBeat(std::chrono::nanoseconds /*moment*/) {
+    player_->ConductBeat();
+}
+
+void ShowSession::Quit() {
+    if (quitHandler_) quitHandler_();
+}
+
 void ShowSession::LoadChangeLogEditor() {
     AddMissingSongLogs(GetShowData());
     Interface::LoadChangeLogEditor();
@@ -77,6 +115,7 @@ void ShowSession::OpenJournal_() {
     recovered_.clear();
     recoveredLines_.clear();
     journalProblems_.clear();
+    if (!options_.isEditable) return;
     CL::EditJournal::Contents contents = CL::EditJournal::Read(GetChangelogFilename());
     journalProblems_ = std::move(contents.problems);
     recovered_ = std::move(contents.changes);
@@ -111,6 +150,7 @@ void ShowSession::DiscardRecoveredEdits() {
 
 template <class Edit>
 void ShowSession::EditAndTell_(Edit&& edit) {
+    if (!options_.isEditable) throw std::logic_error("The show is open for playing only, its edits stay as they are.");
     if (!recovered_.empty())
         throw std::logic_error("The edits that were left in the journal have to be recovered or discarded first.");
     const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();

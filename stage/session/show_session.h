@@ -1,12 +1,16 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "player_core/interface.h"
+#include "stage/control/command_desk.h"
 #include "stage/engine/stage_player.h"
 #include "stage/engine/synth.h"
+#include "stage/session/stepped_feed.h"
 #include "stage/session/time_code_follower.h"
 #include "stage/show/settings.h"
 #include "tavo_core/editor.h"
@@ -14,22 +18,32 @@
 
 namespace stage {
 
-/// A show that is open: the façade over the stage's player. It opens the change log that the settings choose, keeps a
-/// journal of every edit beside it and tells the player of each, so that a show can be edited while it plays. It
-/// installs the process's display feed: one session at a time. MIDI time code follows the player. Show control's and
-/// machine control's songs and times are obeyed; one that the show does not have is logged and nothing happens. What
-/// plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread that ends before the session does.
+/// A show that is open: the façade over the stage's player, with the desk that every press passes. It opens the change
+/// log that the settings choose, keeps a journal of every edit beside it and tells the player of each, so that a show
+/// can be edited while it plays. It installs the process's display feed: one session at a time. MIDI time code follows
+/// the player. Show control's and machine control's songs and times are obeyed; one that the show does not have is
+/// logged and nothing happens. What plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread
+/// that ends before the session does: by a device's clock in a performance, by a stepped one in a render.
 ///
 /// Edits, saving and opening belong to one thread, the host's; the rest as Interface says.
-class ShowSession : public Interface {
+class ShowSession : public Interface, private CommandPerformer {
 public:
     struct Options {
         std::uint32_t framesPerSecond = 48000;
+        /// How far playback plans ahead.
+        std::uint32_t advanceFrames = Engine::DefaultAdvanceFrames;
         /// Of the `.score` file.
         std::string scorePassphrase;
+        /// In place of the one that the settings name, relative to the working directory; empty for that one.
+        std::string soundFont;
         /// The display feed keeps itself going. Without it the owner renders by a clock of its own and makes the
-        /// passes.
+        /// passes (GetSteppedFeed).
         bool hasRunningFeed = true;
+        /// MIDI time code follows the player.
+        bool sendsTimeCode = true;
+        /// Edits are taken and kept in a journal. Without it the session writes nothing beside the show, edits are
+        /// refused, and edits that a crash left are not looked for.
+        bool isEditable = true;
     };
 
     /// Reads the show directory. Throws NoShowData, NoChangeLog, and std::runtime_error with one sentence for what
@@ -47,6 +61,14 @@ public:
     Player* GetPlayer() override { return player_.get(); }
 
     [[nodiscard]] StagePlayer& GetStagePlayer() { return *player_; }
+    [[nodiscard]] Synth& GetSynth() { return *synth_; }
+    /// Every press goes through here, also those of the MIDI input.
+    [[nodiscard]] CommandDesk& GetDesk() { return desk_; }
+    /// What the verb "quit" does; nothing at first. Called on the thread that carries the command out.
+    void SetQuitHandler(std::function<void()> handler) { quitHandler_ = std::move(handler); }
+    /// The display feed of a session without a running one; std::logic_error for another.
+    [[nodiscard]] SteppedFeed& GetSteppedFeed();
+    [[nodiscard]] const Options& GetOptions() const { return options_; }
     [[nodiscard]] const Settings& GetSettings() const { return settings_; }
     [[nodiscard]] const tavo_midi::ShowData& GetShow() { return GetShowData(); }
 
@@ -86,9 +108,16 @@ private:
     // Interface.
     void LoadChangeLogEditor() override;
 
+    // CommandPerformer.
+    Interface& GetFacade() override { return *this; }
+    const tavo_midi::ShowData& GetMusic() override { return GetShowData(); }
+    CommandPlace GetPlace() override;
+    void Panic() override;
+    void LocateTimeCode(std::chrono::nanoseconds time) override;
+    void ConductBeat(std::chrono::nanoseconds moment) override;
+    void Quit() override;
+
     void RegisterMidiRequests_();
-    /// Goes to where time code stands at `time`, in the song that is loaded or else in the first that has it.
-    void LocateTimeCode_(std::chrono::nanoseconds time);
 
     void OpenJournal_();
     void OpenSavedLog_(const std::string& name);
@@ -102,6 +131,9 @@ private:
     // Constant after construction.
     const Options options_;
     Settings settings_;
+    SteppedFeed* steppedFeed_ = nullptr;  // owned by the process's holder
+    // Synchronises itself.
+    CommandDesk desk_;
     // Used by the host's thread.
     std::unique_ptr<Synth> synth_;
     std::unique_ptr<TimeCodeFollower> timeCodeFollower_;
@@ -110,6 +142,7 @@ private:
     std::vector<CL::LogChange> recovered_;
     std::vector<std::string> recoveredLines_;
     std::vector<std::string> journalProblems_;
+    std::function<void()> quitHandler_;
 };
 
 }  // namespace stage

@@ -27,10 +27,10 @@ void ShowSession::RegisterMidiRequests_() {
         LoadSong(songNumber);
     });
     add(midi_commands::names::locate,
-        [this](void* payload) { LocateTimeCode_(*static_cast<const nanoseconds*>(payload)); });
+        [this](void* payload) { LocateTimeCode(*static_cast<const nanoseconds*>(payload)); });
 }
 
-void ShowSession::LocateTimeCode_(nanoseconds time) {
+void ShowSession::LocateTimeCode(nanoseconds time) {
     const std::string current = GetCurrentSongNumber();
     std::vector<std::string> songNumbers = GetShowData().GetSongNumbers();
     std::stable_partition(songNumbers.begin(), songNumbers.end(),

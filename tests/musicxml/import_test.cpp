@@ -245,7 +245,7 @@ TEST_F(ImportOfScores, AsWrittenOfAMidiFileAndAScore_NotesNothing) {
 }
 
 TEST_F(ImportOfScores, TheFirstScoresOfTheReadme_AreImportedWithoutANote) {
-    const std::filesystem::path folder = std::filesystem::path(__FILE__).parent_path() / "../../examples/first-score";
+    const std::filesystem::path folder = std::filesystem::path(SOURCE_DIR) / "examples/first-score";
     const test_support::ProgramResult import = RunStage({"import", folder, "--written", "-o", directory_ / "show"});
     EXPECT_EQ(0, import.exitCode);
     EXPECT_EQ("", import.err);

@@ -89,8 +89,7 @@ TEST_P(CorpusPerformance, TraceIsTheOneThatWasReadAndWhatSoundsIsWhatItSays) {
         sounding += message.status == 0x90 ? 1 : 0;
     EXPECT_GT(sounding, 20);
 
-    const std::string path =
-        (std::filesystem::path(__FILE__).parent_path() / "golden" / (std::string(evening.name) + ".trace")).string();
+    const std::string path = std::string(SOURCE_DIR) + "/tests/scenarios/golden/" + evening.name + ".trace";
     if (std::getenv("TAVO_WRITE_GOLDEN") != nullptr) std::ofstream(path) << played.trace;
     EXPECT_EQ(kit::ReadFile(path, 1 << 20), played.trace);
 }

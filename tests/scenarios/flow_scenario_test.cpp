@@ -302,10 +302,8 @@ TEST(Trace, IsTheSameInEveryRunAndForEveryAdvance) {
     TestShow show;
     show.Song("1", 6).Edits("vamp 2 3\nfermata 4 4\ncaesura 6\ntempo 5 5 73\nattacca").Song("2", 2);
     const auto play = [&](std::uint32_t advanceFrames) {
-        stage::OfflineOptions options;
-        options.firstSong = options.lastSong = "1";
-        options.advanceFrames = advanceFrames;
-        return show.Perform(options);
+        show.sessionOptions.advanceFrames = advanceFrames;
+        return show.Perform();
     };
     const Performance first = play(64);
     const Performance second = play(64);

@@ -14,7 +14,7 @@ using test_support::ProgramResult;
 using test_support::RunStage;
 
 std::filesystem::path SourcePath() {
-    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+    return SOURCE_DIR;
 }
 
 class Demo : public testing::Test {

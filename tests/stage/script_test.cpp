@@ -39,14 +39,14 @@ TEST_F(ShowScript, ReadsPlacesTimesAndSongs) {
     ASSERT_EQ(5U, lines.size());
     EXPECT_EQ(3U, lines[0].lineNumber);
     EXPECT_EQ(1920U + 960, lines[0].tick);
-    EXPECT_EQ(Verb::Exit, lines[0].verb);
+    EXPECT_EQ(Verb::Exit, lines[0].command.verb);
     EXPECT_EQ("at 2:3 exit", lines[0].text);
     EXPECT_EQ(960U, lines[1].tick);
     EXPECT_EQ(2U, lines[1].pass);
     EXPECT_FALSE(lines[2].tick.has_value());
     EXPECT_EQ(2.5, lines[2].seconds);
     EXPECT_EQ("12a", lines[3].song);
-    EXPECT_EQ(11 * 1920, lines[3].number);
+    EXPECT_EQ(11U * 1920, lines[3].command.GetTick());
     EXPECT_EQ("12a", lines[4].song);
 }
 
@@ -55,12 +55,12 @@ TEST_F(ShowScript, LoadMakesTheSongThatOfTheLinesBehindIt) {
 }
 
 TEST_F(ShowScript, ReadsArguments) {
-    EXPECT_EQ(0.9, Parse("+0s tempo 90%")[0].number);
-    EXPECT_EQ(-2, Parse("+0s transpose -2")[0].number);
-    EXPECT_EQ(3, Parse("+0s transpose +3")[0].number);
-    EXPECT_EQ(0.25, Parse("+0s volume 25%")[0].number);
-    EXPECT_EQ(1.5, Parse("+0s fade 1.5")[0].number);
-    EXPECT_EQ(1, Parse("+0s attacca on")[0].number);
+    EXPECT_EQ(0.9, Parse("+0s tempo 90%")[0].command.GetNumber());
+    EXPECT_EQ(-2, Parse("+0s transpose -2")[0].command.GetNumber());
+    EXPECT_EQ(3, Parse("+0s transpose +3")[0].command.GetNumber());
+    EXPECT_EQ(0.25, Parse("+0s volume 25%")[0].command.GetNumber());
+    EXPECT_EQ(1.5, Parse("+0s fade 1.5")[0].command.GetNumber());
+    EXPECT_EQ(1, Parse("+0s attacca on")[0].command.GetNumber());
 }
 
 TEST_F(ShowScript, BadLines_AreRefusedWithFileAndLine) {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <numeric>
 #include <set>
@@ -11,9 +12,10 @@
 #include <utility>
 #include <vector>
 
-#include "stage/engine/sound_font.h"
 #include "stage/offline/offline_show.h"
 #include "tavo_core/active_change_log.h"
+#include "tests/support/pack_song.h"
+#include "tests/support/temporary_directory.h"
 #include "tests/support/trace_line.h"
 
 namespace test_support {
@@ -119,25 +121,53 @@ public:
 
     /// Plays the songs with the operator doing what the script says; without one the automatic operator plays.
     Performance Perform(const char* script = nullptr, const std::string& first = "1", const std::string& last = "1") {
+        return Perform(MakeOptions(script, first, last));
+    }
+    [[nodiscard]] stage::OfflineOptions MakeOptions(const char* script, const std::string& first = "1",
+                                                    const std::string& last = "1") const {
         stage::OfflineOptions options;
         options.firstSong = first;
         options.lastSong = last;
         if (script != nullptr) options.script = stage::ParseShowScript(script, "script", show_, first);
-        return Perform(std::move(options));
+        return options;
     }
     Performance Perform(stage::OfflineOptions options) {
-        Activate();
+        return Perform([options = std::move(options)](stage::ShowSession&) { return options; });
+    }
+    /// The same with options that need the session, or with a session that something is done to first.
+    Performance Perform(const std::function<stage::OfflineOptions(stage::ShowSession&)>& prepare) {
+        const TemporaryDirectory directory;
+        WriteTo(directory);
+        stage::ShowSession session(directory.Path(), directory.Path(), sessionOptions);
         Performance performance;
-        stage::Synth synth(stage::FindDefaultSoundFont(), options.framesPerSecond, 16);
-        synth.SetObserver([&](const stage::SynthMessage& message) { performance.messages.push_back(message); });
+        session.GetSynth().SetObserver(
+            [&](const stage::SynthMessage& message) { performance.messages.push_back(message); });
         stage::OfflineShow offline(
-            show_, synth, std::move(options),
+            session, prepare(session),
             [&](const float* left, const float*, std::uint32_t frames) {
                 performance.left.insert(performance.left.end(), left, left + frames);
             },
             [&](const std::string& line) { performance.trace += line; });
         performance.result = offline.Run();
         return performance;
+    }
+
+    /// How Perform opens it.
+    stage::ShowSession::Options sessionOptions = stage::MakeOfflineSessionOptions();
+
+    /// Makes it a show directory; throws where what is read back is not what was made.
+    void WriteTo(const TemporaryDirectory& directory) const {
+        std::vector<tavo_midi::ShowSong> songs;
+        for (const tavo_midi::SongData& song : show_.GetSongs())
+            songs.push_back(PackSong(song));
+        tavo_midi::WriteShowData(directory / "test.showdata", "Test", songs, tavo_midi::ExistingShow::Replace);
+        CL::ChangeLog log = *log_;
+        log.SetShowName("test");
+        log.GetVersion() = {1, 0};
+        (void)log.Save(directory / "test-1.0.logdata");
+        const tavo_midi::ShowData read(directory / "test.showdata");
+        for (const tavo_midi::SongData& song : show_.GetSongs())
+            RequireSame(song, read.GetSongData(song.GetSongNumber()));
     }
 
 private:

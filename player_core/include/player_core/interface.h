@@ -63,7 +63,12 @@ public:
     /// Names the calling thread "Parent", sets the process's directories and the thread exception log, makes the newest
     /// `.logdata` of the show directory the active change log and registers the MIDI command callbacks. `flag` is kept
     /// for the derived class. Throws NoShowData, NoChangeLog, and what reading the directory and the log throws.
-    Interface(const std::string& showDirectory, const std::string& settingsDirectory, bool flag);
+    Interface(const std::string& showDirectory, const std::string& settingsDirectory, bool flag)
+        : Interface(showDirectory, settingsDirectory, flag, "") {}
+    /// The same with another `.logdata` than the newest; `changeLogName` is a bare file name, empty for the newest. One
+    /// that the directory does not have throws NoChangeLog.
+    Interface(const std::string& showDirectory, const std::string& settingsDirectory, bool flag,
+              const std::string& changeLogName);
     /// Removes the MIDI command callbacks first.
     virtual ~Interface();
     Interface(const Interface&) = delete;
@@ -263,6 +268,7 @@ protected:
 
 private:
     void ScanShowDirectory_(const std::string& showDirectory);
+    void ChooseChangeLog_(const std::string& name);
     void RegisterMidiCommands_();
     /// Raises the version, saves under it and returns its text.
     std::string SaveAs_(void (*raise)(cmn::TAVOVersion& version));

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "stage/control/command.h"
+#include "stage/control/command_performer.h"
+
+namespace stage {
+
+/// What the desk decided of a command, and where the show was then.
+struct CommandRecord {
+    enum class Outcome : std::uint8_t {
+        Taken,
+        Refused,  ///< nothing was done
+        Failed,   ///< it was taken and could not be carried out
+    };
+
+    Command command;
+    Outcome outcome = Outcome::Taken;
+    /// Why it was refused or failed, for whoever pressed; empty if taken.
+    std::string sentence;
+    CommandPlace place;
+
+    [[nodiscard]] bool IsTaken() const { return outcome == Outcome::Taken; }
+};
+
+/// Stands before the façade: every press passes it, whatever door it comes through. It puts presses into one order,
+/// refuses those that come twice by mistake, tells why, and keeps one log of all.
+///
+/// The guard: a verb that goes on (VerbRow::goesOn) is refused within the guard's time after the same verb was taken,
+/// through whichever door; "go" is the same as any verb that it may stand for. A door that reports the key's release
+/// holds the verb back until then, as long as presses keep coming: a key that repeats itself is one press. Values,
+/// seeks, stops and conducted beats are never guarded, and neither is what a script, a replay or the automatic operator
+/// does.
+///
+/// Thread-safe. A command is carried out on the thread that calls Execute, which is the host's or, in a render, the
+/// only one; other doors post theirs. Nobody calls it while holding a lock of the engine or of player_core. While one
+/// command is decided and carried out the others wait; one given from inside of another is carried out at once.
+class CommandDesk {
+public:
+    struct Options {
+        std::chrono::milliseconds pressGuard{250};
+        /// The log forgets the oldest beyond so many.
+        std::size_t keptRecords = 10000;
+    };
+
+    /// After this long without a press, a key whose release was never reported counts as released: the report may have
+    /// been lost with a cable.
+    static constexpr std::chrono::milliseconds LongestKeyRepeat{2000};
+
+    /// `performer` outlives the object.
+    CommandDesk(CommandPerformer& performer, const Options& options) : performer_(performer), options_(options) {}
+    CommandDesk(const CommandDesk&) = delete;
+    CommandDesk& operator=(const CommandDesk&) = delete;
+
+    /// Decides and carries out, on this thread; blocks as the façade does. Never throws what the façade throws: the
+    /// record tells.
+    CommandRecord Execute(Command command);
+    /// Decides and keeps the record, for a door whose command the core itself carries out right after.
+    CommandRecord Admit(Command command);
+
+    /// Leaves the command for the next RunPosted; for threads that are not to wait for the façade. `onDecided`, if
+    /// there is one, is called there.
+    void Post(Command command, std::function<void(const CommandRecord&)> onDecided = {});
+    /// Executes what was posted, in that order; returns how many there were. The host's thread.
+    std::size_t RunPosted();
+    /// Called after each Post, on the posting thread: wakes whoever calls RunPosted. Set before anybody posts.
+    void SetWakeUp(std::function<void()> wakeUp) { wakeUp_ = std::move(wakeUp); }
+
+    /// The key behind the verb was released at its door. A door from which this is never heard is not held back.
+    void NoteRelease(const CommandSource& source, Verb verb);
+
+    /// The log, the oldest first.
+    [[nodiscard]] std::vector<CommandRecord> CopyRecords() const;
+    /// Hears of every record as it is kept, on the thread that decided, in the order of ids; it may call everything of
+    /// the desk. Empty for nobody.
+    void SetRecordListener(std::function<void(const CommandRecord&)> listener);
+
+private:
+    struct Posted {
+        Command command;
+        std::function<void(const CommandRecord&)> onDecided;
+    };
+    struct Key {
+        CommandSource source;
+        Verb verb;
+        bool isHeld = false;
+        std::chrono::nanoseconds lastPress{0};
+    };
+
+    [[nodiscard]] CommandRecord Decide_(Command command);
+    [[nodiscard]] std::string FindRefusal_(const Command& command, bool hasSong);
+    [[nodiscard]] std::string FindTooSoon_(const Command& command) const;
+    [[nodiscard]] bool IsKeyRepeating_(const Command& command);
+    [[nodiscard]] Key* FindKey_(const CommandSource& source, Verb verb);
+    void Keep_(const CommandRecord& record);
+
+    // Constant after construction.
+    CommandPerformer& performer_;
+    const Options options_;
+    std::function<void()> wakeUp_;
+
+    // Recursive: what a command sets off may be answered by another one. Held while the façade is called.
+    std::recursive_mutex turn_;
+    // Guarded by turn_.
+    std::uint64_t lastId_ = 0;
+    std::map<Verb, std::chrono::nanoseconds> lastTaken_;
+    std::vector<Key> keys_;  // those whose releases are reported
+    std::function<void(const CommandRecord&)> listener_;
+
+    mutable std::mutex recordMutex_;
+    std::deque<CommandRecord> records_;  // guarded by recordMutex_
+
+    std::mutex postMutex_;
+    std::deque<Posted> posted_;  // guarded by postMutex_
+};
+
+}  // namespace stage
