@@ -4,6 +4,7 @@
 #include <string>
 
 #include "stage/cli/commands.h"
+#include "tavo_midi_io/install_midi_ports.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ int PrintUsageProblem(const CLI::App& app, const CLI::ParseError& problem) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tavo_midi_io::InstallMidiPorts();
     CLI::App app("Plays the music of a show in step with the people on stage.", "stage");
     app.set_version_flag("--version", "stage " STAGE_VERSION, "Print the version and end");
     app.set_help_flag("-h,--help", "Print this help and end");
