@@ -25,6 +25,7 @@
 #include "tavo_midi/midi_ports.h"
 #include "tavo_midi/midi_time_code_controller.h"
 #include "tavo_midi/time_code.h"
+#include "tavo_midi_io/install_midi_ports.h"
 #include "tests/midi_ports/jack_server.h"
 #include "tests/support/temporary_directory.h"
 
@@ -300,6 +301,7 @@ void AddSenderRows(Table& table, const Effort& effort) {
 }  // namespace
 
 void AddMidiRows(Table& table, const Effort& effort) {
+    tavo_midi_io::InstallMidiPorts();
     AddPressRows(table, effort);
     AddQuarterFrameRow(table, effort);
     AddConverterRows(table, effort);

@@ -1,4 +1,5 @@
-# Makes find_package(player_core) work, with the platform libraries as player_core::kit and so on.
+# Makes find_package(player_core) work, with the platform libraries as player_core::kit and so on. The component tavo_midi_io
+# brings player_core::tavo_midi_io; who does not ask for it needs neither JACK nor RtMidi.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -10,6 +11,13 @@ foreach(folder platform/kit platform/tavo_core platform/tavo_midi platform/tavo_
     install(DIRECTORY ${folder}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT player_core OPTIONAL)
 endforeach()
 install(EXPORT player_core-targets NAMESPACE player_core:: DESTINATION ${package_dir} COMPONENT player_core)
+
+if(TARGET tavo_midi_io)
+    install(TARGETS tavo_midi_io EXPORT tavo_midi_io-targets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            COMPONENT player_core)
+    install(DIRECTORY platform/tavo_midi_io/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT player_core)
+    install(EXPORT tavo_midi_io-targets NAMESPACE player_core:: DESTINATION ${package_dir} COMPONENT player_core)
+endif()
 
 configure_package_config_file(cmake/player_core-config.cmake.in player_core-config.cmake
                               INSTALL_DESTINATION ${package_dir})

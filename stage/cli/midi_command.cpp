@@ -12,6 +12,7 @@
 #include "tavo_midi/midi_commands.h"
 #include "tavo_midi/midi_message_dispatcher.h"
 #include "tavo_midi/midi_ports.h"
+#include "tavo_midi_io/install_midi_ports.h"
 
 namespace {
 
@@ -34,7 +35,9 @@ std::string ToHex(Bytes message) {
     return text;
 }
 
+// Only here: what a render hears must not depend on what is plugged in.
 void ChooseSystem(const MidiWords& words) {
+    tavo_midi_io::InstallMidiPorts();
     tavo_midi::SetMidiSystemChoice(tavo_midi::ConvertStringToMidiSystemChoice(words.system));
 }
 

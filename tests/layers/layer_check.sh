@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # layer_check.sh <source tree>: fails if an include runs upward or sideways, also between the parts of stage, reaches into the
-# private folder of a library, or brings a third party's header into a library that may use only the standard one.
+# private folder of a library, or brings a third party's header into a library that may use only the standard one, or the header
+# of a device's system into one that is for programs without devices.
 set -euo pipefail
 cd "$1"
 
-layers='kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core|stage'
+layers='kit|tavo_core|tavo_midi|tavo_midi_io|tavo_audio|tavo_security|player_core|stage'
 third_party='fmt/|nlohmann/|zip\.h|CLI/|fluidsynth|sndfile|samplerate|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
+devices='jack/|rtmidi|rtaudio|alsa/'
 violations=0
 known_folders=()
 
@@ -20,9 +22,9 @@ report() {
     violations=$((violations + 1))
 }
 
-# check_folder <folder> <layers it may include> [std-only]
+# check_folder <folder> <layers it may include> [std-only|devices]
 check_folder() {
-    local folder=$1 allowed=$2 std_only=${3:-} place target top reason
+    local folder=$1 allowed=$2 third=${3:-} place target top reason
     known_folders+=("$folder")
     [[ -d $folder ]] || return 0
     while IFS=$'\t' read -r place target; do
@@ -34,8 +36,10 @@ check_folder() {
             reason="reaches into a private folder"
         elif [[ $target == */* && $top =~ ^($layers)$ && ! $top =~ ^($allowed)$ ]]; then
             reason="does not lie below"
-        elif [[ -n $std_only && $target =~ ^($third_party) ]]; then
+        elif [[ $third == std-only && $target =~ ^($third_party) ]]; then
             reason="is a third party's"
+        elif [[ $third != devices && $target =~ ^($devices) ]]; then
+            reason="is a device system's"
         fi
         if [[ -n $reason ]]; then report "$place" "$target" "$reason"; fi
     done < <(list_includes "$folder")
@@ -66,10 +70,11 @@ check_all_known() {
 check_folder platform/kit 'kit' std-only
 check_folder platform/tavo_core 'kit|tavo_core'
 check_folder platform/tavo_midi 'kit|tavo_core|tavo_midi'
+check_folder platform/tavo_midi_io 'kit|tavo_core|tavo_midi|tavo_midi_io' devices
 check_folder platform/tavo_audio 'kit|tavo_core|tavo_audio'
 check_folder platform/tavo_security 'kit|tavo_core|tavo_security'
 check_folder player_core 'kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core' std-only
-check_folder stage "$layers"
+check_folder stage "$layers" devices
 check_part show ''
 check_part engine 'show'
 check_part control 'show|engine'

@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "tavo_midi_io/install_midi_ports.h"
+
 /// Real processes around the test: a JACK server with its dummy driver in a /dev/shm of the test's own, and devices on
 /// it.
 namespace test_support {
@@ -136,8 +138,10 @@ inline std::unique_ptr<Child> StartJackServer() {
     return server;
 }
 
-/// Starts the test's server in a /dev/shm of its own; returns why a test has to be skipped, else nothing.
+/// Starts the test's server in a /dev/shm of its own and has the process see the computer's MIDI ports; returns why a
+/// test has to be skipped, else nothing.
 inline std::string PrepareJackServer(std::unique_ptr<Child>& server) {
+    tavo_midi_io::InstallMidiPorts();
     if (!EnterOwnSharedMemory())
         return "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
     server = StartJackServer();

@@ -19,7 +19,7 @@ namespace {
 using namespace std::chrono_literals;
 using tavo_midi::MidiSystemChoice;
 using test_support::Child;
-using test_support::Log;
+using test_support::LogOfLines;
 using test_support::StartPeer;
 
 /// A pit: a server, a foot pedal on it, and the commands of a show.
@@ -65,8 +65,8 @@ protected:
     test_support::TemporaryDirectory directory_;
     std::unique_ptr<Child> server_;
     std::unique_ptr<Child> pedal_;
-    Log ports_;
-    Log commands_;
+    LogOfLines ports_;
+    LogOfLines commands_;
 };
 
 TEST_P(MidiPorts, EveryCommandOfThePedal_ReachesThePlayer) {

@@ -163,7 +163,7 @@ protected:
     std::unique_ptr<Child> server_;
     std::unique_ptr<Child> pedal_;
     std::unique_ptr<Child> receiver_;
-    test_support::Log ports_;
+    test_support::LogOfLines ports_;
     std::unique_ptr<RunningShow> show_;
 };
 

@@ -1,20 +1,46 @@
-# Installs the libraries into a fresh folder, then configures, builds and runs a host that finds them there.
-# Needs BUILD_DIR, SOURCE_DIR (of the host), WORK_DIR, CXX, CXX_FLAGS.
+# Installs the libraries into a fresh folder, then configures, builds and runs hosts that find them there.
+# Needs BUILD_DIR, SOURCE_DIR (of the hosts), WORK_DIR, CXX, CXX_FLAGS, PKG_CONFIG.
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
         message(FATAL_ERROR "${ARGN} failed:\n${output}")
     endif()
+    set(output "${output}" PARENT_SCOPE)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component player_core --prefix ${WORK_DIR}/prefix)
-run(${CMAKE_COMMAND} -G Ninja -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix
-    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS})
+set(configure ${CMAKE_COMMAND} -G Ninja -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${CXX}
+              -DCMAKE_CXX_FLAGS=${CXX_FLAGS})
+
+# On a computer that has neither JACK nor RtMidi.
+file(WRITE ${WORK_DIR}/pkg-config
+     "#!/bin/sh\ncase \" $* \" in *[\\ =]jack*|*[\\ =]rtmidi*) exit 1 ;; esac\nexec ${PKG_CONFIG} \"$@\"\n")
+file(CHMOD ${WORK_DIR}/pkg-config PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+set(without_devices -DPKG_CONFIG_EXECUTABLE=${WORK_DIR}/pkg-config)
+execute_process(COMMAND ${WORK_DIR}/pkg-config --exists jack RESULT_VARIABLE result)
+if(result EQUAL 0)
+    message(FATAL_ERROR "JACK was not hidden.")
+endif()
+run(${configure} ${without_devices} -S ${SOURCE_DIR} -B ${WORK_DIR}/build)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run(${WORK_DIR}/build/host)
+run(${CMAKE_COMMAND} -E chdir ${WORK_DIR} ${WORK_DIR}/build/host)
+run(ldd ${WORK_DIR}/build/host)
+if(output MATCHES "libjack|librtmidi")
+    message(FATAL_ERROR "The host without MIDI devices needs them:\n${output}")
+endif()
+run(${configure} ${without_devices} -S ${SOURCE_DIR}/../.. -B ${WORK_DIR}/tree -DTAVO_MIDI_IO=OFF -DTAVO_STAGE=OFF
+    -DTAVO_TESTS=OFF -DTAVO_BENCHMARKS=OFF)
 
 # The example that the documentation sends a host's author to.
-run(${CMAKE_COMMAND} -G Ninja -S ${SOURCE_DIR}/../../examples/minimal_host -B ${WORK_DIR}/example
-    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS})
+run(${configure} ${without_devices} -S ${SOURCE_DIR}/../../examples/minimal_host -B ${WORK_DIR}/example)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/example)
+
+# On one that has both, for a host that asks for them.
+run(${configure} -DWITH_DEVICES=ON -S ${SOURCE_DIR} -B ${WORK_DIR}/build_with_devices)
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/build_with_devices)
+run(${WORK_DIR}/build_with_devices/host_with_devices)
+run(ldd ${WORK_DIR}/build_with_devices/host_with_devices)
+if(NOT output MATCHES "libjack" OR NOT output MATCHES "librtmidi")
+    message(FATAL_ERROR "The host with MIDI devices does not link them:\n${output}")
+endif()

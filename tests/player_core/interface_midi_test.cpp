@@ -125,6 +125,15 @@ TEST_F(TheFacadesMidi, MessageOfACommand_ReachesThePlayer) {
     EXPECT_EQ("SeekRight", CallsOf([&] { facade_->GetMidiMessageDispatcher().Deliver(note); }));
 }
 
+TEST_F(TheFacadesMidi, CommandThatAFilterRefuses_DoesNotReachThePlayer) {
+    facade_->SetMidiCommand(midi_commands::NextMarker, 0x90, 40, 0);
+    facade_->SetMidiCommand(midi_commands::PreviousMarker, 0x90, 41, 0);
+    facade_->GetMidiCommands().SetCommandFilter(
+        [](const midi_commands::DeliveredCommand& command) { return command.command != midi_commands::NextMarker; });
+    const unsigned char notes[] = {0x90, 40, 100, 0x90, 41, 100};
+    EXPECT_EQ("SeekLeft", CallsOf([&] { facade_->GetMidiMessageDispatcher().Deliver(notes); }));
+}
+
 TEST_F(TheFacadesMidi, CommandsAndTimeCode_AreKeptInTheSettingsDirectory) {
     facade_->SetMidiCommand(midi_commands::Stop, 0xB3, 64, 127);
     facade_->SetFrameRate(1);

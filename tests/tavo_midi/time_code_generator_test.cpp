@@ -1,5 +1,5 @@
 // The generator is private to its library: its header is reached by path.
-#include "platform/tavo_midi/src/time_code_generator.h"
+#include "tavo_midi/time_code_generator.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

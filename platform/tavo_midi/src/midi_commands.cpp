@@ -7,10 +7,13 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "midi_command_settings.h"
 #include "remote_control_messages.h"
+#include "replaceable.h"
 #include "tavo_core/callback_dispatcher.h"
+#include "tavo_core/tavo_log_exception.h"
 
 namespace tavo_midi::midi_commands {
 
@@ -30,6 +33,18 @@ bool Matches(const LearnedCommand& wanted, Bytes message) {
     return message[2] == wanted.data2;
 }
 
+/// Whether what gives the command was let go.
+bool IsRelease(const LearnedCommand& wanted, Bytes message) {
+    if (!wanted.isAssigned || !HasValue(wanted.status) || message.size() < 3 || message[1] != wanted.data1)
+        return false;
+    const bool isSameStatus = message[0] == wanted.status;
+    if ((wanted.status & 0xF0U) == 0x90)
+        return message[0] == (wanted.status & 0x8FU) || (isSameStatus && message[2] == 0);
+    // A pedal that gives its command at a low value rests at a high one.
+    const bool restsHigh = !HasAnyValue(wanted) && wanted.data2 < 64;
+    return isSameStatus && (message[2] >= 64) == restsHigh;
+}
+
 /// The message as it is learned: a note without its velocity, for nobody strikes twice alike.
 std::optional<LearnedCommand> MakeLearned(Bytes message) {
     if (!allowedStatuses.contains(message[0])) return std::nullopt;
@@ -46,25 +61,28 @@ void CheckCommand(unsigned char command) {
             fmt::format("There is no MIDI command {}: the last one is {}.", command, commandNames.rbegin()->first));
 }
 
-void Notify(unsigned char command, std::chrono::nanoseconds arrival) {
-    static const std::map<unsigned char, const std::string*> callbackNames{
-        {Play, &notify::names::midiCommandPlay},
-        {Pause, &notify::names::midiCommandPause},
-        {Stop, &notify::names::midiCommandStop},
-        {Continue, &notify::names::midiCommandContinue},
-        {NextSong, &notify::names::midiCommandNextSong},
-        {PreviousSong, &notify::names::midiCommandPreviousSong},
-        {NextMarker, &notify::names::midiCommandNextMarker},
-        {PreviousMarker, &notify::names::midiCommandPreviousMarker},
-        {ConductBeat, &names::conductBeat},
-    };
-    notify::callbackDispatcher.Notify(*callbackNames.at(command), command == ConductBeat ? &arrival : nullptr);
-}
-
-void Notify(RemoteRequest& request, std::chrono::nanoseconds arrival) {
-    if (request.songNumber) notify::callbackDispatcher.Notify(names::loadSong, &*request.songNumber);
-    if (request.command) Notify(*request.command, arrival);
-    if (request.locate) notify::callbackDispatcher.Notify(names::locate, &*request.locate);
+const std::string& GetCallbackName(Command command) {
+    switch (command) {
+        case Play:
+            return notify::names::midiCommandPlay;
+        case Pause:
+            return notify::names::midiCommandPause;
+        case Stop:
+            return notify::names::midiCommandStop;
+        case Continue:
+            return notify::names::midiCommandContinue;
+        case NextSong:
+            return notify::names::midiCommandNextSong;
+        case PreviousSong:
+            return notify::names::midiCommandPreviousSong;
+        case NextMarker:
+            return notify::names::midiCommandNextMarker;
+        case PreviousMarker:
+            return notify::names::midiCommandPreviousMarker;
+        case ConductBeat:
+            break;
+    }
+    return names::conductBeat;
 }
 
 }  // namespace
@@ -94,6 +112,15 @@ struct MidiCommands::Impl {
         bool assigns;
     };
 
+    /// What the host has to say.
+    struct Word {
+        CommandFilter filter;
+        ReleaseListener released;
+    };
+
+    Impl(MidiMessageDispatcher& from, const std::string& path)
+        : dispatcher(from), settingsPath(path), settings(ReadCommandSettings(path)) {}
+
     MidiMessageDispatcher& dispatcher;
     const std::string settingsPath;
 
@@ -104,6 +131,9 @@ struct MidiCommands::Impl {
     std::map<unsigned char, LearnedCommand> unassigned;
     std::optional<Learning> learning;
     std::string learnProblem;
+
+    // Synchronises itself.
+    Replaceable<Word> word;
 
     void Save() const { WriteCommandSettings(settingsPath, settings); }
 
@@ -139,23 +169,68 @@ struct MidiCommands::Impl {
     }
 
     void Receive(Bytes message, std::chrono::nanoseconds arrival) {
-        std::optional<unsigned char> given;
+        std::optional<LearnedCommand> pressed;
+        Command given = Play;
+        std::vector<Command> released;
         RemoteControl remoteControl;
         {
             const std::lock_guard lock(mutex);
             if (Learn(message)) return;
             remoteControl = settings.remoteControl;
-            for (const auto& [command, wanted] : settings.commands) {
-                if (Matches(wanted, message)) given = command;
+            for (const auto& [number, wanted] : settings.commands) {
+                const auto command = static_cast<Command>(number);
+                if (IsRelease(wanted, message)) released.push_back(command);
+                if (!Matches(wanted, message)) continue;
+                pressed = wanted;
+                given = command;
             }
         }
-        if (given) return Notify(*given, arrival);
-        if (auto request = ReadRemoteMessage(message, remoteControl)) Notify(*request, arrival);
+        for (const Command command : released)
+            Release(command, arrival);
+        if (pressed)
+            Give(given, CommandDoor::LearnedMessage, arrival, HasValue(pressed->status));
+        else if (auto request = ReadRemoteMessage(message, remoteControl))
+            Give(*request, arrival);
+    }
+
+    /// A listener that throws does not keep the message from giving its own command.
+    void Release(Command command, std::chrono::nanoseconds arrival) {
+        try {
+            word.With([&](const Word* host) {
+                if (host != nullptr && host->released) host->released({command, arrival});
+            });
+        } catch (const std::exception& problem) {
+            TavoLogException(problem.what(), __FILE__, __LINE__);
+        } catch (...) {
+            TavoLogException("Unknown exception.", __FILE__, __LINE__);
+        }
+    }
+
+    /// Whether the host lets the command pass.
+    bool Asks(const DeliveredCommand& command) {
+        return word.With([&](const Word* host) { return host == nullptr || !host->filter || host->filter(command); });
+    }
+
+    void Give(Command command, CommandDoor door, std::chrono::nanoseconds arrival, bool hasRelease) {
+        const std::string& name = GetCallbackName(command);
+        if (!Asks({name, door, arrival, command, {}, {}, hasRelease})) return;
+        notify::callbackDispatcher.Notify(name, command == ConductBeat ? &arrival : nullptr);
+    }
+
+    void Give(RemoteRequest& request, std::chrono::nanoseconds arrival) {
+        if (request.songNumber) {
+            if (!Asks({names::loadSong, request.door, arrival, {}, request.songNumber, {}, false})) return;
+            notify::callbackDispatcher.Notify(names::loadSong, &*request.songNumber);
+        }
+        if (request.command) Give(*request.command, request.door, arrival, false);
+        if (!request.locate) return;
+        if (!Asks({names::locate, request.door, arrival, {}, {}, request.locate, false})) return;
+        notify::callbackDispatcher.Notify(names::locate, &*request.locate);
     }
 };
 
 MidiCommands::MidiCommands(MidiMessageDispatcher& dispatcher, const std::string& settingsPath)
-    : impl_(new Impl{dispatcher, settingsPath, {}, ReadCommandSettings(settingsPath), {}, {}, {}}) {
+    : impl_(std::make_unique<Impl>(dispatcher, settingsPath)) {
     dispatcher.AddListener(impl_.get(), [impl = impl_.get()](Bytes message, std::chrono::nanoseconds arrival) {
         impl->Receive(message, arrival);
     });
@@ -220,6 +295,12 @@ void MidiCommands::UnsetMidiCommand(unsigned char command) {
 bool MidiCommands::GetHasConductBeat() const {
     const std::lock_guard lock(impl_->mutex);
     return impl_->settings.commands.contains(ConductBeat);
+}
+
+void MidiCommands::SetCommandFilter(CommandFilter filter, ReleaseListener released) {
+    std::shared_ptr<const Impl::Word> word;
+    if (filter || released) word = std::make_shared<Impl::Word>(Impl::Word{std::move(filter), std::move(released)});
+    impl_->word.Set(std::move(word));
 }
 
 RemoteControl MidiCommands::GetRemoteControl() const {

@@ -11,11 +11,11 @@
 #include <thread>
 #include <utility>
 
+#include "kit/spsc_queue.h"
 #include "kit/thread_names.h"
 #include "midi_parser.h"
 #include "midi_system.h"
 #include "real_time.h"
-#include "spsc_queue.h"
 #include "tavo_core/tavo_log_exception.h"
 
 namespace tavo_midi {
@@ -79,7 +79,7 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
     std::int64_t arrivalNs = 0;
     MidiParser parser{[this](MidiParser::Message message) { Notify(message, std::chrono::nanoseconds(arrivalNs)); }};
 
-    SpscQueue<Piece, kPieces> queue;
+    kit::SpscQueue<Piece, kPieces> queue;
     std::atomic<std::uint64_t> dropped{0};
     sem_t arrived{};
     std::atomic<bool> mustEnd{false};
@@ -113,7 +113,7 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
         while (!bytes.empty()) {
             Piece piece{time.count(), static_cast<unsigned char>(std::min(bytes.size(), kPieceBytes)), {}};
             std::copy_n(bytes.begin(), piece.size, piece.bytes);
-            queue.Push(piece);
+            static_cast<void>(queue.Push(piece));
             bytes = bytes.subspan(piece.size);
         }
         // The one system call here: it waits for nothing, and only a wake delivers without delay.

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "kit/thread_names.h"
-#include "system_ports.h"
 #include "tavo_core/tavo_log_exception.h"
 
 namespace tavo_midi {
@@ -29,6 +28,16 @@ MidiSystem& MidiSystem::Get() {
     // Threads of MIDI systems may call until the very end of the process.
     static MidiSystem& system = *new MidiSystem;
     return system;
+}
+
+void MidiSystem::SetOpener(std::shared_ptr<MidiPortsOpener> opener) {
+    {
+        const std::lock_guard lock(mutex_);
+        ClosePorts_();
+        opener_ = std::move(opener);
+        Look_();
+    }
+    Wake();
 }
 
 void MidiSystem::SetChoice(MidiSystemChoice choice) {
@@ -138,15 +147,10 @@ void MidiSystem::Wake() {
 /// The system in use; looks for one if there is none. Called under the lock.
 MidiPorts* MidiSystem::FindPorts_() {
     if (ports_) return ports_->GetIsAlive() ? ports_.get() : nullptr;
-    const auto wake = [this] { Wake(); };
     if (hostPorts_)
         ports_ = hostPorts_;
-    else if (choice_ == MidiSystemChoice::Jack)
-        ports_ = OpenJackMidiPorts(wake);
-    else if (choice_ == MidiSystemChoice::RtMidi)
-        ports_ = OpenRtMidiPorts(wake);
-    else if (choice_ == MidiSystemChoice::Auto && !(ports_ = OpenJackMidiPorts(wake)))
-        ports_ = OpenRtMidiPorts(wake);
+    else if (opener_ && choice_ != MidiSystemChoice::None)
+        ports_ = opener_->Open(choice_, [this] { Wake(); });
     return ports_.get();
 }
 
@@ -157,17 +161,17 @@ void MidiSystem::ClosePorts_() {
     ports_.reset();
 }
 
-/// A JACK server that has come up takes over from another system that serves nothing.
-void MidiSystem::PreferJack_() {
+/// A better system that has come up, such as a JACK server, takes over from another one that serves nothing.
+void MidiSystem::PreferBetter_() {
     const bool isServing = std::any_of(wanted_.begin(), wanted_.end(), [](const Wanted& want) { return want.isOpen; });
-    if (choice_ != MidiSystemChoice::Auto || hostPorts_ || isServing || !ports_) return;
-    if (ports_->GetSystemName() != "JACK" && IsJackServerRunning()) ports_.reset();
+    if (choice_ != MidiSystemChoice::Auto || hostPorts_ || isServing || !ports_ || !opener_) return;
+    if (opener_->HasBetterThan(*ports_)) ports_.reset();
 }
 
 void MidiSystem::Look_() {
     if (ports_ && !ports_->GetIsAlive()) ClosePorts_();
     if (wanted_.empty()) return;
-    PreferJack_();
+    PreferBetter_();
     MidiPorts* const ports = FindPorts_();
     if (ports == nullptr) return;
     const std::vector<std::string> sources = ports->GetSourceNames();
@@ -234,18 +238,16 @@ void MidiSystem::Watch_(const std::stop_token& stop) {
     }
 }
 
-bool IsOwnPortName(std::string_view name) {
-    constexpr std::string_view own = "tavo";
-    return name.starts_with(own) && name.size() > own.size() &&
-           (name[own.size()] == ':' || name[own.size()] == '-' || name[own.size()] == ' ');
-}
-
 MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text) {
     if (text == "auto") return MidiSystemChoice::Auto;
     if (text == "jack") return MidiSystemChoice::Jack;
     if (text == "rtmidi") return MidiSystemChoice::RtMidi;
     if (text == "none") return MidiSystemChoice::None;
     throw std::out_of_range(fmt::format("\"{}\" is not a MIDI system: it is one of auto, jack, rtmidi, none.", text));
+}
+
+void SetMidiPortsOpener(std::shared_ptr<MidiPortsOpener> opener) {
+    MidiSystem::Get().SetOpener(std::move(opener));
 }
 
 void SetMidiSystemChoice(MidiSystemChoice choice) {

@@ -33,6 +33,7 @@ public:
     /// Never destroyed.
     static MidiSystem& Get();
 
+    void SetOpener(std::shared_ptr<MidiPortsOpener> opener);
     void SetChoice(MidiSystemChoice choice);
     void SetHostPorts(std::shared_ptr<MidiPorts> ports);
     void SetListener(std::function<void(const MidiPortReport&)> listener);
@@ -67,7 +68,7 @@ private:
     MidiSystem() = default;
     MidiPorts* FindPorts_();
     void ClosePorts_();
-    void PreferJack_();
+    void PreferBetter_();
     void Look_();
     void LookAt_(Wanted& wanted, const std::vector<std::string>& names);
     void Report_(const Wanted& wanted, const std::string& what);
@@ -76,6 +77,7 @@ private:
 
     std::mutex mutex_;
     // Guarded by mutex_:
+    std::shared_ptr<MidiPortsOpener> opener_;
     MidiSystemChoice choice_ = MidiSystemChoice::Auto;
     std::shared_ptr<MidiPorts> hostPorts_;
     std::shared_ptr<MidiPorts> ports_;

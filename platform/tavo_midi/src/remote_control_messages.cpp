@@ -67,7 +67,7 @@ std::optional<std::chrono::nanoseconds> ReadLocate(Bytes data) {
 
 /// Machine control: the data behind `F0 7F device 06`, without the end.
 std::optional<RemoteRequest> ReadMachineControl(unsigned char command, Bytes data) {
-    RemoteRequest request;
+    RemoteRequest request{CommandDoor::MachineControl, {}, {}, {}};
     switch (command) {
         case 0x01:
             request.command = Stop;

@@ -12,6 +12,7 @@ namespace tavo_midi::midi_commands {
 /// What a message of MIDI Show Control or machine control asks for, in this order: load a song, then the command, then
 /// locate.
 struct RemoteRequest {
+    CommandDoor door = CommandDoor::ShowControl;
     std::optional<std::string> songNumber;
     std::optional<Command> command;
     std::optional<std::chrono::nanoseconds> locate;

@@ -1,4 +1,4 @@
-#include "time_code_generator.h"
+#include "tavo_midi/time_code_generator.h"
 
 #include <algorithm>
 
@@ -12,6 +12,10 @@ namespace {
 constexpr std::int64_t kQuartersPerPair = 8;
 
 }  // namespace
+
+std::int64_t TimeCodeGenerator::CountUnits(std::chrono::nanoseconds time) const {
+    return DivideToNearest(Wide{time.count()} * unitsPerSecond_, nanosecondsPerSecond);
+}
 
 void TimeCodeGenerator::Post(const Order& order) {
     while (pendingCount_ > 0 && pending_[pendingCount_ - 1].at > order.at)

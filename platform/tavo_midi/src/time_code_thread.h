@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "tavo_midi/midi_ports.h"
-#include "time_code_generator.h"
+#include "tavo_midi/time_code_generator.h"
 
 namespace tavo_midi {
 

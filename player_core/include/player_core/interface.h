@@ -262,6 +262,8 @@ protected:
     void SetVersionTarget(long target);
     [[nodiscard]] tavo_midi::ShowData& GetShowData() { return *showData_; }
     [[nodiscard]] MidiMessageDispatcher& GetMidiMessageDispatcher() { return midiMessageDispatcher_; }
+    /// For a filter of commands. One that uses a derived object is to be taken away by its destructor.
+    [[nodiscard]] midi_commands::MidiCommands& GetMidiCommands() { return midiCommands_; }
     [[nodiscard]] MidiTimeCodeController& GetMidiTimeCodeController() { return midiTimeCodeController_; }
     /// The constructor's third argument.
     [[nodiscard]] bool GetFlag() const { return flag_; }

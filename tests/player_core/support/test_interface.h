@@ -160,6 +160,7 @@ public:
 
     using Interface::GetFlag;
     using Interface::GetHasConductBeat;
+    using Interface::GetMidiCommands;
     using Interface::GetMidiMessageDispatcher;
     using Interface::GetMidiTimeCodeController;
     using Interface::GetShowData;

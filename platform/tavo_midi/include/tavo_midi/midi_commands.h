@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "tavo_midi/midi_message_dispatcher.h"
@@ -58,6 +60,37 @@ struct RemoteControl {
     bool operator==(const RemoteControl&) const = default;
 };
 
+/// Which kind of message a command came by.
+enum class CommandDoor : unsigned char {
+    LearnedMessage,  ///< one that is assigned to the command
+    ShowControl,
+    MachineControl,
+};
+
+/// A command that a message gives, before its callback is called.
+struct DeliveredCommand {
+    /// The callback's name, of notify::names or midi_commands::names; never destroyed.
+    const std::string& callbackName;
+    CommandDoor door = CommandDoor::LearnedMessage;
+    std::chrono::nanoseconds arrival{0};             ///< the message's, on the steady clock
+    std::optional<Command> command;                  ///< nothing for loadSong and locate
+    std::optional<std::string> songNumber;           ///< loadSong's
+    std::optional<std::chrono::nanoseconds> locate;  ///< locate's: time code since 00:00:00:00
+    /// Whether its release will be told of: that of a note or a controller, not of a program change or a sequencer.
+    bool hasRelease = false;
+};
+
+/// What gave a command was let go: the note's end, or the controller back on its other side of 64.
+struct ReleasedCommand {
+    Command command = Play;
+    std::chrono::nanoseconds arrival{0};  ///< the message's, on the steady clock
+};
+
+/// Whether the command's callback may be called. What it throws is logged and refuses the whole message.
+using CommandFilter = std::function<bool(const DeliveredCommand&)>;
+/// What it throws is logged.
+using ReleaseListener = std::function<void(const ReleasedCommand&)>;
+
 /// Which MIDI message gives which command, kept in a JSON file. A message that gives one is passed on through
 /// notify::callbackDispatcher on the thread that delivers it. What changes the table writes the file before it returns
 /// and throws std::runtime_error with a sentence where that fails; the change then holds for this run. Thread-safe.
@@ -89,6 +122,15 @@ public:
     void UnsetMidiCommand(unsigned char command);
     /// Whether a message is assigned to the command that conducts the beat.
     [[nodiscard]] bool GetHasConductBeat() const;
+
+    /// Sets who has a word before a command's callback is called, and who hears of releases; empty functions, as at
+    /// first, let everything pass. Both are called on the thread that delivers, one call at a time, under no lock of
+    /// this object: they may call all of it but the destructor. A message that asks for a song and then for a command
+    /// or a place is asked for in that order, and ends where the song is refused, for the rest was meant for that song.
+    /// What is taken for learning is no command. A release is told of whether its press was let through or not, before
+    /// a command that the same message gives. When this has returned, the functions before are not called any more,
+    /// unless it was called from inside of one: it waits for a call on another thread.
+    void SetCommandFilter(CommandFilter filter, ReleaseListener released = {});
 
     [[nodiscard]] RemoteControl GetRemoteControl() const;
     /// Throws std::invalid_argument with a sentence for a device number above 126.

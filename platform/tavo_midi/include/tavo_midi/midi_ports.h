@@ -77,6 +77,23 @@ enum class MidiSystemChoice {
     None,
 };
 
+/// Opens the computer's MIDI systems. This library knows none itself: tavo_midi_io brings those of JACK and RtMidi, and
+/// a program without MIDI devices links neither. Called by one thread at a time.
+class MidiPortsOpener {
+public:
+    virtual ~MidiPortsOpener() = default;
+    /// Null where there is no such system, for None never anything. May block for some seconds where a system does not
+    /// answer. `wake` is for any thread: to be called when ports come or go and when the system dies, or never.
+    [[nodiscard]] virtual std::shared_ptr<MidiPorts> Open(MidiSystemChoice choice, std::function<void()> wake) = 0;
+    /// Whether Open(Auto) would now give something better than `inUse`, which it gave before. May block likewise.
+    [[nodiscard]] virtual bool HasBetterThan(const MidiPorts& inUse) = 0;
+};
+
+/// Sets what opens MIDI systems; null, as at first: no ports are listed and nothing is connected, all else works.
+/// Connections are closed and made again by name where the new system has the port. Hosts call
+/// tavo_midi_io::InstallMidiPorts instead. Thread-safe.
+void SetMidiPortsOpener(std::shared_ptr<MidiPortsOpener> opener);
+
 /// A text for each choice: "auto", "jack", "rtmidi", "none". Another text throws std::out_of_range with a sentence.
 [[nodiscard]] MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text);
 

@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-namespace tavo_midi {
+namespace tavo_midi_io {
 
 /// Does the work of a JACK callback. JACK ends its threads with pthread_cancel wherever they are; in the middle of C++
 /// that ends the program, or leaves a lock taken. No destructor runs behind the last line, where the end may come.
@@ -14,4 +14,4 @@ void DoUncancelled(Work work) {
     pthread_setcancelstate(before, nullptr);
 }
 
-}  // namespace tavo_midi
+}  // namespace tavo_midi_io

@@ -11,7 +11,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace tavo_midi {
+namespace tavo_midi_io {
 
 /// Makes the requests to a MIDI system, one after the other on a thread of its own: a JACK server that stands still
 /// never answers, and whoever asks it would hang. Thread-safe; a request may make others.
@@ -69,4 +69,4 @@ private:
     bool hasThread_ = false;
 };
 
-}  // namespace tavo_midi
+}  // namespace tavo_midi_io

@@ -6,10 +6,17 @@
 
 #include "tavo_midi/midi_ports.h"
 
-namespace tavo_midi {
+namespace tavo_midi_io {
+
+using tavo_midi::MidiByteSink;
+using tavo_midi::MidiInput;
+using tavo_midi::MidiOutput;
+using tavo_midi::MidiPorts;
 
 /// Ports of this product: "tavo:…", and "tavo-01:…" of a second running program.
 [[nodiscard]] bool IsOwnPortName(std::string_view name);
+
+inline constexpr std::string_view JackSystemName = "JACK";
 
 /// A JACK server.
 class JackPorts : public MidiPorts {
@@ -27,4 +34,4 @@ public:
 /// Null where RtMidi finds no MIDI system. Changes are not announced: the watching thread has to look.
 [[nodiscard]] std::shared_ptr<MidiPorts> OpenRtMidiPorts(std::function<void()> wake);
 
-}  // namespace tavo_midi
+}  // namespace tavo_midi_io

@@ -5,7 +5,7 @@
 
 #include "kit/thread_names.h"
 
-namespace tavo_midi {
+namespace tavo_midi_io {
 
 namespace {
 
@@ -59,4 +59,4 @@ void MidiRequests::Work_() {
     }
 }
 
-}  // namespace tavo_midi
+}  // namespace tavo_midi_io

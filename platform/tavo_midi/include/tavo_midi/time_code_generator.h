@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -9,18 +10,20 @@
 
 namespace tavo_midi {
 
+/// A full frame or a quarter frame.
 struct TimeCodeMessage {
-    std::int64_t at = 0;
+    std::int64_t at = 0;  ///< in the generator's units
     std::array<unsigned char, 10> bytes{};
     unsigned char size = 0;
 };
 
 /// Turns orders into the messages of MIDI time code with their exact moments, counted in units of any clock: samples or
-/// nanoseconds. Real-time safe.
+/// nanoseconds. For outputs that time them by themselves (MidiOutput::RunTimeCode). Real-time safe.
 class TimeCodeGenerator {
 public:
     static constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 
+    /// A TimeCodeOrder whose moment is counted in units.
     struct Order {
         std::int64_t at = 0;
         FrameRate frameRate = FrameRate::Fps30;
@@ -30,7 +33,9 @@ public:
 
     explicit TimeCodeGenerator(std::int64_t unitsPerSecond) : unitsPerSecond_(unitsPerSecond) {}
 
-    /// Takes back orders for later moments.
+    /// Units in a span of time, to the nearest.
+    [[nodiscard]] std::int64_t CountUnits(std::chrono::nanoseconds time) const;
+    /// Takes back orders for later moments. Of more than sixteen that are to come the last ones count.
     void Post(const Order& order);
     /// The next message before `end`, if there is one. Now is `from`: what is late by more than a tenth of a second is
     /// left out and made good by a full frame.

@@ -12,7 +12,7 @@
 #include "system_ports.h"
 #include "uncancelled.h"
 
-namespace tavo_midi {
+namespace tavo_midi_io {
 
 namespace {
 
@@ -192,4 +192,4 @@ std::shared_ptr<MidiPorts> OpenRtMidiPorts(std::function<void()> wake) {
     return nullptr;
 }
 
-}  // namespace tavo_midi
+}  // namespace tavo_midi_io

@@ -13,16 +13,19 @@
 #include <thread>
 #include <utility>
 
+#include "kit/spsc_queue.h"
 #include "midi_requests.h"
-#include "spsc_queue.h"
 #include "system_ports.h"
-#include "time_code_generator.h"
+#include "tavo_midi/time_code_generator.h"
 #include "uncancelled.h"
-#include "wide_arithmetic.h"
 
-namespace tavo_midi {
+namespace tavo_midi_io {
 
 namespace {
+
+using tavo_midi::TimeCodeGenerator;
+using tavo_midi::TimeCodeMessage;
+using tavo_midi::TimeCodeOrder;
 
 constexpr std::size_t kSlots = 4;
 constexpr std::size_t kLongestSent = 255;
@@ -59,8 +62,8 @@ struct InputSlot : Slot {
 };
 
 struct OutputSlot : Slot {
-    SpscQueue<SentMessage, 64> messages;
-    SpscQueue<TimeCodeOrder, 64> orders;
+    kit::SpscQueue<SentMessage, 64> messages;
+    kit::SpscQueue<TimeCodeOrder, 64> orders;
     std::optional<TimeCodeGenerator> generator;
     std::optional<TimeCodeMessage> left;  ///< did not fit into the cycle before
     /// Cycles that saw the connection. It is made in the server's next cycle only; what is sent before is lost.
@@ -105,7 +108,7 @@ public:
 
     [[nodiscard]] bool Activate() { return jack_activate(client_) == 0; }
 
-    [[nodiscard]] std::string GetSystemName() const override { return "JACK"; }
+    [[nodiscard]] std::string GetSystemName() const override { return std::string(JackSystemName); }
     /// Also false once the server has stood still: it neither answers then nor announces it.
     [[nodiscard]] bool GetIsAlive() const override {
         if (std::chrono::nanoseconds(SteadyNs() - lastCycleNs_) > standstill_) isAlive_ = false;
@@ -386,13 +389,12 @@ void JackMidiPorts::Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t fr
 }
 
 void JackMidiPorts::TakeOrders_(OutputSlot& slot) {
-    const jack_nframes_t sampleRate = jack_get_sample_rate(client_);
     for (TimeCodeOrder order; slot.orders.Pop(order);) {
         std::int64_t at = cycleStart_;
         if (order.when.jackFrame) {
             at += static_cast<std::int32_t>(*order.when.jackFrame - static_cast<jack_nframes_t>(cycleStart_));
         } else {
-            at += DivideToNearest(Wide{order.when.time.count() - cycleStartNs_} * sampleRate, nanosecondsPerSecond);
+            at += slot.generator->CountUnits(order.when.time - std::chrono::nanoseconds(cycleStartNs_));
         }
         slot.generator->Post({at, order.frameRate, order.positionNs, order.rolls});
     }
@@ -425,4 +427,4 @@ std::shared_ptr<JackPorts> OpenJackMidiPorts(std::function<void()> wake) {
         .value_or(nullptr);
 }
 
-}  // namespace tavo_midi
+}  // namespace tavo_midi_io
