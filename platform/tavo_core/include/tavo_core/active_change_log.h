@@ -7,9 +7,10 @@
 
 #include "tavo_core/log_holder.h"
 
-/// The process's one active change log and its guards. All functions are thread-safe and block while a writer is in,
-/// writers while anybody is. In the order of locks this one comes after the active song number and before the future
-/// statuses. There is no active change log until one is created: the guards' operators then throw std::logic_error.
+/// The process's one active change log and its guards. All functions are thread-safe and block while a writer is in or
+/// waits, writers while anybody is in. In the order of locks this one comes after the active song number and before the
+/// future statuses: what a thread asks for while it holds a guard must be one of those that come later, or its own
+/// already. There is no active change log until one is created: the guards' operators then throw std::logic_error.
 
 /// Where the active change log is held; lives until the process ends.
 [[nodiscard]] CL::LogHolder& GetActiveLogHolder();
