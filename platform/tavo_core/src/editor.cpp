@@ -281,8 +281,8 @@ unsigned int Editor::GetTickIndexNotBoundedByExistingCut(unsigned int tick) cons
 
 unsigned int Editor::GetTickIndexNotBoundedByCutAndOneBeatBefore(unsigned int tick) const {
     const std::string songNumber = impl_->getSongNumber ? impl_->getSongNumber() : "";
-    static const TL::Timeline noTimeline;
-    static const SongLog noSongLog;
+    static const TL::Timeline& noTimeline = *new TL::Timeline;
+    static const SongLog& noSongLog = *new SongLog;
     const auto numbers = impl_->timelines.GetSongNumbers();
     const bool isInShow = std::find(numbers.begin(), numbers.end(), songNumber) != numbers.end();
     const TL::Timeline& timeline = isInShow ? impl_->timelines.GetTimelineOf(songNumber) : noTimeline;
