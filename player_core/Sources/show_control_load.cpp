@@ -55,9 +55,9 @@ void ShowControl::FinishLoadingSongLog_() {
     std::shared_ptr<const CL::ChangeLog> oldOwner;
     const SeekLock seekLock(seekMutex_);
     const std::lock_guard guiLock(GetGuiUpdate().GetMutex());
+    const std::shared_lock songGuard(activeSongNumber_);
     auto changeLogLock = GetActiveChangeLogSharedLock();
     changeLogLock.lock();
-    const std::shared_lock songGuard(activeSongNumber_);
     if (songData_ == nullptr) throw std::logic_error("No song is loaded that a change log could be applied to.");
     std::shared_ptr<const CL::ChangeLog> changeLog = PeekActiveChangeLog();
     if (changeLog == nullptr) throw std::logic_error("There is no active change log.");

@@ -9,14 +9,14 @@
 
 namespace {
 
-// The words of the future statuses.
-const std::string statusVamp = "Vamp";
-const std::string statusRepeat = "Repeat";
-const std::string statusSkip = "Skip";
-const std::string statusCaesura = "Caesura";
-const std::string statusEndOfSong = "EndOfSong";
-const std::string statusAdvanceAttacca = "AdvanceAttacca";
-const std::string statusNone;
+// The words of the future statuses. Never destroyed: threads may still file them while the process ends.
+const auto& statusVamp = *new std::string("Vamp");
+const auto& statusRepeat = *new std::string("Repeat");
+const auto& statusSkip = *new std::string("Skip");
+const auto& statusCaesura = *new std::string("Caesura");
+const auto& statusEndOfSong = *new std::string("EndOfSong");
+const auto& statusAdvanceAttacca = *new std::string("AdvanceAttacca");
+const auto& statusNone = *new std::string;
 
 constexpr int NoCount = -1;
 constexpr int ClicksWithoutEndOfSong = 5;  // the end of the song is announced below this

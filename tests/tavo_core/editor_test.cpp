@@ -23,12 +23,16 @@ using testing::SizeIs;
 
 namespace {
 
-class EditorTest : public testing::Test {
+/// Each test runs on the active change log and on one that only this program holds.
+enum class Held { Active, Own };
+
+class EditorTest : public testing::TestWithParam<Held> {
 protected:
     EditorTest() { songs_.Song("1", 20).Song("2", 8); }
     ~EditorTest() override { SetActiveChangeLog(nullptr); }
 
-    /// Makes a log active and an editor for it.
+    [[nodiscard]] CL::LogHolder& Holder() { return GetParam() == Held::Active ? GetActiveLogHolder() : own_; }
+    /// Begins a log and an editor for it.
     void Begin(const std::function<void(CL::ChangeLog&)>& fill = {}) {
         auto log = std::make_shared<CL::ChangeLog>();
         log->SetShowName("show");
@@ -36,11 +40,11 @@ protected:
         log->GetSongLogs()["1"];
         log->GetSongLogs()["2"];
         if (fill) fill(*log);
-        SetActiveChangeLog(log);
-        editor_ = std::make_unique<Editor>(songs_);
+        Holder().Set(log);
+        editor_ = std::make_unique<Editor>(songs_, Holder());
         editor_->SetCurrentSong([] { return "1"; });
     }
-    [[nodiscard]] static std::string Text() { return ActiveChangeLogShared()->AsText(); }
+    [[nodiscard]] std::string Text() { return CL::LogHolder::Shared(Holder())->AsText(); }
     [[nodiscard]] std::string Refusal(const std::function<void()>& edit) {
         const std::string before = Text();
         std::string sentence = "not refused";
@@ -55,15 +59,21 @@ protected:
 
     test_support::TemporaryDirectory directory_;
     test_support::TestTimelines songs_;
+    CL::LogHolder own_;
     std::unique_ptr<Editor> editor_;
 };
 
 class InvertedPairs : public EditorTest {};
 class ClickRepair : public EditorTest {};
 
+constexpr auto nameOf = [](const auto& info) { return info.param == Held::Active ? "Active" : "Own"; };
+INSTANTIATE_TEST_SUITE_P(Log, EditorTest, testing::Values(Held::Active, Held::Own), nameOf);
+INSTANTIATE_TEST_SUITE_P(Log, InvertedPairs, testing::Values(Held::Active, Held::Own), nameOf);
+INSTANTIATE_TEST_SUITE_P(Log, ClickRepair, testing::Values(Held::Active, Held::Own), nameOf);
+
 }  // namespace
 
-TEST_F(EditorTest, BarLookUps_AnswerAtEveryEdge) {
+TEST_P(EditorTest, BarLookUps_AnswerAtEveryEdge) {
     Begin();
     EXPECT_EQ("1", editor_->GetBarString("1", 0));
     EXPECT_EQ("1", editor_->GetBarString("1", Bar(2) - 1));
@@ -77,7 +87,7 @@ TEST_F(EditorTest, BarLookUps_AnswerAtEveryEdge) {
     EXPECT_THROW(static_cast<void>(editor_->GetBarTickIndex("9", "1")), std::out_of_range);
 }
 
-TEST_F(EditorTest, BarLabelThatIsThereTwiceOrBeforeTheFirstBeat_MeansTheFirst) {
+TEST_P(EditorTest, BarLabelThatIsThereTwiceOrBeforeTheFirstBeat_MeansTheFirst) {
     songs_["1"] = TL::Timeline(100, 5000);
     songs_["1"].GetBarsBeats() = {{480, 1, "A"}, {960, 1, "B"}, {1440, 1, "A"}};
     Begin();
@@ -87,7 +97,7 @@ TEST_F(EditorTest, BarLabelThatIsThereTwiceOrBeforeTheFirstBeat_MeansTheFirst) {
     EXPECT_EQ("", editor_->GetBarString("1", 100));
 }
 
-TEST_F(EditorTest, TickInCuts_MovesToTheEndOfTheirChain) {
+TEST_P(EditorTest, TickInCuts_MovesToTheEndOfTheirChain) {
     Begin([](CL::ChangeLog& log) {
         auto& cuts = log.GetSongLogs()["1"].GetCuts();
         cuts.Add(CL::Cut(Bar(3), Bar(5)));
@@ -116,13 +126,13 @@ TEST_F(EditorTest, TickInCuts_MovesToTheEndOfTheirChain) {
     EXPECT_EQ(Bar(4), editor_->GetTickIndexNotBoundedByCutAndOneBeatBefore(Bar(4)));
 }
 
-TEST_F(EditorTest, CutFromTheSongsStart_HasNoBeatBeforeIt) {
+TEST_P(EditorTest, CutFromTheSongsStart_HasNoBeatBeforeIt) {
     Begin([](CL::ChangeLog& log) { log.GetSongLogs()["1"].GetCuts().Add(CL::Cut(0, Bar(3))); });
     EXPECT_EQ(Bar(3), editor_->GetTickIndexNotBoundedByCutAndOneBeatBefore(0));
     EXPECT_EQ(Bar(3), editor_->GetTickIndexNotBoundedByCutAndOneBeatBefore(Bar(3)));
 }
 
-TEST_F(EditorTest, EditsOfEveryKind_AreAddedChangedRemovedAndTakenBack) {
+TEST_P(EditorTest, EditsOfEveryKind_AreAddedChangedRemovedAndTakenBack) {
     Begin();
     const std::string empty = Text();
     const std::vector<CL::AnyEdit> edits{CL::Vamp(Bar(2), Bar(3)),
@@ -170,7 +180,7 @@ TEST_F(EditorTest, EditsOfEveryKind_AreAddedChangedRemovedAndTakenBack) {
     EXPECT_FALSE(editor_->CanRedo()) << "a new edit ends what could be made again";
 }
 
-TEST_F(EditorTest, WhatTheRulesForbid_IsRefusedWithOneSentenceAndChangesNothing) {
+TEST_P(EditorTest, WhatTheRulesForbid_IsRefusedWithOneSentenceAndChangesNothing) {
     Begin([](CL::ChangeLog& log) {
         log.GetSongLogs()["1"].GetVamps().Add(CL::Vamp(Bar(4), Bar(8)));
         log.GetSongLogs()["1"].GetCuts().Add(CL::Cut(Bar(10), Bar(12)));
@@ -204,57 +214,57 @@ TEST_F(EditorTest, WhatTheRulesForbid_IsRefusedWithOneSentenceAndChangesNothing)
               Refusal([&] { editor_->Change("1", CL::Cut(0, Bar(2)), CL::Cut(0, Bar(3))); }));
 }
 
-TEST_F(EditorTest, ChangeOfOneOfATick_KeepsItsTurn) {
+TEST_P(EditorTest, ChangeOfOneOfATick_KeepsItsTurn) {
     Begin([](CL::ChangeLog& log) {
         log.GetSongLogs()["1"].GetOscs().Add(CL::Osc(0, "", "/first"));
         log.GetSongLogs()["1"].GetOscs().Add(CL::Osc(0, "", "/second"));
     });
     const std::string before = Text();
     editor_->Change("1", CL::Osc(0, "", "/first"), CL::Osc(0, "", "/changed"));
-    EXPECT_EQ("/changed", ActiveChangeLogShared()->GetSongLog("1").GetOscs()[0].address());
+    EXPECT_EQ("/changed", CL::LogHolder::Shared(Holder())->GetSongLog("1").GetOscs()[0].address());
     editor_->Undo();
     EXPECT_EQ(before, Text());
 }
 
-TEST_F(EditorTest, NothingChanged_IsNoStep) {
+TEST_P(EditorTest, NothingChanged_IsNoStep) {
     Begin([](CL::ChangeLog& log) { log.GetSongLogs()["1"].GetCuts().Add(CL::Cut(0, 480)); });
     editor_->SetAttacca("1", CL::AttaccaNormal);
     editor_->Change("1", CL::Cut(0, 480), CL::Cut(0, 480));
     editor_->Remove("1", {});
-    editor_->RollBackTo(*ActiveChangeLogShared());
+    editor_->RollBackTo(*CL::LogHolder::Shared(Holder()));
     EXPECT_FALSE(editor_->CanUndo());
 }
 
-TEST_F(EditorTest, Edit_SwapsTheLogSoThatPointersIntoTheOldOneStayGood) {
+TEST_P(EditorTest, Edit_SwapsTheLogSoThatPointersIntoTheOldOneStayGood) {
     Begin([](CL::ChangeLog& log) { log.GetSongLogs()["1"].GetCuts().Add(CL::Cut(0, 480)); });
-    const auto old = ActiveChangeLogShared().Share();
+    const auto old = CL::LogHolder::Shared(Holder()).Share();
     const CL::Cut& cut = old->GetSongLog("1").GetCuts()[0];
     editor_->Remove("1", {CL::Cut(0, 480)});
     EXPECT_EQ(480U, cut.end());
-    EXPECT_NE(old, ActiveChangeLogShared().Share());
+    EXPECT_NE(old, CL::LogHolder::Shared(Holder()).Share());
 }
 
-TEST_F(EditorTest, WrittenInPlaceBetweenEdits_StaysThroughEditUndoAndVersion) {
+TEST_P(EditorTest, WrittenInPlaceBetweenEdits_StaysThroughEditUndoAndVersion) {
     Begin();
     editor_->Add("1", CL::Cut(0, 480));
     {
-        const ActiveChangeLogExclusive active;
+        const CL::LogHolder::Exclusive active(Holder());
         active->GetSongLog("2").SetAttacca(CL::AttaccaNext);
         active->GetVersion() = {4, 2};
     }
     editor_->Undo();
-    const ActiveChangeLogShared active;
+    const CL::LogHolder::Shared active(Holder());
     EXPECT_EQ(CL::AttaccaNext, active->GetSongLog("2").GetAttacca());
     EXPECT_EQ("4.2", active->GetVersion().GetAsString());
 }
 
-TEST_F(EditorTest, AnotherLogBecameActive_IsNotEdited) {
+TEST_P(EditorTest, AnotherLogBecameActive_IsNotEdited) {
     Begin();
-    SetActiveChangeLog(std::make_shared<CL::ChangeLog>());
+    Holder().Set(std::make_shared<CL::ChangeLog>());
     EXPECT_THAT(Refusal([&] { editor_->Add("1", CL::Cut(0, 480)); }), HasSubstr("editor of its own"));
 }
 
-TEST_F(EditorTest, RollBack_TakesTheOtherLogsEditsAndKeepsTheVersion) {
+TEST_P(EditorTest, RollBack_TakesTheOtherLogsEditsAndKeepsTheVersion) {
     Begin([](CL::ChangeLog& log) {
         log.GetVersion() = {3, 1};
         log.GetSongLogs()["1"].GetCuts().Add(CL::Cut(0, 480));
@@ -265,7 +275,7 @@ TEST_F(EditorTest, RollBack_TakesTheOtherLogsEditsAndKeepsTheVersion) {
     other.GetSongLogs()["2"].GetMarkers().Add(CL::Marker(99999999, "beyond the song, as it was"));
     editor_->RollBackTo(other);
     {
-        const ActiveChangeLogShared active;
+        const CL::LogHolder::Shared active(Holder());
         EXPECT_TRUE(Compare(other, *active).IsEmpty());
         EXPECT_EQ("3.1", active->GetVersion().GetAsString());
     }
@@ -273,7 +283,7 @@ TEST_F(EditorTest, RollBack_TakesTheOtherLogsEditsAndKeepsTheVersion) {
     EXPECT_EQ(before, Text());
 }
 
-TEST_F(EditorTest, JournalThatCannotBeWritten_RefusesTheEdit) {
+TEST_P(EditorTest, JournalThatCannotBeWritten_RefusesTheEdit) {
     Begin();
     editor_->KeepJournal(directory_ / "show-1.0.logdata");
     std::filesystem::remove_all(directory_.Path());
@@ -281,7 +291,7 @@ TEST_F(EditorTest, JournalThatCannotBeWritten_RefusesTheEdit) {
     EXPECT_FALSE(editor_->CanUndo());
 }
 
-TEST_F(EditorTest, JournalOfAnEarlierLife_IsKeptOnlyWhenRecoveredOrDiscarded) {
+TEST_P(EditorTest, JournalOfAnEarlierLife_IsKeptOnlyWhenRecoveredOrDiscarded) {
     const std::string log = directory_ / "show-1.0.logdata";
     Begin();
     editor_->KeepJournal(log);
@@ -308,12 +318,12 @@ TEST_F(EditorTest, JournalOfAnEarlierLife_IsKeptOnlyWhenRecoveredOrDiscarded) {
     EXPECT_THAT(CL::EditJournal::Read(log).changes, SizeIs(0));
 }
 
-TEST_F(EditorTest, InPlaceChange_GoesIntoTheJournalWithTheNextEditOrWhenNoted) {
+TEST_P(EditorTest, InPlaceChange_GoesIntoTheJournalWithTheNextEditOrWhenNoted) {
     const std::string log = directory_ / "show-1.0.logdata";
     Begin();
     editor_->KeepJournal(log);
-    const auto setAttacca = [](unsigned char attacca) {
-        ActiveChangeLogExclusive()->GetSongLog("2").SetAttacca(attacca);
+    const auto setAttacca = [this](unsigned char attacca) {
+        CL::LogHolder::Exclusive(Holder())->GetSongLog("2").SetAttacca(attacca);
     };
     setAttacca(CL::AttaccaNext);
     editor_->NoteChangedInPlace();
@@ -325,14 +335,14 @@ TEST_F(EditorTest, InPlaceChange_GoesIntoTheJournalWithTheNextEditOrWhenNoted) {
     EXPECT_EQ(state, Text());
 }
 
-TEST_F(EditorTest, Saved_EndsTheJournalAndBeginsTheNext) {
+TEST_P(EditorTest, Saved_EndsTheJournalAndBeginsTheNext) {
     Begin();
-    const std::string first = ActiveChangeLogExclusive()->Save("");
+    const std::string first = CL::LogHolder::Exclusive(Holder())->Save("");
     editor_->KeepJournal(first);
     editor_->Add("1", CL::Cut(0, 480));
     std::string second;
     {
-        const ActiveChangeLogExclusive active;
+        const CL::LogHolder::Exclusive active(Holder());
         active->GetVersion() = {1, 1};
         second = active->Save("");
     }
@@ -344,7 +354,7 @@ TEST_F(EditorTest, Saved_EndsTheJournalAndBeginsTheNext) {
     EXPECT_THAT(CL::EditJournal::Read(second).changes, SizeIs(1)) << "undoing what was saved is a change";
 }
 
-TEST_F(InvertedPairs, AreExchangedCountedAndDescribed) {
+TEST_P(InvertedPairs, AreExchangedCountedAndDescribed) {
     std::string description = "before\n";
     auto log = std::make_shared<CL::ChangeLog>();
     log->GetSongLogs()["1"].GetVamps().Add(CL::Vamp(Bar(17), Bar(12), 3));
@@ -353,27 +363,27 @@ TEST_F(InvertedPairs, AreExchangedCountedAndDescribed) {
     log->GetSongLogs()["9"].GetCuts().Add(CL::Cut(960, 480));
     const CL::ChangeLog read = CL::ChangeLog::Parse(log->AsText(), "log");
     EXPECT_THAT(CL::CheckSongLog(read.GetSongLog("1"), songs_["1"]), SizeIs(2)) << "a log with them can be read";
-    SetActiveChangeLog(log);
-    EXPECT_EQ(3U, CL::FixInvertedPairedEvents(songs_, &description));
+    Holder().Set(log);
+    EXPECT_EQ(3U, CL::FixInvertedPairedEvents(songs_, &description, Holder()));
     const std::string what = ": its end stood before its start, the two were exchanged\n";
     EXPECT_EQ("before\nsong 1: vamp bars 12 to 16, at most 3 times" + what +
                   "song 1: sfx 1 up to 1:2, \"door.wav\", -3 dB" + what + "song 9: cut t480 up to t960" + what,
               description);
-    const ActiveChangeLogShared active;
+    const CL::LogHolder::Shared active(Holder());
     EXPECT_NE(log, active.Share()) << "by a copy";
     EXPECT_TRUE(CL::CheckSongLog(active->GetSongLog("1"), songs_["1"]).empty());
 }
 
-TEST_F(InvertedPairs, LogWithoutThem_StaysTheSameObject) {
+TEST_P(InvertedPairs, LogWithoutThem_StaysTheSameObject) {
     Begin();
-    const auto before = ActiveChangeLogShared().Share();
+    const auto before = CL::LogHolder::Shared(Holder()).Share();
     std::string description;
-    EXPECT_EQ(0U, CL::FixInvertedPairedEvents(songs_, &description));
+    EXPECT_EQ(0U, CL::FixInvertedPairedEvents(songs_, &description, Holder()));
     EXPECT_EQ("", description);
-    EXPECT_EQ(before, ActiveChangeLogShared().Share());
+    EXPECT_EQ(before, CL::LogHolder::Shared(Holder()).Share());
 }
 
-TEST_F(ClickRepair, ClicksThatDoNotFit_AreChangedOrDroppedAndTold) {
+TEST_P(ClickRepair, ClicksThatDoNotFit_AreChangedOrDroppedAndTold) {
     struct Row {
         CL::Click click;
         const char* fitting;
@@ -389,7 +399,7 @@ TEST_F(ClickRepair, ClicksThatDoNotFit_AreChangedOrDroppedAndTold) {
         {CL::Click(Bar(20), Bar(23), 8), "36480..38400/8", "cut off at the song's end, behind which it ended"}};
     for (const Row& row : rows) {
         Begin([&](CL::ChangeLog& log) { log.GetSongLogs()["1"].GetClicks().Add(row.click); });
-        const ActiveChangeLogShared active;
+        const CL::LogHolder::Shared active(Holder());
         std::string fitting;
         for (const CL::Click& click : active->GetSongLog("1").GetClicks())
             fitting += std::to_string(click.start()) + ".." + std::to_string(click.end()) + "/" + click.value();
@@ -406,7 +416,7 @@ TEST_F(ClickRepair, ClicksThatDoNotFit_AreChangedOrDroppedAndTold) {
     }
 }
 
-TEST_F(ClickRepair, OverlappingClicks_FollowOneAnother) {
+TEST_P(ClickRepair, OverlappingClicks_FollowOneAnother) {
     Begin([](CL::ChangeLog& log) {
         auto& clicks = log.GetSongLogs()["1"].GetClicks();
         clicks.Add(CL::Click(0, Bar(4), 8));
@@ -414,7 +424,7 @@ TEST_F(ClickRepair, OverlappingClicks_FollowOneAnother) {
         clicks.Add(CL::Click(Bar(3), Bar(6), 4));
         log.GetSongLogs()["2"].GetClicks().Add(CL::Click(0, Bar(2), 8));
     });
-    const ActiveChangeLogShared active;
+    const CL::LogHolder::Shared active(Holder());
     EXPECT_TRUE(CL::CheckSongLog(active->GetSongLog("1"), songs_["1"]).empty());
     EXPECT_EQ(2U, active->GetSongLog("1").GetClicks().size());
     EXPECT_EQ(Bar(4), active->GetSongLog("1").GetClicks()[1].start());

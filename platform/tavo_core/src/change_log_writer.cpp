@@ -64,12 +64,14 @@ void Append(std::string& to, const std::vector<CL::OscArgument>& arguments) {
 
 /// What stands before the value of a field.
 const std::string& HeadOf(Field field) {
-    static const auto heads = [] {
-        std::array<std::string, logdata::fieldCount> made;
+    // Never destroyed, as all tables here: threads may still write while the process ends.
+    static const auto& heads = []() -> const auto& {
+        auto& made = *new std::array<std::string, logdata::fieldCount>;
         for (std::size_t i = 0; i < made.size(); ++i)
             made[i] = fmt::format(",\"{}\":", logdata::fieldNames[i]);
         return made;
-    }();
+    }
+    ();
     return heads[static_cast<std::size_t>(field)];
 }
 

@@ -33,12 +33,6 @@ void TakeOverFileFields(const ChangeLog& from, ChangeLog& log) {
     log.SetDirectory(from.GetDirectory());
 }
 
-std::shared_ptr<const ChangeLog> ShareActive() {
-    const ActiveChangeLogShared active;
-    static_cast<void>(*active);  // throws where there is none
-    return active.Share();
-}
-
 /// Index of the last edit of the sequence that is like `edit`.
 template <class Edit>
 std::optional<std::size_t> FindLast(const ChangeLogSequence<Edit>& sequence, const Edit& edit) {
@@ -83,9 +77,17 @@ void RequireAllowed(const std::string& songNumber, const AnyEdit& any, const Son
 }  // namespace
 
 struct Editor::Impl {
-    explicit Impl(const TL::ShowTimelines& show) : timelines(show) {}
+    Impl(const TL::ShowTimelines& show, LogHolder& logHolder)
+        : timelines(show), holder(logHolder), known(ShareHeld()) {}
 
-    /// Changes a copy of the active log by `change`, then the journal, then the active log. Returns what changed.
+    /// The log of the holder; throws where it has none.
+    [[nodiscard]] std::shared_ptr<const ChangeLog> ShareHeld() const {
+        const LogHolder::Shared held(holder);
+        static_cast<void>(*held);
+        return held.Share();
+    }
+
+    /// Changes a copy of the held log by `change`, then the journal, then the held log. Returns what changed.
     using ChangesLog = std::function<void(ChangeLog& log)>;
     LogChange Commit(const ChangesLog& change);
     void Swap(const LogChange& change, std::shared_ptr<ChangeLog>& next);
@@ -104,9 +106,10 @@ struct Editor::Impl {
     }
 
     const TL::ShowTimelines& timelines;
+    LogHolder& holder;
     std::map<std::string, std::vector<ModifiedClick>> modifiedClicks;
     std::function<std::string()> getSongNumber;
-    /// The active log as far as this object knows.
+    /// The held log as far as this object knows.
     std::shared_ptr<const ChangeLog> known;
     /// The edits as the log's file has them, repaired; and as file and journal have them together.
     ChangeLog base;
@@ -121,15 +124,15 @@ struct Editor::Impl {
 };
 
 LogChange Editor::Impl::Commit(const ChangesLog& change) {
-    if (ShareActive() != known)
+    if (ShareHeld() != known)
         throw std::runtime_error("Another change log has become active: it needs an editor of its own.");
     std::shared_ptr<ChangeLog> next;
     LogChange made;
     {
-        const ActiveChangeLogShared active;
-        next = std::make_shared<ChangeLog>(*active);
+        const LogHolder::Shared held(holder);
+        next = std::make_shared<ChangeLog>(*held);
         change(*next);
-        made = Compare(*active, *next);
+        made = Compare(*held, *next);
     }
     if (made.IsEmpty()) return made;
     const LogChange written = WriteToJournal(*next);
@@ -144,7 +147,7 @@ LogChange Editor::Impl::Commit(const ChangesLog& change) {
 }
 
 void Editor::Impl::Swap(const LogChange& change, std::shared_ptr<ChangeLog>& next) {
-    ReplaceActiveChangeLog([&](const ChangeLog& current) {
+    holder.Replace([&](const ChangeLog& current) {
         if (&current != known.get())
             throw std::runtime_error("Another change log became active while this one was edited.");
         if (!IsSameChange(Compare(current, *next), change)) {
@@ -221,15 +224,17 @@ void Editor::Impl::OpenJournal() {
     journaled = std::move(state);
 }
 
-Editor::Editor(const TL::ShowTimelines& timelines) : impl_(std::make_unique<Impl>(timelines)) {
-    impl_->known = ShareActive();
+Editor::Editor(const TL::ShowTimelines& timelines) : Editor(timelines, GetActiveLogHolder()) {}
+
+Editor::Editor(const TL::ShowTimelines& timelines, LogHolder& holder)
+    : impl_(std::make_unique<Impl>(timelines, holder)) {
     ClickRepairs repairs;
     {
-        const ActiveChangeLogShared active;
-        repairs = FindClickRepairs(*active, timelines);
+        const LogHolder::Shared held(holder);
+        repairs = FindClickRepairs(*held, timelines);
     }
     if (!repairs.change.IsEmpty()) {
-        ReplaceActiveChangeLog([&](const ChangeLog& current) {
+        holder.Replace([&](const ChangeLog& current) {
             repairs = FindClickRepairs(current, timelines);
             auto repaired = std::make_shared<ChangeLog>(current);
             Apply(repairs.change, *repaired);
@@ -238,9 +243,9 @@ Editor::Editor(const TL::ShowTimelines& timelines) : impl_(std::make_unique<Impl
         });
     }
     impl_->modifiedClicks = std::move(repairs.modified);
-    const ActiveChangeLogShared active;
-    impl_->base = *active;
-    impl_->journaled = *active;
+    const LogHolder::Shared held(holder);
+    impl_->base = *held;
+    impl_->journaled = *held;
 }
 
 Editor::~Editor() = default;
@@ -269,20 +274,20 @@ void Editor::SetCurrentSong(std::function<std::string()> getSongNumber) {
 unsigned int Editor::GetTickIndexNotBoundedByExistingCut(unsigned int tick) const {
     // Asked before the change log's lock is taken, which comes later in the order of locks.
     const std::string songNumber = impl_->getSongNumber ? impl_->getSongNumber() : "";
-    const ActiveChangeLogShared active;
-    const SongLog* songLog = FindSong(*active, songNumber);
+    const LogHolder::Shared held(impl_->holder);
+    const SongLog* songLog = FindSong(*held, songNumber);
     return songLog == nullptr ? tick : SkipCuts(songLog->GetCuts(), tick);
 }
 
 unsigned int Editor::GetTickIndexNotBoundedByCutAndOneBeatBefore(unsigned int tick) const {
     const std::string songNumber = impl_->getSongNumber ? impl_->getSongNumber() : "";
-    static const TL::Timeline noTimeline;
-    static const SongLog noSongLog;
+    static const TL::Timeline& noTimeline = *new TL::Timeline;
+    static const SongLog& noSongLog = *new SongLog;
     const auto numbers = impl_->timelines.GetSongNumbers();
     const bool isInShow = std::find(numbers.begin(), numbers.end(), songNumber) != numbers.end();
     const TL::Timeline& timeline = isInShow ? impl_->timelines.GetTimelineOf(songNumber) : noTimeline;
-    const ActiveChangeLogShared active;
-    const SongLog* known = FindSong(*active, songNumber);
+    const LogHolder::Shared held(impl_->holder);
+    const SongLog* known = FindSong(*held, songNumber);
     const auto& cuts = (known == nullptr ? noSongLog : *known).GetCuts();
     const auto beat = FindBeatBefore(tick, timeline.GetBarsBeats(), cuts);
     return beat ? *beat : SkipCuts(cuts, tick);
@@ -365,8 +370,8 @@ void Editor::ApplyRecovered(const std::vector<LogChange>& changes) {
         for (const LogChange& change : changes)
             Apply(change, log);
     });
-    const ActiveChangeLogShared active;
-    impl_->recovered = *active;
+    const LogHolder::Shared held(impl_->holder);
+    impl_->recovered = *held;
 }
 
 bool Editor::CanUndo() const {
@@ -388,8 +393,8 @@ std::vector<std::string> Editor::Redo() {
 }
 
 bool Editor::HasUnsavedChanges() const {
-    const ActiveChangeLogShared active;
-    return !Compare(impl_->base, *active).IsEmpty();
+    const LogHolder::Shared held(impl_->holder);
+    return !Compare(impl_->base, *held).IsEmpty();
 }
 
 void Editor::NoteSaved(const std::string& logPath) {
@@ -397,8 +402,8 @@ void Editor::NoteSaved(const std::string& logPath) {
         impl_->base = ChangeLog::Load(logPath);
     } catch (const std::runtime_error&) {
         // Saved it is, whatever keeps it from being read back right now.
-        const ActiveChangeLogShared active;
-        impl_->base = *active;
+        const LogHolder::Shared held(impl_->holder);
+        impl_->base = *held;
     }
     impl_->journaled = impl_->base;
     impl_->recovered.reset();
@@ -421,8 +426,8 @@ void Editor::NoteSaved(const std::string& logPath) {
 void Editor::NoteChangedInPlace() {
     std::shared_ptr<ChangeLog> now;
     {
-        const ActiveChangeLogShared active;
-        now = std::make_shared<ChangeLog>(*active);
+        const LogHolder::Shared held(impl_->holder);
+        now = std::make_shared<ChangeLog>(*held);
     }
     impl_->WriteToJournal(*now);
 }

@@ -2,7 +2,8 @@
 
 namespace codes {
 
-const std::map<unsigned char, std::string> editNameByTavoEventCode{
+// Threads may still read while the process ends.
+const std::map<unsigned char, std::string>& editNameByTavoEventCode = *new std::map<unsigned char, std::string>{
     {Vamp, "Vamp"},
     {Repeat, "Repeat"},
     {Cut, "Cut"},
@@ -18,7 +19,7 @@ const std::map<unsigned char, std::string> editNameByTavoEventCode{
 };
 
 const std::string& EditName(unsigned char code) {
-    static const std::string none;
+    static const std::string& none = *new std::string;
     const auto found = editNameByTavoEventCode.find(code);
     return found == editNameByTavoEventCode.end() ? none : found->second;
 }

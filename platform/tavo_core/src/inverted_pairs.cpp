@@ -67,13 +67,17 @@ LogChange FindRepairs(const ChangeLog& log) {
 }  // namespace
 
 unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description) {
+    return FixInvertedPairedEvents(timelines, description, GetActiveLogHolder());
+}
+
+unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description, LogHolder& holder) {
     LogChange repairs;
     {
         // Most logs have none, and are then not kept from their readers.
-        const ActiveChangeLogShared log;
+        const LogHolder::Shared log(holder);
         if (FindRepairs(*log).IsEmpty()) return 0;
     }
-    ReplaceActiveChangeLog([&repairs](const ChangeLog& current) {
+    holder.Replace([&repairs](const ChangeLog& current) {
         repairs = FindRepairs(current);
         auto repaired = std::make_shared<ChangeLog>(current);
         Apply(repairs, *repaired);

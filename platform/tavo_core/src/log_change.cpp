@@ -256,7 +256,7 @@ LogChange Invert(const LogChange& change) {
 }
 
 LogChange Compare(const ChangeLog& before, const ChangeLog& after) {
-    static const SongLog empty;
+    static const SongLog& empty = *new SongLog;
     LogChange change;
     const auto compare = [&change](const std::string& songNumber, const SongLog& old, const SongLog& next) {
         SongChange song = CompareSongs(songNumber, old, next);

@@ -7,64 +7,81 @@
 
 namespace kit {
 
-/// A shared mutex whose readers wait only while a writer holds it, never behind a waiting one: a thread may take it
-/// shared a second time at any moment. Writers can be kept waiting for as long as readers overlap. Works with
-/// std::shared_lock and std::unique_lock. Not recursive for writers. Thread-safe; uncontended calls are one atomic
-/// operation.
-class ReaderPreferringSharedMutex {
+/// A shared mutex in which readers and writers take turns, and which a thread may take shared again while it holds it
+/// shared. While a writer waits, a thread that holds no mutex of this class is kept out, so that the writer gets in
+/// once those who read have left; whoever came meanwhile reads next, ahead of any other writer. Works with
+/// std::shared_lock and std::unique_lock; released on the thread that took it. Not recursive for writers, and a thread
+/// cannot go from shared to exclusive or back. Thread-safe; uncontended calls are one atomic operation.
+///
+/// No hang can come of keeping readers out as long as whoever holds the mutex asks for nothing that another thread may
+/// hold while it asks for this mutex: the common rule for the order of locks, which for a mutex that always lets
+/// readers in need not be obeyed. Against those who break it a reader is kept out for 100 ms at most.
+class FairSharedMutex {
 public:
-    ReaderPreferringSharedMutex() = default;
-    ReaderPreferringSharedMutex(const ReaderPreferringSharedMutex&) = delete;
-    ReaderPreferringSharedMutex& operator=(const ReaderPreferringSharedMutex&) = delete;
+    FairSharedMutex() = default;
+    FairSharedMutex(const FairSharedMutex&) = delete;
+    FairSharedMutex& operator=(const FairSharedMutex&) = delete;
 
     void lock() {
         if (!try_lock()) LockSlowly();
     }
     [[nodiscard]] bool try_lock() {
-        std::uint32_t state = state_.load(std::memory_order_relaxed);
-        while ((state & ~kSomebodyWaits) == 0) {
-            if (state_.compare_exchange_weak(state, state | kWriter, std::memory_order_acquire,
-                                             std::memory_order_relaxed))
-                return true;
-        }
-        return false;
+        std::uint32_t free = 0;
+        return state_.compare_exchange_strong(free, kWriter, std::memory_order_acquire, std::memory_order_relaxed);
     }
     void unlock() {
-        const std::uint32_t before = state_.fetch_and(~(kWriter | kSomebodyWaits), std::memory_order_release);
-        if ((before & kSomebodyWaits) != 0) WakeAll();
+        std::uint32_t unwanted = kWriter;
+        if (!state_.compare_exchange_strong(unwanted, 0, std::memory_order_release, std::memory_order_relaxed))
+            UnlockSlowly();
     }
 
     void lock_shared() {
         if (!try_lock_shared()) LockSharedSlowly();
     }
     [[nodiscard]] bool try_lock_shared() {
-        std::uint32_t state = state_.load(std::memory_order_relaxed);
-        while ((state & kWriter) == 0) {
-            if (state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed))
-                return true;
-        }
-        return false;
+        const std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? kWriter | kWriterWaits : kWriter;
+        return TryLockShared(obstacles);
     }
     void unlock_shared() {
+        --sharedHoldsOfThread_;
         const std::uint32_t before = state_.fetch_sub(1, std::memory_order_release);
-        if (before == (kSomebodyWaits | 1)) WakeAll();
+        if ((before & ~kReaderWaits) == (kWriterWaits | 1)) WakeWriter();
     }
 
 private:
+    // Below the flags, the number of readers inside.
     static constexpr std::uint32_t kWriter = 1U << 31;
-    static constexpr std::uint32_t kSomebodyWaits = 1U << 30;
+    static constexpr std::uint32_t kWriterWaits = 1U << 30;
+    static constexpr std::uint32_t kReaderWaits = 1U << 29;
+    static constexpr std::uint32_t kReaders = kReaderWaits - 1;
 
+    bool TryLockShared(std::uint32_t obstacles) {
+        std::uint32_t state = state_.load(std::memory_order_relaxed);
+        while ((state & obstacles) == 0) {
+            if (state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+                ++sharedHoldsOfThread_;
+                return true;
+            }
+        }
+        return false;
+    }
     void LockSlowly();
+    void UnlockSlowly();
     void LockSharedSlowly();
-    void WaitWhileHeldBy(std::uint32_t blockers, std::unique_lock<std::mutex>& waitLock);
-    void WakeAll();
+    void WakeWriter();
 
-    // The two flags and, below them, the number of readers.
+    /// Of all mutexes of this class: a thread that reads under one is not kept out of another either.
+    static inline constinit thread_local std::uint32_t sharedHoldsOfThread_ = 0;
+
     std::atomic<std::uint32_t> state_{0};
-    // kSomebodyWaits is set only under this mutex, by a thread that then waits for changed_ without letting go of it in
-    // between.
+    // The flags of those who wait are raised only under this mutex.
     std::mutex waitMutex_;
-    std::condition_variable changed_;
+    std::condition_variable readersMayCome_;
+    std::condition_variable writerMayCome_;
+    // Guarded by waitMutex_:
+    std::uint32_t waitingWriters_ = 0;
+    std::uint32_t waitingReaders_ = 0;
+    std::uint64_t readerTurn_ = 0;
 };
 
 }  // namespace kit

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tavo_core/log_change.h"
+#include "tavo_core/log_holder.h"
 #include "tavo_core/show_timelines.h"
 
 namespace CL {
@@ -17,19 +18,24 @@ struct ModifiedClick {
     std::string reason;
 };
 
-/// Repairs the paired edits of the active change log whose end lies before their start, by exchanging the two; returns
-/// how many there were and appends a line about each to `description`. Takes the change-log lock itself.
+/// Repairs the paired edits of a change log whose end lies before their start, by exchanging the two; returns how many
+/// there were and appends a line about each to `description`, which may be null. Without a holder it is the active
+/// change log that is repaired. Takes the holder's lock itself; std::logic_error where there is no log.
 unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description);
+unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description, LogHolder& holder);
 
-/// Looks up and edits the active change log against a show's timelines. An edit makes a copy of the log, changes it,
-/// writes the change to the journal and then makes the copy the active log, so that flow control's pointers into the
-/// old one stay good until it is told of the new one; telling it is the caller's part. Looking up is thread-safe;
-/// editing is for one thread. Takes the change-log lock itself, for moments only; call it without.
+/// Looks up and edits a change log where it is held against a show's timelines: the active change log, or one of a show
+/// that is edited but not played. An edit makes a copy of the log, changes it, writes the change to the journal and
+/// then puts the copy in the log's place, so that flow control's pointers into the old one stay good until it is told
+/// of the new one; telling it is the caller's part. Looking up is thread-safe; editing is for one thread. Takes the
+/// holder's lock itself, for moments only; call it without.
 class Editor {
 public:
-    /// `timelines` outlives the object. Click edits that do not fit the meters are changed or dropped in the active log
-    /// at once; GetModifiedClickEdits tells which.
+    /// Edits the active change log. `timelines` outlives the object. Click edits that do not fit the meters are changed
+    /// or dropped in the log at once; GetModifiedClickEdits tells which. std::logic_error where there is no log.
     explicit Editor(const TL::ShowTimelines& timelines);
+    /// Edits the log that `holder`, which outlives the object, has at this moment. A log has one editor at a time.
+    Editor(const TL::ShowTimelines& timelines, LogHolder& holder);
     ~Editor();
     Editor(const Editor&) = delete;
     Editor& operator=(const Editor&) = delete;
@@ -54,8 +60,8 @@ public:
 
     // Editing. What cannot be done throws std::invalid_argument or std::out_of_range with one sentence, a journal that
     // cannot be written std::runtime_error; nothing is changed then. When an operation returns, its change is in the
-    // active log and, where there is a journal, on the disk. Another change log that became active since the object was
-    // made is not edited: std::runtime_error.
+    // held log and, where there is a journal, on the disk. Another change log that has taken its place since the object
+    // was made is not edited: std::runtime_error. They block on the disk only where there is a journal.
 
     void Add(const std::string& songNumber, const AnyEdit& edit);
     /// The edit `from` becomes `to`, of the same kind or another.
@@ -78,10 +84,10 @@ public:
 
     /// Whether the edits differ from those of the log as it was read, or saved last. Linear in the edits.
     [[nodiscard]] bool HasUnsavedChanges() const;
-    /// To be called after the active log was saved as `logPath`: the journal of the log before ends, and the next one
+    /// To be called after the log was saved as `logPath`: the journal of the log before ends, and the next one
     /// begins beside the new file. Where it cannot, the next edit says so.
     void NoteSaved(const std::string& logPath);
-    /// To be called after something was written into the active log in place, an attacca state for one: it becomes
+    /// To be called after something was written into the log in place, an attacca state for one: it becomes
     /// part of the journal. Throws std::runtime_error where the journal cannot be written.
     void NoteChangedInPlace();
 

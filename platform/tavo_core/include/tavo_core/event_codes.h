@@ -31,10 +31,10 @@ inline constexpr unsigned char Osc = 'Q';
     return code >= 0x40 && code < 0x42;
 }
 
-/// Edit name by code ("Vamp", "Tempo Scale", ...). Holds the kinds of edits only.
-extern const std::map<unsigned char, std::string> editNameByTavoEventCode;
+/// Edit name by code ("Vamp", "Tempo Scale", ...). Holds the kinds of edits only. Never destroyed.
+extern const std::map<unsigned char, std::string>& editNameByTavoEventCode;
 
-/// The edit name of `code`; an empty name for a code that is no edit's.
+/// The edit name of `code`; an empty name for a code that is no edit's. Thread-safe, until the very end of the process.
 [[nodiscard]] const std::string& EditName(unsigned char code);
 
 }  // namespace codes
