@@ -79,6 +79,14 @@ rc::Gen<Action> RandomAction() {
 }
 
 FlowRig::FlowRig(const ShowSpec& show) : show_(show), showData_(BuildShowData(show)) {
+    Install_();
+    ActivateVersion_();
+    song_ = show.size() - 1;
+    ChangeSong_();
+    Continue_();
+}
+
+void FlowRig::Install_() {
     flow_ = std::make_unique<RigShowControl>(player_, showData_);
     player_.SetShowControl(*flow_);
     auto feed = std::make_unique<RigFeed>(player_, [this](unsigned int* tick) {
@@ -90,10 +98,6 @@ FlowRig::FlowRig(const ShowSpec& show) : show_(show), showData_(BuildShowData(sh
     heard_ = std::make_unique<test_support::NotificationLog>();
     notify::guiDispatcher.SendVampOff();
     heard_->Take();
-    ActivateVersion_();
-    song_ = show.size() - 1;
-    ChangeSong_();
-    Continue_();
 }
 
 FlowRig::~FlowRig() {
