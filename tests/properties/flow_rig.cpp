@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "tavo_core/active_change_log.h"
+#include "tavo_core/gui_batch.h"
 #include "tavo_core/gui_dispatcher.h"
 
 namespace properties {
@@ -123,6 +124,8 @@ std::size_t FlowRig::EditCount_() const {
 }
 
 void FlowRig::Do(const Action& action) {
+    // The display is woken once for all of it: most of a run would go into waking it otherwise.
+    const notify::GuiBatch batch;
     ++steps_;
     const auto amount = static_cast<unsigned int>(action.amount);
     const SongSpec& song = show_[song_];
