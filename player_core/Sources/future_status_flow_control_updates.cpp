@@ -34,15 +34,20 @@ void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
     if (caesuraZeroPending_ && tickIndex == caesuraZeroTickIndex_) {
         // The display shows the zero for as long as playback stands at the caesura: nothing else is sent, nothing
         // counts as sent, and the zero stays pending.
-        StatusFlowControl("Caesura", 0).Send();
+        Send_(tickIndex, StatusFlowControl("Caesura", 0));
         return;
     }
     // Statuses at or before the last playhead stay filed; those at tick 0 for ever.
     auto last = next_;
     for (; last != updates_.end() && last->first <= tickIndex; ++last)
-        last->second.Send();
+        Send_(last->first, last->second);
     next_ = updates_.erase(next_, last);
     sentUntilTickIndex_ = tickIndex;
+}
+
+void FutureStatusFlowControlUpdates::Send_(unsigned int tickIndex, const StatusFlowControl& status) {
+    status.Send();
+    shown_ = DisplayState::Status{tickIndex, status.GetType(), status.GetCount()};
 }
 
 void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
@@ -61,6 +66,29 @@ void FutureStatusFlowControlUpdates::ClearFutureUpdates() {
     updates_.clear();
     next_ = updates_.end();
     sentUntilTickIndex_ = 0;
+}
+
+void FutureStatusFlowControlUpdates::CopyTo(DisplayState& state) {
+    const std::lock_guard lock(mutex_);
+    state.filed.clear();
+    state.filed.reserve(updates_.size());
+    for (const auto& [tickIndex, status] : updates_)
+        state.filed.push_back({tickIndex, status.GetType(), status.GetCount()});
+    state.sentUntilTick = sentUntilTickIndex_;
+    state.zeroTick = caesuraZeroPending_ ? std::optional(caesuraZeroTickIndex_) : std::nullopt;
+    state.shown = shown_;
+}
+
+void FutureStatusFlowControlUpdates::TakeFrom(const DisplayState& state) {
+    const std::lock_guard lock(mutex_);
+    updates_.clear();
+    for (const DisplayState::Status& status : state.filed)
+        updates_.emplace_hint(updates_.end(), status.tick, StatusFlowControl(status.type, status.count));
+    sentUntilTickIndex_ = state.sentUntilTick;
+    next_ = updates_.upper_bound(sentUntilTickIndex_);
+    caesuraZeroPending_ = state.zeroTick.has_value();
+    caesuraZeroTickIndex_ = state.zeroTick.value_or(0);
+    shown_ = state.shown;
 }
 
 }  // namespace gui

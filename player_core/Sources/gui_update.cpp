@@ -255,6 +255,29 @@ void GuiUpdate::ResetAndSeekToTickIndex(unsigned int tickIndex) {
     resetDisplay_ = true;
 }
 
+DisplayState GuiUpdate::Snapshot() {
+    const std::lock_guard lock(mutex_);
+    DisplayState state;
+    state.tick = tickIndex_;
+    state.seekFromTick = seekFromTickIndex_;
+    state.seekForward = seekForward_;
+    state.seekPending = seekPending_;
+    state.resetDisplay = resetDisplay_;
+    futureUpdates_.CopyTo(state);
+    return state;
+}
+
+void GuiUpdate::Restore(const DisplayState& state) {
+    const std::lock_guard lock(mutex_);
+    tickIndex_ = state.tick;
+    seekFromTickIndex_ = state.seekFromTick;
+    seekForward_ = state.seekForward;
+    seekPending_ = state.seekPending;
+    resetDisplay_ = state.resetDisplay;
+    howToPlay_.Seek(state.tick);
+    futureUpdates_.TakeFrom(state);
+}
+
 unsigned int GuiUpdate::SetTickIndex_(unsigned int tickIndex) {
     const std::lock_guard lock(mutex_);
     if (seekPending_) {

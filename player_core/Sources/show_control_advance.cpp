@@ -119,8 +119,7 @@ bool ShowControl::InsertLoopEvent_(const cmn::TavoEvent& event, unsigned int /*t
     if (!loopEvents_.InsertLoopEvent(LoopEvent(event))) return false;
     if (event.code() == codes::Fermata) {
         fermata_ = true;
-        fermataEvent_ = static_cast<const CL::Fermata*>(&event);
-        fermataOwner_ = songLogOwner_;
+        fermataEvent_ = {songLogOwner_, static_cast<const CL::Fermata*>(&event)};
     }
     return true;
 }

@@ -1,6 +1,7 @@
 // Seeks: putting the playhead somewhere as if playback had arrived there.
 
 #include <algorithm>
+#include <utility>
 
 #include "player_core/gui_update.h"
 #include "player_core/show_control.h"
@@ -70,10 +71,12 @@ bool ShowControl::Seek(unsigned int tickIndex) {
         atCaesura_ = false;
         SetCaesuraPost_(false);
     }
+    const bool isOwn = std::exchange(seekIsOwn_, false) || ownCutEnd_ == tickIndex;
+    ownCutEnd_.reset();
     tickIndex = std::max(tickIndex, GetStartTickIndex());
     lastSeekTickIndex_ = tickIndex;
-    // A seek of flow control's own gives nothing a second turn, or a song could go round for ever by itself.
-    if (!seekIsOwn_) spentEvents_.clear();
+    // A seek of flow control's own gives nothing a second turn, or a song could go round forever by itself.
+    if (!isOwn) spentEvents_.clear();
     if (fermata_) {
         const kit::ScopedUnlock unlock(seekLock);
         DoExpireFermata();
@@ -83,13 +86,13 @@ bool ShowControl::Seek(unsigned int tickIndex) {
     ExpireOutOfRangeCaesuras(tickIndex);
     std::pair<bool, unsigned int> cut = FindNextControlEventOnSeek(tickIndex, false);
     if (cut.first) {
-        // Whoever owns the playhead moves it out of the cut, by a seek of its own on this or on another thread; that is
-        // part of this one.
+        // Whoever owns the playhead moves it out of the cut, by a seek on this or on another thread; that is part of
+        // this one, and the next seek to anywhere else is not.
+        if (isOwn) ownCutEnd_ = cut.second;
         seekLock.Unlock();
         notify::callbackDispatcher.Notify(notify::names::internal_cut, &cut.second);
         return true;
     }
-    seekIsOwn_ = false;
     {
         const kit::ScopedUnlock unlock(seekLock);
         GetGuiUpdate().Seek(tickIndex);
@@ -189,6 +192,7 @@ void ShowControl::ResetControlVariables() {
     loopEvents_.Clear();
     spentEvents_.clear();
     seekIsOwn_ = false;
+    ownCutEnd_.reset();
 }
 
 bool ShowControl::FullReset() {

@@ -43,11 +43,7 @@ void FileLoopStatus(const LoopEvent& loop, unsigned int tickIndex) {
 
 void ShowControl::CheckForRemainingVampRepeatOrFermata() {
     const SeekLock lock(seekMutex_);
-    if (loopEvents_.GetHasVampOrFermata()) {
-        notify::guiDispatcher.SendVampOn();
-    } else {
-        notify::guiDispatcher.SendVampOff();
-    }
+    PostVampLamp_(loopEvents_.GetHasVampOrFermata());
     {
         const kit::ScopedUnlock unlock(lock);
         if (SendCounts()) return;
@@ -61,6 +57,15 @@ void ShowControl::CheckForRemainingVampRepeatOrFermata() {
     const LoopEvent loop = loopEvents_.GetFirstLoopEvent();
     lock.Unlock();
     FileLoopStatus(loop, tickIndex);
+}
+
+void ShowControl::PostVampLamp_(bool isOn) {
+    vampLampIsOn_ = isOn;
+    if (isOn) {
+        notify::guiDispatcher.SendVampOn();
+    } else {
+        notify::guiDispatcher.SendVampOff();
+    }
 }
 
 bool ShowControl::SendCounts() {
@@ -162,7 +167,7 @@ std::optional<unsigned int> ShowControl::DecideFlowControlExit_() {
     }
     fermata_ = false;
     seekIsOwn_ = true;
-    notify::guiDispatcher.SendVampOff();
+    PostVampLamp_(false);
     return GetCaesuraTickIndexAlignedWithClock(fermataEvent_->end());
 }
 

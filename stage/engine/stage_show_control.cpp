@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <mutex>
 
-#include "tavo_core/active_change_log.h"
 #include "tavo_core/event_codes.h"
 
 namespace stage {
@@ -16,11 +15,9 @@ void StageShowControl::LoadNewChangeLog() {
     std::optional<unsigned int> lostFermataEnd;
     {
         const std::lock_guard lock(GetSeekLock());
-        const LoopEventList before = GetLoopEvents_();
+        const FlowState before = CopyState_();
         ShowControl::LoadNewChangeLog();
-        ReturnToLoops_(before);
-        // What is new and covers the playhead, and the caesura that is being counted down.
-        static_cast<void>(FindNextControlEventOnSeek(GetTickIndex(), true));
+        KeepWhatFits_(before);
         if (GetFermata()) lostFermataEnd = FindLostFermata_(before);
     }
     // Playback waits just short of the end of a hold: beyond it, it goes on.
@@ -29,31 +26,15 @@ void StageShowControl::LoadNewChangeLog() {
 }
 
 /// The end of the fermata that playback was in and is in no more.
-std::optional<unsigned int> StageShowControl::FindLostFermata_(const LoopEventList& before) {
+std::optional<unsigned int> StageShowControl::FindLostFermata_(const FlowState& before) {
     const auto& now = GetLoopEvents_().GetEvents();
-    for (const LoopEvent& loop : before.GetEvents()) {
-        if (loop.type == codes::Fermata && std::find(now.begin(), now.end(), loop) == now.end()) return loop.end;
+    for (const FlowState::Loop& loop : before.loops) {
+        const bool isIn = std::any_of(now.begin(), now.end(), [&loop](const LoopEvent& event) {
+            return event.type == loop.type && event.start == loop.start && event.end == loop.end;
+        });
+        if (loop.type == codes::Fermata && !isIn) return loop.end;
     }
     return std::nullopt;
-}
-
-void StageShowControl::ReturnToLoops_(const LoopEventList& before) {
-    const ActiveChangeLogShared changeLog;
-    const CL::SongLog& songLog = changeLog->GetSongLog(GetSongData_()->GetSongNumber());
-    const auto returnTo = [&](const auto& edits) {
-        for (const auto& edit : edits) {
-            LoopEvent loop(edit);
-            const auto& events = before.GetEvents();
-            const auto was = std::find(events.begin(), events.end(), loop);
-            if (was == events.end()) continue;
-            loop.count = was->count;
-            loop.canceled = was->canceled;
-            GetLoopEvents_().InsertLoopEvent(loop);
-        }
-    };
-    returnTo(songLog.GetVamps());
-    returnTo(songLog.GetRepeats());
-    returnTo(songLog.GetFermatas());
 }
 
 StageShowControl::Arrival StageShowControl::ArriveAt(std::uint32_t tick) {

@@ -17,7 +17,8 @@ public:
 
     HowToPlay& GetHowToPlay() override { return howToPlay_; }
     /// Beyond rebuilding it keeps playback in the loops, the hold and the countdown that it is in and that the new log
-    /// still has, passes and releases included: an edit elsewhere in the song must not let a vamp run out.
+    /// still has, passes and releases included, and on its way to where a seek sends it: an edit elsewhere in the song
+    /// must not let a vamp run out. Throws std::logic_error when no song is loaded.
     void LoadNewChangeLog() override;
 
     /// What the engine finds when it arrives at a tick.
@@ -55,8 +56,7 @@ public:
     void SendOsc(const CL::Osc& message);
 
 private:
-    void ReturnToLoops_(const LoopEventList& before);
-    [[nodiscard]] std::optional<unsigned int> FindLostFermata_(const LoopEventList& before);
+    [[nodiscard]] std::optional<unsigned int> FindLostFermata_(const FlowState& before);
 
     // Guarded by the seek lock.
     HowToPlay howToPlay_;

@@ -282,3 +282,26 @@ TEST(ResetOfTheCaesura, KeepsADisplayThatBelongsToTheTick) {
         EXPECT_EQ(keep ? "Caesura 0 @3840" : "'' 0 @3840", show.Statuses());
     }
 }
+
+// A stop's own seek gives edits without length no second turn. Where it ends in a cut, the seek that moves the playhead
+// to the cut's end is part of it.
+TEST(Seek, AfterAStopsSeekEndedInACut_GivesEditsWithoutLengthAnotherTurn) {
+    FlowShow show("cut 0..960; cut 1920..1920");
+    show.Seek(1440);
+    ASSERT_EQ("cut to 1920", show.Search(1920, 3840));
+    ASSERT_EQ("to 3840", show.Search(1920, 3840));
+    show.Control().OnCaesuraStop();  // seeks to 0; nobody moves the playhead out of the cut
+    show.Seek(1440);
+    EXPECT_EQ("cut to 1920", show.Search(1920, 3840));
+}
+
+TEST(Seek, ThatTakesAStopsSeekOutOfACut_IsPartOfIt) {
+    FlowShow show("cut 0..960; cut 1920..1920");
+    show.Seek(1440);
+    ASSERT_EQ("cut to 1920", show.Search(1920, 3840));
+    show.Control().OnCaesuraStop();
+    show.Seek(960);
+    EXPECT_EQ("to 3840", show.Search(1920, 3840));
+    show.Seek(960);
+    EXPECT_EQ("cut to 1920", show.Search(1920, 3840)) << "the one after it is the operator's again";
+}

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "tavo_core/active_change_log.h"
+#include "tavo_core/gui_batch.h"
 #include "tavo_core/gui_dispatcher.h"
 
 namespace properties {
@@ -79,6 +80,14 @@ rc::Gen<Action> RandomAction() {
 }
 
 FlowRig::FlowRig(const ShowSpec& show) : show_(show), showData_(BuildShowData(show)) {
+    Install_();
+    ActivateVersion_();
+    song_ = show.size() - 1;
+    ChangeSong_();
+    Continue_();
+}
+
+void FlowRig::Install_() {
     flow_ = std::make_unique<RigShowControl>(player_, showData_);
     player_.SetShowControl(*flow_);
     auto feed = std::make_unique<RigFeed>(player_, [this](unsigned int* tick) {
@@ -90,10 +99,6 @@ FlowRig::FlowRig(const ShowSpec& show) : show_(show), showData_(BuildShowData(sh
     heard_ = std::make_unique<test_support::NotificationLog>();
     notify::guiDispatcher.SendVampOff();
     heard_->Take();
-    ActivateVersion_();
-    song_ = show.size() - 1;
-    ChangeSong_();
-    Continue_();
 }
 
 FlowRig::~FlowRig() {
@@ -119,6 +124,8 @@ std::size_t FlowRig::EditCount_() const {
 }
 
 void FlowRig::Do(const Action& action) {
+    // The display is woken once for all of it: most of a run would go into waking it otherwise.
+    const notify::GuiBatch batch;
     ++steps_;
     const auto amount = static_cast<unsigned int>(action.amount);
     const SongSpec& song = show_[song_];

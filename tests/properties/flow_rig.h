@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "player_core/gui_update.h"
 #include "player_core/player.h"
@@ -36,6 +38,7 @@ private:
 class RigPlayer : public Player {
 public:
     RigPlayer() : Player("") {}
+    using Player::SetActiveSongNumber;
     void SetShowControl(RigShowControl& showControl) { showControl_ = &showControl; }
     using Player::GetUserCanceledCaesura;
     using Player::ResetForRecovery;
@@ -92,7 +95,28 @@ rc::Gen<Action> RandomAction();
 /// operator's hands. After every step the two must agree and what must always hold is checked; a violation throws.
 class FlowRig {
 public:
+    /// One moment of a performance: flow control's own value, and beside it what belongs to others.
+    struct Moment {
+        FlowState flow;
+        std::shared_ptr<CL::ChangeLog> changeLog;
+        std::size_t version = 0;
+        std::size_t song = 0;
+        PlayerState playerState = PlayerState::Stopped;
+        ReferenceFlow reference;
+        unsigned int next = 0;
+        bool standsAtCaesura = false;
+        bool isOver = false;
+        unsigned int passedCaesura = 0;
+    };
+    /// What a stretch of a performance came to, step by step.
+    struct Transcript {
+        std::vector<FlowState> states;
+        std::vector<std::string> posts;  ///< of flow control and player
+    };
+
     explicit FlowRig(const ShowSpec& show);
+    /// Fresh objects, put where the moment was taken. Throws if they are not there then.
+    FlowRig(const ShowSpec& show, const Moment& moment);
     ~FlowRig();
     FlowRig(const FlowRig&) = delete;
     FlowRig& operator=(const FlowRig&) = delete;
@@ -100,6 +124,10 @@ public:
     void Do(const Action& action);
     /// Plays on, exits every vamp and goes on behind every caesura, until the song is over.
     void PlayToTheEnd();
+
+    [[nodiscard]] Moment TakeMoment();
+    /// Does the actions and writes down what comes of every step.
+    [[nodiscard]] Transcript Record(std::span<const Action> actions);
 
     /// Searches made and actions done.
     [[nodiscard]] std::uint64_t GetStepCount() const { return steps_; }
@@ -146,6 +174,7 @@ private:
     [[nodiscard]] const tavo_midi::SongData& SongData_() const;
     [[nodiscard]] std::size_t EditCount_() const;
     void ActivateVersion_();
+    void Install_();
 
     const ShowSpec& show_;
     tavo_midi::ShowData showData_;
@@ -165,6 +194,7 @@ private:
     unsigned int passedCaesura_ = 0xFFFFFFFF;  // stopped at and continued from, without having moved since
     bool lampIsOn_ = false;                    // as the display heard it
     std::uint64_t steps_ = 0;
+    Transcript* transcript_ = nullptr;  // while somebody records
 };
 
 }  // namespace properties

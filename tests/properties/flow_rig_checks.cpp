@@ -1,6 +1,8 @@
 // What must hold after every step of the rig.
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <stdexcept>
 
 #include "tavo_core/event_codes.h"
@@ -15,6 +17,12 @@ void RequireEqual(T real, T expected, const char* what, const char* after) {
     throw std::runtime_error(std::string("after ") + after + ": " + what + " is " +
                              std::to_string(static_cast<long long>(real)) + ", expected " +
                              std::to_string(static_cast<long long>(expected)));
+}
+
+// A new display is told anew what the other lines say, and where the playhead is as often as it can take it.
+bool IsOfFlowOrPlayer(const std::string& line) {
+    constexpr std::array<std::string_view, 5> Names{"StatusFlowControl", "Vamp", "Caesura", "Playback", "NoNextSong"};
+    return std::ranges::any_of(Names, [&line](std::string_view name) { return line.starts_with(name); });
 }
 
 }  // namespace
@@ -51,6 +59,7 @@ void FlowRig::Agree_(const char* after) {
     check(result.tickIndex, expected.result.tickIndex, "result.tickIndex");
     AgreeOnLoops_(after);
     CheckLoops_();
+    if (transcript_ != nullptr) transcript_->states.push_back(flow_->Snapshot());
 }
 
 void FlowRig::AgreeOnLoops_(const char* after) {
@@ -159,6 +168,7 @@ void FlowRig::CheckJumpTarget_() {
 
 void FlowRig::CheckTold_() {
     std::vector<std::string> heard = heard_->Take();
+    if (transcript_ != nullptr) std::ranges::copy_if(heard, std::back_inserter(transcript_->posts), IsOfFlowOrPlayer);
     std::erase_if(heard, [](const std::string& line) {
         return !line.starts_with("Vamp") && !line.starts_with("StatusFlowControl");
     });

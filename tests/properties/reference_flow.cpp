@@ -80,7 +80,6 @@ void ReferenceFlow::LoadNewChangeLog(const CL::SongLog& songLog, const TL::Timel
     jumpForVampRepeatOrCut = false;
     loops.clear();
     pairedEventMap_.clear();
-    spent_.clear();
     caesuraStack.clear();
     BuildCaesuras_(songLog);
     for (const Caesura& caesura : caesuraCounter_) {
@@ -163,7 +162,13 @@ bool ReferenceFlow::Insert_(const Event& event) {
 }
 
 bool ReferenceFlow::IsSpent_(const Event& event) {
-    return event.start >= event.end && !spent_.insert(&event).second;
+    return event.start >= event.end && std::exchange(event.spent, true);
+}
+
+void ReferenceFlow::ForgetSpent_() {
+    for (const auto& [key, events] : pairedEventMap_)
+        for (const Event& event : events)
+            event.spent = false;
 }
 
 void ReferenceFlow::Push_(const Caesura& caesura) {
@@ -383,7 +388,7 @@ bool ReferenceFlow::Seek(unsigned int tick) {
     if (!caesuraPost) atCaesura = false;
     tick = std::max(tick, startTick);
     lastSeekTickIndex = tick;
-    if (!seekIsOwn_) spent_.clear();
+    if (!seekIsOwn_) ForgetSpent_();
     if (fermata) DoExpireFermata_();
     loops.remove_if([](const Loop& loop) { return loop.canceled; });
     RemoveInactive_(tick);
@@ -430,7 +435,7 @@ void ReferenceFlow::FullReset() {
     lastSeekTickIndex = preJumpTickIndex = lastJumpTargetTickIndex = 0;
     fermata = fermataCanceledCaesura = jump = jumpForVampRepeatOrCut = false;
     loops.clear();
-    spent_.clear();
+    ForgetSpent_();
     Seek(startTick);
     SendStatusesUntil_(tickIndex);
     statuses_.ClearCaesura();

@@ -5,7 +5,6 @@
 #include <list>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -103,13 +102,15 @@ private:
         unsigned int end = 0;
         int value = 0;
         Caesura caesura;
+        mutable bool spent = false;  // without length: it has had its one turn since the operator's last seek
     };
 
     void DoFind_(unsigned int from, unsigned int to);
     bool AdvanceToCaesura_(unsigned int to, long long limit);
     bool Detect_(unsigned int tick);
     bool Insert_(const Event& event);
-    bool IsSpent_(const Event& event);
+    static bool IsSpent_(const Event& event);
+    void ForgetSpent_();
     void Push_(const Caesura& caesura);
     Loop* FirstActive_();
     void RemoveInactive_(unsigned int tick);
@@ -133,8 +134,6 @@ private:
     bool caesuraDisplayPending_ = false;
     unsigned int caesuraDisplayTickIndex_ = 0;
     unsigned int fermataEnd_ = 0;
-    // Edits without length have one turn each between two seeks of the operator's.
-    std::set<const Event*> spent_;
     bool seekIsOwn_ = false;
     ReferenceStatuses statuses_;
 };

@@ -133,6 +133,34 @@ TEST_F(ShowSessionTest, EditElsewhereInTheSong_KeepsAFermataHoldingAndACaesuraCo
     EXPECT_TRUE(evening.session.GetIsPaused());
 }
 
+TEST_F(ShowSessionTest, EditBeforeTheEngineFollowsASeek_LeavesTheSeekStanding) {
+    WriteLog();
+    Evening evening(files_);
+    evening.session.LoadSong("1");
+    evening.session.Play();
+    evening.PlayBars(1);
+    evening.session.Seek(Bar(9));
+    evening.session.AddEdit("1", CL::Marker(Bar(12), "Dance"));
+    evening.PlayBars(1);
+    EXPECT_NEAR(10, evening.BarAtPlayhead(), 0.02);
+}
+
+TEST_F(ShowSessionTest, NewCaesuraBeforeTheOneThatIsCountedDown_IsStoppedAtFirst) {
+    WriteLog([](CL::ChangeLog& log) { log.GetSongLog("1").GetCaesuras().Add(CL::Caesura(Bar(5), "", 0)); });
+    Evening evening(files_);
+    evening.session.LoadSong("1");
+    evening.session.Play();
+    evening.PlayBars(3.1);  // the countdown has begun
+    evening.session.AddEdit("1", CL::Caesura(Bar(4) + TicksPerBar / 2, "", 0));
+    evening.PlayBars(2);
+    EXPECT_NEAR(4.5, evening.BarAtPlayhead(), 0.02);
+    EXPECT_TRUE(evening.session.GetIsPaused());
+    evening.session.Continue();
+    evening.PlayBars(2);
+    EXPECT_NEAR(5, evening.BarAtPlayhead(), 0.02);
+    EXPECT_TRUE(evening.session.GetIsPaused());
+}
+
 TEST_F(ShowSessionTest, RemovingTheVampThatPlays_LetsTheMusicRunOn) {
     WriteLog([](CL::ChangeLog& log) { log.GetSongLog("1").GetVamps().Add(CL::Vamp(Bar(2), Bar(4))); });
     Evening evening(files_);

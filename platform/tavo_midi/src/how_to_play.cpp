@@ -345,6 +345,10 @@ unsigned int HowToPlay::GetMarkerTickIndex() const {
     return impl_->Marker().tick;
 }
 
+UserControls& HowToPlay::GetUserControls() const {
+    return impl_->userControls;
+}
+
 unsigned int HowToPlay::GetTickIndex() const {
     return impl_->position;
 }

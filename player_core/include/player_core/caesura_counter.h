@@ -21,6 +21,8 @@ public:
     unsigned int end() const override { return GetTickIndex(); }
     /// Where the countdown begins; the caesura's own tick where it has none.
     [[nodiscard]] unsigned int GetFirstCountdownTickIndex() const;
+    /// The beats of the countdown, ascending.
+    [[nodiscard]] const std::list<unsigned int>& GetCountdownTickIndices() const { return countdownTickIndices_; }
     /// Whether `tickIndex` is from the first beat of the countdown up to, but not including, the caesura.
     [[nodiscard]] bool WithinCountdownRange(unsigned int tickIndex) const;
     /// Number of countdown beats after `tickIndex`.

@@ -2,8 +2,11 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
+
+#include "player_core/flow_state.h"
 
 namespace gui {
 
@@ -43,8 +46,15 @@ public:
     /// Forgets what is filed and the last playhead; a pending zero count stays.
     void ClearFutureUpdates();
 
+    /// Writes what is filed, what was sent last and how far into `state`, and leaves the rest of it.
+    void CopyTo(DisplayState& state);
+    /// The reverse. Sends nothing. What is filed must ascend by tick.
+    void TakeFrom(const DisplayState& state);
+
 private:
     using Updates = std::map<unsigned int, StatusFlowControl>;
+
+    void Send_(unsigned int tickIndex, const StatusFlowControl& status);
 
     std::mutex mutex_;
     // Guarded by mutex_:
@@ -54,6 +64,7 @@ private:
     unsigned int sentUntilTickIndex_ = 0;
     // The first of updates_ after sentUntilTickIndex_: a pass starts there and never walks over what stays filed.
     Updates::iterator next_ = updates_.end();
+    std::optional<DisplayState::Status> shown_;
 };
 
 }  // namespace gui

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "player_core/flow_state.h"
 #include "player_core/future_status_flow_control_updates.h"
 #include "tavo_core/song_log.h"
 #include "tavo_core/timeline.h"
@@ -80,6 +81,11 @@ public:
     [[nodiscard]] unsigned int GetTickIndex();
     /// The data of the song that is played from now on; it is copied. `ticksPerQuarter` is the song's resolution.
     void SetData(const CL::SongLog& songLog, const TL::Timeline& timeline, unsigned int ticksPerQuarter);
+
+    /// Where the display is and what it still has to show.
+    [[nodiscard]] DisplayState Snapshot();
+    /// Puts the feed where `state` was taken. Posts nothing and sends no signal.
+    void Restore(const DisplayState& state);
 
     /// The object's mutex, for callers that must not interleave their reads of song data with a pass.
     [[nodiscard]] std::recursive_mutex& GetMutex() { return mutex_; }

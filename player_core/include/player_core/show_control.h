@@ -13,6 +13,7 @@
 #include "kit/lock.h"
 #include "player_core/active_song_number.h"
 #include "player_core/caesura_counter.h"
+#include "player_core/flow_state.h"
 #include "player_core/loop_event_list.h"
 #include "player_core/paired_event_map.h"
 #include "player_core/player_callbacks.h"
@@ -135,6 +136,17 @@ public:
     /// Throws HowToPlay::SongEnd in the song's last bar.
     [[nodiscard]] unsigned int GetNextMeasureTickIndex();
 
+    /// All that decides what flow control answers next, for the song that is loaded: an equal one put back into another
+    /// object over the same song and edits makes it answer as this one does. Waits for a seek that is under way. Throws
+    /// std::logic_error when no song is loaded.
+    [[nodiscard]] FlowState Snapshot();
+    /// Puts flow control, the operator's tempo scale and transposition and the display feed where `state` was taken,
+    /// and posts the vamp lamp and the status that the display showed then. The song must be loaded, with every edit
+    /// that the state is in; otherwise, and for values that no flow control can have, it throws std::invalid_argument
+    /// in one sentence and changes nothing. Throws std::logic_error when no song is loaded. An engine that plays is not
+    /// moved: its owner puts it at the state's tick.
+    void Restore(const FlowState& state);
+
     /// Guards flow control. Recursive.
     [[nodiscard]] std::recursive_mutex& GetSeekLock() { return seekMutex_; }
     [[nodiscard]] unsigned int GetTickIndex();
@@ -168,6 +180,14 @@ protected:
     std::pair<bool, unsigned int> FindNextControlEventOnSeek(unsigned int tickIndex, bool skipCaesura);
     /// Moves the playhead out of any cut at `tickIndex` and goes on there; returns where that is.
     unsigned int RecoverySeek(unsigned int tickIndex);
+
+    /// The same as Snapshot and waits for no seek. The caller holds the seek lock.
+    [[nodiscard]] FlowState CopyState_();
+    /// After a reload: puts back what `state`, taken before it, was in and the new log still has. Loops keep their pass
+    /// and take the log's limit, caesuras take the log's countdown, attacca is the log's; a fermata goes on holding
+    /// even where the log has lost it. What is new and covers the playhead is registered. Display and operator's
+    /// controls stay as they are. The caller has held the seek lock since before the reload.
+    void KeepWhatFits_(FlowState state);
 
     /// The sound effects from the first in [from, to] to the song's last. Writes a trace to standard output. The
     /// pointers are good until the song is loaded again.
@@ -206,6 +226,7 @@ private:
     void DoFlowControlExit_();
     std::optional<unsigned int> DecideFlowControlExit_();
     void FinishFlowControlExit_(std::optional<unsigned int> seekTarget);
+    void PostVampLamp_(bool isOn);
     bool SendCounts();
     bool SendCaesuraCount();
     void SetCaesuraPost_(bool post);
@@ -214,6 +235,16 @@ private:
     void StandAtOrLeaveCaesura_(unsigned int tickIndex);
     template <class FindMarker>
     unsigned int FindMarkerFromPosition_(FindMarker&& find);
+
+    // show_control_state.cpp
+    void CopyCaesuras_(FlowState& state) const;
+    void RequireFits_(const FlowState& state) const;
+    void DropWhatIsGone_(FlowState& state) const;
+    void PutBack_(const FlowState& state);
+    void PutBackCaesuras_(const FlowState& state);
+    void PostLampAndStatus_(const FlowState& state);
+    [[nodiscard]] const cmn::TavoEvent* FindEdit_(unsigned char type, unsigned int start, unsigned int end) const;
+    [[nodiscard]] std::vector<const cmn::TavoEvent*> FindSpent_(const std::vector<FlowState::Spent>& spent) const;
 
     // show_control_load.cpp
     void SetDataOnGuiAndHowToPlay_(const std::string& songNumber, const CL::SongLog& songLog);
@@ -241,7 +272,7 @@ private:
     unsigned int caesuraDisplayTickIndex_ = 0;
     bool attacca_ = false;
     bool fermata_ = false;
-    const CL::Fermata* fermataEvent_ = nullptr;  // in fermataOwner_'s log
+    std::shared_ptr<const CL::Fermata> fermataEvent_;  // keeps the log alive that it is in
     bool fermataCanceledCaesura_ = false;
     bool jump_ = false;
     bool jumpForVampRepeatOrCut_ = false;
@@ -249,10 +280,12 @@ private:
     FindNextControlEventResult result_;
     // Edits without length that had their one turn since the operator's last seek, a reset or a reload.
     std::vector<const cmn::TavoEvent*> spentEvents_;
-    bool seekIsOwn_ = false;        // the seek under way was made by flow control itself
+    bool seekIsOwn_ = false;  // the next seek is made by flow control itself
+    // The end of a cut that such a seek was sent to: whoever moves the playhead there goes on with that seek.
+    std::optional<unsigned int> ownCutEnd_;
+    bool vampLampIsOn_ = false;     // as the display was told last
     std::uint64_t buildCount_ = 0;  // tells that the structures were rebuilt while the lock was released
     std::shared_ptr<const CL::ChangeLog> songLogOwner_;
-    std::shared_ptr<const CL::ChangeLog> fermataOwner_;
     const tavo_midi::SongData* songData_ = nullptr;
     unsigned int startTickIndex_ = 0;
     unsigned int endTickIndex_ = 0;

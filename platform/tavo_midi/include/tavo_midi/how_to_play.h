@@ -82,6 +82,8 @@ public:
     [[nodiscard]] double GetTempoDouble() const;
     [[nodiscard]] unsigned int GetMarkerTickIndex() const;
 
+    /// The controls that were given at construction.
+    [[nodiscard]] UserControls& GetUserControls() const;
     /// The position.
     [[nodiscard]] unsigned int GetTickIndex() const;
     /// The factor on the written tempo at the position: the user's times the edit's, each within its playable range.
