@@ -30,6 +30,7 @@ constexpr Group Groups[] = {
     {"open", bench::AddOpenRows},
     {"save", bench::AddSaveRows},
     {"render", bench::AddRenderRows},
+    {"control", bench::AddControlRows},
     {"score", bench::AddScoreRows},
     {"midi", bench::AddMidiRows},
 };

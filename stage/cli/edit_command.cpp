@@ -8,6 +8,8 @@
 #include "stage/cli/commands.h"
 #include "stage/cli/edit_grammar.h"
 #include "stage/cli/text_table.h"
+#include "stage/show/edit_list.h"
+#include "tavo_core/edit_text.h"
 
 namespace {
 
@@ -20,22 +22,34 @@ public:
     bool newMajor = false;
     bool isList = false;
 
-    stage::EditSession& Open() {
-        if (session) return *session;
-        session.emplace(showPath);
-        // The operations go on without such changes: whoever made them decides what becomes of them.
-        for (const std::string& sentence : session->DescribeJournal())
+    stage::EditedShow& Open() {
+        if (show) return *show;
+        show.emplace(showPath);
+        TellUnsaved(show->GetUnsavedEdits());
+        for (const std::string& sentence : show->GetRepairs())
             std::cerr << "note: " << MakePrintable(sentence) << '\n';
-        return *session;
+        return *show;
     }
 
 private:
-    std::optional<stage::EditSession> session;
+    // The operations go on without such changes: whoever made them decides what becomes of them.
+    void TellUnsaved(const stage::UnsavedEdits& unsaved) const {
+        const std::size_t count = unsaved.changes.size();
+        if (count > 0)
+            std::cerr << fmt::format(
+                "note: a session that ended early left {} unsaved change{} to version {}; stage log recover saves {}\n",
+                count, count == 1 ? "" : "s", show->GetLog()->GetVersion().GetAsString(), count == 1 ? "it" : "them");
+        for (const std::string& sentence : unsaved.problems)
+            std::cerr << "note: " << MakePrintable(sentence) << '\n';
+    }
+
+    std::optional<stage::EditedShow> show;
 };
 
-void ListSong(stage::EditSession& session, const tavo_midi::SongData& song) {
+void ListSong(stage::EditedShow& show, const tavo_midi::SongData& song) {
     const std::string& number = song.GetSongNumber();
-    const auto& songLogs = session.GetLog().GetSongLogs();
+    const auto log = show.GetLog();
+    const auto& songLogs = log->GetSongLogs();
     const auto found = songLogs.find(number);
     if (found == songLogs.end()) {
         std::cout << fmt::format("song {}: {}, not in the change log\n", number, MakePrintable(song.GetTitle()));
@@ -47,31 +61,31 @@ void ListSong(stage::EditSession& session, const tavo_midi::SongData& song) {
     const auto edits = stage::ListEdits(found->second);
     for (const stage::ListedEdit& listed : edits)
         table.AddRow({fmt::format("{}", listed.id), CL::DescribeKind(*listed.edit),
-                      CL::DescribePlace(*listed.edit, session.GetPositions(number)), CL::DescribeValue(*listed.edit)});
+                      CL::DescribePlace(*listed.edit, show.GetPositions(number)), CL::DescribeValue(*listed.edit)});
     if (!edits.empty()) std::cout << table.AsText();
 }
 
 void List(EditWork& work) {
-    stage::EditSession& session = work.Open();
-    std::cout << fmt::format("version {}\n", session.GetLog().GetVersion().GetAsString());
+    stage::EditedShow& show = work.Open();
+    std::cout << fmt::format("version {}\n", show.GetLog()->GetVersion().GetAsString());
     if (!work.listedSong.empty()) {
-        ListSong(session, session.GetShowData().GetSongData(work.listedSong));
+        ListSong(show, show.GetMusic().GetSongData(work.listedSong));
         return;
     }
-    for (const tavo_midi::SongData& song : session.GetShowData().GetSongs())
-        ListSong(session, song);
+    for (const tavo_midi::SongData& song : show.GetMusic().GetSongs())
+        ListSong(show, song);
 }
 
 void SaveChanges(EditWork& work) {
-    stage::EditSession& session = work.Open();
-    if (session.GetChanges().empty()) {
+    stage::EditedShow& show = work.Open();
+    if (show.GetChanges().empty()) {
         std::cout << "nothing was changed, no version is saved\n";
         return;
     }
-    const std::string path = session.Save(work.newMajor);
-    for (const std::string& change : session.GetChanges())
+    const std::string path = show.Save(work.newMajor);
+    for (const std::string& change : show.GetChanges())
         std::cout << MakePrintable(change) << '\n';
-    std::cout << fmt::format("saved version {} as {}\n", session.GetLog().GetVersion().GetAsString(), path);
+    std::cout << fmt::format("saved version {} as {}\n", show.GetLog()->GetVersion().GetAsString(), path);
 }
 
 }  // namespace
@@ -82,7 +96,7 @@ void AddEditCommand(CLI::App& app, int&) {
     edit->add_option("SHOW", work->showPath, "The show directory")->required();
     edit->add_flag("--major", work->newMajor, "Save the next major version instead of the next minor one");
     edit->require_subcommand(1);
-    const SessionProvider session = [work]() -> stage::EditSession& { return work->Open(); };
+    const SessionProvider session = [work]() -> stage::EditedShow& { return work->Open(); };
     AddEditOperations(*edit, session);
 
     CLI::App* apply = edit->add_subcommand("apply", "Does what the lines of a file say and saves one version");

@@ -67,7 +67,7 @@ void AddPointOption(CLI::App& kind, Words& words) {
 
 /// Runs `find` and puts the song before what it complains of.
 template <class Find>
-unsigned int FindTick(stage::EditSession& session, const Words& words, Find find) {
+unsigned int FindTick(stage::EditedShow& session, const Words& words, Find find) {
     const TL::BarPositions& positions = session.GetPositions(words.song);
     try {
         return find(positions);
@@ -76,11 +76,11 @@ unsigned int FindTick(stage::EditSession& session, const Words& words, Find find
     }
 }
 
-unsigned int FindStart(stage::EditSession& session, const Words& words, const std::string& place) {
+unsigned int FindStart(stage::EditedShow& session, const Words& words, const std::string& place) {
     return FindTick(session, words, [&](const auto& positions) { return positions.FindStartTick(place); });
 }
 
-unsigned int FindEnd(stage::EditSession& session, const Words& words, const std::string& place) {
+unsigned int FindEnd(stage::EditedShow& session, const Words& words, const std::string& place) {
     return FindTick(session, words, [&](const auto& positions) { return positions.FindEndTick(place); });
 }
 
@@ -91,7 +91,7 @@ CLI::App* AddRangeKind(CLI::App& add, const SessionProvider& session, const char
     CLI::App* kind = AddOperation(add, name, description, example, words);
     AddRangeOptions(*kind, *words);
     kind->callback([=] {
-        stage::EditSession& target = session();
+        stage::EditedShow& target = session();
         const unsigned int start = FindStart(target, *words, words->from);
         target.Add(words->song, make(start, FindEnd(target, *words, words->to), *words));
     });
@@ -104,7 +104,7 @@ CLI::App* AddPointKind(CLI::App& add, const SessionProvider& session, const char
     CLI::App* kind = AddOperation(add, name, description, example, words);
     AddPointOption(*kind, *words);
     kind->callback([=] {
-        stage::EditSession& target = session();
+        stage::EditedShow& target = session();
         target.Add(words->song, make(FindStart(target, *words, words->at), *words));
     });
     return kind;
@@ -231,7 +231,7 @@ void AddSoundKinds(CLI::App& add, const SessionProvider& session) {
     sfx->add_option("--to", words->to, "Where it is cut off; it rings out without")->type_name("PLACE");
     AddSoundOptions(*sfx, *words);
     sfx->callback([=] {
-        stage::EditSession& target = session();
+        stage::EditedShow& target = session();
         const unsigned int start = FindStart(target, *words, words->at);
         const unsigned int end = words->to.empty() ? start : FindEnd(target, *words, words->to);
         target.Add(words->song, CL::Sfx(start, end, words->sound, words->gainDb));

@@ -4,10 +4,10 @@
 #include <functional>
 #include <string>
 
-#include "stage/session/edit_session.h"
+#include "stage/session/edited_show.h"
 
 /// Gives the session that an operation works on; called only when one is to be done.
-using SessionProvider = std::function<stage::EditSession&()>;
+using SessionProvider = std::function<stage::EditedShow&()>;
 
 /// Adds the operations add, remove and attacca to `app`; each changes the session when it is parsed. The same grammar
 /// serves the command line and the lines of a file of edits.

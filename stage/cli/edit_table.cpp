@@ -1,7 +1,7 @@
 #include "stage/cli/edit_table.h"
 
 #include "stage/cli/text_table.h"
-#include "stage/session/edit_session.h"
+#include "stage/show/edit_list.h"
 #include "tavo_core/edit_text.h"
 
 std::string MakeEditTable(const CL::SongLog& songLog, const TL::BarPositions& positions) {

@@ -10,7 +10,7 @@
 #include "stage/cli/edit_table.h"
 #include "stage/cli/song_summary.h"
 #include "stage/cli/text_table.h"
-#include "stage/session/edit_session.h"
+#include "stage/show/edit_list.h"
 #include "stage/show/log_versions.h"
 #include "stage/show/show_directory.h"
 #include "tavo_core/active_change_log.h"

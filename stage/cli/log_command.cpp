@@ -5,13 +5,12 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 
-#include "kit/path.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/edit_table.h"
 #include "stage/cli/text_table.h"
-#include "stage/session/edit_session.h"
+#include "stage/session/edited_show.h"
+#include "stage/show/edit_list.h"
 #include "stage/show/log_versions.h"
 #include "tavo_core/edit_journal.h"
 #include "tavo_core/log_change.h"
@@ -147,43 +146,44 @@ void Diff(const LogWords& words) {
     }
 }
 
-void SaveAs(const stage::ShowDirectory& directory, CL::ChangeLog& log, const cmn::TAVOVersion& version) {
-    const std::string path = stage::SaveVersion(directory, log, version);
-    std::cout << fmt::format("saved version {} as {}\n", version.GetAsString(), path);
+void TellSaved(const stage::EditedShow& show, const std::string& path) {
+    std::cout << fmt::format("saved version {} as {}\n", show.GetLog()->GetVersion().GetAsString(), path);
 }
 
-/// The log in use; nothing where it cannot be read, which is a reason to roll back.
-std::optional<CL::ChangeLog> TryLoadLogInUse(const OpenedShow& show) {
+void PrintChanges(const stage::EditedShow& show) {
+    for (const std::string& line : show.GetChanges())
+        std::cout << MakePrintable(line) << '\n';
+}
+
+/// Whether the version in use can be read; a sentence where it cannot, which is a reason to roll back.
+bool CanReadLogInUse(const OpenedShow& show) {
     try {
-        return show.Load("");
+        static_cast<void>(show.Load(""));
+        return true;
     } catch (const std::runtime_error& problem) {
         std::cerr << "stage: " << problem.what() << '\n';
-        return std::nullopt;
+        return false;
     }
 }
 
 void RollBack(const LogWords& words) {
-    const OpenedShow show(words.showPath);
-    CL::ChangeLog log = show.Load(words.version);
-    const std::optional<CL::ChangeLog> inUse = TryLoadLogInUse(show);
-    if (inUse) {
-        const CL::LogChange change = CL::Compare(*inUse, log);
-        if (change.IsEmpty()) {
-            std::cout << fmt::format("version {}, which is in use, has the same edits; no version is saved\n",
-                                     inUse->GetVersion().GetAsString());
-            return;
-        }
-        for (const std::string& line : CL::DescribeChange(change, show.music))
-            std::cout << MakePrintable(line) << '\n';
+    const OpenedShow opened(words.showPath);
+    const CL::ChangeLog earlier = opened.Load(words.version);
+    const bool isReadable = CanReadLogInUse(opened);
+    stage::EditedShow show(words.showPath, isReadable ? "" : words.version);
+    show.RollBackTo(earlier);
+    if (isReadable && show.GetChanges().empty()) {
+        std::cout << fmt::format("version {}, which is in use, has the same edits; no version is saved\n",
+                                 show.GetLog()->GetVersion().GetAsString());
+        return;
     }
-    const cmn::TAVOVersion from = inUse ? inUse->GetVersion() : show.directory.logNames.rbegin()->first;
-    SaveAs(show.directory, log, stage::NextMinorVersion(show.directory, from));
+    PrintChanges(show);
+    TellSaved(show, isReadable ? show.Save(false) : show.SaveAsHighest());
 }
 
 void Copy(const LogWords& words) {
-    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
-    CL::ChangeLog log = CL::ChangeLog::Load(directory.LogPathInUse());
-    SaveAs(directory, log, stage::NextMajorVersion(directory, log.GetVersion().minor_number));
+    stage::EditedShow show(words.showPath);
+    TellSaved(show, show.SaveCopy());
 }
 
 void Use(const LogWords& words) {
@@ -217,17 +217,13 @@ bool PrintUnsaved(const OpenedShow& show, const OpenedJournal& opened) {
 }
 
 void Recover(const LogWords& words) {
-    const OpenedShow show(words.showPath);
-    OpenedJournal opened(show, words.version);
-    if (!opened.journal.GetRefusal().empty()) throw std::runtime_error(opened.journal.GetRefusal());
-    CL::ChangeLog& log = opened.log;
-    for (const CL::LogChange& change : opened.journal.GetChangesAtOpening())
-        CL::Apply(change, log);
-    if (!PrintUnsaved(show, opened)) return;
-    const cmn::TAVOVersion version = stage::NextMinorVersion(show.directory, log.GetVersion());
-    const std::string path = stage::SaveVersion(show.directory, log, version);
-    opened.journal.EndAsSavedIn(kit::path::basename(path));
-    std::cout << fmt::format("saved version {} as {}\n", version.GetAsString(), path);
+    stage::EditedShow show(words.showPath, words.version);
+    if (!show.Recover()) {
+        std::cout << fmt::format("version {} has no unsaved edits\n", show.GetLog()->GetVersion().GetAsString());
+        return;
+    }
+    PrintChanges(show);
+    TellSaved(show, show.Save(false));
 }
 
 void Forget(const LogWords& words) {

@@ -132,7 +132,9 @@ void AddRenderCommand(CLI::App& app, int& /*exitCode*/) {
         "  at 5@2 seek 12        when it arrives at bar 5 for the second time\n"
         "  +2.5s continue        two and a half seconds after the line before\n"
         "  song 4 at 1 tempo 90% from here on places are those of song 4\n"
-        "docs/render.md lists everything an operator can do, docs/trace.md the events of a trace.\n\n"
+        "What an operator can do:\n" +
+        stage::MakeVerbHelp() +
+        "docs/trace.md lists the events of a trace.\n\n"
         "Examples:\n"
         "  stage render myshow --song 3 --out song3.wav\n"
         "  stage render myshow --song 3..5 --script evening.txt --out none --trace -");

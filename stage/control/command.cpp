@@ -174,6 +174,29 @@ std::string DescribeArguments(const VerbRow& row) {
     return text;
 }
 
+std::string MakeVerbHelp() {
+    std::string text;
+    for (const VerbRow& row : GetVerbRows()) {
+        const std::string arguments = DescribeArguments(row);
+        text += fmt::format("  {:<28}{}\n", arguments.empty() ? std::string(row.name)
+                                                                : fmt::format("{} {}", row.name, arguments),
+                            row.help);
+    }
+    return text;
+}
+
+std::string MakeVerbTable() {
+    std::string text = "| press | what it does | guarded |\n|---|---|---|\n";
+    for (const VerbRow& row : GetVerbRows()) {
+        std::string press = fmt::format("`{}{}{}`", row.name, row.arguments.empty() ? "" : " ", DescribeArguments(row));
+        // In a table of Markdown a bar parts the columns, in code as well.
+        for (std::size_t bar = press.find('|'); bar != std::string::npos; bar = press.find('|', bar + 2))
+            press.insert(bar, 1, '\\');
+        text += fmt::format("| {} | {} | {} |\n", press, row.help, row.goesOn ? "yes" : "");
+    }
+    return text;
+}
+
 std::string CheckCommand(const Command& command, const tavo_midi::ShowData& show) {
     const VerbRow& row = GetVerbRow(command.verb);
     if (command.arguments.size() != row.arguments.size())

@@ -137,6 +137,11 @@ struct VerbRow {
 /// How its arguments are written: "PLACE", "50%..200%"; empty where it has none.
 [[nodiscard]] std::string DescribeArguments(const VerbRow& row);
 
+/// All verbs for a terminal, a line each: name, arguments, what it does.
+[[nodiscard]] std::string MakeVerbHelp();
+/// The same as a table of Markdown, which docs/render.md holds.
+[[nodiscard]] std::string MakeVerbTable();
+
 /// Empty where the arguments are those of the verb, in number, type and range; else one sentence without a full stop.
 /// A song must be one of `show`.
 [[nodiscard]] std::string CheckCommand(const Command& command, const tavo_midi::ShowData& show);

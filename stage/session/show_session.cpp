@@ -55,7 +55,7 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
     player_->SetVolume(settings_.volumes.synth, tavo_audio::Synth);
     try {
         OpenJournal_();
-        RegisterMidiRequests_();
+        ListenToMidiCommands_();
     } catch (...) {
         SetGuiUpdate(nullptr);
         throw;
@@ -64,6 +64,7 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
 
 ShowSession::~ShowSession() {
     // No command may reach the player from here on, nor the display feed ask it.
+    GetMidiCommands().SetCommandFilter({});
     notify::callbackDispatcher.RemoveCallbacksForTarget(static_cast<Interface*>(this));
     GetMidiMessageDispatcher().Disconnect();
     player_->HaltOutput();
@@ -112,37 +113,30 @@ void ShowSession::LoadChangeLogEditor() {
 // The journal.
 
 void ShowSession::OpenJournal_() {
-    recovered_.clear();
-    recoveredLines_.clear();
-    journalProblems_.clear();
+    unsaved_ = {};
     if (!options_.isEditable) return;
-    CL::EditJournal::Contents contents = CL::EditJournal::Read(GetChangelogFilename());
-    journalProblems_ = std::move(contents.problems);
-    recovered_ = std::move(contents.changes);
-    for (const CL::LogChange& change : recovered_)
-        for (std::string& line : CL::DescribeChange(change, GetShowData()))
-            recoveredLines_.push_back(std::move(line));
-    if (recovered_.empty()) GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+    unsaved_ = ReadUnsavedEdits(GetChangelogFilename(), GetShowData());
+    if (unsaved_.changes.empty()) GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
 }
 
 void ShowSession::RecoverEdits() {
-    if (recovered_.empty()) return;
-    std::vector<CL::LogChange> changes = std::exchange(recovered_, {});
+    if (unsaved_.changes.empty()) return;
+    std::vector<CL::LogChange> changes = std::exchange(unsaved_.changes, {});
     try {
         EditAndTell_([&changes](CL::Editor& editor) { editor.ApplyRecovered(changes); });
     } catch (...) {
-        recovered_ = std::move(changes);
+        unsaved_.changes = std::move(changes);
         throw;
     }
-    recoveredLines_.clear();
+    unsaved_.lines.clear();
     GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
 }
 
 void ShowSession::DiscardRecoveredEdits() {
-    if (recovered_.empty()) return;
+    if (unsaved_.changes.empty()) return;
     CL::EditJournal(GetChangelogFilename()).Discard();
-    recovered_.clear();
-    recoveredLines_.clear();
+    unsaved_.changes.clear();
+    unsaved_.lines.clear();
     GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
 }
 
@@ -151,7 +145,7 @@ void ShowSession::DiscardRecoveredEdits() {
 template <class Edit>
 void ShowSession::EditAndTell_(Edit&& edit) {
     if (!options_.isEditable) throw std::logic_error("The show is open for playing only, its edits stay as they are.");
-    if (!recovered_.empty())
+    if (!unsaved_.changes.empty())
         throw std::logic_error("The edits that were left in the journal have to be recovered or discarded first.");
     const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();
     edit(*GetChangeLogEditor());
@@ -182,10 +176,6 @@ void ShowSession::TellPlayer_(const CL::LogChange& change) {
 
 void ShowSession::AddEdit(const std::string& songNumber, const CL::AnyEdit& edit) {
     EditAndTell_([&](CL::Editor& editor) { editor.Add(songNumber, edit); });
-}
-
-void ShowSession::ChangeEdit(const std::string& songNumber, const CL::AnyEdit& from, const CL::AnyEdit& to) {
-    EditAndTell_([&](CL::Editor& editor) { editor.Change(songNumber, from, to); });
 }
 
 void ShowSession::RemoveEdits(const std::string& songNumber, const std::vector<CL::AnyEdit>& edits) {

@@ -12,6 +12,7 @@
 #include "stage/engine/synth.h"
 #include "stage/session/stepped_feed.h"
 #include "stage/session/time_code_follower.h"
+#include "stage/session/unsaved_edits.h"
 #include "stage/show/settings.h"
 #include "tavo_core/editor.h"
 #include "tavo_security/cipher_stream.h"
@@ -22,7 +23,7 @@ namespace stage {
 /// log that the settings choose, keeps a journal of every edit beside it and tells the player of each, so that a show
 /// can be edited while it plays. It installs the process's display feed: one session at a time. MIDI time code follows
 /// the player. Show control's and machine control's songs and times are obeyed; one that the show does not have is
-/// logged and nothing happens. What plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread
+/// refused by the desk. What plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread
 /// that ends before the session does: by a device's clock in a performance, by a stepped one in a render.
 ///
 /// Edits, saving and opening belong to one thread, the host's; the rest as Interface says.
@@ -62,8 +63,11 @@ public:
 
     [[nodiscard]] StagePlayer& GetStagePlayer() { return *player_; }
     [[nodiscard]] Synth& GetSynth() { return *synth_; }
-    /// Every press goes through here, also those of the MIDI input.
+    /// Every press goes through here, also those of the MIDI input, show control and machine control.
     [[nodiscard]] CommandDesk& GetDesk() { return desk_; }
+    /// The MIDI input and its commands: what is delivered to it is treated as if it had come from a port.
+    using Interface::GetMidiCommands;
+    using Interface::GetMidiMessageDispatcher;
     /// What the verb "quit" does; nothing at first. Called on the thread that carries the command out.
     void SetQuitHandler(std::function<void()> handler) { quitHandler_ = std::move(handler); }
     /// The display feed of a session without a running one; std::logic_error for another.
@@ -75,9 +79,7 @@ public:
     // Edits that a crash left in the journal of the log that was opened.
 
     /// What they were, a line each; empty where there are none or they have been dealt with.
-    [[nodiscard]] const std::vector<std::string>& GetRecoveredEdits() const { return recoveredLines_; }
-    /// What of the journal could not be used, a sentence each.
-    [[nodiscard]] const std::vector<std::string>& GetJournalProblems() const { return journalProblems_; }
+    [[nodiscard]] const std::vector<std::string>& GetRecoveredEdits() const { return unsaved_.lines; }
     /// Makes them again, or forgets them. Edits are refused before one of the two.
     void RecoverEdits();
     void DiscardRecoveredEdits();
@@ -86,7 +88,6 @@ public:
     // Playback goes on through an edit; where it stands, it moves out of a cut that is new.
 
     void AddEdit(const std::string& songNumber, const CL::AnyEdit& edit);
-    void ChangeEdit(const std::string& songNumber, const CL::AnyEdit& from, const CL::AnyEdit& to);
     void RemoveEdits(const std::string& songNumber, const std::vector<CL::AnyEdit>& edits);
     void EditAttacca(const std::string& songNumber, unsigned char attacca);
     /// A line for each edit that it took back, or made again.
@@ -117,7 +118,7 @@ private:
     void ConductBeat(std::chrono::nanoseconds moment) override;
     void Quit() override;
 
-    void RegisterMidiRequests_();
+    void ListenToMidiCommands_();
 
     void OpenJournal_();
     void OpenSavedLog_(const std::string& name);
@@ -139,9 +140,7 @@ private:
     std::unique_ptr<TimeCodeFollower> timeCodeFollower_;
     std::unique_ptr<StagePlayer> player_;
     std::unique_ptr<tavo_sec::CipherStream> score_;
-    std::vector<CL::LogChange> recovered_;
-    std::vector<std::string> recoveredLines_;
-    std::vector<std::string> journalProblems_;
+    UnsavedEdits unsaved_;
     std::function<void()> quitHandler_;
 };
 

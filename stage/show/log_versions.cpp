@@ -70,14 +70,6 @@ cmn::TAVOVersion NextMajorVersion(const ShowDirectory& directory, std::uint16_t 
     return next;
 }
 
-cmn::TAVOVersion VersionOf(const ShowDirectory& directory, const std::string& logName) {
-    const auto found = std::find_if(directory.logNames.begin(), directory.logNames.end(),
-                                    [&](const auto& entry) { return entry.second == logName; });
-    if (found == directory.logNames.end())
-        throw std::out_of_range(fmt::format("the show has no change log \"{}\"", logName));
-    return found->first;
-}
-
 std::string FindLogName(const ShowDirectory& directory, const std::string& version) {
     cmn::TAVOVersion wanted;
     wanted.SetWithString(version);

@@ -39,9 +39,6 @@ struct LogVersion {
 /// The major number behind the last one there is, with this minor number.
 [[nodiscard]] cmn::TAVOVersion NextMajorVersion(const ShowDirectory& directory, std::uint16_t minorNumber);
 
-/// The version whose file has this name; throws std::out_of_range with one sentence where there is none.
-[[nodiscard]] cmn::TAVOVersion VersionOf(const ShowDirectory& directory, const std::string& logName);
-
 /// The bare name of the version written as "1.4"; throws std::invalid_argument where the text is no version,
 /// std::out_of_range with one sentence where there is no such version.
 [[nodiscard]] std::string FindLogName(const ShowDirectory& directory, const std::string& version);

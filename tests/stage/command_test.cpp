@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <fstream>
+#include <limits>
 #include <set>
+#include <sstream>
 
+#include "kit/file.h"
 #include "tests/support/show_builder.h"
 
 namespace {
@@ -113,6 +118,27 @@ TEST_F(Commands, ValuesMadeWithoutText_AreCheckedAgainstTheSameTable) {
     EXPECT_EQ("", Check({Verb::Load, {std::string("12a")}, {}, 0, {}}));
     EXPECT_NE("", Check({Verb::Load, {std::string("9")}, {}, 0, {}}));
     EXPECT_NE("", Check({Verb::Locate, {nanoseconds(-1)}, {}, 0, {}}));
+}
+
+/// TAVO_WRITE_DOCS=1 writes the table into the document.
+TEST_F(Commands, DocumentHoldsTheTableOfVerbs) {
+    const std::string path = std::string(SOURCE_DIR) + "/docs/render.md";
+    std::string text = kit::ReadFile(path, 1 << 20);
+    const std::string mark = "from the table of verbs -->\n";
+    const std::size_t begin = text.find(mark) + mark.size();
+    const std::size_t end = text.find("<!-- end of verbs -->");
+    ASSERT_TRUE(begin < end && end != std::string::npos);
+    if (std::getenv("TAVO_WRITE_DOCS") != nullptr)
+        std::ofstream(path) << text.substr(0, begin) + stage::MakeVerbTable() + text.substr(end);
+    EXPECT_EQ(stage::MakeVerbTable(), kit::ReadFile(path, 1 << 20).substr(begin, end - begin));
+}
+
+TEST_F(Commands, HelpFitsATerminal) {
+    std::istringstream lines(stage::MakeVerbHelp());
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        EXPECT_LE(line.size(), 100U) << line;
+    EXPECT_EQ(stage::GetVerbRows().size(), count);
 }
 
 }  // namespace

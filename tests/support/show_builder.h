@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <numeric>
@@ -152,6 +153,8 @@ public:
         return performance;
     }
 
+    /// Its settings.json, as text.
+    std::string settings = "{}";
     /// How Perform opens it.
     stage::ShowSession::Options sessionOptions = stage::MakeOfflineSessionOptions();
 
@@ -165,6 +168,7 @@ public:
         log.SetShowName("test");
         log.GetVersion() = {1, 0};
         (void)log.Save(directory / "test-1.0.logdata");
+        std::ofstream(directory / "settings.json") << settings;
         const tavo_midi::ShowData read(directory / "test.showdata");
         for (const tavo_midi::SongData& song : show_.GetSongs())
             RequireSame(song, read.GetSongData(song.GetSongNumber()));
