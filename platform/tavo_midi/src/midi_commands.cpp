@@ -87,7 +87,8 @@ const std::string& GetCallbackName(Command command) {
 
 }  // namespace
 
-const std::map<unsigned char, std::string> commandNames{
+// The tables are never destroyed: threads may read them until the very end of the process.
+const std::map<unsigned char, std::string>& commandNames = *new std::map<unsigned char, std::string>{
     {Play, "Play"},
     {Pause, "Pause"},
     {Stop, "Stop"},
@@ -99,7 +100,6 @@ const std::map<unsigned char, std::string> commandNames{
     {ConductBeat, "Conduct Beat"},
 };
 
-// Never destroyed, as the names of the dispatcher's own callbacks.
 namespace names {
 const std::string& conductBeat = *new std::string("midiCommandConductBeat");
 const std::string& loadSong = *new std::string("midiLoadSong");

@@ -55,7 +55,8 @@ std::vector<MidiEndPoint> ListEndPoints(bool sources) {
 
 }  // namespace
 
-const std::set<unsigned char> allowedStatuses = MakeAllowedStatuses();
+// Threads may read it until the very end of the process.
+const std::set<unsigned char>& allowedStatuses = *new std::set<unsigned char>(MakeAllowedStatuses());
 
 std::vector<MidiEndPoint> GetNonTavoMidiSources() {
     return ListEndPoints(true);

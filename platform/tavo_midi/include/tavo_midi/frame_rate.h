@@ -13,8 +13,8 @@ enum class FrameRate : unsigned char {
     Fps30 = 3,
 };
 
-/// The display names of the frame rates, in the order of their values.
-extern const std::vector<std::string> frameRateStrings;
+/// The display names of the frame rates, in the order of their values. Never destroyed.
+extern const std::vector<std::string>& frameRateStrings;
 
 /// A value that is no frame rate throws std::out_of_range with a sentence.
 [[nodiscard]] std::string ConvertFrameRateToString(FrameRate frameRate);

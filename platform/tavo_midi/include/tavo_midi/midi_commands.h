@@ -40,8 +40,8 @@ struct LearnedCommand {
     bool operator==(const LearnedCommand&) const = default;
 };
 
-/// The commands by number.
-extern const std::map<unsigned char, std::string> commandNames;
+/// The commands' names by number. Never destroyed.
+extern const std::map<unsigned char, std::string>& commandNames;
 
 /// Callbacks of notify::callbackDispatcher beside those that are named there.
 namespace names {

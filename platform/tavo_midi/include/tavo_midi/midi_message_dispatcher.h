@@ -21,8 +21,8 @@ struct MidiEndPoint {
 };
 
 /// The MIDI status bytes that a command may be learned from: note-on, controller and program change on each channel,
-/// and a sequencer's start, continue and stop.
-extern const std::set<unsigned char> allowedStatuses;
+/// and a sequencer's start, continue and stop. Never destroyed.
+extern const std::set<unsigned char>& allowedStatuses;
 
 /// The system's first 256 MIDI inputs and outputs other than those that this product opened itself. Empty where there
 /// is no MIDI system.
