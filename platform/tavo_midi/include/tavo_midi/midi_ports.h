@@ -105,8 +105,9 @@ void SetMidiPorts(std::shared_ptr<MidiPorts> ports);
 /// Name of the system in use; empty while there is none. Looks for one if none was found so far.
 [[nodiscard]] std::string GetMidiSystemName();
 
-/// Sends one whole message to the port of that name and blocks for some 50 ms, until it has left. Throws
-/// std::runtime_error with a sentence if there is no such port or it takes nothing.
+/// Sends one whole message to the port of that name and blocks for some 50 ms, until it has left; nobody else has to
+/// wait for it meanwhile. Throws std::runtime_error with a sentence if there is no such port or it takes nothing.
+/// Thread-safe.
 void SendMidiMessage(const std::string& destinationName, std::span<const unsigned char> message);
 
 /// A chosen port came or went.
@@ -118,8 +119,9 @@ struct MidiPortReport {
 };
 
 /// Sets who is told of chosen ports that come and go; an empty function takes it away. Called on the thread that
-/// watches the ports ("MIDI ports"); it must not destroy MIDI objects. When this has returned, the function before is
-/// not called any more, unless it was called from inside of it.
+/// watches the ports ("MIDI ports"), under no lock; it must not destroy MIDI objects, and what it throws is logged.
+/// When this has returned, the function before is not called any more, unless this was called from inside of it: it
+/// waits for a call on another thread. Thread-safe.
 void SetMidiPortListener(std::function<void(const MidiPortReport&)> listener);
 
 }  // namespace tavo_midi
