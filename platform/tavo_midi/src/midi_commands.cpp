@@ -303,11 +303,6 @@ void MidiCommands::SetCommandFilter(CommandFilter filter, ReleaseListener releas
     impl_->word.Set(std::move(word));
 }
 
-RemoteControl MidiCommands::GetRemoteControl() const {
-    const std::lock_guard lock(impl_->mutex);
-    return impl_->settings.remoteControl;
-}
-
 void MidiCommands::SetRemoteControl(const RemoteControl& remoteControl) {
     if (remoteControl.deviceNumber > 126)
         throw std::invalid_argument(
