@@ -1,60 +1,20 @@
-// Opening a show while memory runs out. The allocator of this program can be told to fail on one thread.
+// Opening a show while memory runs out.
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <new>
 #include <optional>
 #include <utility>
 
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
+#include "tests/memory/failing_allocator.h"
 #include "tests/player_core/support/test_interface.h"
 
 namespace {
 
-/// The allocation of this thread that fails, counted from 0.
-thread_local std::optional<std::size_t> failingAllocation;
-
-void* Allocate(std::size_t size) {
-    if (failingAllocation && (*failingAllocation)-- == 0) {
-        failingAllocation.reset();
-        throw std::bad_alloc();
-    }
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return Allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return Allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size == 0 ? 1 : size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
+using test_support::failingAllocation;
 using test_support::ShowFiles;
 using test_support::TestInterface;
 

@@ -7,7 +7,8 @@
 
 namespace tavo_midi {
 
-const std::vector<std::string> frameRateStrings{"24", "25", "29.97 drop", "30"};
+// Threads may read it until the very end of the process.
+const std::vector<std::string>& frameRateStrings = *new std::vector<std::string>{"24", "25", "29.97 drop", "30"};
 
 std::string ConvertFrameRateToString(FrameRate frameRate) {
     const auto index = static_cast<std::size_t>(frameRate);

@@ -87,7 +87,8 @@ const std::string& GetCallbackName(Command command) {
 
 }  // namespace
 
-const std::map<unsigned char, std::string> commandNames{
+// The tables are never destroyed: threads may read them until the very end of the process.
+const std::map<unsigned char, std::string>& commandNames = *new std::map<unsigned char, std::string>{
     {Play, "Play"},
     {Pause, "Pause"},
     {Stop, "Stop"},
@@ -99,7 +100,6 @@ const std::map<unsigned char, std::string> commandNames{
     {ConductBeat, "Conduct Beat"},
 };
 
-// Never destroyed, as the names of the dispatcher's own callbacks.
 namespace names {
 const std::string& conductBeat = *new std::string("midiCommandConductBeat");
 const std::string& loadSong = *new std::string("midiLoadSong");
@@ -301,11 +301,6 @@ void MidiCommands::SetCommandFilter(CommandFilter filter, ReleaseListener releas
     std::shared_ptr<const Impl::Word> word;
     if (filter || released) word = std::make_shared<Impl::Word>(Impl::Word{std::move(filter), std::move(released)});
     impl_->word.Set(std::move(word));
-}
-
-RemoteControl MidiCommands::GetRemoteControl() const {
-    const std::lock_guard lock(impl_->mutex);
-    return impl_->settings.remoteControl;
 }
 
 void MidiCommands::SetRemoteControl(const RemoteControl& remoteControl) {

@@ -55,7 +55,8 @@ std::vector<MidiEndPoint> ListEndPoints(bool sources) {
 
 }  // namespace
 
-const std::set<unsigned char> allowedStatuses = MakeAllowedStatuses();
+// Threads may read it until the very end of the process.
+const std::set<unsigned char>& allowedStatuses = *new std::set<unsigned char>(MakeAllowedStatuses());
 
 std::vector<MidiEndPoint> GetNonTavoMidiSources() {
     return ListEndPoints(true);
@@ -126,9 +127,22 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
             while (sem_wait(&arrived) != 0) {
             }
             // The lock is let go between pieces, for those who wait to disconnect.
-            while (DeliverPiece()) {
+            while (DeliverPieceOrLog()) {
             }
         }
+    }
+
+    /// What throws although no listener did, such as a lack of memory for a long message, costs one piece.
+    bool DeliverPieceOrLog() {
+        try {
+            return DeliverPiece();
+        } catch (const std::exception& problem) {
+            TavoLogException(problem.what(), __FILE__, __LINE__);
+        } catch (...) {
+            TavoLogException("Unknown exception.", __FILE__, __LINE__);
+        }
+        mustReset = true;
+        return true;
     }
 
     bool DeliverPiece() {

@@ -35,7 +35,7 @@ void MidiSystem::SetOpener(std::shared_ptr<MidiPortsOpener> opener) {
         const std::lock_guard lock(mutex_);
         ClosePorts_();
         opener_ = std::move(opener);
-        Look_();
+        LookUnlessPortsThrow_();
     }
     Wake();
 }
@@ -45,7 +45,7 @@ void MidiSystem::SetChoice(MidiSystemChoice choice) {
         const std::lock_guard lock(mutex_);
         choice_ = choice;
         ClosePorts_();
-        Look_();
+        LookUnlessPortsThrow_();
     }
     Wake();
 }
@@ -55,14 +55,14 @@ void MidiSystem::SetHostPorts(std::shared_ptr<MidiPorts> ports) {
         const std::lock_guard lock(mutex_);
         hostPorts_ = std::move(ports);
         ClosePorts_();
-        Look_();
+        LookUnlessPortsThrow_();
     }
     Wake();
 }
 
 void MidiSystem::SetListener(std::function<void(const MidiPortReport&)> listener) {
-    const std::lock_guard lock(listenerMutex_);
-    std::swap(listener_, listener);
+    using Listener = std::function<void(const MidiPortReport&)>;
+    listener_.Set(listener ? std::make_shared<Listener>(std::move(listener)) : nullptr);
 }
 
 std::string MidiSystem::GetSystemName() {
@@ -83,10 +83,13 @@ std::vector<std::string> MidiSystem::GetNames(bool sources) {
 }
 
 void MidiSystem::SendOnce(const std::string& destinationName, std::span<const unsigned char> message) {
-    const std::lock_guard lock(mutex_);
-    MidiPorts* const ports = FindPorts_();
-    if (ports == nullptr)
-        throw std::runtime_error("There is no MIDI system: neither a JACK server runs nor another one.");
+    std::shared_ptr<MidiPorts> ports;
+    {
+        const std::lock_guard lock(mutex_);
+        if (FindPorts_() != nullptr) ports = ports_;
+    }
+    // Off the lock, for nobody else is to wait for the device; the ports stay as long as they are used here.
+    if (!ports) throw std::runtime_error("There is no MIDI system: neither a JACK server runs nor another one.");
     if (!Contains(ports->GetDestinationNames(), destinationName))
         throw std::runtime_error(fmt::format("There is no MIDI output \"{}\".", destinationName));
     const auto output = ports->OpenOutput(destinationName);
@@ -114,7 +117,7 @@ void MidiSystem::Want(MidiConnection& connection, const std::string& portName) {
     {
         const std::lock_guard lock(mutex_);
         wanted_.push_back({&connection, portName});
-        Look_();
+        LookUnlessPortsThrow_();
         if (!watcher_.joinable()) watcher_ = std::jthread([this](const std::stop_token& stop) { Watch_(stop); });
     }
     Wake();
@@ -155,7 +158,7 @@ MidiPorts* MidiSystem::FindPorts_() {
 }
 
 void MidiSystem::ClosePorts_() {
-    static const std::vector<std::string> none;
+    const std::vector<std::string> none;
     for (Wanted& wanted : wanted_)
         LookAt_(wanted, none);
     ports_.reset();
@@ -180,6 +183,21 @@ void MidiSystem::Look_() {
         LookAt_(wanted, wanted.connection->IsSource() ? sources : destinations);
 }
 
+/// A host's ports may throw anything: the next look tries again.
+void MidiSystem::LookUnlessPortsThrow_() noexcept {
+    const auto log = [this](const char* problem) {
+        if (!std::exchange(isLookProblemLogged_, true)) TavoLogException(problem, __FILE__, __LINE__);
+    };
+    try {
+        Look_();
+        isLookProblemLogged_ = false;
+    } catch (const std::exception& problem) {
+        log(problem.what());
+    } catch (...) {
+        log("Unknown exception.");
+    }
+}
+
 void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) {
     const bool isThere = Contains(names, wanted.portName);
     if (isThere == wanted.isOpen) return;
@@ -191,7 +209,7 @@ void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) 
     }
     try {
         wanted.connection->Open(*ports_, wanted.portName);
-    } catch (const std::exception&) {
+    } catch (...) {
         // It went between the look and the opening, or is not ready yet: the next look tries again.
         return;
     }
@@ -213,28 +231,30 @@ void MidiSystem::Tell_() {
         const std::lock_guard lock(mutex_);
         reports.swap(reports_);
     }
-    const std::lock_guard lock(listenerMutex_);
     for (const MidiPortReport& report : reports) {
-        const auto listener = listener_;
-        if (listener) listener(report);
+        try {
+            listener_.With([&](const auto* listener) {
+                if (listener != nullptr) (*listener)(report);
+            });
+        } catch (const std::exception& problem) {
+            TavoLogException(problem.what(), __FILE__, __LINE__);
+        } catch (...) {
+            TavoLogException("Unknown exception.", __FILE__, __LINE__);
+        }
     }
 }
 
 void MidiSystem::Watch_(const std::stop_token& stop) {
     kit::threadNames.SetNameOfCurrentThread("MIDI ports");
     while (!stop.stop_requested()) {
-        try {
-            Tell_();
-        } catch (const std::exception& problem) {
-            TavoLogException(problem.what(), __FILE__, __LINE__);
-        }
+        Tell_();
         {
             std::unique_lock lock(wakeMutex_);
             wake_.wait_for(lock, stop, kLookInterval, [this] { return mustLook_; });
             mustLook_ = false;
         }
         const std::lock_guard lock(mutex_);
-        Look_();
+        LookUnlessPortsThrow_();
     }
 }
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "replaceable.h"
 #include "tavo_midi/midi_ports.h"
 
 namespace tavo_midi {
@@ -70,6 +71,7 @@ private:
     void ClosePorts_();
     void PreferBetter_();
     void Look_();
+    void LookUnlessPortsThrow_() noexcept;
     void LookAt_(Wanted& wanted, const std::vector<std::string>& names);
     void Report_(const Wanted& wanted, const std::string& what);
     void Tell_();
@@ -84,11 +86,11 @@ private:
     std::vector<Wanted> wanted_;
     int users_ = 0;
     std::vector<MidiPortReport> reports_;  ///< not told yet
+    bool isLookProblemLogged_ = false;     ///< not again until a look succeeds
     std::jthread watcher_;
 
-    // Recursive: a listener may set another one. Only the watching thread calls it.
-    std::recursive_mutex listenerMutex_;
-    std::function<void(const MidiPortReport&)> listener_;
+    // Synchronises itself. Only the watching thread calls it.
+    Replaceable<std::function<void(const MidiPortReport&)>> listener_;
 
     std::mutex wakeMutex_;
     std::condition_variable_any wake_;

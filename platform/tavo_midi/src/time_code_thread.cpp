@@ -3,9 +3,12 @@
 #include <sys/prctl.h>
 
 #include <chrono>
+#include <exception>
+#include <utility>
 
 #include "kit/thread_names.h"
 #include "real_time.h"
+#include "tavo_core/tavo_log_exception.h"
 #include "wide_arithmetic.h"
 
 namespace tavo_midi {
@@ -26,7 +29,7 @@ std::int64_t NowNs() {
 }  // namespace
 
 TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(nanosecondsPerSecond) {
-    thread_ = std::thread([this] { Send_(); });
+    thread_ = std::thread([this] { Work_(); });
     isRealTime_ = MakeRealTime(thread_, kPriority);
 }
 
@@ -48,24 +51,44 @@ void TimeCodeThread::Post(const TimeCodeOrder& order) {
     changed_.notify_all();
 }
 
-void TimeCodeThread::Send_() {
+void TimeCodeThread::Work_() {
     kit::threadNames.SetNameOfCurrentThread("MIDI time code");
     // Ordinary threads are woken 50 us late otherwise, so that the system can do several at a time.
     ::prctl(PR_SET_TIMERSLACK, 1);
     std::unique_lock lock(mutex_);
-    while (!mustEnd_) {
-        const std::int64_t at = generator_.GetNextAt();
-        if (!WaitUntilNear_(lock, at)) continue;
+    while (!mustEnd_)
+        SendWhenDue_(lock);
+}
+
+/// One wait, and what is due at its end. Called locked; lets the lock go while it spins and sends, when orders may
+/// come.
+void TimeCodeThread::SendWhenDue_(std::unique_lock<std::mutex>& lock) {
+    const std::int64_t at = generator_.GetNextAt();
+    if (!WaitUntilNear_(lock, at)) return;
+    lock.unlock();
+    while (NowNs() < at) {
+    }
+    lock.lock();
+    for (TimeCodeMessage message; generator_.Next(NowNs(), at + 1, message);) {
+        // Whoever posts does not wait for the device.
         lock.unlock();
-        while (NowNs() < at) {
-        }
+        Send_(message);
         lock.lock();
-        for (TimeCodeMessage message; generator_.Next(NowNs(), at + 1, message);) {
-            // Whoever posts does not wait for the device.
-            lock.unlock();
-            output_.Send({message.bytes.data(), message.size});
-            lock.lock();
-        }
+    }
+}
+
+/// A message that a host's output throws at is lost, and the next one is sent.
+void TimeCodeThread::Send_(const TimeCodeMessage& message) {
+    const auto log = [this](const char* problem) {
+        if (!std::exchange(isSendProblemLogged_, true)) TavoLogException(problem, __FILE__, __LINE__);
+    };
+    try {
+        output_.Send({message.bytes.data(), message.size});
+        isSendProblemLogged_ = false;
+    } catch (const std::exception& problem) {
+        log(problem.what());
+    } catch (...) {
+        log("Unknown exception.");
     }
 }
 

@@ -25,7 +25,9 @@ public:
     [[nodiscard]] bool IsRealTime() const { return isRealTime_; }
 
 private:
-    void Send_();
+    void Work_();
+    void SendWhenDue_(std::unique_lock<std::mutex>& lock);
+    void Send_(const TimeCodeMessage& message);
     /// Waits until the moment is near enough to spin; false if orders came or the end before it. Called locked.
     bool WaitUntilNear_(std::unique_lock<std::mutex>& lock, std::int64_t at);
 
@@ -37,7 +39,8 @@ private:
     bool isChanged_ = false;
     bool mustEnd_ = false;
     std::thread thread_;
-    bool isRealTime_ = false;  ///< constant after construction
+    bool isSendProblemLogged_ = false;  ///< the thread's: not again until a message is sent
+    bool isRealTime_ = false;           ///< constant after construction
 };
 
 }  // namespace tavo_midi

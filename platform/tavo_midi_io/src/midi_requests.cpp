@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "kit/thread_names.h"
+#include "tavo_core/tavo_log_exception.h"
 
 namespace tavo_midi_io {
 
@@ -19,11 +20,11 @@ MidiRequests& MidiRequests::Get() {
 }
 
 bool MidiRequests::Make_(std::function<void()> request, bool isNeverLeftOut) {
+    const auto job = std::make_shared<Job>(Job{std::move(request)});
     if (isRequestThread) {
-        request();
+        Carry_(*job);
         return true;
     }
-    const auto job = std::make_shared<Job>(Job{std::move(request)});
     std::unique_lock lock(mutex_);
     if (!hasThread_) {
         std::thread([this] { Work_(); }).detach();
@@ -40,6 +41,19 @@ bool MidiRequests::Make_(std::function<void()> request, bool isNeverLeftOut) {
     return false;
 }
 
+/// On the thread of requests, which goes on whatever one throws.
+void MidiRequests::Carry_(Job& job) {
+    try {
+        job.request();
+    } catch (const std::exception& problem) {
+        TavoLogException(problem.what(), __FILE__, __LINE__);
+    } catch (...) {
+        TavoLogException("Unknown exception.", __FILE__, __LINE__);
+    }
+    // What the request holds is let go on this thread.
+    job.request = nullptr;
+}
+
 void MidiRequests::Work_() {
     kit::threadNames.SetNameOfCurrentThread("MIDI requests");
     isRequestThread = true;
@@ -49,9 +63,7 @@ void MidiRequests::Work_() {
         const std::shared_ptr<Job> job = jobs_.front();
         begunAt_ = std::chrono::steady_clock::now();
         lock.unlock();
-        job->request();
-        // What the request holds goes on this thread.
-        job->request = nullptr;
+        Carry_(*job);
         lock.lock();
         job->isDone = true;
         jobs_.pop_front();

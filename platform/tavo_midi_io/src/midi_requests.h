@@ -47,7 +47,7 @@ public:
         return std::move(outcome->answer);
     }
 
-    /// Has something closed, which is done in any case, if need be when the system goes on. `request` throws nothing.
+    /// Has something closed, which is done in any case, if need be when the system goes on. What it throws is logged.
     void Close(std::function<void()> request) { static_cast<void>(Make_(std::move(request), true)); }
 
 private:
@@ -59,6 +59,7 @@ private:
     MidiRequests() = default;
     /// False if it was not done in time; one that must not be left out is done then, too, but later.
     bool Make_(std::function<void()> request, bool isNeverLeftOut);
+    static void Carry_(Job& job);
     void Work_();
 
     std::mutex mutex_;

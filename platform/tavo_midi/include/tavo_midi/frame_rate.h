@@ -13,12 +13,12 @@ enum class FrameRate : unsigned char {
     Fps30 = 3,
 };
 
-/// The display names of the frame rates, in the order of their values.
-extern const std::vector<std::string> frameRateStrings;
+/// The display names of the frame rates, in the order of their values. Never destroyed.
+extern const std::vector<std::string>& frameRateStrings;
 
-/// A value that is no frame rate throws std::out_of_range with a sentence.
+/// The display name. Any thread. A value that is no frame rate throws std::out_of_range with a sentence.
 [[nodiscard]] std::string ConvertFrameRateToString(FrameRate frameRate);
-/// A text that is no display name throws std::out_of_range with a sentence.
+/// The frame rate of a display name. Any thread. A text that is none throws std::out_of_range with a sentence.
 [[nodiscard]] FrameRate ConvertStringToFrameRate(const std::string& text);
 
 }  // namespace tavo_midi

@@ -46,15 +46,20 @@ public:
     virtual void SetData(const CL::SongLog& songLog, const TL::Timeline& timeline, unsigned int ticksPerQuarter);
     virtual ~HowToPlay();
 
+    /// The beat, told by GetBarString.
     bool UpdateBar();
     bool UpdateMeter();
+    /// The length of a click.
     bool UpdateClick();
     bool UpdateTransposition();
+    /// The written key: another transposition alone is not a change of it.
     bool UpdateKey();
     bool UpdateTempoScale();
+    /// The written tempo: another tempo scale alone is not a change of it.
     bool UpdateTempo();
     /// A marker is in force from its tick to the next one's.
     bool UpdateMarker();
+    /// A page is in force from its tick to the next one's.
     bool UpdatePageNumber();
     /// True once after new data.
     bool GetSendMarkerAndSongTitle();
@@ -64,22 +69,28 @@ public:
 
     /// "12:3", bar label and beat as the performers count them, click edits applied; empty before the first beat.
     [[nodiscard]] std::string GetBarString() const;
+    /// "6/8".
     [[nodiscard]] std::string GetMeterString() const;
-    /// The key that sounds: the written one with the transposition applied.
+    /// The key that sounds: the written one with the transposition applied; empty in a song without keys.
     [[nodiscard]] std::string GetKeyString() const;
     /// Metronome clicks a minute that sound: the written tempo times the tempo scale.
     [[nodiscard]] std::string GetTempoString() const;
     /// "90%": the user's scale times the edit's.
     [[nodiscard]] std::string GetTempoScaleString() const;
+    /// Text of the marker in force; empty before the first one.
     [[nodiscard]] std::string GetMarkerString() const;
     [[nodiscard]] std::string GetSongTitle() const;
     /// Length of the click in force in thirty-second notes.
     [[nodiscard]] int GetNotated32PerClick() const;
     /// Semitones: the user's transposition plus the edit's.
     [[nodiscard]] int GetTranspositionValue() const;
+    /// GetTempoDouble to the nearest whole number.
     [[nodiscard]] int GetTempoInteger() const;
+    /// 0 before the first page.
     [[nodiscard]] int GetPageNumberValue() const;
+    /// Metronome clicks a minute that sound.
     [[nodiscard]] double GetTempoDouble() const;
+    /// Tick of the marker in force.
     [[nodiscard]] unsigned int GetMarkerTickIndex() const;
 
     /// The controls that were given at construction.

@@ -40,8 +40,8 @@ struct LearnedCommand {
     bool operator==(const LearnedCommand&) const = default;
 };
 
-/// The commands by number.
-extern const std::map<unsigned char, std::string> commandNames;
+/// The commands' names by number. Never destroyed.
+extern const std::map<unsigned char, std::string>& commandNames;
 
 /// Callbacks of notify::callbackDispatcher beside those that are named there.
 namespace names {
@@ -93,12 +93,14 @@ using ReleaseListener = std::function<void(const ReleasedCommand&)>;
 
 /// Which MIDI message gives which command, kept in a JSON file. A message that gives one is passed on through
 /// notify::callbackDispatcher on the thread that delivers it. What changes the table writes the file before it returns
-/// and throws std::runtime_error with a sentence where that fails; the change then holds for this run. Thread-safe.
+/// and throws std::runtime_error with a sentence where that fails; the change then holds for this run. Thread-safe;
+/// every operation may wait for a file that another thread writes.
 class MidiCommands {
 public:
     /// `dispatcher` must outlive the object. A missing file means no commands; a bad one is reported in one sentence of
     /// std::runtime_error. The input that the file names is connected, now or when it comes.
     MidiCommands(MidiMessageDispatcher& dispatcher, const std::string& settingsPath);
+    /// Waits for a message that is being delivered on another thread. The connection stays: it is the dispatcher's.
     ~MidiCommands();
     MidiCommands(const MidiCommands&) = delete;
     MidiCommands& operator=(const MidiCommands&) = delete;
@@ -108,8 +110,9 @@ public:
     void LearnMidiCommand(unsigned char command);
     /// The same, but the message is only kept in the table of learned commands, not assigned, until SetMidiCommand.
     void LearnMidiCommandNoAssign(unsigned char command);
-    /// Ends learning and forgets what was learned but not assigned.
+    /// Ends learning, if it goes on, and forgets what was learned but not assigned.
     void CancelLearning();
+    /// False for an unknown command.
     [[nodiscard]] bool IsMidiCommandLearning(unsigned char command) const;
     /// Why the last message was not learned, or the file not written; empty if all is well.
     [[nodiscard]] std::string GetLearnProblem() const;
@@ -119,6 +122,7 @@ public:
     /// Assigns a message. Throws std::invalid_argument with a sentence and changes nothing if a byte is out of its
     /// range or the message gives another command; std::out_of_range for an unknown command.
     void SetMidiCommand(unsigned char command, unsigned char status, unsigned char data1, unsigned char data2);
+    /// Forgets what was learned or assigned, if anything; std::out_of_range for an unknown command.
     void UnsetMidiCommand(unsigned char command);
     /// Whether a message is assigned to the command that conducts the beat.
     [[nodiscard]] bool GetHasConductBeat() const;
@@ -132,14 +136,13 @@ public:
     /// unless it was called from inside of one: it waits for a call on another thread.
     void SetCommandFilter(CommandFilter filter, ReleaseListener released = {});
 
-    [[nodiscard]] RemoteControl GetRemoteControl() const;
     /// Throws std::invalid_argument with a sentence for a device number above 126.
     void SetRemoteControl(const RemoteControl& remoteControl);
 
     /// Connects the dispatcher to the input of that index and keeps the input's name. Throws std::out_of_range with a
-    /// sentence if there is none.
+    /// sentence if there is none. Blocks as the dispatcher's own operations do.
     void ConnectSourceByIndex(unsigned char index);
-    /// Disconnects, also for the next time.
+    /// Disconnects, also for the next time. Waits for a message that is being delivered on another thread.
     void ForgetSource();
 
 private:
@@ -147,7 +150,7 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-/// "note 60 on channel 1".
+/// "note 60 on channel 1". Any thread; any bytes.
 [[nodiscard]] std::string DescribeMessage(const LearnedCommand& message);
 
 }  // namespace tavo_midi::midi_commands

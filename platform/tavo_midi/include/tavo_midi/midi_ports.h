@@ -31,7 +31,7 @@ struct TimeCodeOrder {
 class MidiByteSink {
 public:
     virtual ~MidiByteSink() = default;
-    /// `time` is the steady clock's.
+    /// `time` is the steady clock's. `bytes` are the caller's and may begin or end in the middle of a message.
     virtual void Take(std::span<const unsigned char> bytes, std::chrono::nanoseconds time) = 0;
 };
 
@@ -50,6 +50,7 @@ public:
     virtual bool Send(std::span<const unsigned char> message) = 0;
     /// Sends time code by itself, each message on its sample. False: it cannot, or has no room for the order.
     virtual bool RunTimeCode(const TimeCodeOrder&) { return false; }
+    /// Whether RunTimeCode is to be used: constant for an output.
     [[nodiscard]] virtual bool IsSampleAccurate() const { return false; }
 };
 
@@ -62,6 +63,8 @@ public:
     [[nodiscard]] virtual std::string GetSystemName() const = 0;
     /// False once the system has gone; the object is then of no more use.
     [[nodiscard]] virtual bool GetIsAlive() const = 0;
+    /// In the system's order, no name twice. What they throw is logged where the ports are watched, and reaches callers
+    /// of GetNonTavoMidiSources and GetNonTavoMidiDestinations.
     [[nodiscard]] virtual std::vector<std::string> GetSourceNames() = 0;
     [[nodiscard]] virtual std::vector<std::string> GetDestinationNames() = 0;
     /// Both throw std::runtime_error with a sentence. `sink` must outlive the input, the ports both.
@@ -94,19 +97,24 @@ public:
 /// tavo_midi_io::InstallMidiPorts instead. Thread-safe.
 void SetMidiPortsOpener(std::shared_ptr<MidiPortsOpener> opener);
 
-/// A text for each choice: "auto", "jack", "rtmidi", "none". Another text throws std::out_of_range with a sentence.
+/// A text for each choice: "auto", "jack", "rtmidi", "none". Another text throws std::out_of_range with a sentence. Any
+/// thread.
 [[nodiscard]] MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text);
 
 /// Chooses the MIDI system of the process, "auto" at first. Connections are closed and made again by name where the new
-/// system has the port. That no system is there is no error: nothing is listed until one appears. Thread-safe.
+/// system has the port. That no system is there is no error: nothing is listed until one appears. Thread-safe; may
+/// block for some seconds where a port is waited for and the system does not answer.
 void SetMidiSystemChoice(MidiSystemChoice choice);
-/// Puts a host's own MIDI system in the place of the choice; null takes it away again.
+/// Puts a host's own MIDI system in the place of the choice; null takes it away again. Thread-safe. The old ports are
+/// let go before this returns, unless a message is being sent over them.
 void SetMidiPorts(std::shared_ptr<MidiPorts> ports);
-/// Name of the system in use; empty while there is none. Looks for one if none was found so far.
+/// Name of the system in use; empty while there is none. Looks for one if none was found so far, which may block for
+/// some seconds. Thread-safe.
 [[nodiscard]] std::string GetMidiSystemName();
 
-/// Sends one whole message to the port of that name and blocks for some 50 ms, until it has left. Throws
-/// std::runtime_error with a sentence if there is no such port or it takes nothing.
+/// Sends one whole message to the port of that name and blocks for some 50 ms, until it has left; nobody else has to
+/// wait for it meanwhile. Throws std::runtime_error with a sentence if there is no such port or it takes nothing.
+/// Thread-safe.
 void SendMidiMessage(const std::string& destinationName, std::span<const unsigned char> message);
 
 /// A chosen port came or went.
@@ -118,8 +126,9 @@ struct MidiPortReport {
 };
 
 /// Sets who is told of chosen ports that come and go; an empty function takes it away. Called on the thread that
-/// watches the ports ("MIDI ports"); it must not destroy MIDI objects. When this has returned, the function before is
-/// not called any more, unless it was called from inside of it.
+/// watches the ports ("MIDI ports"), under no lock; it must not destroy MIDI objects, and what it throws is logged.
+/// When this has returned, the function before is not called any more, unless this was called from inside of it: it
+/// waits for a call on another thread. Thread-safe.
 void SetMidiPortListener(std::function<void(const MidiPortReport&)> listener);
 
 }  // namespace tavo_midi

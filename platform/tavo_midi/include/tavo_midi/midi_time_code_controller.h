@@ -31,18 +31,23 @@ public:
     /// A missing file means the defaults; a bad one is reported in one sentence of std::runtime_error. The output that
     /// the file names is taken up, now or when it comes.
     explicit MidiTimeCodeController(const std::string& settingsPath);
+    /// Shutdown().
     ~MidiTimeCodeController();
     MidiTimeCodeController(const MidiTimeCodeController&) = delete;
     MidiTimeCodeController& operator=(const MidiTimeCodeController&) = delete;
 
+    /// Opens the chosen output, now or when it comes; where the music moves, time code goes on from there. May block
+    /// for some seconds where the MIDI system does not answer.
     void ActivateMidiTimeCode();
+    /// Closes the output. Blocks as Activate does.
     void CancelMidiTimeCode();
     [[nodiscard]] bool GetIsActive() const;
     [[nodiscard]] FrameRate GetFrameRate() const;
     /// Song offsets that are no address of the new rate become the nearest one in the same second. A value that is no
     /// frame rate throws std::out_of_range with a sentence.
     void SetFrameRate(FrameRate frameRate);
-    /// Index of the output; 0 while none is chosen or it is not there.
+    /// Index of the output; 0 while none is chosen or it is not there. This and the next two look at the ports, which
+    /// may block for some seconds.
     [[nodiscard]] unsigned int GetOutputPortIndex() const;
     /// Whether an output is chosen that is there.
     [[nodiscard]] bool GetHasOutputPortIndex() const;
@@ -50,21 +55,26 @@ public:
     void SetOutputPortIndex(unsigned int index);
     /// Name of the chosen output, there or not; empty while none is chosen.
     [[nodiscard]] std::string GetOutputPortName() const;
+    /// Chooses the output that has or will have this name; an empty one chooses none. Blocks as Activate does.
     void SetOutputPortName(const std::string& name);
 
     [[nodiscard]] JumpRule GetJumpRule() const;
+    /// Holds from the next Jump on.
     void SetJumpRule(JumpRule rule);
     /// Whether each song begins at the hour of its number, song 25 at 01:00:00:00.
     [[nodiscard]] bool GetHoursAreSongNumbers() const;
+    /// Sends the song's new place at once.
     void SetHoursAreSongNumbers(bool hoursAreSongNumbers);
     /// Where the song begins, from 00:00:00:00 or from its hour; nothing is 00:00:00:00.
     [[nodiscard]] std::optional<TimeCode> GetSongOffset(const std::string& songNumber) const;
-    /// Throws std::out_of_range with a sentence for what is no address of the frame rate.
+    /// Throws std::out_of_range with a sentence for what is no address of the frame rate; otherwise sends the song's
+    /// new place at once.
     void SetSongOffset(const std::string& songNumber, std::optional<TimeCode> offset);
 
     /// Time code at the song's beginning, from 00:00:00:00: its hour and its offset.
     [[nodiscard]] std::chrono::nanoseconds GetSongStart(const std::string& songNumber) const;
 
+    /// Sends nothing by itself: the next call does, at the song's own place.
     void SetSong(const std::string& songNumber);
     void Locate(std::chrono::nanoseconds position, TimeCodeMoment when = {});
     void Start(std::chrono::nanoseconds position, TimeCodeMoment when = {});
@@ -73,7 +83,7 @@ public:
 
     /// Tells the sending thread to finish and returns at once; nothing is sent any more.
     void PrepareForExit();
-    /// Ends the sending thread and closes the output.
+    /// PrepareForExit, then ends the sending thread, for which it waits, and closes the output.
     void Shutdown();
 
 private:

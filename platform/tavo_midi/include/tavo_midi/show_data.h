@@ -16,7 +16,7 @@ class ShowData final : public TL::ShowTimelines {
 public:
     ShowData() = default;
     /// Reads a `.showdata` file. Throws std::runtime_error with one sentence that names the file, the member and what
-    /// is wrong with it.
+    /// is wrong with it. Blocks while it reads.
     explicit ShowData(const std::string& path);
 
     [[nodiscard]] const std::string& GetTitle() const { return title_; }
@@ -28,10 +28,13 @@ public:
     SongData& AddSong(SongData song);
 
     /// An unknown number throws std::out_of_range with a sentence that names it.
+    /// The reference is good as long as the show.
     [[nodiscard]] const SongData& GetSongData(const std::string& number) const;
     SongData& GetSongData(const std::string& number);
 
+    /// In show order.
     [[nodiscard]] std::vector<std::string> GetSongNumbers() const override;
+    /// Throws as GetSongData does.
     [[nodiscard]] const TL::Timeline& GetTimelineOf(const std::string& songNumber) const override;
 
     /// What was wrong with the songs' files and could be read all the same, a sentence each.

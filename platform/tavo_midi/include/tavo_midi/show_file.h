@@ -29,17 +29,18 @@ inline constexpr std::size_t MaxShowSongBytes = std::size_t{256} << 20U;
 inline constexpr std::size_t MaxShowBeats = 1000000;
 
 /// The bytes of a `.showdata` file; the same show gives the same bytes. Throws std::runtime_error with one sentence if
-/// the show could not be read back.
+/// the show could not be read back. Any thread.
 [[nodiscard]] std::string PackShowData(const std::string& title, const std::vector<ShowSong>& songs);
 
 /// Reads those bytes; `name` stands in the sentences. Throws std::runtime_error as ShowData's constructor does. Memory
-/// is bounded by the limits above.
+/// is bounded by the limits above. Any thread.
 [[nodiscard]] ShowData UnpackShowData(std::string_view bytes, const std::string& name);
 
 enum class ExistingShow { Keep, Replace };
 
 /// Packs a show into a file. A crash at any moment leaves the old state or the new one. Throws what PackShowData
-/// throws, kit::FileExistsError if the file is there and to be kept, std::runtime_error if it cannot be written.
+/// throws, kit::FileExistsError if the file is there and to be kept, std::runtime_error if it cannot be written. Any
+/// thread; blocks until the file is on the disk.
 void WriteShowData(const std::string& path, const std::string& title, const std::vector<ShowSong>& songs,
                    ExistingShow existing);
 

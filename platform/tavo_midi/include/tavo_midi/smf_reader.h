@@ -47,7 +47,7 @@ inline constexpr std::size_t MaxSmfWarnings = 20;
 /// Reads a file of format 0, 1 or 2 from its bytes; `name` stands in the sentences. Memory stays within a small
 /// multiple of the bytes. What is clearly meant is read: wrong numbers of tracks, alien chunks, running status after
 /// meta events and system-exclusive messages, split system-exclusive messages, stray system messages, a missing end of
-/// track. Anything else throws std::runtime_error with one sentence that names file, track and byte.
+/// track. Anything else throws std::runtime_error with one sentence that names file, track and byte. Any thread.
 [[nodiscard]] Smf ReadSmf(std::string_view bytes, const std::string& name);
 
 /// How many songs the file makes: its tracks in format 2, otherwise one.

@@ -49,7 +49,7 @@ inline constexpr std::size_t MaxSongBeats = 250000;
 /// pick-up of the options the beats lie as they do before the next bar line, and what is left over comes first. Where
 /// no meter stands at the start or before, 4/4 begins there; where no tempo does, 120 quarter notes a minute at tick 0.
 /// Throws std::runtime_error with one sentence that names `name` if the options do not fit the file or the song would
-/// have too many beats.
+/// have too many beats. Any thread.
 [[nodiscard]] SongData BuildSong(Smf smf, const SongOptions& options, const std::string& name);
 
 }  // namespace tavo_midi

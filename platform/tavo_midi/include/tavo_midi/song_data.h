@@ -33,11 +33,13 @@ public:
 
     /// The song's name in the show: "1", "12a".
     [[nodiscard]] const std::string& GetSongNumber() const { return number_; }
+    /// The timeline's.
     [[nodiscard]] const std::string& GetTitle() const { return timeline_.GetSongTitle(); }
     [[nodiscard]] const TL::Timeline& GetTimeline() const { return timeline_; }
     TL::Timeline& GetTimeline() { return timeline_; }
     /// Ticks in a quarter note, 1 to 32767.
     [[nodiscard]] std::uint16_t GetTicksPerQuarter() const { return ticksPerQuarter_; }
+    /// The timeline's: where the song begins.
     [[nodiscard]] unsigned int GetSongStartTickIndex() const { return timeline_.GetStartTickIndex(); }
 
     /// First tick after the music as it was recorded, the ringing of its last notes included. The timeline's end tick
@@ -48,9 +50,11 @@ public:
     /// The music in ascending order of tick; at one tick note-offs come before what is not a note, and that before
     /// note-ons.
     [[nodiscard]] const std::vector<MidiEvent>& GetEvents() const { return events_; }
+    /// They are taken as they stand: to be in that order (PutInPlayingOrder).
     void SetEvents(std::vector<MidiEvent> events) { events_ = std::move(events); }
 
-    /// The whole message of a system-exclusive event, 0xF0 to 0xF7.
+    /// The whole message of a system-exclusive event, 0xF0 to 0xF7. Throws std::out_of_range if there is none of its
+    /// index.
     [[nodiscard]] const std::vector<std::uint8_t>& GetSysex(const MidiEvent& event) const {
         return sysex_.at(SysexIndex(event));
     }
@@ -59,6 +63,7 @@ public:
         return static_cast<std::size_t>(event.data1) | static_cast<std::size_t>(event.data2) << 8 |
                static_cast<std::size_t>(event.port) << 16;
     }
+    /// By index.
     void SetSysex(std::vector<std::vector<std::uint8_t>> messages) { sysex_ = std::move(messages); }
 
     /// The markers written in the music itself, as a first change log takes them over.

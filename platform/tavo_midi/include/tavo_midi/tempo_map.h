@@ -46,6 +46,7 @@ public:
 
     /// Time from tick 0 to `tick`, exactly.
     [[nodiscard]] std::uint64_t GetTickMicroseconds(std::uint32_t tick) const;
+    /// The same in seconds, to the precision of a double.
     [[nodiscard]] double GetSeconds(std::uint32_t tick) const;
     /// The last tick whose time is not after `tickMicroseconds`; 0xFFFFFFFF where that lies beyond.
     [[nodiscard]] std::uint32_t GetTick(std::uint64_t tickMicroseconds) const;

@@ -25,9 +25,12 @@ struct FrameRateFraction {
     std::int64_t denominator;
 };
 
+// All functions here are for any thread; those without texts are real-time safe.
+
 [[nodiscard]] FrameRateFraction GetFrameRateFraction(FrameRate frameRate);
 /// Frames from 00:00:00:00 to the next one: the addresses of a day.
 [[nodiscard]] std::int64_t GetFramesPerDay(FrameRate frameRate);
+/// Whether it is an address of a day at that rate, not left out by drop frame.
 [[nodiscard]] bool IsTimeCode(const TimeCode& timeCode, FrameRate frameRate);
 
 /// The number of frames before `timeCode`, which must be an address of the frame rate.
