@@ -1,69 +1,27 @@
-// Opening a show while memory runs out. The allocator of this program can be told to fail on one thread.
+// Opening a show while memory runs out.
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <new>
-#include <optional>
-#include <utility>
 
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
+#include "tests/memory/failing_allocation.h"
 #include "tests/player_core/support/test_interface.h"
 
 namespace {
 
-/// The allocation of this thread that fails, counted from 0.
-thread_local std::optional<std::size_t> failingAllocation;
-
-void* Allocate(std::size_t size) {
-    if (failingAllocation && (*failingAllocation)-- == 0) {
-        failingAllocation.reset();
-        throw std::bad_alloc();
-    }
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return Allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return Allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size == 0 ? 1 : size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
+using test_support::FailingAllocation;
 using test_support::ShowFiles;
 using test_support::TestInterface;
 
 /// Allocations while a façade is made.
 std::size_t CountAllocations(const ShowFiles& files) {
     constexpr std::size_t many = 1000000;
-    failingAllocation = many;
+    const FailingAllocation failing(many);
     const TestInterface facade(files.Show(), files.Settings());
-    return many - std::exchange(failingAllocation, std::nullopt).value();
+    return many - FailingAllocation::CountLeft();
 }
 
 TEST(InterfaceMemory, RunsOutWhileCommandsAreRegistered_NoneReachesWhatWasNeverWhole) {
@@ -78,14 +36,13 @@ TEST(InterfaceMemory, RunsOutWhileCommandsAreRegistered_NoneReachesWhatWasNeverW
     // The place stays, so that a callback left behind calls into what is no façade any more, and is noticed.
     alignas(TestInterface) static std::byte place[sizeof(TestInterface)];
     for (std::size_t failing = count - ofRegistering; failing < count; ++failing) {
-        failingAllocation = failing;
         bool hasFailed = false;
         try {
+            const FailingAllocation failingOne(failing);
             new (place) TestInterface(files.Show(), files.Settings());
         } catch (const std::bad_alloc&) {
             hasFailed = true;
         }
-        failingAllocation.reset();
         ASSERT_TRUE(hasFailed) << failing << " of " << count;
         notify::callbackDispatcher.Notify(notify::names::midiCommandPlay, nullptr);
         notify::callbackDispatcher.Notify(notify::names::midiCommandStop, nullptr);

@@ -146,6 +146,14 @@ TEST_F(Display, NewMarker_IsShownAtItsOwnTick) {
     EXPECT_EQ("Marker 3840 'Verse'", lines.back());
 }
 
+TEST_F(Display, WhatWasPostedBeforeTheTargetTempo_ArrivesWhileItsCallbackWaits) {
+    bool hasArrived = false;
+    onTargetTempo_ = [&] { hasArrived = log_.WaitFor("Tempo '120'"); };
+    feed_.SetData(songLog_, timeline_, TicksPerQuarter);
+    Pass(0);
+    EXPECT_TRUE(hasArrived);
+}
+
 TEST_F(Display, TargetTempoIsReportedWithTheFeedsMutexFree) {
     bool wasFree = false;
     onTargetTempo_ = [&] {
