@@ -147,10 +147,14 @@ TEST_F(Display, NewMarker_IsShownAtItsOwnTick) {
 }
 
 TEST_F(Display, WhatWasPostedBeforeTheTargetTempo_ArrivesWhileItsCallbackWaits) {
-    bool hasArrived = false;
+    bool hasArrived = true;
     onTargetTempo_ = [&] { hasArrived = log_.WaitFor("Tempo '120'"); };
-    feed_.SetData(songLog_, timeline_, TicksPerQuarter);
-    Pass(0);
+    // More than once: a dispatcher that is not asleep yet needs nobody to wake it.
+    for (int round = 0; round < 20 && hasArrived; ++round) {
+        hasArrived = false;
+        feed_.SetData(songLog_, timeline_, TicksPerQuarter);
+        Pass(0);
+    }
     EXPECT_TRUE(hasArrived);
 }
 
