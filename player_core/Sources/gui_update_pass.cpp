@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "tavo_core/callback_dispatcher.h"
-#include "tavo_core/gui_batch.h"
 #include "tavo_core/gui_dispatcher.h"
 
 // What a pass of the display feed posts. A pass calls back for the target tempo and never posts it as a status, a full
@@ -13,14 +12,14 @@ namespace gui {
 
 void GuiUpdate::RunOnePass_() {
     const unsigned int tickIndex = AdvanceToCurrentPosition();
-    const notify::GuiBatch batch;
+    Batch batch(std::in_place);
     {
         std::unique_lock lock(mutex_);
         SendPlayheadMarkerAndTitle_(tickIndex);
         SendBarMeterAndClick_();
         const bool resetDisplay = std::exchange(resetDisplay_, false);
         SendTranspositionAndKey_(resetDisplay);
-        SendTempo_(resetDisplay, lock);
+        SendTempo_(resetDisplay, lock, batch);
         SendMarkerAndPage_(resetDisplay, tickIndex);
     }
     futureUpdates_.SendUntil(tickIndex);
@@ -54,25 +53,29 @@ void GuiUpdate::SendTranspositionAndKey_(bool resetDisplay) {
     if (resetDisplay) notify::guiDispatcher.SendTransposition(0);
 }
 
-void GuiUpdate::SendTempo_(bool resetDisplay, std::unique_lock<std::recursive_mutex>& lock) {
+void GuiUpdate::SendTempo_(bool resetDisplay, std::unique_lock<std::recursive_mutex>& lock, Batch& batch) {
     if (howToPlay_.UpdateTempoScale()) {
         notify::guiDispatcher.SendTempoScale(howToPlay_.GetTempoScaleString());
         notify::guiDispatcher.SendTempo(howToPlay_.GetTempoString());
-        NotifyTargetTempo_(lock);
+        NotifyTargetTempo_(lock, batch);
         return;
     }
     if (howToPlay_.UpdateTempo()) {
         notify::guiDispatcher.SendTempo(howToPlay_.GetTempoString());
-        NotifyTargetTempo_(lock);
+        NotifyTargetTempo_(lock, batch);
     }
     if (resetDisplay) notify::guiDispatcher.SendTempoScale("100%");
 }
 
-void GuiUpdate::NotifyTargetTempo_(std::unique_lock<std::recursive_mutex>& lock) {
+void GuiUpdate::NotifyTargetTempo_(std::unique_lock<std::recursive_mutex>& lock, Batch& batch) {
     double targetTempo = howToPlay_.GetTempoDouble();
-    // The callback belongs to the host and may call anything: no lock is held meanwhile.
+    // The callback belongs to the host and may call anything, and may wait for what was posted before it: no lock is
+    // held and no batch is open meanwhile. A seek, a reset or new data may come in between; the pass goes on with what
+    // is there then.
     lock.unlock();
+    batch.reset();
     notify::callbackDispatcher.Notify(notify::names::reportTargetTempo, &targetTempo);
+    batch.emplace();
     lock.lock();
 }
 

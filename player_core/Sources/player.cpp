@@ -12,8 +12,14 @@ Player::Player(const std::string& /*directory*/) {
     notify::callbackDispatcher.AddCallback(this, notify::names::internal_cut, [this](void* payload) {
         JumpToInternalCut(*static_cast<const unsigned int*>(payload));
     });
-    notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song,
-                                           [this](void*) { StoppedAtEndOfSong(); });
+    try {
+        notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song,
+                                               [this](void*) { StoppedAtEndOfSong(); });
+    } catch (...) {
+        // No destructor runs for what was never whole.
+        notify::callbackDispatcher.RemoveCallbacksForTarget(this);
+        throw;
+    }
 }
 
 Player::~Player() {

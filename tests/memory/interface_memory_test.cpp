@@ -4,26 +4,24 @@
 
 #include <cstddef>
 #include <new>
-#include <optional>
-#include <utility>
 
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
-#include "tests/memory/failing_allocator.h"
+#include "tests/memory/failing_allocation.h"
 #include "tests/player_core/support/test_interface.h"
 
 namespace {
 
-using test_support::failingAllocation;
+using test_support::FailingAllocation;
 using test_support::ShowFiles;
 using test_support::TestInterface;
 
 /// Allocations while a façade is made.
 std::size_t CountAllocations(const ShowFiles& files) {
     constexpr std::size_t many = 1000000;
-    failingAllocation = many;
+    const FailingAllocation failing(many);
     const TestInterface facade(files.Show(), files.Settings());
-    return many - std::exchange(failingAllocation, std::nullopt).value();
+    return many - FailingAllocation::CountLeft();
 }
 
 TEST(InterfaceMemory, RunsOutWhileCommandsAreRegistered_NoneReachesWhatWasNeverWhole) {
@@ -38,14 +36,13 @@ TEST(InterfaceMemory, RunsOutWhileCommandsAreRegistered_NoneReachesWhatWasNeverW
     // The place stays, so that a callback left behind calls into what is no façade any more, and is noticed.
     alignas(TestInterface) static std::byte place[sizeof(TestInterface)];
     for (std::size_t failing = count - ofRegistering; failing < count; ++failing) {
-        failingAllocation = failing;
         bool hasFailed = false;
         try {
+            const FailingAllocation failingOne(failing);
             new (place) TestInterface(files.Show(), files.Settings());
         } catch (const std::bad_alloc&) {
             hasFailed = true;
         }
-        failingAllocation.reset();
         ASSERT_TRUE(hasFailed) << failing << " of " << count;
         notify::callbackDispatcher.Notify(notify::names::midiCommandPlay, nullptr);
         notify::callbackDispatcher.Notify(notify::names::midiCommandStop, nullptr);

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tavo_midi/midi_message_dispatcher.h"
-#include "tests/memory/failing_allocator.h"
+#include "tests/memory/failing_allocation.h"
 #include "tests/support/exception_log.h"
 #include "tests/support/fake_midi_ports.h"
 
@@ -24,7 +24,7 @@ TEST(MidiDelivery, MemoryRunsOutForOneMessage_IsLoggedAndTheNextOneIsDelivered) 
         int heard = 0;
         dispatcher.AddListener(&heard, [&](std::span<const unsigned char> message, std::chrono::nanoseconds) {
             ++heard;
-            if (message[1] == 1) test_support::failingAllocation = 0;
+            if (message[1] == 1) test_support::FailingAllocation::FailNext();
             if (message[1] == 3) heardLast.set_value();
         });
         dispatcher.ConnectSourceByName("pedal");

@@ -174,6 +174,12 @@ TEST(CaesuraCounter, SearchForARunningCountdown_GivesUpAtTheFirstCaesuraAhead) {
     EXPECT_FALSE(outOfOrder.HasCaesuraWithinCountdownRange(5000));
 }
 
+TEST(CaesuraCounter, AtACaesuraWithinTheNextOnesCountdown_FindsThatCountdown) {
+    const CaesuraCounter counter = CounterOf({1920, 2880});
+    EXPECT_TRUE(counter.HasCaesuraWithinCountdownRange(1920));
+    EXPECT_FALSE(counter.HasCaesuraWithinCountdownRange(2880));
+}
+
 TEST(CaesuraCounter, ZeroMarkSetOnACopy_LeavesTheCountersOwnUntouched) {
     CaesuraCounter counter = CounterOf({1920});
     CountdownCaesura copy = counter.GetCountdownCaesuraAtTickIndex(1920);

@@ -146,6 +146,18 @@ TEST_F(Display, NewMarker_IsShownAtItsOwnTick) {
     EXPECT_EQ("Marker 3840 'Verse'", lines.back());
 }
 
+TEST_F(Display, WhatWasPostedBeforeTheTargetTempo_ArrivesWhileItsCallbackWaits) {
+    bool hasArrived = true;
+    onTargetTempo_ = [&] { hasArrived = log_.WaitFor("Tempo '120'"); };
+    // More than once: a dispatcher that is not asleep yet needs nobody to wake it.
+    for (int round = 0; round < 20 && hasArrived; ++round) {
+        hasArrived = false;
+        feed_.SetData(songLog_, timeline_, TicksPerQuarter);
+        Pass(0);
+    }
+    EXPECT_TRUE(hasArrived);
+}
+
 TEST_F(Display, TargetTempoIsReportedWithTheFeedsMutexFree) {
     bool wasFree = false;
     onTargetTempo_ = [&] {

@@ -227,6 +227,18 @@ TEST_F(EditJournalTest, LastLineTakenBack_IsGone) {
     EXPECT_THROW(journal.TakeBackLast(), std::runtime_error) << "only the last one";
 }
 
+TEST_F(EditJournalTest, BegunAnewWhereTheLogCannotBeRead_LeavesNoFile) {
+    {
+        EditJournal journal(path_);
+        Append(journal, "a");
+        journal.Discard();
+        std::filesystem::remove(path_);
+        std::filesystem::create_directory(path_);
+        EXPECT_ANY_THROW(Append(journal, "b"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(EditJournal::PathFor(path_)));
+}
+
 TEST_F(EditJournalTest, HeldByAnother_IsRefused) {
     const EditJournal journal(path_);
     try {

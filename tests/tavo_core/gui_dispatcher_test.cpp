@@ -315,6 +315,31 @@ TEST(GuiDispatcher, HandlerThatThrows_IsLoggedAndKept) {
     EXPECT_NE(std::string::npos, log.find("Unknown exception."));
 }
 
+namespace {
+
+/// Says nothing of itself.
+struct Speechless : std::exception {
+    const char* what() const noexcept override { return nullptr; }
+};
+
+}  // namespace
+
+TEST(GuiDispatcher, HandlerThatThrowsWhatSaysNothing_IsLoggedAndTheThreadGoesOn) {
+    const test_support::TemporaryDirectory directory;
+    kit::SetThreadExceptionLogPath(directory / "tavo.threaderr");
+    GuiDispatcher dispatcher;
+    const auto thrower = dispatcher.AddHandler([](const GuiNotification&) { throw Speechless(); });
+    Listener heard(dispatcher);
+    dispatcher.SendPlaybackStarted();
+    dispatcher.Drain();
+    dispatcher.RemoveHandler(thrower);
+    dispatcher.SendPlaybackStopped();
+    dispatcher.Drain();
+    kit::SetThreadExceptionLogPath("");
+    EXPECT_EQ((Lines{"PlaybackStarted", "PlaybackStopped"}), heard.lines);
+    EXPECT_NE(std::string::npos, kit::ReadFile(directory / "tavo.threaderr", 4096).find("Unknown exception."));
+}
+
 TEST(GuiDispatcher, DestroyedWithHandlersAndWaitingNotifications_Ends) {
     for (int round = 0; round < 200; ++round) {
         GuiDispatcher dispatcher;

@@ -74,11 +74,12 @@ struct EditJournal::Impl {
     explicit Impl(std::string path) : logPath(std::move(path)) { Open(); }
 
     void Open() {
+        // Before anything throws: a file that was only begun goes again.
+        hasOrigin = hasChanges = false;
+        chain = 0;
+        refusal.clear();
         file.emplace(PathFor(logPath));
         origin = journal::FindOrigin(logPath);
-        chain = 0;
-        hasOrigin = hasChanges = false;
-        refusal.clear();
         if (file->GetSize() == 0) return;
         journal::Text text = ReadFileOf(logPath);
         if (AreChangesSaved(text, logPath)) {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
 #include "tavo_core/gui_batch.h"
 #include "tavo_core/tavo_log_exception.h"
@@ -53,6 +54,25 @@ struct Batches {
     void (*wake)(void* dispatcher) = nullptr;
 };
 thread_local Batches batches;
+
+/// Nothing that a host's code throws ends this thread, and with it the process: an exception may say nothing of itself,
+/// or leave no memory to say it with.
+template <class Operation>
+void LogWhatIsThrown(Operation&& operation) noexcept {
+    constexpr const char* sourceFile = "platform/tavo_core/src/gui_dispatcher";
+    constexpr const char* unknown = "Unknown exception.";
+    try {
+        try {
+            operation();
+        } catch (const std::exception& error) {
+            TavoLogException(error.what() != nullptr ? error.what() : unknown, sourceFile, __LINE__);
+        } catch (...) {
+            TavoLogException(unknown, sourceFile, __LINE__);
+        }
+    } catch (...) {
+        kit::AppendToThreadExceptionLog(unknown);
+    }
+}
 
 }  // namespace
 
@@ -170,12 +190,12 @@ void GuiDispatcher::Impl::AppendOrSupersede(GuiNotification&& notification) {
 
 void GuiDispatcher::Impl::Run() {
     dispatcherOfThisThread = this;
-    kit::threadNames.SetNameOfCurrentThread("GuiDispatcher");
+    LogWhatIsThrown([] { kit::threadNames.SetNameOfCurrentThread("GuiDispatcher"); });
     std::vector<Queued> batch;
     std::uint64_t lastNumber = 0;
     while (WaitForBatch(batch, lastNumber)) {
         for (const Queued& queued : batch) {
-            if (!queued.superseded) Deliver(queued);
+            if (!queued.superseded) LogWhatIsThrown([&] { Deliver(queued); });
         }
         batch.clear();
         const std::lock_guard lock(queueMutex);
@@ -223,14 +243,7 @@ bool GuiDispatcher::Impl::Begin(Listener& listener, const Queued& queued) {
 }
 
 void GuiDispatcher::Impl::Call(Listener& listener, const GuiNotification& notification) {
-    constexpr const char* sourceFile = "platform/tavo_core/src/gui_dispatcher";
-    try {
-        listener.handler(notification);
-    } catch (const std::exception& error) {
-        TavoLogException(error.what(), sourceFile, __LINE__);
-    } catch (...) {
-        TavoLogException("Unknown exception.", sourceFile, __LINE__);
-    }
+    LogWhatIsThrown([&] { listener.handler(notification); });
     const std::lock_guard lock(listenersMutex);
     runningId = 0;
     handlerReturned.notify_all();

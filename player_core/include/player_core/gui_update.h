@@ -7,11 +7,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "player_core/flow_state.h"
 #include "player_core/future_status_flow_control_updates.h"
+#include "tavo_core/gui_batch.h"
 #include "tavo_core/song_log.h"
 #include "tavo_core/timeline.h"
 #include "tavo_midi/how_to_play.h"
@@ -111,12 +113,14 @@ private:
     void SayFinished_(bool& finished);
     void JoinFinished_(std::thread& thread, const bool& finished, std::condition_variable& wakeUp);
 
+    using Batch = std::optional<notify::GuiBatch>;
+
     // The steps of a pass, in their order; mutex_ is held once.
     void SendPlayheadMarkerAndTitle_(unsigned int tickIndex);
     void SendBarMeterAndClick_();
     void SendTranspositionAndKey_(bool resetDisplay);
-    void SendTempo_(bool resetDisplay, std::unique_lock<std::recursive_mutex>& lock);
-    void NotifyTargetTempo_(std::unique_lock<std::recursive_mutex>& lock);
+    void SendTempo_(bool resetDisplay, std::unique_lock<std::recursive_mutex>& lock, Batch& batch);
+    void NotifyTargetTempo_(std::unique_lock<std::recursive_mutex>& lock, Batch& batch);
     void SendMarkerAndPage_(bool resetDisplay, unsigned int tickIndex);
     void SendMarkerOrNone_(unsigned int tickIndex);
     void SendMarker_();

@@ -30,7 +30,8 @@ enum class PlayerState : std::uint8_t {
 class Player : public virtual tavo_audio::PlayerOutputInterface {
 public:
     /// Registers with notify::callbackDispatcher for `internal_cut` (JumpToInternalCut) and `stopped_at_end_of_song`
-    /// (NextSong). `directory` is not used here.
+    /// (NextSong). `directory` is not used here. What registering throws passes through, and then neither is
+    /// registered.
     explicit Player(const std::string& directory);
     /// Removes the callbacks first. A concrete player whose engine may still raise them removes them at the start of
     /// its own destructor as well; removing twice is fine.

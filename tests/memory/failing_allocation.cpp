@@ -1,17 +1,15 @@
-#include "tests/memory/failing_allocator.h"
+// The allocator of this program, which can be told to fail on one thread.
+
+#include "tests/memory/failing_allocation.h"
 
 #include <cstdlib>
 #include <new>
-
-namespace test_support {
-
-constinit thread_local std::optional<std::size_t> failingAllocation;
-
-}  // namespace test_support
+#include <optional>
 
 namespace {
 
-using test_support::failingAllocation;
+/// The allocation of this thread that fails, counted from 0.
+thread_local std::optional<std::size_t> failingAllocation;
 
 void* Allocate(std::size_t size) {
     if (failingAllocation && (*failingAllocation)-- == 0) {
@@ -48,3 +46,27 @@ void operator delete(void* memory, std::size_t) noexcept {
 void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }
+
+namespace test_support {
+
+FailingAllocation::FailingAllocation(std::size_t number) {
+    failingAllocation = number;
+}
+
+FailingAllocation::~FailingAllocation() {
+    Stop();
+}
+
+void FailingAllocation::FailNext() {
+    failingAllocation = 0;
+}
+
+void FailingAllocation::Stop() {
+    failingAllocation.reset();
+}
+
+std::size_t FailingAllocation::CountLeft() {
+    return failingAllocation.value_or(0);
+}
+
+}  // namespace test_support
