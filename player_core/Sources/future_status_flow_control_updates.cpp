@@ -10,7 +10,7 @@ void StatusFlowControl::Send() const {
 
 void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::string& type, int count,
                                                                 unsigned int tickIndex) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     const auto place = updates_.lower_bound(tickIndex);
     if (place == updates_.end() || place->first != tickIndex) {
         const auto filed = updates_.emplace_hint(place, std::piecewise_construct, std::forward_as_tuple(tickIndex),
@@ -26,7 +26,7 @@ void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::strin
 }
 
 void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     if (tickIndex < sentUntilTickIndex_) {
         sentUntilTickIndex_ = 0;
         next_ = updates_.upper_bound(0);
@@ -46,7 +46,7 @@ void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
 }
 
 void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     caesuraZeroPending_ = false;
     if (tickIndex == 0) return;
     const auto found = updates_.find(tickIndex);
@@ -57,7 +57,7 @@ void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
 }
 
 void FutureStatusFlowControlUpdates::ClearFutureUpdates() {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     updates_.clear();
     next_ = updates_.end();
     sentUntilTickIndex_ = 0;

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 #include <utility>
+
+#include "kit/mutex.h"
 
 namespace gui {
 
@@ -46,14 +47,13 @@ public:
 private:
     using Updates = std::map<unsigned int, StatusFlowControl>;
 
-    std::mutex mutex_;
-    // Guarded by mutex_:
-    Updates updates_;
-    bool caesuraZeroPending_ = false;
-    unsigned int caesuraZeroTickIndex_ = 0;
-    unsigned int sentUntilTickIndex_ = 0;
+    kit::Mutex mutex_;
+    Updates updates_ KIT_GUARDED_BY(mutex_);
+    bool caesuraZeroPending_ KIT_GUARDED_BY(mutex_) = false;
+    unsigned int caesuraZeroTickIndex_ KIT_GUARDED_BY(mutex_) = 0;
+    unsigned int sentUntilTickIndex_ KIT_GUARDED_BY(mutex_) = 0;
     // The first of updates_ after sentUntilTickIndex_: a pass starts there and never walks over what stays filed.
-    Updates::iterator next_ = updates_.end();
+    Updates::iterator next_ KIT_GUARDED_BY(mutex_) = updates_.end();
 };
 
 }  // namespace gui
