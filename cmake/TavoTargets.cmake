@@ -5,6 +5,8 @@ function(tavo_compile_flags target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
         # libstdc++ 12 itself uses a deprecated function in std::stable_sort, which only clang reports. g++ still reports ours.
         target_compile_options(${target} PRIVATE -Wno-deprecated-declarations)
+        # Checks the marks of kit/mutex.h.
+        target_compile_options(${target} PRIVATE -Wthread-safety)
     endif()
     if(TAVO_WERROR)
         target_compile_options(${target} PRIVATE -Werror)

@@ -10,7 +10,7 @@ void StatusFlowControl::Send() const {
 
 void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::string& type, int count,
                                                                 unsigned int tickIndex) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     const auto place = updates_.lower_bound(tickIndex);
     if (place == updates_.end() || place->first != tickIndex) {
         const auto filed = updates_.emplace_hint(place, std::piecewise_construct, std::forward_as_tuple(tickIndex),
@@ -26,7 +26,7 @@ void FutureStatusFlowControlUpdates::AddFutureStatusFlowControl(const std::strin
 }
 
 void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     if (tickIndex < sentUntilTickIndex_) {
         sentUntilTickIndex_ = 0;
         next_ = updates_.upper_bound(0);
@@ -51,7 +51,7 @@ void FutureStatusFlowControlUpdates::Send_(unsigned int tickIndex, const StatusF
 }
 
 void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     caesuraZeroPending_ = false;
     if (tickIndex == 0) return;
     const auto found = updates_.find(tickIndex);
@@ -62,14 +62,14 @@ void FutureStatusFlowControlUpdates::ClearCaesura(unsigned int tickIndex) {
 }
 
 void FutureStatusFlowControlUpdates::ClearFutureUpdates() {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     updates_.clear();
     next_ = updates_.end();
     sentUntilTickIndex_ = 0;
 }
 
 void FutureStatusFlowControlUpdates::CopyTo(DisplayState& state) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     state.filed.clear();
     state.filed.reserve(updates_.size());
     for (const auto& [tickIndex, status] : updates_)
@@ -80,7 +80,7 @@ void FutureStatusFlowControlUpdates::CopyTo(DisplayState& state) {
 }
 
 void FutureStatusFlowControlUpdates::TakeFrom(const DisplayState& state) {
-    const std::lock_guard lock(mutex_);
+    const kit::MutexLock lock(mutex_);
     updates_.clear();
     for (const DisplayState::Status& status : state.filed)
         updates_.emplace_hint(updates_.end(), status.tick, StatusFlowControl(status.type, status.count));

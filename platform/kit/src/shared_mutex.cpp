@@ -11,7 +11,7 @@ constexpr std::chrono::milliseconds longestKeptOut{100};
 }  // namespace
 
 void FairSharedMutex::LockSlowly() {
-    std::unique_lock waitLock(waitMutex_);
+    MutexLock waitLock(waitMutex_);
     ++waitingWriters_;
     for (;;) {
         // Whoever leaves last from now on sees that somebody waits.
@@ -23,12 +23,12 @@ void FairSharedMutex::LockSlowly() {
                 return;
             }
         }
-        writerMayCome_.wait(waitLock);
+        waitLock.Wait(writerMayCome_);
     }
 }
 
 void FairSharedMutex::UnlockSlowly() {
-    const std::lock_guard waitLock(waitMutex_);
+    const MutexLock waitLock(waitMutex_);
     // Nobody else changes the state while the writer's flag and the mutex are held. All readers that wait are let in.
     state_.store(waitingReaders_ | (waitingWriters_ > 0 ? kWriterWaits : 0), std::memory_order_release);
     if (waitingReaders_ == 0) {
@@ -41,9 +41,9 @@ void FairSharedMutex::UnlockSlowly() {
 }
 
 void FairSharedMutex::LockSharedSlowly() {
-    std::unique_lock waitLock(waitMutex_);
+    MutexLock waitLock(waitMutex_);
     const std::uint64_t turn = readerTurn_;
-    const auto isLetIn = [&] { return readerTurn_ != turn; };
+    const auto keptOutUntil = std::chrono::steady_clock::now() + longestKeptOut;
     std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? kWriter | kWriterWaits : kWriter;
     for (;;) {
         if (TryLockShared(obstacles)) return;
@@ -51,9 +51,14 @@ void FairSharedMutex::LockSharedSlowly() {
         // What was in the way may have left before the flag was seen.
         if ((state & obstacles) == 0) continue;
         ++waitingReaders_;
-        if (obstacles == kWriter) {
-            readersMayCome_.wait(waitLock, isLetIn);
-        } else if (!readersMayCome_.wait_for(waitLock, longestKeptOut, isLetIn)) {
+        bool isInTime = true;
+        while (readerTurn_ == turn && (isInTime || obstacles == kWriter)) {
+            if (obstacles == kWriter)
+                waitLock.Wait(readersMayCome_);
+            else
+                isInTime = waitLock.WaitUntil(readersMayCome_, keptOutUntil);
+        }
+        if (readerTurn_ == turn) {
             --waitingReaders_;
             obstacles = kWriter;
             continue;
@@ -64,7 +69,7 @@ void FairSharedMutex::LockSharedSlowly() {
 }
 
 void FairSharedMutex::WakeWriter() {
-    const std::lock_guard waitLock(waitMutex_);
+    const MutexLock waitLock(waitMutex_);
     writerMayCome_.notify_one();
 }
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
-#include <mutex>
 
+#include "kit/mutex.h"
 #include "kit/thread_names.h"
 
 namespace kit {
@@ -15,8 +15,8 @@ namespace kit {
 namespace {
 
 struct Log {
-    std::mutex mutex;
-    std::string path;
+    Mutex mutex;
+    std::string path KIT_GUARDED_BY(mutex);
 };
 
 // Never destroyed, because worker threads may outlive static objects.
@@ -57,13 +57,13 @@ bool AppendToFile(const std::string& path, std::string_view line) {
 
 void SetThreadExceptionLogPath(const std::string& path) {
     Log& log = GetLog();
-    const std::lock_guard lock(log.mutex);
+    const MutexLock lock(log.mutex);
     log.path = path;
 }
 
 std::string GetThreadExceptionLogPath() {
     Log& log = GetLog();
-    const std::lock_guard lock(log.mutex);
+    const MutexLock lock(log.mutex);
     return log.path;
 }
 
@@ -75,7 +75,7 @@ void AppendToThreadExceptionLog(std::string_view text) noexcept {
             line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
         line += '\n';
         Log& log = GetLog();
-        const std::lock_guard lock(log.mutex);
+        const MutexLock lock(log.mutex);
         if (!AppendToFile(log.path, line)) WriteAll(STDERR_FILENO, line);
     } catch (...) {
         // No memory for the line: the bare text is better than nothing.

@@ -4,10 +4,11 @@
 #include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "kit/mutex.h"
 
 namespace notify {
 
@@ -41,30 +42,30 @@ struct CallbackDispatcher::Impl {
         bool operator==(const Activity&) const = default;
     };
 
-    std::mutex mutex;
+    kit::Mutex mutex;
     std::condition_variable finished;
-    // Guarded by mutex. A list of entries is never changed once it stands in the map, so that Notify can walk it
-    // unlocked.
-    std::map<std::string, std::shared_ptr<const Entries>> entriesByName;
-    std::vector<Activity> running;
-    std::vector<Activity> waiting;
+    // A list of entries is never changed once it stands in the map, so that Notify can walk it unlocked; what an entry
+    // says of its removal is guarded like the map.
+    std::map<std::string, std::shared_ptr<const Entries>> entriesByName KIT_GUARDED_BY(mutex);
+    std::vector<Activity> running KIT_GUARDED_BY(mutex);
+    std::vector<Activity> waiting KIT_GUARDED_BY(mutex);
 
     /// Whether the callback may run now; if so it counts as running.
-    bool Begin(const Entry& entry) {
-        const std::lock_guard lock(mutex);
+    bool Begin(const Entry& entry) KIT_EXCLUDES(mutex) {
+        const kit::MutexLock lock(mutex);
         if (entry.removed) return false;
         running.push_back({entry.target, std::this_thread::get_id()});
         return true;
     }
 
-    void Finish(const Entry& entry) {
-        const std::lock_guard lock(mutex);
+    void Finish(const Entry& entry) KIT_EXCLUDES(mutex) {
+        const kit::MutexLock lock(mutex);
         running.erase(std::find(running.begin(), running.end(), Activity{entry.target, std::this_thread::get_id()}));
         if (!waiting.empty()) finished.notify_all();
     }
 
     /// Takes the target's entries out of all lists and returns them.
-    Entries TakeOut(const void* target) {
+    Entries TakeOut(const void* target) KIT_REQUIRES(mutex) {
         Entries takenOut;
         for (auto it = entriesByName.begin(); it != entriesByName.end();) {
             Entries kept;
@@ -80,14 +81,16 @@ struct CallbackDispatcher::Impl {
 
     /// Whether a callback of the target runs on a thread that `self` may wait for: not its own, and none that itself
     /// waits, directly or through others, for a callback running on `self`.
-    bool MustWaitFor(const void* target, std::thread::id self) {
-        return std::any_of(running.begin(), running.end(), [&](const Activity& run) {
+    bool MustWaitFor(const void* target, std::thread::id self) KIT_REQUIRES(mutex) {
+        for (const Activity& run : running) {
             std::vector<std::thread::id> asked;
-            return run.target == target && run.thread != self && !WaitsFor(run.thread, self, asked);
-        });
+            if (run.target == target && run.thread != self && !WaitsFor(run.thread, self, asked)) return true;
+        }
+        return false;
     }
 
-    bool WaitsFor(std::thread::id waiter, std::thread::id other, std::vector<std::thread::id>& asked) {
+    bool WaitsFor(std::thread::id waiter, std::thread::id other, std::vector<std::thread::id>& asked)
+        KIT_REQUIRES(mutex) {
         if (std::find(asked.begin(), asked.end(), waiter) != asked.end()) return false;
         asked.push_back(waiter);
         for (const Activity& wait : waiting) {
@@ -107,7 +110,7 @@ CallbackDispatcher::~CallbackDispatcher() = default;
 
 void CallbackDispatcher::AddCallback(const void* target, const std::string& name, Callback callback) {
     auto entry = std::make_shared<Impl::Entry>(Impl::Entry{target, std::move(callback)});
-    const std::lock_guard lock(impl_->mutex);
+    const kit::MutexLock lock(impl_->mutex);
     const auto found = impl_->entriesByName.find(name);
     const bool isFirst = found == impl_->entriesByName.end();
     auto grown = isFirst ? std::make_shared<Impl::Entries>() : std::make_shared<Impl::Entries>(*found->second);
@@ -120,18 +123,19 @@ void CallbackDispatcher::RemoveCallbacksForTarget(const void* target) {
     // What the callbacks own is destroyed after the lock, for that may call in here again.
     Impl::Entries takenOut;
     const auto self = std::this_thread::get_id();
-    std::unique_lock lock(impl_->mutex);
+    kit::MutexLock lock(impl_->mutex);
     takenOut = impl_->TakeOut(target);
     if (!impl_->MustWaitFor(target, self)) return;
     impl_->waiting.push_back({target, self});
-    impl_->finished.wait(lock, [&] { return !impl_->MustWaitFor(target, self); });
+    while (impl_->MustWaitFor(target, self))
+        lock.Wait(impl_->finished);
     impl_->waiting.erase(std::find(impl_->waiting.begin(), impl_->waiting.end(), Impl::Activity{target, self}));
 }
 
 void CallbackDispatcher::Notify(const std::string& name, void* data) {
     std::shared_ptr<const Impl::Entries> entries;
     {
-        const std::lock_guard lock(impl_->mutex);
+        const kit::MutexLock lock(impl_->mutex);
         const auto found = impl_->entriesByName.find(name);
         if (found == impl_->entriesByName.end()) return;
         entries = found->second;

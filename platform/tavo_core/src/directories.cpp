@@ -1,13 +1,13 @@
 #include "tavo_core/directories.h"
 
-#include <mutex>
+#include "kit/mutex.h"
 
 namespace {
 
 struct Stored {
-    std::mutex mutex;
-    std::string show;
-    std::string settings;
+    kit::Mutex mutex;
+    std::string show KIT_GUARDED_BY(mutex);
+    std::string settings KIT_GUARDED_BY(mutex);
 };
 
 // Never destroyed: threads may ask until the very end of the process.
@@ -18,13 +18,13 @@ Stored& GetStored() {
 
 void Set(std::string Stored::*which, const std::string& path) {
     Stored& stored = GetStored();
-    const std::lock_guard lock(stored.mutex);
+    const kit::MutexLock lock(stored.mutex);
     stored.*which = path;
 }
 
 std::string Get(std::string Stored::*which) {
     Stored& stored = GetStored();
-    const std::lock_guard lock(stored.mutex);
+    const kit::MutexLock lock(stored.mutex);
     return stored.*which;
 }
 

@@ -6,12 +6,12 @@
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "kit/mutex.h"
 #include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
 #include "tavo_core/gui_batch.h"
@@ -101,25 +101,25 @@ struct GuiDispatcher::Impl {
     // How many handlers there are, 0 once exiting: what a Send looks at first.
     std::atomic<std::size_t> listening{0};
 
-    std::mutex queueMutex;
+    kit::Mutex queueMutex;
     std::condition_variable somethingQueued;
     std::condition_variable batchDelivered;
-    // Guarded by queueMutex:
-    std::vector<Queued> queue;
-    std::optional<std::size_t> waitingPlayhead;
-    std::uint64_t sent = 0;
-    std::uint64_t delivered = 0;
-    bool asleep = false;
-    bool drainingIsOver = false;
-    bool stopping = false;
+    std::vector<Queued> queue KIT_GUARDED_BY(queueMutex);
+    std::optional<std::size_t> waitingPlayhead KIT_GUARDED_BY(queueMutex);
+    std::uint64_t sent KIT_GUARDED_BY(queueMutex) = 0;
+    std::uint64_t delivered KIT_GUARDED_BY(queueMutex) = 0;
+    bool asleep KIT_GUARDED_BY(queueMutex) = false;
+    bool drainingIsOver KIT_GUARDED_BY(queueMutex) = false;
+    bool stopping KIT_GUARDED_BY(queueMutex) = false;
 
-    std::mutex listenersMutex;
+    kit::Mutex listenersMutex;
     std::condition_variable handlerReturned;
-    // Guarded by listenersMutex. The list is never changed, only replaced.
-    std::shared_ptr<const Listeners> listeners = std::make_shared<const Listeners>();
-    HandlerId lastId = 0;
-    HandlerId runningId = 0;
-    bool exiting = false;
+    // The list is never changed, only replaced.
+    std::shared_ptr<const Listeners> listeners KIT_GUARDED_BY(listenersMutex) = std::make_shared<const Listeners>();
+    HandlerId lastId KIT_GUARDED_BY(listenersMutex) = 0;
+    HandlerId runningId KIT_GUARDED_BY(listenersMutex) = 0;
+    bool exiting KIT_GUARDED_BY(listenersMutex) = false;
+    // Started under listenersMutex, joined by the destructor.
     std::thread thread;
 
     [[nodiscard]] bool NobodyListens() const { return listening.load(std::memory_order_relaxed) == 0; }
@@ -131,23 +131,23 @@ struct GuiDispatcher::Impl {
     void Send(GuiNotificationType type, const std::string& text, int number = 0, unsigned int tick = 0) {
         if (!NobodyListens()) Enqueue({type, number, tick, text});
     }
-    void Enqueue(GuiNotification notification);
-    bool TakeSleeper();
+    void Enqueue(GuiNotification notification) KIT_EXCLUDES(queueMutex);
+    bool TakeSleeper() KIT_REQUIRES(queueMutex);
     [[nodiscard]] bool LeaveToBatch();
-    void AppendOrSupersede(GuiNotification&& notification);
+    void AppendOrSupersede(GuiNotification&& notification) KIT_REQUIRES(queueMutex);
 
     void Run();
     bool WaitForBatch(std::vector<Queued>& batch, std::uint64_t& lastNumber);
     void Deliver(const Queued& queued);
     bool Begin(Listener& listener, const Queued& queued);
     void Call(Listener& listener, const GuiNotification& notification);
-    void ReplaceListeners(Listeners changed);
+    void ReplaceListeners(Listeners changed) KIT_REQUIRES(listenersMutex);
 };
 
 void GuiDispatcher::Impl::Enqueue(GuiNotification notification) {
     bool wake = false;
     {
-        const std::lock_guard lock(queueMutex);
+        const kit::MutexLock lock(queueMutex);
         AppendOrSupersede(std::move(notification));
         wake = asleep && !LeaveToBatch() && TakeSleeper();
     }
@@ -167,7 +167,7 @@ bool GuiDispatcher::Impl::LeaveToBatch() {
         Impl& impl = *static_cast<Impl*>(dispatcher);
         bool wake = false;
         {
-            const std::lock_guard lock(impl.queueMutex);
+            const kit::MutexLock lock(impl.queueMutex);
             wake = impl.TakeSleeper();
         }
         if (wake) impl.somethingQueued.notify_one();
@@ -198,7 +198,7 @@ void GuiDispatcher::Impl::Run() {
             if (!queued.superseded) LogWhatIsThrown([&] { Deliver(queued); });
         }
         batch.clear();
-        const std::lock_guard lock(queueMutex);
+        const kit::MutexLock lock(queueMutex);
         delivered = lastNumber;
         batchDelivered.notify_all();
     }
@@ -206,10 +206,10 @@ void GuiDispatcher::Impl::Run() {
 
 /// Takes all that is queued, with the number of the last one; false when the thread is to end.
 bool GuiDispatcher::Impl::WaitForBatch(std::vector<Queued>& batch, std::uint64_t& lastNumber) {
-    std::unique_lock lock(queueMutex);
+    kit::MutexLock lock(queueMutex);
     while (queue.empty() && !stopping) {
         asleep = true;
-        somethingQueued.wait(lock);
+        lock.Wait(somethingQueued);
     }
     asleep = false;
     batch.swap(queue);
@@ -221,7 +221,7 @@ bool GuiDispatcher::Impl::WaitForBatch(std::vector<Queued>& batch, std::uint64_t
 void GuiDispatcher::Impl::Deliver(const Queued& queued) {
     std::shared_ptr<const Listeners> present;
     {
-        const std::lock_guard lock(listenersMutex);
+        const kit::MutexLock lock(listenersMutex);
         present = listeners;
     }
     for (const auto& listener : *present) {
@@ -231,7 +231,7 @@ void GuiDispatcher::Impl::Deliver(const Queued& queued) {
 
 /// Whether the listener is to hear this; if so it counts as running.
 bool GuiDispatcher::Impl::Begin(Listener& listener, const Queued& queued) {
-    const std::lock_guard lock(listenersMutex);
+    const kit::MutexLock lock(listenersMutex);
     if (exiting || listener.removed || queued.number < listener.firstNumber) return false;
     const GuiNotificationType type = queued.notification.type;
     if (type == GuiNotificationType::VampOn || type == GuiNotificationType::VampOff) {
@@ -244,7 +244,7 @@ bool GuiDispatcher::Impl::Begin(Listener& listener, const Queued& queued) {
 
 void GuiDispatcher::Impl::Call(Listener& listener, const GuiNotification& notification) {
     LogWhatIsThrown([&] { listener.handler(notification); });
-    const std::lock_guard lock(listenersMutex);
+    const kit::MutexLock lock(listenersMutex);
     runningId = 0;
     handlerReturned.notify_all();
 }
@@ -259,7 +259,7 @@ GuiDispatcher::GuiDispatcher() : impl_(std::make_unique<Impl>()) {}
 GuiDispatcher::~GuiDispatcher() {
     PrepareForExit();
     {
-        const std::lock_guard lock(impl_->queueMutex);
+        const kit::MutexLock lock(impl_->queueMutex);
         impl_->stopping = true;
         impl_->somethingQueued.notify_all();
     }
@@ -267,11 +267,11 @@ GuiDispatcher::~GuiDispatcher() {
 }
 
 GuiDispatcher::HandlerId GuiDispatcher::AddHandler(Handler handler) {
-    const std::lock_guard lock(impl_->listenersMutex);
+    const kit::MutexLock lock(impl_->listenersMutex);
     if (!impl_->thread.joinable()) impl_->thread = std::thread([impl = impl_.get()] { impl->Run(); });
     std::uint64_t firstNumber = 0;
     {
-        const std::lock_guard queueLock(impl_->queueMutex);
+        const kit::MutexLock queueLock(impl_->queueMutex);
         firstNumber = impl_->sent + 1;
     }
     const HandlerId id = ++impl_->lastId;
@@ -284,7 +284,7 @@ GuiDispatcher::HandlerId GuiDispatcher::AddHandler(Handler handler) {
 void GuiDispatcher::RemoveHandler(HandlerId id) {
     // What the handler owns is destroyed after the lock, for that may call in here again.
     Handler doomed;
-    std::unique_lock lock(impl_->listenersMutex);
+    kit::MutexLock lock(impl_->listenersMutex);
     Impl::Listeners kept = *impl_->listeners;
     const auto found =
         std::find_if(kept.begin(), kept.end(), [id](const auto& listener) { return listener->id == id; });
@@ -295,27 +295,30 @@ void GuiDispatcher::RemoveHandler(HandlerId id) {
         kept.erase(found);
         impl_->ReplaceListeners(std::move(kept));
     }
-    if (!impl_->IsOnOwnThread()) impl_->handlerReturned.wait(lock, [&] { return impl_->runningId != id; });
+    while (!impl_->IsOnOwnThread() && impl_->runningId == id)
+        lock.Wait(impl_->handlerReturned);
     if (listener && impl_->runningId != id) doomed.swap(listener->handler);
 }
 
 void GuiDispatcher::Drain() {
     if (impl_->IsOnOwnThread()) return;
-    std::unique_lock lock(impl_->queueMutex);
+    kit::MutexLock lock(impl_->queueMutex);
     const std::uint64_t last = impl_->sent;
     // A batch of this very thread may have left it asleep.
     if (impl_->TakeSleeper()) impl_->somethingQueued.notify_one();
-    impl_->batchDelivered.wait(lock, [&] { return impl_->delivered >= last || impl_->drainingIsOver; });
+    while (impl_->delivered < last && !impl_->drainingIsOver)
+        lock.Wait(impl_->batchDelivered);
 }
 
 void GuiDispatcher::PrepareForExit() {
     {
-        std::unique_lock lock(impl_->listenersMutex);
+        kit::MutexLock lock(impl_->listenersMutex);
         impl_->exiting = true;
         impl_->listening = 0;
-        if (!impl_->IsOnOwnThread()) impl_->handlerReturned.wait(lock, [&] { return impl_->runningId == 0; });
+        while (!impl_->IsOnOwnThread() && impl_->runningId != 0)
+            lock.Wait(impl_->handlerReturned);
     }
-    const std::lock_guard lock(impl_->queueMutex);
+    const kit::MutexLock lock(impl_->queueMutex);
     impl_->drainingIsOver = true;
     impl_->batchDelivered.notify_all();
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "kit/mutex.h"
 #include "player_core/flow_state.h"
 
 namespace gui {
@@ -54,17 +54,16 @@ public:
 private:
     using Updates = std::map<unsigned int, StatusFlowControl>;
 
-    void Send_(unsigned int tickIndex, const StatusFlowControl& status);
+    void Send_(unsigned int tickIndex, const StatusFlowControl& status) KIT_REQUIRES(mutex_);
 
-    std::mutex mutex_;
-    // Guarded by mutex_:
-    Updates updates_;
-    bool caesuraZeroPending_ = false;
-    unsigned int caesuraZeroTickIndex_ = 0;
-    unsigned int sentUntilTickIndex_ = 0;
+    kit::Mutex mutex_;
+    Updates updates_ KIT_GUARDED_BY(mutex_);
+    bool caesuraZeroPending_ KIT_GUARDED_BY(mutex_) = false;
+    unsigned int caesuraZeroTickIndex_ KIT_GUARDED_BY(mutex_) = 0;
+    unsigned int sentUntilTickIndex_ KIT_GUARDED_BY(mutex_) = 0;
     // The first of updates_ after sentUntilTickIndex_: a pass starts there and never walks over what stays filed.
-    Updates::iterator next_ = updates_.end();
-    std::optional<DisplayState::Status> shown_;
+    Updates::iterator next_ KIT_GUARDED_BY(mutex_) = updates_.end();
+    std::optional<DisplayState::Status> shown_ KIT_GUARDED_BY(mutex_);
 };
 
 }  // namespace gui

@@ -3,7 +3,8 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
+
+#include "kit/mutex.h"
 
 namespace kit {
 
@@ -75,13 +76,12 @@ private:
 
     std::atomic<std::uint32_t> state_{0};
     // The flags of those who wait are raised only under this mutex.
-    std::mutex waitMutex_;
+    Mutex waitMutex_;
     std::condition_variable readersMayCome_;
     std::condition_variable writerMayCome_;
-    // Guarded by waitMutex_:
-    std::uint32_t waitingWriters_ = 0;
-    std::uint32_t waitingReaders_ = 0;
-    std::uint64_t readerTurn_ = 0;
+    std::uint32_t waitingWriters_ KIT_GUARDED_BY(waitMutex_) = 0;
+    std::uint32_t waitingReaders_ KIT_GUARDED_BY(waitMutex_) = 0;
+    std::uint64_t readerTurn_ KIT_GUARDED_BY(waitMutex_) = 0;
 };
 
 }  // namespace kit
