@@ -1,32 +1,55 @@
-// The rendering of a piece: what is due when, and the sound in between.
+// The rendering of a block: what is due when, the sound in between, and what other threads ask for.
 
 #include "stage/engine/engine.h"
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <utility>
+#include <variant>
 
 namespace stage {
 
 namespace {
 
-constexpr double VolumeRampSeconds = 0.01;
+// More than a chord of the whole orchestra brings at one moment: beyond it the lists grow.
+constexpr std::size_t OrdinaryOrders = 1024;
+// With so many waiting nobody renders: a new one takes the place of those before it that do the same.
+constexpr std::size_t MaxOrdersWaiting = 4096;
+// Subscribers may answer events with operations that lead to events. Beyond this, time goes on whatever they do.
+constexpr int MaxTurnsAtOneMoment = 512;
 
 }  // namespace
 
 Engine::Engine(StageShowControl& flow, Synth& synth, EngineHost& host, UserControls& controls,
                std::uint32_t framesPerSecond, std::uint32_t advanceFrames)
     : flow_(flow),
-      synth_(synth),
       host_(host),
       controls_(controls),
       framesPerSecond_(framesPerSecond),
       advanceFrames_(advanceFrames),
-      clock_(framesPerSecond),
-      chaseStates_(synth.CountChannels()) {}
+      sound_(synth, framesPerSecond),
+      clock_(framesPerSecond) {
+    ordersAtHand_.reserve(OrdinaryOrders);
+    orders_.reserve(OrdinaryOrders);
+    eventsAtHand_.reserve(OrdinaryOrders);
+    events_.reserve(OrdinaryOrders);
+}
+
+void Engine::Subscribe(EngineSubscriber& subscriber) {
+    subscribers_.push_back(&subscriber);
+}
+
+void Engine::Unsubscribe(EngineSubscriber& subscriber) {
+    std::erase(subscribers_, &subscriber);
+}
+
+// Operations of any thread.
 
 void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
-    const std::lock_guard lock(mutex_);
-    plan_ = std::move(plan);
+    const Lock lock(mutex_);
+    PutOut_(std::exchange(plan_, std::move(plan)));
+    ++interruptions_;
     clock_.SetTempoMap(plan_->GetTempoMap());
     isHolding_ = false;
     leftCaesura_.reset();
@@ -34,19 +57,23 @@ void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
     // While it rolls, the last song has just ended, at an exact moment.
     if (!isRolling_) {
         now_ = {frame_, 0};
-        stoodSince_ = frame_;
+        stoodSince_ = frame_.load();
     }
     playedFrames_ = 0;
-    synth_.EndAllNotes();
+    Order_({.kind = SoundOrder::Kind::EndNotes});
     const std::uint32_t fromTick = position_;
     MoveTo_(plan_->GetStartTick());
-    TellMove_(PlayheadMove::IsPut, now_.Rounded(), fromTick, position_);
+    looksOutside_ = true;
+    // Where nobody renders only the last of several songs is told.
+    if (!events_.empty() && events_.back().kind == EngineEvent::Kind::SongPutIn) events_.pop_back();
+    TellMove_(EngineEvent::Kind::SongPutIn, now_.Rounded(), fromTick, position_);
 }
 
 void Engine::ReplacePlan(std::shared_ptr<const SongPlan> plan) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
+    if (plan_ == nullptr || &plan_->GetSong() != &plan->GetSong()) return;
     // The song's music and tempos are the same; only what lies on top of them is looked up anew.
-    plan_ = std::move(plan);
+    PutOut_(std::exchange(plan_, std::move(plan)));
     clock_.SetTempoMap(plan_->GetTempoMap());
     // The cues of the tick that an advance began at have been set off.
     nextCue_ = plan_->FindCue(from_ == to_ ? to_ : from_ + 1);
@@ -54,8 +81,17 @@ void Engine::ReplacePlan(std::shared_ptr<const SongPlan> plan) {
     looksOutside_ = true;
 }
 
+void Engine::PutOut_(std::shared_ptr<const SongPlan> plan) {
+    if (plan != nullptr) plansInUse_.push_back(std::move(plan));
+}
+
+std::vector<std::shared_ptr<const SongPlan>> Engine::TakeOldPlans() {
+    const Lock lock(mutex_);
+    return std::exchange(oldPlans_, {});
+}
+
 void Engine::Start() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (isRolling_ || plan_ == nullptr) return;
     isRolling_ = true;
     looksOutside_ = true;
@@ -65,27 +101,54 @@ void Engine::Start() {
         FindNextEventFrame_();
         stoodSince_.reset();
     }
-    TellOfSeek_();
-    if (!isHolding_) TellMove_(PlayheadMove::Starts, frame_, toldTick_, toldTick_);
+    startIsToTell_ = true;
 }
 
 bool Engine::Stop() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (!isRolling_) return false;
-    isRolling_ = false;
-    stoodSince_ = frame_;
-    synth_.EndAllNotes();
-    if (!isHolding_) TellMove_(PlayheadMove::Stops, frame_, position_, position_);
+    StopHere_();
     return true;
 }
 
+void Engine::StopHere_() {
+    // An event finds the playhead where it was told; elsewhere it may be some blocks old.
+    if (!isTelling_) UpdatePosition_();
+    isRolling_ = false;
+    ++interruptions_;
+    stoodSince_ = frame_.load();
+    // A caesura that nobody has stopped at is met again.
+    if (std::exchange(wait_, Wait::None) == Wait::AtCaesura) leftCaesura_.reset();
+    Order_({.kind = SoundOrder::Kind::EndNotes});
+    // A start that nobody has heard of was none.
+    if (!std::exchange(startIsToTell_, false) && !isHolding_)
+        TellMove_(EngineEvent::Kind::Stopped, frame_, position_, position_);
+}
+
+bool Engine::StopAtCaesura() {
+    const Lock lock(mutex_);
+    if (wait_ != Wait::AtCaesura) return false;
+    wait_ = Wait::None;
+    isRolling_ = false;
+    ++interruptions_;
+    stoodSince_ = frame_.load();
+    TellMove_(EngineEvent::Kind::StoppedAtCaesura, now_.Rounded(), to_, to_);
+    Tell_({.kind = EngineEvent::Kind::Arrived, .frame = now_.Rounded(), .fromTick = to_, .tick = to_});
+    return true;
+}
+
+bool Engine::IsAtSongEnd() {
+    const Lock lock(mutex_);
+    return wait_ == Wait::AtSongEnd;
+}
+
 void Engine::Silence() {
-    const std::lock_guard lock(mutex_);
-    synth_.SilenceAll();
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::Silence});
 }
 
 void Engine::SetWantedTick(std::optional<std::uint32_t> tick) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     wantedTick_ = tick;
     // The advance under way was planned without it. Its search told more than is used, which does no harm.
     if (!tick || !isRolling_ || isHolding_ || *tick <= from_ || *tick >= to_) return;
@@ -96,68 +159,179 @@ void Engine::SetWantedTick(std::optional<std::uint32_t> tick) {
     FindNextEventFrame_();
 }
 
-void Engine::Render(float* left, float* right, std::uint32_t frames) {
-    const std::lock_guard lock(mutex_);
-    RenderLater(left, right, frames);
-    WriteSound_();
+void Engine::SetSynthVolume(float volume) {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::SetSynth, .level = volume});
 }
 
-void Engine::FinishRendering() {
-    const std::lock_guard lock(mutex_);
-    WriteSound_();
+void Engine::SetMasterVolume(float volume) {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::SetMaster, .level = volume});
+}
+
+void Engine::MoveFade(float target, double seconds, std::uint32_t fade) {
+    const double frames = std::clamp(std::round(seconds * framesPerSecond_), 0.0, 4e9);
+    const Lock lock(mutex_);
+    Order_(
+        {.kind = SoundOrder::Kind::Fade, .frames = static_cast<std::uint32_t>(frames), .fade = fade, .level = target});
+}
+
+void Engine::Order_(const SoundOrder& order) {
+    if (orders_.size() >= MaxOrdersWaiting)
+        std::erase_if(orders_, [&order](const SoundOrder& earlier) { return earlier.kind == order.kind; });
+    orders_.push_back(order);
+}
+
+void Engine::Tell_(EngineEvent event) {
+    event.plan = plan_.get();
+    events_.push_back(event);
+}
+
+void Engine::TellMove_(EngineEvent::Kind kind, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick) {
+    toldTick_ = tick;
+    Tell_({.kind = kind, .frame = frame, .fromTick = fromTick, .tick = tick});
+}
+
+// The rendering thread.
+
+void Engine::Render(float* left, float* right, std::uint32_t frames) {
+    const StereoBuffer group{left, right};
+    Render({&group, 1}, frames);
 }
 
 void Engine::RenderLater(float* left, float* right, std::uint32_t frames) {
-    const std::lock_guard lock(mutex_);
-    if (left != left_ || right != right_) WriteSound_();
-    left_ = left;
-    right_ = right;
+    const StereoBuffer group{left, right};
+    RenderLater({&group, 1}, frames);
+}
+
+void Engine::Render(std::span<const StereoBuffer> groups, std::uint32_t frames) {
+    RenderLater(groups, frames);
+    sound_.Write();
+}
+
+void Engine::FinishRendering() {
+    sound_.Write();
+    Lock lock(mutex_);
+    DoOrders_(lock);
+}
+
+void Engine::RenderLater(std::span<const StereoBuffer> groups, std::uint32_t frames) {
+    sound_.SetBuffers(groups);
+    Lock lock(mutex_);
     const std::int64_t end = frame_ + frames;
+    const EngineEvent begins{.kind = EngineEvent::Kind::BlockBegins, .frame = frame_, .plan = plan_.get()};
+    lock.unlock();
+    Deliver_(begins);
+    lock.lock();
     looksOutside_ = true;
-    if (follower_ != nullptr) follower_->OnPiece(frame_);
-    if (!isRolling_) TellOfSeek_();
-    while (frame_ < end) {
-        if (looksOutside_ && isRolling_) FollowOutside_();
-        const std::int64_t due = isRolling_ && !isHolding_ ? NextDueFrame_() : end;
-        if (due > frame_) {
-            RenderSound_(static_cast<std::uint32_t>(std::min(due, end) - frame_));
+    MakeProgress_(lock, end);
+    UpdatePosition_();
+}
+
+void Engine::MakeProgress_(Lock& lock, std::int64_t end) {
+    int turns = 0;
+    for (;;) {
+        if (startIsToTell_) TellStart_();
+        if (!isRolling_ && looksOutside_) TellOfSeek_();
+        // Whoever is told something may do anything: nothing that was seen before it is believed.
+        CarryOut_(lock);
+        if (frame_ >= end) return;
+        if (wait_ != Wait::None && isToAsk_) {
+            AskHost_(lock);
+            continue;
+        }
+        if (looksOutside_ && isRolling_ && ++turns < MaxTurnsAtOneMoment) {
+            FollowOutside_(lock);
+            continue;
+        }
+        const bool isMoving = isRolling_ && !isHolding_ && wait_ == Wait::None;
+        const std::int64_t due = isMoving ? NextDueFrame_() : end;
+        if (due <= frame_) {
+            DoWhatIsDue_(lock);
         } else {
-            DoWhatIsDue_();
+            RenderSound_(lock, std::min(due, end));
+            turns = 0;
         }
     }
-    UpdatePosition_();
+}
+
+// Sound orders first, then events: who is told something finds everything done that led to it.
+void Engine::CarryOut_(Lock& lock) {
+    for (int turns = 0; turns < MaxTurnsAtOneMoment && !(orders_.empty() && events_.empty()); ++turns) {
+        DoOrders_(lock);
+        // What is left there was not told because somebody threw.
+        eventsAtHand_.clear();
+        std::swap(events_, eventsAtHand_);
+        if (eventsAtHand_.empty()) continue;
+        // Meanwhile any operation may come, from other threads or from whoever is told.
+        isTelling_ = true;
+        lock.unlock();
+        for (const EngineEvent& event : eventsAtHand_)
+            Deliver_(event);
+        eventsAtHand_.clear();
+        lock.lock();
+        isTelling_ = false;
+        looksOutside_ = true;
+    }
+    if (!orders_.empty() || !events_.empty()) return;
+    std::move(plansInUse_.begin(), plansInUse_.end(), std::back_inserter(oldPlans_));
+    plansInUse_.clear();
+}
+
+void Engine::DoOrders_(Lock& lock) {
+    if (orders_.empty()) return;
+    std::swap(orders_, ordersAtHand_);
+    // Meanwhile any operation of another thread may come.
+    lock.unlock();
+    for (const SoundOrder& order : ordersAtHand_)
+        sound_.Do(order);
+    ordersAtHand_.clear();
+    lock.lock();
+}
+
+void Engine::Deliver_(const EngineEvent& event) {
+    if (event.kind == EngineEvent::Kind::Cue)
+        if (const auto* message = std::get_if<CL::Osc>(&event.cue->edit)) flow_.SendOsc(*message);
+    for (EngineSubscriber* subscriber : subscribers_)
+        subscriber->OnEngineEvent(event);
+}
+
+void Engine::AskHost_(Lock& lock) {
+    const Wait asked = wait_;
+    isToAsk_ = false;
+    // Meanwhile playback may be stopped or given another song, by the host or by others.
+    lock.unlock();
+    const bool isAnswered = asked == Wait::AtCaesura ? host_.TryToStopAtCaesura() : host_.TryToFollowOn();
+    lock.lock();
+    looksOutside_ = true;
+    // Nothing follows and nobody stopped: this is no place to play on from.
+    if (isAnswered && wait_ == asked) StopHere_();
 }
 
 std::int64_t Engine::NextDueFrame_() const {
     return std::min(nextEventFrame_, toTime_.Rounded());
 }
 
-void Engine::DoWhatIsDue_() {
+void Engine::DoWhatIsDue_(Lock& lock) {
     // Notes and cues lie before the advance's end, where the next arrival is.
     if (nextEvent_ < plan_->GetEvents().size() && plan_->GetEvents()[nextEvent_].tick < to_) {
         SendEvent_();
     } else {
         now_ = toTime_;
-        ArriveAt_(to_);
+        ArriveAt_(lock, to_);
     }
 }
 
+// All events of a tick: within a chord the moment stays the same.
 void Engine::SendEvent_() {
-    const tavo_midi::MidiEvent& event = plan_->GetEvents()[nextEvent_];
-    ++nextEvent_;
-    const std::uint8_t kind = event.status & 0xF0U;
-    if (kind == 0x90 && event.data2 > 0) {
-        synth_.PlayNote(ChannelOf(event), event.data1, event.data2, transposition_);
-    } else if (kind == 0x90 || kind == 0x80) {
-        synth_.EndNote(ChannelOf(event), event.data1);
-    } else if (event.status == 0xF0) {
-        synth_.PlaySysex(plan_->GetSong().GetSysex(event));
-    } else {
-        synth_.PlayMessage(event);
-    }
     const auto& events = plan_->GetEvents();
-    // Within a chord the moment stays the same.
-    if (nextEvent_ < events.size() && events[nextEvent_].tick == event.tick) return;
+    const std::uint32_t tick = events[nextEvent_].tick;
+    for (; nextEvent_ < events.size() && events[nextEvent_].tick == tick; ++nextEvent_) {
+        Order_({.kind = SoundOrder::Kind::Play,
+                .event = events[nextEvent_],
+                .transposition = transposition_,
+                .plan = plan_.get()});
+    }
     FindNextEventFrame_();
 }
 
@@ -167,30 +341,20 @@ void Engine::FindNextEventFrame_() {
     nextEventFrame_ = isInAdvance ? clock_.TimeOfTick(events[nextEvent_].tick).Rounded() : toTime_.Rounded();
 }
 
-void Engine::RenderSound_(std::uint32_t frames) {
-    synth_.Render(left_, right_, frames);
-    left_ += frames;
-    right_ += frames;
-    unwrittenFrames_ += frames;
+// Up to `end`, or until there is something else to do.
+void Engine::RenderSound_(Lock& lock, std::int64_t end) {
+    const auto frames = static_cast<std::uint32_t>(std::min<std::int64_t>(end - frame_, LongestBlockFrames));
+    // The frames are taken on before they are made: what is asked for meanwhile comes after them.
     frame_ += frames;
-    if (fadeGain_.IsMoving()) WriteSound_();
     if (isRolling_) playedFrames_ += frames;
-    if (fadeIsToTell_ && !fadeGain_.IsMoving()) {
-        fadeIsToTell_ = false;
-        host_.OnFadeDone();
-        if (listener_ != nullptr) listener_->OnFadeEnd();
-        looksOutside_ = true;
-    }
-}
-
-void Engine::WriteSound_() {
-    synth_.FinishRendering();
-    if (unwrittenFrames_ == 0) return;
-    float* const left = left_ - unwrittenFrames_;
-    float* const right = right_ - unwrittenFrames_;
-    for (Gain* gain : {&synthGain_, &masterGain_, &fadeGain_})
-        gain->Apply(left, right, unwrittenFrames_);
-    unwrittenFrames_ = 0;
+    const bool isWhole = frame_ == end;
+    lock.unlock();
+    sound_.Render(frames);
+    const std::uint32_t fade = isWhole ? sound_.TakeFadeDone() : 0;
+    lock.lock();
+    if (fade != 0) Tell_({.kind = EngineEvent::Kind::FadeDone, .frame = frame_, .tick = position_, .fade = fade});
+    isToAsk_ = true;
+    if (!isWhole || std::exchange(lookedInVain_, false)) looksOutside_ = true;
 }
 
 void Engine::UpdatePosition_() {
@@ -204,36 +368,20 @@ void Engine::UpdatePosition_() {
     }
 }
 
-void Engine::TellMove_(PlayheadMove move, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick) {
-    toldTick_ = tick;
-    if (follower_ != nullptr) follower_->OnMove(move, frame, *plan_, fromTick, tick);
+void Engine::TellStart_() {
+    startIsToTell_ = false;
+    TellOfSeek_();
+    if (!isHolding_) TellMove_(EngineEvent::Kind::Started, frame_, toldTick_, toldTick_);
 }
 
 // A playhead that stands has been put somewhere else, where playback will begin.
 void Engine::TellOfSeek_() {
-    if (follower_ == nullptr || plan_ == nullptr) return;
-    const std::optional<std::uint32_t> tick = flow_.GetWaitingJump();
-    if (tick && *tick != toldTick_) TellMove_(PlayheadMove::IsPut, frame_, toldTick_, *tick);
-}
-
-void Engine::SetSynthVolume(float volume) {
-    const std::lock_guard lock(mutex_);
-    WriteSound_();
-    synthGain_.MoveTo(volume, static_cast<std::uint32_t>(VolumeRampSeconds * framesPerSecond_));
-}
-
-void Engine::SetMasterVolume(float volume) {
-    const std::lock_guard lock(mutex_);
-    WriteSound_();
-    masterGain_.MoveTo(volume, static_cast<std::uint32_t>(VolumeRampSeconds * framesPerSecond_));
-}
-
-void Engine::MoveFade(float target, double seconds, bool tell) {
-    const std::lock_guard lock(mutex_);
-    const double frames = std::clamp(std::round(seconds * framesPerSecond_), 0.0, 4e9);
-    WriteSound_();
-    fadeGain_.MoveTo(target, static_cast<std::uint32_t>(frames));
-    fadeIsToTell_ = tell;
+    if (!isRolling_) looksOutside_ = false;
+    if (plan_ == nullptr) return;
+    const std::optional<StageShowControl::Outside> outside = flow_.TryToLook();
+    lookedInVain_ = !outside;
+    if (!outside || !outside->jump || *outside->jump == toldTick_) return;
+    TellMove_(EngineEvent::Kind::Put, frame_, toldTick_, *outside->jump);
 }
 
 }  // namespace stage

@@ -5,175 +5,170 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <vector>
 
+#include "stage/engine/engine_event.h"
+#include "stage/engine/engine_sound.h"
 #include "stage/engine/frame_clock.h"
-#include "stage/engine/gain.h"
 #include "stage/engine/song_plan.h"
 #include "stage/engine/stage_show_control.h"
-#include "stage/engine/synth.h"
 
 namespace stage {
 
-/// What the engine asks and tells the player it plays for. Called inside Engine::Render, on the rendering thread.
+/// What the engine asks the player it plays for, on the rendering thread.
 class EngineHost {
 public:
-    /// Whether playback goes on over the caesura that it has reached. The answer uses up what made it so.
+    /// Whether playback goes on over the caesura that it has reached. The answer uses up what made it so. Asked under
+    /// the engine's lock: it calls no operation of the engine and nobody outside.
     virtual bool TakeCaesuraCancellation() = 0;
-    /// Playback has stopped at a caesura; notes have been ended.
-    virtual void OnCaesuraReached() = 0;
-    /// Playback has reached the end of the song. The host gives the engine the next song, which then follows without a
-    /// gap, or stops it.
-    virtual void OnEndOfSong() = 0;
-    /// A gain that MoveFade asked for has arrived.
-    virtual void OnFadeDone() = 0;
+    /// Playback waits at a caesura: the host calls Engine::StopAtCaesura. Asked without a lock. False where somebody
+    /// else is operating the player just now: it is asked again after the next block.
+    virtual bool TryToStopAtCaesura() = 0;
+    /// Playback waits at the end of its song: the host puts in the next one, which follows without a gap, or stops.
+    /// Asked in the same way.
+    virtual bool TryToFollowOn() = 0;
 
 protected:
     ~EngineHost() = default;
 };
 
-/// Hears what playback does, at the frame where it does it (Engine::GetFrame). Called like EngineHost; may call any
-/// operation of the player. For traces and scripted operators; playback does not need one.
-class EngineListener {
-public:
-    enum class JumpReason { Loop, Seek, Cut };
-
-    /// Playback goes on at `toTick`. The tick that it leaves has not sounded.
-    virtual void OnJump(std::uint32_t /*fromTick*/, std::uint32_t /*toTick*/, JumpReason /*reason*/) {}
-    /// Playback stands at `tick` and flow control has decided what follows; nothing of the tick has sounded.
-    virtual void OnArrival(std::uint32_t /*tick*/) {}
-    /// Time stands still just short of a fermata's end at `tick`.
-    virtual void OnHold(std::uint32_t /*tick*/) {}
-    /// A held fermata was released: time goes on at `tick`.
-    virtual void OnRelease(std::uint32_t /*tick*/) {}
-    virtual void OnCue(const Cue& /*cue*/) {}
-    /// A fade has arrived and the host has done what was to follow it.
-    virtual void OnFadeEnd() {}
-
-protected:
-    ~EngineListener() = default;
-};
-
-/// What the playhead does, as far as other machines move along with it.
-enum class PlayheadMove {
-    Starts,
-    Stops,  ///< also at a caesura and for a fermata's hold
-    Loops,  ///< jumps without a stop, by a vamp, a repeat or a cut
-    IsPut,  ///< somewhere else by a seek or a new song, whether it moves or not
-};
-
-/// Follows the playhead. Called under the engine's lock, by Render or by whoever moves the playhead.
-class PlayheadFollower {
-public:
-    /// A piece begins to be rendered.
-    virtual void OnPiece(std::int64_t frame) = 0;
-    /// At `frame` the playhead leaves `fromTick` and is at `tick` of the song.
-    virtual void OnMove(PlayheadMove move, std::int64_t frame, const SongPlan& plan, std::uint32_t fromTick,
-                        std::uint32_t tick) = 0;
-
-protected:
-    ~PlayheadFollower() = default;
-};
-
 /// Plays songs: turns ticks into frames, obeys flow control, feeds the synthesizer. Every note, jump and stop lands on
 /// its exact frame, whatever the sizes of the pieces that are rendered.
 ///
-/// One thread renders; the other operations are thread-safe, take the engine's lock and wait for a piece that is being
-/// rendered. That lock comes before all locks of player_core: no caller holds one of those. Whatever moves the playhead
-/// does so through flow control; the engine follows at its next piece.
+/// One thread renders. The other operations are thread-safe: they hold the engine's lock for some assignments and wait
+/// for a decision of flow control at most, never for sound; what sounds, and what is told to subscribers, they leave to
+/// the rendering thread as orders for its next frame. That lock is never held while somebody outside is called. It
+/// comes before all locks of player_core: no caller holds one of those. Whatever moves the playhead does so through
+/// flow control; the engine follows within LongestBlockFrames.
 class Engine {
 public:
     static constexpr std::uint32_t DefaultAdvanceFrames = 64;
+    /// However many frames a caller asks for, operations of other threads take effect after so many.
+    static constexpr std::uint32_t LongestBlockFrames = 256;
 
     /// Keeps references, which outlive the object. `advanceFrames` is how far playback plans ahead at most; at least
     /// one tick.
     Engine(StageShowControl& flow, Synth& synth, EngineHost& host, UserControls& controls,
            std::uint32_t framesPerSecond, std::uint32_t advanceFrames = DefaultAdvanceFrames);
 
-    /// Held during Render; recursive. For callers whose steps must not be interleaved with a piece.
-    [[nodiscard]] std::recursive_mutex& GetMutex() { return mutex_; }
-    /// Null for none. Not while another thread renders.
-    void SetListener(EngineListener* listener) { listener_ = listener; }
-
-    /// Null for none. Not while another thread renders.
-    void SetFollower(PlayheadFollower* follower) { follower_ = follower; }
+    /// Adds one behind those there are. Neither while another thread renders nor inside an event.
+    void Subscribe(EngineSubscriber& subscriber);
+    void Unsubscribe(EngineSubscriber& subscriber);
 
     /// Puts in a song at its first tick. While playing it follows at once where the last one is.
     void SetSong(std::shared_ptr<const SongPlan> plan);
-    /// Puts in another plan of the song that is in, made from other edits; the place stays.
+    /// Puts in another plan of the song that is in, made from other edits; the place stays. One of another song is not
+    /// taken.
     void ReplacePlan(std::shared_ptr<const SongPlan> plan);
+    /// Plans that were put out and that rendering has done with, for the caller to destroy.
+    [[nodiscard]] std::vector<std::shared_ptr<const SongPlan>> TakeOldPlans();
 
     void Start();
     /// Ends the notes and stands still; true when it was playing.
     bool Stop();
+    /// Stops at the caesura that playback waits at; false where it does not wait any more.
+    bool StopAtCaesura();
     [[nodiscard]] bool IsRolling() const { return isRolling_; }
     /// Playback waits at the end of a fermata.
     [[nodiscard]] bool IsHolding() const { return isHolding_; }
+    /// Playback waits at its song's end for the host's answer.
+    [[nodiscard]] bool IsAtSongEnd();
     /// Silence at once.
     void Silence();
-    /// An advance ends at this tick too, so that the listener hears of the arrival there; none by default.
+    /// An advance ends at this tick too, so that subscribers hear of the arrival there; none by default.
     void SetWantedTick(std::optional<std::uint32_t> tick);
 
-    /// Renders the next `frames` of both channels.
-    void Render(float* left, float* right, std::uint32_t frames);
+    /// Renders the next `frames` of each group. There is at least one: the instruments sound in the first, and nothing
+    /// sounds in the others yet.
+    void Render(std::span<const StereoBuffer> groups, std::uint32_t frames);
     /// The same, but the last of it may be written as late as in FinishRendering, or the next call of either; cheaper
     /// where the calls go on in one long buffer. Until then the buffers must stay.
-    void RenderLater(float* left, float* right, std::uint32_t frames);
+    void RenderLater(std::span<const StereoBuffer> groups, std::uint32_t frames);
+    /// Writes it, and carries out what was ordered since.
     void FinishRendering();
+    // With a single group.
+    void Render(float* left, float* right, std::uint32_t frames);
+    void RenderLater(float* left, float* right, std::uint32_t frames);
 
-    /// Frames rendered since the engine began.
+    /// Frames that the rendering thread has taken on since the engine began: it may still be at the last block of them.
     [[nodiscard]] std::int64_t GetFrame() const { return frame_; }
     /// Frames that the song which is in has played, holds included.
     [[nodiscard]] std::int64_t GetPlayedFrames() const { return playedFrames_; }
     /// The last tick that playback has begun: what a display shows. On the rendering thread it is exact, on others as
-    /// of the last piece.
+    /// of the last block.
     [[nodiscard]] std::uint32_t GetPosition() const { return position_; }
 
     void SetSynthVolume(float volume);
     void SetMasterVolume(float volume);
-    /// Moves the fader on top of the volumes; the host hears when it has arrived, with `tell`.
-    void MoveFade(float target, double seconds, bool tell);
+    /// Moves the fader on top of the volumes. Its arrival is told with `fade`, unless that is 0 or it is moved again
+    /// before.
+    void MoveFade(float target, double seconds, std::uint32_t fade);
 
 private:
-    enum class Step { Again, Arrived, Elsewhere };
+    using Lock = std::unique_lock<std::mutex>;
+    enum class Step : std::uint8_t { Again, Arrived, Elsewhere };
+    enum class Wait : std::uint8_t { None, AtCaesura, AtSongEnd };
 
-    void FollowOutside_();
-    void FollowTempo_();
-    void DoWhatIsDue_();
+    // engine.cpp
+    void MakeProgress_(Lock& lock, std::int64_t end);
+    void AskHost_(Lock& lock);
+    void CarryOut_(Lock& lock);
+    void DoOrders_(Lock& lock);
+    void Deliver_(const EngineEvent& event);
+    void DoWhatIsDue_(Lock& lock);
     void SendEvent_();
-    void SendCues_(std::uint32_t tick);
-    void ArriveAt_(std::uint32_t tick);
-    Step TryToAdvance_(std::uint32_t& tick);
+    void FindNextEventFrame_();
+    [[nodiscard]] std::int64_t NextDueFrame_() const;
+    void RenderSound_(Lock& lock, std::int64_t end);
+    void UpdatePosition_();
+    void TellStart_();
+    void TellOfSeek_();
+    void Tell_(EngineEvent event);
+    void TellMove_(EngineEvent::Kind kind, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick);
+    void Order_(const SoundOrder& order);
+    void PutOut_(std::shared_ptr<const SongPlan> plan);
+    void StopHere_();
+
+    // engine_flow.cpp
+    void FollowOutside_(Lock& lock);
+    void FollowTempo_(const StageShowControl::Outside& outside);
+    void ArriveAt_(Lock& lock, std::uint32_t tick);
+    Step TryToAdvance_(Lock& lock, std::uint32_t& tick);
+    [[nodiscard]] bool ProcessLoops_(Lock& lock);
     void TakeJump_(std::uint32_t fromTick, const StageShowControl::Arrival& jump);
+    void TellJump_(EngineEvent::Reason reason, std::uint32_t fromTick, std::uint32_t toTick, bool wasHolding);
     void MoveTo_(std::uint32_t tick);
     void BeginAdvance_(std::uint32_t fromTick, std::uint32_t toTick);
+    void SendCues_(std::uint32_t tick);
     void Hold_(std::uint32_t tick);
-    void StopAtCaesura_(std::uint32_t tick);
-    void EndSong_();
+    void WaitAtCaesura_(std::uint32_t tick);
+    void WaitAtSongEnd_();
     void ApplyScale_(std::uint32_t tick, double scale);
     [[nodiscard]] std::uint32_t PlanEnd_(std::uint32_t tick, std::optional<std::uint32_t> loopEnd);
-    [[nodiscard]] std::int64_t NextDueFrame_() const;
-    void FindNextEventFrame_();
-    void UpdatePosition_();
-    void RenderSound_(std::uint32_t frames);
-    void WriteSound_();
-    void TellMove_(PlayheadMove move, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick);
-    void TellOfSeek_();
 
-    // Constant after construction.
+    // Constant after construction; the objects behind the references synchronise themselves.
     StageShowControl& flow_;
-    Synth& synth_;
     EngineHost& host_;
     UserControls& controls_;
     const std::uint32_t framesPerSecond_;
     const std::uint32_t advanceFrames_;
-    EngineListener* listener_ = nullptr;
-    PlayheadFollower* follower_ = nullptr;
+    // Changed while nobody renders only.
+    std::vector<EngineSubscriber*> subscribers_;
 
-    std::recursive_mutex mutex_;
+    // Used by the rendering thread only.
+    EngineSound sound_;
+    std::vector<SoundOrder> ordersAtHand_;
+    std::vector<EngineEvent> eventsAtHand_;
 
-    // Guarded by mutex_, down to fadeIsToTell_.
+    std::mutex mutex_;
+
+    // Guarded by mutex_, down to isTelling_.
     std::shared_ptr<const SongPlan> plan_;
+    std::vector<std::shared_ptr<const SongPlan>> plansInUse_;  // put out, but orders and events may point into them
+    std::vector<std::shared_ptr<const SongPlan>> oldPlans_;
+    std::vector<SoundOrder> orders_;
+    std::vector<EngineEvent> events_;
     FrameClock clock_;
     FrameTime now_;           // exact moment of the arrival that is being made
     std::uint32_t from_ = 0;  // the advance: ticks [from_, to_)
@@ -188,18 +183,16 @@ private:
     double userScale_ = 1.0;
     std::optional<std::uint32_t> leftCaesura_;  // the last stop was at this caesura and playback has not moved since
     std::optional<std::int64_t> stoodSince_;    // frame at which playback stopped on its way
+    Wait wait_ = Wait::None;                    // for the host's answer
+    bool isToAsk_ = false;                      // the host, once more
+    std::uint64_t interruptions_ = 0;           // times that playback was stopped or given a song
     bool looksOutside_ = false;                 // something may have moved the playhead
-    std::vector<ChannelState> chaseStates_;
-    float* left_ = nullptr;  // where the piece's next frame goes
-    float* right_ = nullptr;
-    std::uint32_t unwrittenFrames_ = 0;  // before there, without their gains yet
-    Gain synthGain_;
-    Gain masterGain_;
-    Gain fadeGain_;
-    std::uint32_t toldTick_ = 0;  // where the follower believes a playhead that stands to be
-    bool fadeIsToTell_ = false;
+    bool lookedInVain_ = false;                 // flow control was busy: look again after the block
+    std::uint32_t toldTick_ = 0;                // where subscribers believe a playhead that stands to be
+    bool startIsToTell_ = false;
+    bool isTelling_ = false;  // an event is being told
 
-    // Written under mutex_, read without: an answer one piece old is as good.
+    // Written under mutex_, read without: an answer one block old is as good.
     std::atomic<bool> isRolling_{false};
     std::atomic<bool> isHolding_{false};
     std::atomic<std::int64_t> frame_{0};

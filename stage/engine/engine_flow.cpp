@@ -14,75 +14,82 @@ constexpr int MaxTriesAtOneMoment = 512;
 }  // namespace
 
 // The playhead, the speed or the edits may have been changed by others since the last look.
-void Engine::FollowOutside_() {
+void Engine::FollowOutside_(Lock& lock) {
     looksOutside_ = false;
-    FollowTempo_();
-    const bool isArrivalDue = from_ == to_ && !isHolding_;
-    if (isArrivalDue || !flow_.GetWaitingJump()) return;
+    // Somebody is loading or editing: what is under way goes on until flow control has time.
+    const std::optional<StageShowControl::Outside> outside = flow_.TryToLook();
+    lookedInVain_ = !outside;
+    if (!outside) return;
+    FollowTempo_(*outside);
+    const bool isArrivalDue = from_ == to_ && !isHolding_ && wait_ == Wait::None;
+    if (isArrivalDue || !outside->jump) return;
     UpdatePosition_();
     now_ = {frame_, 0};
-    ArriveAt_(isHolding_ ? to_ : position_.load());
+    ArriveAt_(lock, isHolding_ ? to_ : position_.load());
 }
 
-void Engine::FollowTempo_() {
-    const int transposition = flow_.GetTransposition();
-    transposition_ = transposition;
+void Engine::FollowTempo_(const StageShowControl::Outside& outside) {
+    transposition_ = outside.transposition;
     if (controls_.GetTempoScale() == userScale_) return;
     userScale_ = controls_.GetTempoScale();
     if (from_ == to_) return;  // the arrival that is due applies it
-    clock_.Rescale(frame_, AsMillionths(flow_.GetTempoScale()));
+    clock_.Rescale(frame_, AsMillionths(outside.tempoScale));
     toTime_ = clock_.TimeOfTick(to_);
     FindNextEventFrame_();
 }
 
-void Engine::ArriveAt_(std::uint32_t tick) {
+void Engine::ArriveAt_(Lock& lock, std::uint32_t tick) {
     position_ = tick;
     const std::optional<std::uint32_t> resumedFrom = leftCaesura_;
+    const std::uint64_t interruptions = interruptions_;
     Step step = Step::Again;
-    for (int tries = 0; step == Step::Again && tries < MaxTriesAtOneMoment; ++tries)
-        step = TryToAdvance_(tick);
+    for (int tries = 0; step == Step::Again && tries < MaxTriesAtOneMoment; ++tries) {
+        step = TryToAdvance_(lock, tick);
+        // A jump is told before flow control decides what follows it.
+        if (step == Step::Again && !events_.empty()) CarryOut_(lock);
+        if (interruptions_ != interruptions) return;
+    }
     if (step == Step::Again) BeginAdvance_(tick, tick + 1);
     if (leftCaesura_ != tick) leftCaesura_.reset();
-    if (listener_ == nullptr) return;
-    // Whoever listens may have pressed something.
-    looksOutside_ = true;
     if (step == Step::Elsewhere || resumedFrom == tick) return;
     UpdatePosition_();
-    listener_->OnArrival(tick);
+    Tell_({.kind = EngineEvent::Kind::Arrived, .frame = now_.Rounded(), .fromTick = tick, .tick = tick});
 }
 
-// One turn of the engine's obligations at an arrival. Elsewhere when playback stands short of the tick, or the song is
-// over.
-Engine::Step Engine::TryToAdvance_(std::uint32_t& tick) {
+// One turn of the engine's obligations at an arrival. Elsewhere when playback stands short of the tick, or the host is
+// to say how it goes on.
+Engine::Step Engine::TryToAdvance_(Lock& lock, std::uint32_t& tick) {
     const StageShowControl::Arrival arrival = flow_.ArriveAt(tick);
     if (arrival.hasJumped) {
         TakeJump_(tick, arrival);
         tick = arrival.tick;
         return Step::Again;
     }
-    if (arrival.isHeld) return Hold_(tick), Step::Elsewhere;
+    if (arrival.isHeld) {
+        Hold_(tick);
+        return Step::Elsewhere;
+    }
     ApplyScale_(tick, arrival.tempoScale);
     transposition_ = arrival.transposition;
-    if (arrival.loopEnd == tick) {
-        flow_.ProcessLoopEventsAtCurrentTickIndex();
-        if (flow_.GetJump()) return Step::Again;
+    if (arrival.loopEnd == tick && ProcessLoops_(lock)) return Step::Again;
+    if (tick >= plan_->GetEndTick()) {
+        WaitAtSongEnd_();
+        return Step::Elsewhere;
     }
-    if (tick >= plan_->GetEndTick()) return EndSong_(), Step::Elsewhere;
-
     const FindNextControlEventResult result = flow_.Search(tick, PlanEnd_(tick, arrival.loopEnd));
     if (result.caesuraHere) {
         // A caesura whose countdown begins on its own tick is met once more when playback goes on from there.
         if (leftCaesura_ == tick || host_.TakeCaesuraCancellation()) return Step::Again;
-        return StopAtCaesura_(tick), Step::Arrived;
+        WaitAtCaesura_(tick);
+        return Step::Elsewhere;
     }
     if (result.cutHere) {
         const std::uint32_t cutFrom = tick;
         tick = result.tickIndex;
         flow_.SkipTo(tick);
-        synth_.EndAllNotes();
+        Order_({.kind = SoundOrder::Kind::EndNotes});
         MoveTo_(tick);
-        TellMove_(PlayheadMove::Loops, now_.Rounded(), cutFrom, tick);
-        if (listener_ != nullptr) listener_->OnJump(cutFrom, tick, EngineListener::JumpReason::Cut);
+        TellJump_(EngineEvent::Reason::Cut, cutFrom, tick, false);
         return Step::Again;
     }
     // Loops were registered, or a caesura met, right here: what it means is found by looking again.
@@ -91,39 +98,51 @@ Engine::Step Engine::TryToAdvance_(std::uint32_t& tick) {
     return Step::Arrived;
 }
 
+// Whether the arrival begins anew: a loop jumped back, or playback was stopped meanwhile.
+bool Engine::ProcessLoops_(Lock& lock) {
+    const std::uint64_t interruptions = interruptions_;
+    // Letting a vamp go may seek, which may call whoever moves the playhead out of cuts: any operation may come.
+    lock.unlock();
+    flow_.ProcessLoopEventsAtCurrentTickIndex();
+    lock.lock();
+    return interruptions_ != interruptions || flow_.GetJump();
+}
+
 void Engine::TakeJump_(std::uint32_t fromTick, const StageShowControl::Arrival& jump) {
-    const bool isReleased = isHolding_ && jump.tick == to_;
     const bool stays = jump.tick == fromTick && from_ == to_;
     const std::uint32_t toTick = jump.tick;
-    if (isReleased) {
+    // A caesura that was cancelled on the way is not the next one.
+    host_.TakeCaesuraCancellation();
+    if (isHolding_ && jump.tick == to_) {
         // Time goes on where it stood: what sounds over the fermata's end sounds on.
         clock_.Anchor(toTick, now_, clock_.GetScaleMillionths());
         from_ = to_;
         isHolding_ = false;
-        host_.TakeCaesuraCancellation();
-        TellMove_(PlayheadMove::Starts, now_.Rounded(), toTick, toTick);
-        if (listener_ != nullptr) listener_->OnRelease(toTick);
+        TellMove_(EngineEvent::Kind::Released, now_.Rounded(), toTick, toTick);
         return;
     }
-    // A caesura that was cancelled on the way is not the next one.
-    host_.TakeCaesuraCancellation();
-    synth_.EndAllNotes();
+    Order_({.kind = SoundOrder::Kind::EndNotes});
     const bool wasHolding = isHolding_;
     MoveTo_(toTick);
-    if (wasHolding) {
-        TellMove_(PlayheadMove::Starts, now_.Rounded(), toTick, toTick);
-    } else if (!stays) {
-        TellMove_(jump.isForLoop ? PlayheadMove::Loops : PlayheadMove::IsPut, now_.Rounded(), fromTick, toTick);
-    }
-    if (listener_ == nullptr || stays) return;
-    using enum EngineListener::JumpReason;
-    listener_->OnJump(fromTick, toTick, jump.isForLoop ? Loop : Seek);
+    using enum EngineEvent::Reason;
+    if (!stays) TellJump_(jump.isForLoop ? Loop : Seek, fromTick, toTick, wasHolding);
+}
+
+void Engine::TellJump_(EngineEvent::Reason reason, std::uint32_t fromTick, std::uint32_t toTick, bool wasHolding) {
+    toldTick_ = toTick;
+    Tell_({.kind = EngineEvent::Kind::Jumped,
+           .reason = reason,
+           .wasHolding = wasHolding,
+           .frame = now_.Rounded(),
+           .fromTick = fromTick,
+           .tick = toTick});
 }
 
 // Puts everything that is looked up by tick at `tick`, at the moment of the arrival.
 void Engine::MoveTo_(std::uint32_t tick) {
     from_ = to_ = tick;
     isHolding_ = false;
+    wait_ = Wait::None;
     nextEvent_ = plan_->FindEvent(tick);
     nextCue_ = plan_->FindCue(tick);
     nextStop_ = 0;
@@ -131,8 +150,7 @@ void Engine::MoveTo_(std::uint32_t tick) {
     toTime_ = now_;
     nextEventFrame_ = now_.Rounded();
     position_ = tick;
-    plan_->GetChannelHistory().FindStateBefore(tick, chaseStates_);
-    synth_.ApplyStates(chaseStates_);
+    Order_({.kind = SoundOrder::Kind::Chase, .tick = tick, .plan = plan_.get()});
 }
 
 void Engine::ApplyScale_(std::uint32_t tick, double scale) {
@@ -170,8 +188,11 @@ void Engine::SendCues_(std::uint32_t tick) {
     for (; nextCue_ < cues.size() && cues[nextCue_].tick <= tick; ++nextCue_) {
         const Cue& cue = cues[nextCue_];
         if (cue.tick < tick) continue;
-        if (const auto* message = std::get_if<CL::Osc>(&cue.edit)) flow_.SendOsc(*message);
-        if (listener_ != nullptr) listener_->OnCue(cue);
+        Tell_({.kind = EngineEvent::Kind::Cue,
+               .frame = now_.Rounded(),
+               .fromTick = cue.tick,
+               .tick = cue.tick,
+               .cue = &cue});
     }
 }
 
@@ -179,31 +200,26 @@ void Engine::Hold_(std::uint32_t tick) {
     if (isHolding_) return;
     to_ = tick;
     isHolding_ = true;
-    TellMove_(PlayheadMove::Stops, now_.Rounded(), tick, tick);
-    if (listener_ != nullptr) listener_->OnHold(tick);
+    TellMove_(EngineEvent::Kind::Held, now_.Rounded(), tick, tick);
 }
 
-void Engine::StopAtCaesura_(std::uint32_t tick) {
+void Engine::WaitAtCaesura_(std::uint32_t tick) {
     leftCaesura_ = tick;
     from_ = to_ = tick;
     toTime_ = now_;
     nextEventFrame_ = now_.Rounded();
     position_ = tick;
-    isRolling_ = false;
-    stoodSince_ = frame_;
-    synth_.EndAllNotes();
-    TellMove_(PlayheadMove::Stops, now_.Rounded(), tick, tick);
-    host_.OnCaesuraReached();
+    wait_ = Wait::AtCaesura;
+    isToAsk_ = true;
+    Order_({.kind = SoundOrder::Kind::EndNotes});
 }
 
-void Engine::EndSong_() {
+void Engine::WaitAtSongEnd_() {
     from_ = to_;
     position_ = to_;
-    const std::shared_ptr<const SongPlan> ended = plan_;
-    host_.OnEndOfSong();
-    // Nothing follows and nobody stopped: the song's end is no place to play on from.
-    if (plan_ == ended && isRolling_) Stop();
-    looksOutside_ = true;
+    wait_ = Wait::AtSongEnd;
+    isToAsk_ = true;
+    Tell_({.kind = EngineEvent::Kind::SongEnded, .frame = now_.Rounded(), .fromTick = to_, .tick = to_});
 }
 
 }  // namespace stage

@@ -8,7 +8,6 @@ namespace stage {
 /// safe.
 class Gain {
 public:
-    [[nodiscard]] float GetTarget() const { return target_; }
     [[nodiscard]] bool IsMoving() const { return framesLeft_ > 0; }
 
     /// Reaches `target` after `frames`; 0 at once.

@@ -25,7 +25,9 @@ StagePlayer::StagePlayer(const std::string& showDirectory, const tavo_midi::Show
       showData_(showData),
       framesPerSecond_(framesPerSecond),
       showControl_(GetActiveSongNumberRef(), showData, GetUserControls()),
-      engine_(showControl_, synth, *this, GetUserControls(), framesPerSecond, advanceFrames) {
+      engine_(showControl_, synth, *this, GetUserControls(), framesPerSecond, advanceFrames),
+      plans_(showData, [this] { return engine_.TakeOldPlans(); }) {
+    engine_.Subscribe(*this);
     for (std::atomic<double>& volume : volumes_)
         volume = 1.0;
 }
@@ -51,22 +53,28 @@ bool StagePlayer::IsOutputRunning() {
 
 // Songs.
 
-std::shared_ptr<const SongPlan> StagePlayer::MakePlan_(const std::string& songNumber) const {
-    const ActiveChangeLogShared changeLog;
-    return std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), changeLog->GetSongLog(songNumber));
-}
-
 void StagePlayer::PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan) {
     SetActiveSongNumber(songNumber);
     showControl_.LoadSong();
     engine_.SetSong(std::move(plan));
     hasSong_ = true;
     ResetPlayerNoFillBuffers();
+    PrepareNextSong();
+}
+
+void StagePlayer::PrepareNextSong() {
+    if (hasSong_) plans_.PrepareSongAfter(GetActiveSongNumberRef().Get());
+}
+
+void StagePlayer::SetAttaccaState(const std::string& songNumber, unsigned char attacca) {
+    Player::SetAttaccaState(songNumber, attacca);
+    PrepareNextSong();
 }
 
 void StagePlayer::LoadSong(const std::string& songNumber) {
-    std::shared_ptr<const SongPlan> plan = MakePlan_(songNumber);
-    const std::lock_guard lock(engine_.GetMutex());
+    std::shared_ptr<const SongPlan> plan = plans_.TakeIfReady(songNumber);
+    if (plan == nullptr) plan = plans_.Make(songNumber);
+    const std::lock_guard lock(operation_);
     if (StopIfPlaying()) {
         GetGuiUpdate().Pause();
         notify::guiDispatcher.SendPlaybackStopped();
@@ -101,12 +109,12 @@ void StagePlayer::PrevSong() {
 // Transport.
 
 void StagePlayer::Play() {
-    const std::lock_guard lock(engine_.GetMutex());
+    const std::lock_guard lock(operation_);
     if (engine_.IsRolling() || !hasSong_) return;
     // Going on from a caesura uses up what may have cancelled it.
     ResetForRecoveryAdvance();
-    onFadeDone_ = nullptr;
-    engine_.MoveFade(1.0F, 0.0, false);
+    ExpectFade_(nullptr);
+    engine_.MoveFade(1.0F, 0.0, 0);
     SetPlayerState(PlayerState::Playing);
     engine_.Start();
     notify::guiDispatcher.SendPlaybackStarted();
@@ -117,11 +125,11 @@ void StagePlayer::Play() {
 // rings out after it does so at its level.
 void StagePlayer::StandStill_() {
     engine_.Stop();
-    onFadeDone_ = nullptr;
+    ExpectFade_(nullptr);
 }
 
 void StagePlayer::Pause(bool flag) {
-    const std::lock_guard lock(engine_.GetMutex());
+    const std::lock_guard lock(operation_);
     if (!engine_.IsRolling()) return;
     StandStill_();
     if (flag) engine_.Silence();
@@ -130,7 +138,7 @@ void StagePlayer::Pause(bool flag) {
 }
 
 bool StagePlayer::StopIfPlaying() {
-    const std::lock_guard lock(engine_.GetMutex());
+    const std::lock_guard lock(operation_);
     const bool wasPlaying = engine_.IsRolling();
     StandStill_();
     SetPlayerState(PlayerState::Stopped);
@@ -138,13 +146,13 @@ bool StagePlayer::StopIfPlaying() {
 }
 
 void StagePlayer::Stop() {
-    const std::lock_guard lock(engine_.GetMutex());
+    const std::lock_guard lock(operation_);
     StopIfPlaying();
     if (hasSong_) ResetPlayerNoFillBuffers();
 }
 
 void StagePlayer::HaltOutput() {
-    const std::lock_guard lock(engine_.GetMutex());
+    const std::lock_guard lock(operation_);
     StopIfPlaying();
     engine_.Silence();
 }
@@ -189,8 +197,8 @@ void StagePlayer::JumpToInternalCut(unsigned int tickIndex) {
 
 void StagePlayer::OnNewChangeLog() {
     if (!hasSong_) return;
-    std::shared_ptr<const SongPlan> plan = MakePlan_(GetActiveSongNumberRef().Get());
-    engine_.ReplacePlan(std::move(plan));
+    engine_.ReplacePlan(plans_.Make(GetActiveSongNumberRef().Get()));
+    PrepareNextSong();
 }
 
 void StagePlayer::ResetPlayerNoFillBuffers() {
@@ -208,32 +216,50 @@ bool StagePlayer::TakeCaesuraCancellation() {
     return true;
 }
 
-void StagePlayer::OnCaesuraReached() {
+bool StagePlayer::TryToStopAtCaesura() {
+    const std::unique_lock lock(operation_, std::try_to_lock);
+    if (!lock) return false;
+    // Whoever held the lock before may have moved playback on.
+    if (!engine_.StopAtCaesura()) return true;
     SetPlayerState(PlayerState::Paused);
     GUINotifyCaesura();
     showControl_.OnCaesuraStop();
     GetGuiUpdate().Pause();
     notify::guiDispatcher.SendPlaybackStopped();
+    return true;
 }
 
-void StagePlayer::OnEndOfSong() {
-    if (CurrentSongIsAttacca()) {
-        try {
-            std::string next;
-            {
-                const std::string current = GetActiveSongNumberRef().Get();
-                const ActiveChangeLogShared changeLog;
-                next = tavo_ext::get_song_after(*changeLog, current);
-            }
-            PutIn_(next, MakePlan_(next));
-            return;
-        } catch (const tavo_ext::EndOfShow&) {
-            // Nothing follows the last song, however it is marked.
-        }
+bool StagePlayer::TryToFollowOn() {
+    {
+        const std::unique_lock lock(operation_, std::try_to_lock);
+        if (!lock) return false;
+        if (!engine_.IsAtSongEnd() || FollowAttacca_()) return true;
+        StandStill_();
+        SetPlayerState(PlayerState::Stopped);
     }
-    StandStill_();
-    SetPlayerState(PlayerState::Stopped);
+    // Whoever hears of it may load a song, on this or another thread.
     notify::callbackDispatcher.Notify(notify::names::stopped_at_end_of_song, nullptr);
+    return true;
+}
+
+bool StagePlayer::FollowAttacca_() {
+    if (!CurrentSongIsAttacca()) return false;
+    std::string next;
+    try {
+        const std::string current = GetActiveSongNumberRef().Get();
+        const ActiveChangeLogShared changeLog;
+        next = tavo_ext::get_song_after(*changeLog, current);
+    } catch (const tavo_ext::EndOfShow&) {
+        // Nothing follows the last song, however it is marked.
+        return false;
+    }
+    std::shared_ptr<const SongPlan> plan = plans_.TakeIfReady(next);
+    if (plan == nullptr) {
+        ++latePlans_;
+        plan = plans_.Make(next);
+    }
+    PutIn_(next, std::move(plan));
+    return true;
 }
 
 // Volume.
@@ -253,13 +279,21 @@ double StagePlayer::GetVolume(tavo_audio::VolumeType type) {
     return index < VolumeTypeCount ? volumes_[index].load() : 1.0;
 }
 
+std::uint32_t StagePlayer::ExpectFade_(std::function<void()> onDone) {
+    const std::lock_guard lock(fadeMutex_);
+    onFadeDone_ = std::move(onDone);
+    // 0 means a fade that nobody waits for.
+    fade_ = std::max(fade_ + 1, std::uint32_t{1});
+    return fade_;
+}
+
 void StagePlayer::Fade(std::function<void()> onDone, float seconds) {
     {
-        const std::lock_guard lock(engine_.GetMutex());
+        const std::lock_guard lock(operation_);
         if (engine_.IsRolling()) {
-            onFadeDone_ = std::move(onDone);
+            const std::uint32_t fade = ExpectFade_(std::move(onDone));
             SetPlayerState(PlayerState::Faded);
-            engine_.MoveFade(0.0F, seconds > 0.0F ? static_cast<double>(seconds) : 0.0, true);
+            engine_.MoveFade(0.0F, seconds > 0.0F ? static_cast<double>(seconds) : 0.0, fade);
             return;
         }
     }
@@ -267,14 +301,19 @@ void StagePlayer::Fade(std::function<void()> onDone, float seconds) {
 }
 
 void StagePlayer::CancelFade() {
-    const std::lock_guard lock(engine_.GetMutex());
-    onFadeDone_ = nullptr;
-    engine_.MoveFade(1.0F, FadeInSeconds, false);
+    const std::lock_guard lock(operation_);
+    ExpectFade_(nullptr);
+    engine_.MoveFade(1.0F, FadeInSeconds, 0);
     if (GetPlayerState() == PlayerState::Faded) SetPlayerState(PlayerState::Playing);
 }
 
-void StagePlayer::OnFadeDone() {
-    const std::function<void()> onDone = std::exchange(onFadeDone_, nullptr);
+void StagePlayer::OnEngineEvent(const EngineEvent& event) {
+    if (event.kind != EngineEvent::Kind::FadeDone) return;
+    std::function<void()> onDone;
+    {
+        const std::lock_guard lock(fadeMutex_);
+        if (event.fade == fade_) onDone = std::exchange(onFadeDone_, nullptr);
+    }
     if (onDone) onDone();
 }
 

@@ -4,22 +4,24 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "player_core/player.h"
 #include "stage/engine/engine.h"
+#include "stage/engine/song_plan_keeper.h"
 #include "stage/engine/stage_show_control.h"
 #include "stage/engine/synth.h"
 
 namespace stage {
 
 /// The player of the stage: the transport of player_core over an Engine. Whoever owns it renders through GetEngine() on
-/// one thread; the operations here are thread-safe and may wait for the piece that is being rendered. A display feed
-/// must be installed while it is used, and a change log that holds every song of the show must be active.
+/// one thread; the operations here are thread-safe, wait for each other and not for what is being rendered. A display
+/// feed must be installed while it is used, and a change log that holds every song of the show must be active.
 ///
 /// Stop goes back to the song's beginning, Pause stays. Pause(true) cuts off what sounds, Pause(false) lets it fade
 /// away. Nobody conducts: ConductBeat and SetConductorMode do nothing.
-class StagePlayer : public Player, private EngineHost {
+class StagePlayer : public Player, private EngineHost, private EngineSubscriber {
 public:
     /// `showData` and `synth` outlive the object. No song is loaded.
     StagePlayer(const std::string& showDirectory, const tavo_midi::ShowData& showData, Synth& synth,
@@ -28,6 +30,13 @@ public:
 
     [[nodiscard]] Engine& GetEngine() { return engine_; }
     [[nodiscard]] StageShowControl& GetStageShowControl() { return showControl_; }
+
+    /// What follows the song that is in may have changed: its plan is looked after, on another thread.
+    void PrepareNextSong();
+    /// Waits for that. For tests.
+    void WaitForPreparation() { plans_.Wait(); }
+    /// How often an attacca had to make its plan while it was played over.
+    [[nodiscard]] unsigned int GetLatePlanCount() const { return latePlans_; }
 
     /// The playhead for the display feed: where playback is, or where it will be once it has followed a seek. False
     /// before a song is loaded.
@@ -53,6 +62,7 @@ public:
     bool SetVolume(double volume, tavo_audio::VolumeType type) override;
     double GetVolume(tavo_audio::VolumeType type) override;
     void Seek(unsigned int tickIndex) override;
+    void SetAttaccaState(const std::string& songNumber, unsigned char attacca) override;
     void SeekLeft() override;
     void SeekRight() override;
     void PrepareForExit() override;
@@ -73,27 +83,39 @@ protected:
 private:
     // EngineHost.
     bool TakeCaesuraCancellation() override;
-    void OnCaesuraReached() override;
-    void OnEndOfSong() override;
-    void OnFadeDone() override;
+    bool TryToStopAtCaesura() override;
+    bool TryToFollowOn() override;
+    // EngineSubscriber.
+    void OnEngineEvent(const EngineEvent& event) override;
 
-    [[nodiscard]] std::shared_ptr<const SongPlan> MakePlan_(const std::string& songNumber) const;
     void PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan);
+    [[nodiscard]] bool FollowAttacca_();
     void StandStill_();
+    /// Has `onDone` called when the fade with the number that it returns has arrived; none before it is.
+    std::uint32_t ExpectFade_(std::function<void()> onDone);
 
     static constexpr std::size_t VolumeTypeCount = 4;
 
     // Constant after construction.
     const tavo_midi::ShowData& showData_;
     const std::uint32_t framesPerSecond_;
+    // One operation at a time. The rendering thread never waits for it: where it is taken, the engine asks again later.
+    // It comes before the engine's lock and all locks of player_core. Recursive, for a song that begins in a cut calls
+    // whoever moves the playhead out of it.
+    std::recursive_mutex operation_;
     // Synchronise themselves.
     StageShowControl showControl_;
     std::array<std::atomic<double>, VolumeTypeCount> volumes_;
     std::atomic<bool> hasSong_{false};
     std::atomic<bool> isPreparedForExit_{false};
+    std::atomic<unsigned int> latePlans_{0};
     Engine engine_;
-    // Guarded by the engine's mutex.
+    std::mutex fadeMutex_;  // held for some assignments only
+    // Guarded by fadeMutex_.
     std::function<void()> onFadeDone_;
+    std::uint32_t fade_ = 0;
+    // Synchronises itself; last, as its thread asks the engine.
+    SongPlanKeeper plans_;
 };
 
 }  // namespace stage

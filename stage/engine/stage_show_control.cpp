@@ -78,14 +78,14 @@ void StageShowControl::SkipTo(std::uint32_t tick) {
     DoSkipAhead(tick);
 }
 
-double StageShowControl::GetTempoScale() {
-    const std::lock_guard lock(GetSeekLock());
-    return howToPlay_.GetTempoScale();
-}
-
-int StageShowControl::GetTransposition() {
-    const std::lock_guard lock(GetSeekLock());
-    return howToPlay_.GetTranspositionValue();
+std::optional<StageShowControl::Outside> StageShowControl::TryToLook() {
+    const std::unique_lock lock(GetSeekLock(), std::try_to_lock);
+    if (!lock) return std::nullopt;
+    Outside outside;
+    if (GetJump()) outside.jump = GetTickIndex();
+    outside.tempoScale = howToPlay_.GetTempoScale();
+    outside.transposition = howToPlay_.GetTranspositionValue();
+    return outside;
 }
 
 std::optional<std::uint32_t> StageShowControl::GetWaitingJump() {

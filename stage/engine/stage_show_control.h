@@ -44,9 +44,15 @@ public:
     /// Moves on to the end of a cut.
     void SkipTo(std::uint32_t tick);
 
-    /// What sounds at the tracker's position.
-    [[nodiscard]] double GetTempoScale();
-    [[nodiscard]] int GetTransposition();
+    /// What others may have changed since the last arrival.
+    struct Outside {
+        std::optional<std::uint32_t> jump;  ///< where a jump that the engine has not made yet leads to
+        // What sounds at the tracker's position.
+        double tempoScale = 1.0;
+        int transposition = 0;
+    };
+    /// Nothing while another thread holds the seek lock: it does not wait.
+    [[nodiscard]] std::optional<Outside> TryToLook();
     /// The position that a jump which the engine has not made yet leads to.
     [[nodiscard]] std::optional<std::uint32_t> GetWaitingJump();
 

@@ -64,7 +64,6 @@ public:
     /// the place must stay.
     void Render(float* left, float* right, std::uint32_t frames);
     void FinishRendering();
-    [[nodiscard]] std::int64_t CountRenderedFrames() const { return renderedFrames_; }
 
     /// Tells every note, end of a note and setting that is sent; for tests and diagnostics. Empty: tells nobody.
     void SetObserver(std::function<void(const SynthMessage&)> observer) { observer_ = std::move(observer); }

@@ -46,7 +46,29 @@ void OfflineShow::DoWhatIsDue_() {
     if (automaticPress_ && automaticPress_->frame <= engine_.GetFrame()) PressAutomatically_();
 }
 
-void OfflineShow::OnArrival(std::uint32_t tick) {
+void OfflineShow::OnEngineEvent(const EngineEvent& event) {
+    // What a jump ends ends where it has arrived: flow control has then decided what the display shows there.
+    if (isQuitting_ && event.kind != EngineEvent::Kind::Jumped) engine_.Stop();
+    switch (event.kind) {
+        case EngineEvent::Kind::Jumped:
+            return OnJump_(event.fromTick, event.tick, event.reason);
+        case EngineEvent::Kind::Arrived:
+            return OnArrival_(event.tick);
+        case EngineEvent::Kind::Held:
+            return OnHold_(event.tick);
+        case EngineEvent::Kind::Released:
+            return OnRelease_(event.tick);
+        case EngineEvent::Kind::Cue:
+            return OnCue_(*event.cue);
+        case EngineEvent::Kind::FadeDone:
+            // The display learns of the stop that followed at the frame where it happened.
+            return KeepDisplayCurrent_();
+        default:
+            return;
+    }
+}
+
+void OfflineShow::OnArrival_(std::uint32_t tick) {
     NoticeSong_();
     // A song is listed once it plays: one that stands ready at the end was not.
     if (!std::exchange(isListed_, true)) result_.songs.push_back(song_);
@@ -60,7 +82,7 @@ void OfflineShow::OnArrival(std::uint32_t tick) {
     automaticPress_ = AutomaticPress{engine_.GetFrame() + wait, true};
 }
 
-void OfflineShow::OnHold(std::uint32_t tick) {
+void OfflineShow::OnHold_(std::uint32_t tick) {
     if (trace_) TraceLine_(tick, "hold", trace_->GetPositions().DescribeTick(tick));
     DoLinesAt_(tick);
     if (options_.script) return;
@@ -122,11 +144,6 @@ std::chrono::nanoseconds OfflineShow::Moment_() const {
     return std::chrono::nanoseconds(engine_.GetFrame() * 1'000'000'000 / framesPerSecond_);
 }
 
-// The display learns of the stop at the frame where it happens.
-void OfflineShow::OnFadeEnd() {
-    KeepDisplayCurrent_();
-}
-
 void OfflineShow::PressAutomatically_() {
     const bool continues = automaticPress_->continues;
     automaticPress_.reset();
@@ -141,25 +158,25 @@ void OfflineShow::PressAutomatically_() {
     KeepDisplayCurrent_();
 }
 
-void OfflineShow::OnJump(std::uint32_t fromTick, std::uint32_t toTick, JumpReason reason) {
+void OfflineShow::OnJump_(std::uint32_t fromTick, std::uint32_t toTick, EngineEvent::Reason reason) {
     NoticeSong_();
     if (trace_) {
         const TL::BarPositions& positions = trace_->GetPositions();
         std::string details = fmt::format("{} -> {}", positions.DescribeTick(fromTick), positions.DescribeTick(toTick));
-        if (reason == JumpReason::Seek) details += ", seek";
+        if (reason == EngineEvent::Reason::Seek) details += ", seek";
         for (const LoopEvent& loop : flow_.CopyActiveLoops()) {
-            if (reason != JumpReason::Loop || loop.start != toTick || loop.end != fromTick) continue;
+            if (reason != EngineEvent::Reason::Loop || loop.start != toTick || loop.end != fromTick) continue;
             details += fmt::format(", {} pass {}", loop.type == codes::Vamp ? "vamp" : "repeat", loop.count);
             break;
         }
-        TraceLine_(fromTick, reason == JumpReason::Cut ? "cut" : "jump", details);
+        TraceLine_(fromTick, reason == EngineEvent::Reason::Cut ? "cut" : "jump", details);
     }
-    if (reason != JumpReason::Loop) return;
+    if (reason != EngineEvent::Reason::Loop) return;
     CountPass_();
     if (!options_.script) LeaveVampAutomatically_();
 }
 
-void OfflineShow::OnRelease(std::uint32_t tick) {
+void OfflineShow::OnRelease_(std::uint32_t tick) {
     if (trace_) TraceLine_(tick, "release", trace_->GetPositions().DescribeTick(tick));
 }
 

@@ -62,13 +62,13 @@ OfflineShow::OfflineShow(ShowSession& session, OfflineOptions options, SoundSink
     // After the player, which is told first and puts in the next song.
     notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song, [this](void*) { EndSong_(); });
     session_.SetQuitHandler([this] { Quit_(); });
-    engine_.SetListener(this);
+    engine_.Subscribe(*this);
 }
 
 OfflineShow::~OfflineShow() {
     notify::callbackDispatcher.RemoveCallbacksForTarget(this);
     session_.SetQuitHandler({});
-    engine_.SetListener(nullptr);
+    engine_.Unsubscribe(*this);
     player_.HaltOutput();
     engine_.FinishRendering();
 }
@@ -220,7 +220,7 @@ void OfflineShow::Quit_() {
 
 void OfflineShow::Remark_(const std::string& sentence) {
     result_.remarks.push_back(sentence);
-    Quit_();
+    isQuitting_ = true;
 }
 
 }  // namespace stage

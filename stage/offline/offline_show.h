@@ -40,7 +40,7 @@ struct OfflineResult {
 /// Plays songs as a theatre would, but as fast as the machine can: an operator, the passes of the display feed and a
 /// clock that counts frames, over a session like any other. The result, the sound and the trace are the same in every
 /// run.
-class OfflineShow : private EngineListener {
+class OfflineShow : private EngineSubscriber {
 public:
     using SoundSink = std::function<void(const float* left, const float* right, std::uint32_t frames)>;
 
@@ -60,13 +60,14 @@ private:
         bool continues = false;  // otherwise it leaves a hold
     };
 
-    // EngineListener.
-    void OnJump(std::uint32_t fromTick, std::uint32_t toTick, JumpReason reason) override;
-    void OnArrival(std::uint32_t tick) override;
-    void OnHold(std::uint32_t tick) override;
-    void OnRelease(std::uint32_t tick) override;
-    void OnCue(const Cue& cue) override;
-    void OnFadeEnd() override;
+    // EngineSubscriber.
+    void OnEngineEvent(const EngineEvent& event) override;
+
+    void OnJump_(std::uint32_t fromTick, std::uint32_t toTick, EngineEvent::Reason reason);
+    void OnArrival_(std::uint32_t tick);
+    void OnHold_(std::uint32_t tick);
+    void OnRelease_(std::uint32_t tick);
+    void OnCue_(const Cue& cue);
 
     // offline_show.cpp
     void NoticeSong_();

@@ -42,7 +42,7 @@ void OfflineShow::TraceLoops_(std::uint32_t tick) {
     tracedLoops_ = std::move(loops);
 }
 
-void OfflineShow::OnCue(const Cue& cue) {
+void OfflineShow::OnCue_(const Cue& cue) {
     NoticeSong_();
     if (!trace_) return;
     if (const auto* message = std::get_if<CL::Osc>(&cue.edit)) {

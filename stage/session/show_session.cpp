@@ -40,7 +40,7 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
     if (options_.sendsTimeCode) {
         timeCodeFollower_ = std::make_unique<TimeCodeFollower>(GetMidiTimeCodeController(), player_->GetUserControls(),
                                                                options_.framesPerSecond);
-        player_->GetEngine().SetFollower(timeCodeFollower_.get());
+        player_->GetEngine().Subscribe(*timeCodeFollower_);
     }
     const auto reportPosition = [this](unsigned int* tickIndex) { return player_->ReportPosition(tickIndex); };
     if (options_.hasRunningFeed) {
@@ -172,6 +172,7 @@ void ShowSession::TellPlayer_(const CL::LogChange& change) {
             if (const auto* cut = std::get_if<CL::Cut>(&edit)) MovePlayheadOutOfCut(cut->start(), cut->end());
         }
     }
+    player_->PrepareNextSong();
 }
 
 void ShowSession::AddEdit(const std::string& songNumber, const CL::AnyEdit& edit) {

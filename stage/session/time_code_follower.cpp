@@ -8,7 +8,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-/// Pieces that come earlier or later than their frames say by less than this only show how the system woke the thread.
+/// Blocks that come earlier or later than their frames say by less than this only show how the system woke the thread.
 constexpr std::chrono::milliseconds Unsteadiness{20};
 
 nanoseconds Now() {
@@ -31,7 +31,7 @@ std::uint32_t FindTickInSong(const tavo_midi::TempoMap& heard, std::uint32_t sta
     return heard.GetTick(heard.GetTickMicroseconds(startTick) + static_cast<std::uint64_t>(written));
 }
 
-void TimeCodeFollower::OnPiece(std::int64_t frame) {
+void TimeCodeFollower::OnBlock_(std::int64_t frame) {
     const nanoseconds now = Now();
     if (anchorTime_ && std::chrono::abs(now - TimeOf_(frame)) < Unsteadiness) return;
     anchorFrame_ = frame;
@@ -45,24 +45,35 @@ nanoseconds TimeCodeFollower::TimeOf_(std::int64_t frame) const {
            nanoseconds(frames % framesPerSecond_ * 1'000'000'000 / framesPerSecond_);
 }
 
-void TimeCodeFollower::OnMove(PlayheadMove move, std::int64_t frame, const SongPlan& plan, std::uint32_t fromTick,
-                              std::uint32_t tick) {
+void TimeCodeFollower::OnEngineEvent(const EngineEvent& event) {
+    using enum EngineEvent::Kind;
+    if (event.kind == BlockBegins) return OnBlock_(event.frame);
+    if (event.plan == nullptr) return;
+    const SongPlan& plan = *event.plan;
     const std::string& songNumber = plan.GetSong().GetSongNumber();
     if (songNumber != songNumber_) controller_.SetSong(songNumber);
     songNumber_ = songNumber;
     const auto timeAt = [&](std::uint32_t at) {
         return FindTimeInSong(plan.GetHeardTempoMap(), plan.GetStartTick(), at, controls_.GetTempoScale());
     };
-    const tavo_midi::TimeCodeMoment when{anchorTime_ ? TimeOf_(frame) : Now(), {}};
-    switch (move) {
-        case PlayheadMove::Starts:
-            return controller_.Start(timeAt(tick), when);
-        case PlayheadMove::Stops:
-            return controller_.Stop(timeAt(tick), when);
-        case PlayheadMove::Loops:
-            return controller_.Jump(timeAt(fromTick), timeAt(tick), when);
-        case PlayheadMove::IsPut:
-            return controller_.Locate(timeAt(tick), when);
+    const tavo_midi::TimeCodeMoment when{anchorTime_ ? TimeOf_(event.frame) : Now(), {}};
+    switch (event.kind) {
+        case Started:
+        case Released:
+            return controller_.Start(timeAt(event.tick), when);
+        case Stopped:
+        case StoppedAtCaesura:
+        case Held:
+            return controller_.Stop(timeAt(event.tick), when);
+        case Put:
+        case SongPutIn:
+            return controller_.Locate(timeAt(event.tick), when);
+        case Jumped:
+            if (event.wasHolding) return controller_.Start(timeAt(event.tick), when);
+            if (event.reason == EngineEvent::Reason::Seek) return controller_.Locate(timeAt(event.tick), when);
+            return controller_.Jump(timeAt(event.fromTick), timeAt(event.tick), when);
+        default:
+            return;
     }
 }
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "stage/engine/engine.h"
+#include "stage/engine/engine_event.h"
 #include "tavo_midi/midi_time_code_controller.h"
 #include "tavo_midi/user_controls.h"
 
@@ -20,23 +20,22 @@ namespace stage {
 
 /// Has MIDI time code follow the playhead. A frame is taken to sound when it is rendered. While the playhead moves a
 /// changed tempo scale of the user leaves time code alone: it is where the music is again at the next full frame.
-class TimeCodeFollower final : public PlayheadFollower {
+class TimeCodeFollower final : public EngineSubscriber {
 public:
     /// The references outlive the object.
     TimeCodeFollower(MidiTimeCodeController& controller, const UserControls& controls, std::uint32_t framesPerSecond)
         : controller_(controller), controls_(controls), framesPerSecond_(framesPerSecond) {}
 
-    void OnPiece(std::int64_t frame) override;
-    void OnMove(PlayheadMove move, std::int64_t frame, const SongPlan& plan, std::uint32_t fromTick,
-                std::uint32_t tick) override;
+    void OnEngineEvent(const EngineEvent& event) override;
 
 private:
+    void OnBlock_(std::int64_t frame);
     [[nodiscard]] std::chrono::nanoseconds TimeOf_(std::int64_t frame) const;
 
     MidiTimeCodeController& controller_;
     const UserControls& controls_;
     const std::uint32_t framesPerSecond_;
-    // Guarded by the engine's lock.
+    // Used by the rendering thread only.
     std::string songNumber_;
     std::int64_t anchorFrame_ = 0;
     std::optional<std::chrono::nanoseconds> anchorTime_;

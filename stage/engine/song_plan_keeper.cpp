@@ -1,0 +1,124 @@
+#include "stage/engine/song_plan_keeper.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "kit/thread_exception_log.h"
+#include "kit/thread_names.h"
+#include "player_core/tavo_ext.h"
+#include "tavo_core/active_change_log.h"
+#include "tavo_core/log_change.h"
+
+namespace stage {
+
+namespace {
+
+template <class Edit>
+bool IsSame(const CL::ChangeLogSequence<Edit>& a, const CL::ChangeLogSequence<Edit>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const Edit& one, const Edit& other) { return CL::IsSameEdit(one, other); });
+}
+
+// In everything that a plan is made from.
+bool MakesTheSamePlan(const CL::SongLog& a, const CL::SongLog& b) {
+    return IsSame(a.GetTempoScales(), b.GetTempoScales()) && IsSame(a.GetTranspositions(), b.GetTranspositions()) &&
+           IsSame(a.GetClicks(), b.GetClicks()) && IsSame(a.GetSfxs(), b.GetSfxs()) &&
+           IsSame(a.GetSfxAmbients(), b.GetSfxAmbients()) && IsSame(a.GetOscs(), b.GetOscs());
+}
+
+}  // namespace
+
+SongPlanKeeper::SongPlanKeeper(const tavo_midi::ShowData& showData, std::function<OldPlans()> takeOldPlans)
+    : showData_(showData), takeOldPlans_(std::move(takeOldPlans)), thread_([this] { Run_(); }) {}
+
+SongPlanKeeper::~SongPlanKeeper() {
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+}
+
+void SongPlanKeeper::PrepareSongAfter(const std::string& songNumber) {
+    {
+        const std::lock_guard lock(mutex_);
+        songNumber_ = songNumber;
+        isWanted_ = true;
+    }
+    changed_.notify_all();
+}
+
+void SongPlanKeeper::Wait() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !isWanted_ && !isWorking_; });
+}
+
+std::shared_ptr<const SongPlanKeeper::Ready> SongPlanKeeper::ShareReady_() const {
+    const std::lock_guard lock(mutex_);
+    return ready_;
+}
+
+std::shared_ptr<const SongPlan> SongPlanKeeper::TakeIfReady(const std::string& songNumber) {
+    const std::shared_ptr<const Ready> ready = ShareReady_();
+    if (ready == nullptr || ready->songNumber != songNumber) return nullptr;
+    {
+        const ActiveChangeLogShared changeLog;
+        if (!MakesTheSamePlan(ready->madeFrom, changeLog->GetSongLog(songNumber))) return nullptr;
+    }
+    const std::lock_guard lock(mutex_);
+    if (ready_ == ready) used_ = std::exchange(ready_, nullptr);
+    return ready->plan;
+}
+
+std::shared_ptr<const SongPlan> SongPlanKeeper::Make(const std::string& songNumber) const {
+    const ActiveChangeLogShared changeLog;
+    return std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), changeLog->GetSongLog(songNumber));
+}
+
+void SongPlanKeeper::Run_() {
+    kit::threadNames.SetNameOfCurrentThread("song plans");
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [this] { return isEnding_ || isWanted_; });
+        if (isEnding_) return;
+        isWanted_ = false;
+        isWorking_ = true;
+        const std::string songNumber = songNumber_;
+        std::shared_ptr<const Ready> used = std::exchange(used_, nullptr);
+        // Meanwhile another song may be asked for: then there is another turn.
+        lock.unlock();
+        try {
+            PrepareFollower_(songNumber);
+            static_cast<void>(takeOldPlans_());
+            used.reset();
+        } catch (const std::exception& error) {
+            kit::AppendToThreadExceptionLog(error.what());
+        }
+        lock.lock();
+        isWorking_ = false;
+        changed_.notify_all();
+    }
+}
+
+void SongPlanKeeper::PrepareFollower_(const std::string& songNumber) {
+    auto next = std::make_shared<Ready>();
+    try {
+        const ActiveChangeLogShared changeLog;
+        next->songNumber = tavo_ext::get_song_after(*changeLog, songNumber);
+        next->madeFrom = changeLog->GetSongLog(next->songNumber);
+    } catch (const tavo_ext::EndOfShow&) {
+        return;
+    }
+    const std::shared_ptr<const Ready> ready = ShareReady_();
+    if (ready != nullptr && ready->songNumber == next->songNumber &&
+        MakesTheSamePlan(ready->madeFrom, next->madeFrom)) {
+        return;
+    }
+    next->plan = std::make_shared<const SongPlan>(showData_.GetSongData(next->songNumber), next->madeFrom);
+    const std::lock_guard lock(mutex_);
+    ready_ = std::move(next);
+}
+
+}  // namespace stage

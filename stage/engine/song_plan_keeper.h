@@ -1,0 +1,68 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "stage/engine/song_plan.h"
+#include "tavo_midi/show_data.h"
+
+namespace stage {
+
+/// Makes the plan of the song that comes next ahead of time, on a thread of its own, so that an attacca finds it ready;
+/// destroys those that are done with there too. A plan that is ready is only given out while the active change log
+/// still says what it was made from: whether one is ready changes nothing but the time it takes. Thread-safe.
+class SongPlanKeeper {
+public:
+    using OldPlans = std::vector<std::shared_ptr<const SongPlan>>;
+
+    /// `takeOldPlans` is asked on the keeper's thread. `showData` outlives the object.
+    SongPlanKeeper(const tavo_midi::ShowData& showData, std::function<OldPlans()> takeOldPlans);
+    ~SongPlanKeeper();
+    SongPlanKeeper(const SongPlanKeeper&) = delete;
+    SongPlanKeeper& operator=(const SongPlanKeeper&) = delete;
+
+    /// The song is in, or what follows it may have changed: the plan of its follower will be looked after.
+    void PrepareSongAfter(const std::string& songNumber);
+    /// Waits until that is done. For tests.
+    void Wait();
+
+    /// The plan that was made ahead, or null where there is none that holds. Waits for no plan being made.
+    [[nodiscard]] std::shared_ptr<const SongPlan> TakeIfReady(const std::string& songNumber);
+    /// Made here and now. Throws std::out_of_range for a number that the show data or the change log does not have.
+    [[nodiscard]] std::shared_ptr<const SongPlan> Make(const std::string& songNumber) const;
+
+private:
+    struct Ready {
+        std::string songNumber;
+        CL::SongLog madeFrom;
+        std::shared_ptr<const SongPlan> plan;
+    };
+
+    void Run_();
+    void PrepareFollower_(const std::string& songNumber);
+    [[nodiscard]] std::shared_ptr<const Ready> ShareReady_() const;
+
+    // Constant after construction.
+    const tavo_midi::ShowData& showData_;
+    const std::function<OldPlans()> takeOldPlans_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    // Guarded by mutex_.
+    std::string songNumber_;
+    bool isWanted_ = false;
+    bool isWorking_ = false;
+    bool isEnding_ = false;
+    std::shared_ptr<const Ready> ready_;
+    std::shared_ptr<const Ready> used_;  // given out; it goes on the keeper's thread
+
+    std::thread thread_;
+};
+
+}  // namespace stage
