@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "stage/engine/sound_font.h"
 #include "stage/engine/stage_player.h"
 #include "stage/session/stepped_feed.h"
 #include "tests/support/notification_log.h"
