@@ -191,7 +191,9 @@ public:
     void Read(std::string& value) { value = json_.ReadString(); }
     template <class Value>
     void Read(std::optional<Value>& value) {
-        if (!json_.TakeNull()) Read(value.emplace());
+        if (json_.TakeNull()) return;
+        value = Value();
+        Read(*value);
     }
     template <class Value>
     void Read(std::vector<Value>& values) {

@@ -15,6 +15,8 @@ void ShowControl::DoFindNextControlEventOnAdvance_(unsigned int fromTick, unsign
     loopEvents_.RemoveInactiveEvents(fromTick);
     result_.Reset();
     {
+        // It posts a count. Meanwhile a seek may change the loops and caesuras, and a load the map: nothing read before
+        // is used after.
         const kit::ScopedUnlock unlock(lock);
         if (DetectCaesuraAtTickIndex_(fromTick)) return;
     }
@@ -110,6 +112,7 @@ bool ShowControl::DetectCaesuraAtTickIndex_(unsigned int tickIndex) {
         caesuraTickIndex_ = tickIndex;
         result_.caesuraHere = true;
     }
+    // The count is posted of what flow control is in by then; the answer is about what was there.
     lock.Unlock();
     SendCounts();
     return reached;
@@ -148,6 +151,8 @@ bool ShowControl::ProcessFirstLoopEvent_() {
     if (loopEvents_.IsEmpty()) return false;
     LoopEvent& loop = loopEvents_.GetFirstLoopEvent();
     if (tickIndex_ != loop.end) return false;
+    // Where the lock is let go, a seek may come in between and move on: each step then decides anew what it finds, and
+    // `loop` is not used any more.
     if (loop.type == codes::Fermata) {
         lock.Unlock();
         DoExpireFermata();

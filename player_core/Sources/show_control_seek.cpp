@@ -78,6 +78,8 @@ bool ShowControl::Seek(unsigned int tickIndex) {
     // A seek of flow control's own gives nothing a second turn, or a song could go round forever by itself.
     if (!isOwn) spentEvents_.clear();
     if (fermata_) {
+        // It posts. The serial lock keeps other seeks out; the engine may have moved on, or an exit released something:
+        // what follows looks at the loops anew.
         const kit::ScopedUnlock unlock(seekLock);
         DoExpireFermata();
     }
@@ -94,10 +96,13 @@ bool ShowControl::Seek(unsigned int tickIndex) {
         return true;
     }
     {
+        // Meanwhile the engine may arrive or search at the old place; the jump below overrules where it went. Other
+        // seeks wait.
         const kit::ScopedUnlock unlock(seekLock);
         GetGuiUpdate().Seek(tickIndex);
     }
     SetJump(tickIndex, locks, false);
+    // The engine may follow the jump before the status is posted, which is then that of where it is.
     seekLock.Unlock();
     CheckForRemainingVampRepeatOrFermata();
     return false;
@@ -112,10 +117,12 @@ unsigned int ShowControl::RecoverySeek(unsigned int tickIndex) {
     tickIndex = FindFirstNonCut_(std::max(tickIndex, GetStartTickIndex()));
     lastSeekTickIndex_ = tickIndex;
     {
+        // As in a seek: the engine may move meanwhile, and the jump overrules it.
         const kit::ScopedUnlock unlock(seekLock);
         GetGuiUpdate().Seek(tickIndex);
     }
     SetJump(tickIndex, seekLock, false);
+    // As in a seek.
     seekLock.Unlock();
     CheckForRemainingVampRepeatOrFermata();
     return tickIndex;

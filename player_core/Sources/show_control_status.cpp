@@ -45,6 +45,7 @@ void ShowControl::CheckForRemainingVampRepeatOrFermata() {
     const SeekLock lock(seekMutex_);
     PostVampLamp_(loopEvents_.GetHasVampOrFermata());
     {
+        // Tick and loops may be others afterwards: the status below is made of what is there then.
         const kit::ScopedUnlock unlock(lock);
         if (SendCounts()) return;
     }
@@ -54,6 +55,7 @@ void ShowControl::CheckForRemainingVampRepeatOrFermata() {
         FileStatus(statusNone, 0, tickIndex);
         return;
     }
+    // A copy: the loop may be gone when its status is filed.
     const LoopEvent loop = loopEvents_.GetFirstLoopEvent();
     lock.Unlock();
     FileLoopStatus(loop, tickIndex);
@@ -87,6 +89,7 @@ bool ShowControl::SendCounts() {
 bool ShowControl::SendCaesuraCount() {
     const SeekLock lock(seekMutex_);
     const unsigned int tickIndex = tickIndex_;
+    // Filed for the tick that was read, wherever playback is by then.
     const auto file = [&lock, tickIndex](int count) {
         lock.Unlock();
         FileStatus(statusCaesura, count, tickIndex);
@@ -142,6 +145,7 @@ void ShowControl::FlowControlExit() {
     } else {
         loopEvents_.CancelVamp();
     }
+    // Nothing is read afterwards.
     const kit::ScopedUnlock unlock(lock);
     CheckForRemainingVampRepeatOrFermata();
 }
@@ -149,6 +153,7 @@ void ShowControl::FlowControlExit() {
 void ShowControl::DoFlowControlExit_() {
     const SeekLock lock(seekMutex_);
     const std::optional<unsigned int> seekTarget = DecideFlowControlExit_();
+    // What was decided is carried out even if another seek comes in between: the later one stands.
     lock.Unlock();
     FinishFlowControlExit_(seekTarget);
 }

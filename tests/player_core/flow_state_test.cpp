@@ -294,7 +294,8 @@ TEST(FlowStateText, ThatIsNotOne_IsRefusedInOneSentence) {
         {"{\"song", "the text has no closing quotation mark"},
     };
     for (const auto& [text, reason] : rows) {
-        const std::string sentence = SentenceOf([&text = text] { static_cast<void>(FlowStateFromText(text)); });
+        const std::string_view given = text;
+        const std::string sentence = SentenceOf([given] { static_cast<void>(FlowStateFromText(given)); });
         EXPECT_TRUE(sentence.starts_with("The flow state cannot be read at character ")) << text << "\n" << sentence;
         EXPECT_TRUE(sentence.ends_with(": " + reason + ".")) << text << "\n" << sentence;
         EXPECT_EQ(std::string::npos, sentence.find('\n'));

@@ -12,14 +12,16 @@
 /// written with no other lock held.
 class ActiveSongNumber {
 public:
+    /// Waits until there is neither reader nor writer. Not recursive.
     void lock();
     void unlock();
+    /// Waits only for a writer that is in, not for one that waits: a reader may come in twice.
     void lock_shared();
     void unlock_shared();
 
     /// A copy, read shared.
     [[nodiscard]] std::string Get();
-    /// Writes exclusive.
+    /// Writes exclusive; the calling thread holds no guard of it.
     void Set(const std::string& songNumber);
     /// The number itself, for callers that hold a guard.
     [[nodiscard]] const std::string& Peek() const { return songNumber_; }

@@ -16,6 +16,7 @@ public:
     /// `beatTicks` are all beats of the song, ascending.
     CountdownCaesura(unsigned int tickIndex, std::list<unsigned int> beatTicks);
 
+    /// Where the caesura stands.
     [[nodiscard]] unsigned int GetTickIndex() const { return abs_time(); }
     /// The caesura ends where it stands.
     unsigned int end() const override { return GetTickIndex(); }
@@ -37,6 +38,7 @@ public:
     /// Caesuras at one tick are equal, whatever their countdowns.
     bool operator==(const CountdownCaesura& other) const { return GetTickIndex() == other.GetTickIndex(); }
 
+    /// One line, flushed: the tick and the range of the countdown.
     void WriteString(std::basic_ostream<char>& os) const override;
 
 private:
@@ -61,6 +63,7 @@ public:
 
     /// The countdowns themselves; a mark set here stays.
     std::vector<CountdownCaesura>& GetCountdownCaesuras() { return countdownCaesuras_; }
+    /// Whether a caesura stands at exactly this tick.
     [[nodiscard]] bool HasCaesuraAtTickIndex(unsigned int tickIndex) const;
     /// Asks the caesuras in order and gives up at the first one that stands after `tickIndex`.
     [[nodiscard]] bool HasCaesuraWithinCountdownRange(unsigned int tickIndex) const;

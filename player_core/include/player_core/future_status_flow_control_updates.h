@@ -18,6 +18,7 @@ public:
     StatusFlowControl(const std::string& type, int count) : type_(type), count_(count) {}
     StatusFlowControl(std::string&& type, int count) : type_(std::move(type)), count_(count) {}
 
+    /// A copy of the word.
     [[nodiscard]] std::string GetType() const { return type_; }
     [[nodiscard]] int GetCount() const { return count_; }
     /// The last count before a caesura.

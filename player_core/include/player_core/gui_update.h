@@ -59,6 +59,7 @@ public:
 
     /// Holds the generator from its next look on.
     void Pause();
+    /// Lets the generator go on; without a pause it does nothing, and takes no lock.
     void Unpause();
     /// The generator's period, rounded to whole milliseconds; 33 ms at first. A negative value becomes 0, one that is
     /// too long the longest count; one that is not a number changes nothing.
@@ -101,6 +102,7 @@ protected:
     /// Passes a reported position through the filter of the last seek and returns the accepted playhead.
     unsigned int SetTickIndex_(unsigned int tickIndex);
     [[nodiscard]] bool GetIsPaused();
+    /// Whether the threads go on after what they are at; setting it wakes neither.
     [[nodiscard]] bool GetShouldRun();
     void SetShouldRun(bool shouldRun);
     /// The generator's period in milliseconds.

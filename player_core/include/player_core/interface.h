@@ -106,10 +106,12 @@ public:
 
     // Transport.
 
+    /// Each goes to the player's operation of its name, and throws what that throws, unless it says more.
     void Play();
     /// While a caesura stands pending and the player is not faded, cancels the caesura instead. `flag` goes to the
     /// player; the display pauses whatever it says.
     void Pause(bool flag);
+    /// The player's UserRequestedStop: the display is told and pauses.
     void Stop();
     void Continue();
     void FlowControlExit();
@@ -126,6 +128,7 @@ public:
     void LoadSongAtTime(std::string songNumber, unsigned int tickIndex);
     void Fade(std::function<void()> onDone, float seconds);
     void CancelFade();
+    /// A factor, and semitones; UserControls says how far they go.
     void SetTempoScale(double scale);
     void SetTransposition(int semitones);
     /// After a cut [start, end) was added.
@@ -151,6 +154,7 @@ public:
     [[nodiscard]] bool GetIsPaused();
     [[nodiscard]] bool GetIsFaded();
     [[nodiscard]] bool IsStopped();
+    /// A copy; empty before a song is loaded.
     [[nodiscard]] std::string GetCurrentSongNumber();
     /// Seconds.
     [[nodiscard]] double GetElapsedTime();
@@ -215,6 +219,7 @@ public:
     /// Halts the output and makes another saved change log of the show directory the active one; `name` is a bare file
     /// name. The host calls LoadNewChangeLog next. Throws what reading the log throws.
     void SetChangelogFilename(std::string name);
+    /// "1.3": the version of the active change log, as it will be or was saved.
     [[nodiscard]] std::string GetLogVersion();
     /// Saves nothing. A text that is no version throws std::invalid_argument with a sentence and changes nothing.
     void SetLogVersion(std::string text);
@@ -237,6 +242,7 @@ public:
     [[nodiscard]] int GetClickValueAt(unsigned int tick);
     /// The second argument is ignored.
     [[nodiscard]] std::vector<int> GetClickValues(unsigned int tick, unsigned int ignored);
+    /// The bar and beat at `tick` of the current song, as the display writes them.
     [[nodiscard]] std::string GetBarString(unsigned int tick);
     /// False, and nothing happens, if `bar` names no bar.
     bool SeekToBar(std::string bar);

@@ -51,6 +51,7 @@ public:
     /// The first active vamp or repeat; throws std::logic_error "LoopEventList does not have a vamp or repeat.".
     LoopEvent& GetFirstVampOrRepeat();
 
+    /// These three ask for active events.
     [[nodiscard]] bool GetHasVamp() const;
     [[nodiscard]] bool GetHasVampOrFermata() const;
     [[nodiscard]] bool HasVampOrRepeat() const;
@@ -73,10 +74,12 @@ public:
     void RemoveFirstLoopEvent();
     /// Removes elements from the front, active or not, until one is met that contains `tickIndex`.
     void RemoveInactiveEvents(unsigned int tickIndex);
+    /// These four sweep out canceled events, active ones stay.
     void RemoveCanceledEvents();
     void RemoveCanceledEventsEndingOnOrBefore(unsigned int tickIndex);
     void RemoveCanceledEventsStartingAfter(unsigned int tickIndex);
     void RemoveCanceledVamps();
+    /// Removes everything, canceled or not.
     void Clear();
 
     /// Writes the whole list, canceled events included, to the buffered console.
@@ -86,4 +89,5 @@ private:
     std::list<LoopEvent> events_;
 };
 
+/// The list's own print_loops.
 void print_loops(const LoopEventList& list);

@@ -22,6 +22,7 @@ public:
     /// Events with one key and equal ends keep the order in which they are given. Costs one stable sort.
     explicit PairedEventMap(const std::vector<Entry>& entries);
 
+    /// Forgets all events; spans that EventsAt answered are void.
     void Clear();
     [[nodiscard]] bool IsEmpty() const { return keys_.empty(); }
 

@@ -50,13 +50,16 @@ public:
     virtual bool IsOutputRunning() = 0;
     /// Stops the audio; true when it was running and has now stopped.
     virtual bool StopIfPlaying() = 0;
+    /// Makes the song the active one and loads it, stopped at its start. An unknown one throws and changes nothing.
     virtual void LoadSong(const std::string& songNumber) = 0;
     /// Goes to the following song; true when there was none.
     virtual bool NextSong() = 0;
+    /// Stops where playback is. `flag` is the façade's; its meaning is the concrete player's.
     virtual void Pause(bool flag) = 0;
     /// Lowers the level to silence and then calls `onDone`. Here it throws std::logic_error "Fade not implemented in
     /// this player." and `onDone` is never called.
     virtual void Fade(std::function<void()> onDone, float seconds);
+    /// Goes to the song before.
     virtual void PrevSong() = 0;
     /// Sets the master volume; true when it was taken over.
     virtual bool SetVolume(double volume);
@@ -66,6 +69,7 @@ public:
     virtual double GetVolume();
     /// Here 1.0 for every type.
     virtual double GetVolume(tavo_audio::VolumeType type);
+    /// Moves the playhead, whether playback runs or not.
     virtual void Seek(unsigned int tickIndex) = 0;
     /// Seeks to the previous marker.
     virtual void SeekLeft() = 0;
@@ -77,12 +81,16 @@ public:
     virtual void SeekToNextMeasure();
     /// Writes how a song follows on into the active change log.
     virtual void SetAttaccaState(const std::string& songNumber, unsigned char attacca);
+    /// As UserControls takes them: the nearest end of the range for what lies outside. Neither blocks.
     virtual void SetTempoScale(double scale);
     virtual void SetTransposition(int semitones);
+    /// The process exits without destroying the player: stops the output and waits for nothing.
     virtual void PrepareForExit() = 0;
+    /// The player is destroyed next: ends its threads and waits for them.
     virtual void Shutdown() = 0;
     /// Stops all output, before the change log is reloaded or the system shuts down.
     virtual void HaltOutput() = 0;
+    /// Stops the audio. Where the playhead then is, is the concrete player's.
     virtual void Stop() = 0;
     /// Leaves a vamp, fermata or caesura, and plays on unless playback runs already.
     virtual void FlowControlExit();
@@ -90,6 +98,7 @@ public:
     virtual void Continue();
     /// One beat of the conductor.
     virtual void ConductBeat() = 0;
+    /// Whether beats come from the conductor from now on.
     virtual void SetConductorMode(bool on) = 0;
     /// Here it does nothing.
     virtual void CancelFade();
@@ -111,14 +120,18 @@ public:
     bool GetJumpForVampRepeatOrCut() override;
     bool GetFermataCanceledCaesura() override;
 
+    /// These lock for one read or write only.
     [[nodiscard]] PlayerState GetPlayerState();
+    /// Notifies nobody: the concrete player does, where it is due.
     void SetPlayerState(PlayerState state);
     /// Playing or faded. Reads the state twice, so a change in between may be seen.
     [[nodiscard]] bool IsPlaying();
     [[nodiscard]] bool IsStopped();
+    /// A mark for the concrete player; nothing here looks at it.
     [[nodiscard]] bool IsResetting();
     void IsResetting(bool resetting);
 
+    /// These two synchronise themselves.
     [[nodiscard]] ActiveSongNumber& GetActiveSongNumberRef() { return activeSongNumber_; }
     [[nodiscard]] UserControls& GetUserControls() { return userControls_; }
     /// The playhead as the display shows it.
@@ -131,7 +144,8 @@ public:
     /// Stops, takes over the change log that was made active and seeks to `mapTick` of the playhead. Playback is not
     /// started again. An empty `mapTick` throws std::bad_function_call after all other steps.
     void LoadNewChangeLog(std::function<unsigned int(unsigned int)> mapTick);
-    /// Takes over the change log that was made active while playback goes on.
+    /// Takes over the change log that was made active while playback goes on. Throws what ShowControl::LoadNewChangeLog
+    /// throws.
     void NotifyNewChangeLog();
     /// After a cut [start, end) was added: if the playhead lies in it, seeks to `mapTick(start)`.
     void MovePlayheadOutOfCut(unsigned int start, unsigned int end, std::function<unsigned int(unsigned int)> mapTick);

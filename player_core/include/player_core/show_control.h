@@ -62,13 +62,18 @@ public:
     virtual bool FullReset();
     /// Whether the beat is conducted from outside; here never.
     virtual bool GetConductorMode();
+    /// The end of the song that is loaded; 0 when none is.
     virtual unsigned int GetEndTickIndex();
+    /// Its first tick; 0 when none is loaded.
     virtual unsigned int GetStartTickIndex();
     /// Loads the active song. An unknown one throws std::out_of_range; what was loaded before then stays.
     virtual void LoadSong();
-    /// Rebuilds everything from the change log that is now active, for the song that is loaded.
+    /// Rebuilds everything from the change log that is now active, for the song that is loaded. Throws std::logic_error
+    /// when no song is loaded or no log is active, std::out_of_range when the log lacks the song; the old edits then
+    /// stay.
     virtual void LoadNewChangeLog();
-    /// The engine has stopped at the caesura: playback now stands behind it.
+    /// The engine has stopped at the caesura: playback now stands after it. Seeks; the caller does not hold the seek
+    /// lock.
     virtual void OnCaesuraStop();
     /// Puts the display where flow control is.
     virtual void ResetGuiUpdate();
@@ -97,6 +102,7 @@ public:
     virtual unsigned int GetCaesuraTickIndexAlignedWithClock(unsigned int tickIndex);
 
 protected:
+    /// Takes both from the song that is being loaded. The caller holds the seek lock.
     virtual void LoadStartAndEndTickIndices();
     /// Moves the playhead and marks a jump. The caller holds the seek lock, which `lock` stands for.
     virtual void SetJump(unsigned int tickIndex, const kit::LockInterface& lock, bool forVampRepeatOrCut);
@@ -115,19 +121,24 @@ public:
 
     /// Playback stands at a caesura whose stop has not been performed.
     [[nodiscard]] bool HasPendingCaesura();
+    /// Whether the song has a caesura at exactly this tick, met or not.
     [[nodiscard]] bool HasCaesuraAtTickIndex(unsigned int tickIndex);
     /// Forgets the caesuras on the way; a seek's display of one stays if it belongs to `tickIndex`.
     void ResetCaesuraState(unsigned int tickIndex);
 
     /// Writes the song's attacca byte into the active change log. An unknown song throws std::out_of_range.
     void SetAttaccaState(const std::string& songNumber, unsigned char attacca);
+    /// What the active change log says; an unknown song throws std::out_of_range. Neither takes the seek lock.
     [[nodiscard]] bool SongIsAttacca(const std::string& songNumber);
     [[nodiscard]] bool SongIsNotSkip(const std::string& songNumber);
 
     /// To the marker before, or at, the position that the display shows; to the one before that shortly after one.
+    /// These two seek; the caller does not hold the seek lock. Like the four queries below they also throw what the
+    /// active change log throws for an unknown song.
     void SeekLeft();
     /// To the next marker; without one nothing happens.
     void SeekRight();
+    /// Where SeekLeft would go.
     [[nodiscard]] unsigned int GetSeekLeft();
     /// Throws tavo_ext::NoNextMarker when there is none.
     [[nodiscard]] unsigned int GetSeekRight();
@@ -149,15 +160,22 @@ public:
 
     /// Guards flow control. Recursive.
     [[nodiscard]] std::recursive_mutex& GetSeekLock() { return seekMutex_; }
+    /// The playhead of flow control. The engine sets it at every arrival; setting decides nothing by itself.
     [[nodiscard]] unsigned int GetTickIndex();
     void SetTickIndex(unsigned int tickIndex);
+    /// Where the last seek went, at the song's start at the earliest.
     [[nodiscard]] unsigned int GetLastSeekTickIndex();
+    /// The song was attacca when it was loaded, or has been made so since.
     [[nodiscard]] bool GetAttacca();
+    /// A fermata holds.
     [[nodiscard]] bool GetFermata();
+    /// The release of a fermata has dropped a pending caesura since this was last cleared.
     [[nodiscard]] bool GetFermataCanceledCaesura();
     void ClearFermataCanceledCaesura();
+    /// A jump was made since this was last cleared: the engine clears it when it follows.
     [[nodiscard]] bool GetJump();
     void ClearJump();
+    /// The last jump was made for a loop, and not by a seek.
     [[nodiscard]] bool GetJumpForVampRepeatOrCut();
     // Read without the lock: the engine asks between blocks and a value one jump old is as good as the new one.
     [[nodiscard]] unsigned int GetPreJumpTickIndex() const { return preJumpTickIndex_; }
@@ -168,7 +186,9 @@ public:
     void SetOscCallback(std::shared_ptr<tavo::PlayerOscCallback> callback);
 
 protected:
+    /// A repeat has been played as often as it says. Posts; the caller does not hold the seek lock.
     void DoRepeatOff();
+    /// No fermata holds any more; playback stays where it is. Posts; the caller does not hold the seek lock.
     void DoExpireFermata();
     /// Moves the playhead forward without marking a jump. The caller holds the seek lock.
     void DoSkipAhead(unsigned int tickIndex);
@@ -178,7 +198,8 @@ protected:
     /// otherwise (false, 0). With `skipCaesura` a caesura at the tick itself is left alone. Costs a logarithmic search
     /// for each covering event. The caller holds the seek lock.
     std::pair<bool, unsigned int> FindNextControlEventOnSeek(unsigned int tickIndex, bool skipCaesura);
-    /// Moves the playhead out of any cut at `tickIndex` and goes on there; returns where that is.
+    /// Moves the playhead out of any cut at `tickIndex` and goes on there; returns where that is. Posts; the caller
+    /// does not hold the seek lock.
     unsigned int RecoverySeek(unsigned int tickIndex);
 
     /// The same as Snapshot and waits for no seek. The caller holds the seek lock.

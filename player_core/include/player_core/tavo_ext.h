@@ -11,17 +11,19 @@
 /// the guard that the data needs.
 namespace tavo_ext {
 
+/// No song follows.
 class EndOfShow : public std::out_of_range {
 public:
     explicit EndOfShow(const std::string& message) : std::out_of_range(message) {}
 };
 
+/// No song comes before.
 class StartOfShow : public std::out_of_range {
 public:
     explicit StartOfShow(const std::string& message) : std::out_of_range(message) {}
 };
 
-/// Not a logic error, unlike the two ends of the show.
+/// No marker follows. Not a logic error, unlike the two ends of the show.
 class NoNextMarker : public std::runtime_error {
 public:
     explicit NoNextMarker(const std::string& message) : std::runtime_error(message) {}
