@@ -147,7 +147,10 @@ private:
     /// most; none where playback does not go on.
     std::optional<unsigned int> Arrive_(unsigned int ticks) {
         for (int turn = 0; turn < MaxTurnsAtOneArrival; ++turn) {
-            if (const std::optional<unsigned int> jump = flow_.TakeJump()) MoveTo_(*jump);
+            if (const std::optional<unsigned int> jump = flow_.TakeJump()) {
+                TakeCaesuraCancellation_();  // what was cancelled lies behind
+                MoveTo_(*jump);
+            }
             if (flow_.IsHeldAt(tick_)) return std::nullopt;
             MoveTo_(tick_);
             flow_.ArriveAt(tick_);
