@@ -35,6 +35,11 @@ run(${configure} ${without_devices} -S ${SOURCE_DIR}/../.. -B ${WORK_DIR}/tree -
 # The example that the documentation sends a host's author to.
 run(${configure} ${without_devices} -S ${SOURCE_DIR}/../../examples/minimal_host -B ${WORK_DIR}/example)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/example)
+run(${WORK_DIR}/example/minimal_host)
+file(READ ${SOURCE_DIR}/../../examples/minimal_host/expected.txt expected)
+if(NOT output STREQUAL expected)
+    message(FATAL_ERROR "The example does not print expected.txt any more, but:\n${output}")
+endif()
 
 # On one that has both, for a host that asks for them.
 run(${configure} -DWITH_DEVICES=ON -S ${SOURCE_DIR} -B ${WORK_DIR}/build_with_devices)
