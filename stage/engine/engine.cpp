@@ -18,6 +18,8 @@ constexpr std::size_t OrdinaryOrders = 1024;
 constexpr std::size_t MaxOrdersWaiting = 4096;
 // Subscribers may answer events with operations that lead to events. Beyond this, time goes on whatever they do.
 constexpr int MaxTurnsAtOneMoment = 512;
+constexpr std::uint64_t MaxInterruptionsAtOneMoment = 8;
+constexpr int MaxRoundsOfEvents = 16;
 
 }  // namespace
 
@@ -230,34 +232,37 @@ void Engine::RenderLater(std::span<const StereoBuffer> groups, std::uint32_t fra
 
 void Engine::MakeProgress_(Lock& lock, std::int64_t end) {
     int turns = 0;
+    std::uint64_t interruptions = interruptions_;
     for (;;) {
         if (startIsToTell_) TellStart_();
         if (!isRolling_ && looksOutside_) TellOfSeek_();
         // Whoever is told something may do anything: nothing that was seen before it is believed.
         CarryOut_(lock);
         if (frame_ >= end) return;
-        if (wait_ != Wait::None && isToAsk_) {
+        const bool isOverrun = interruptions_ - interruptions > MaxInterruptionsAtOneMoment;
+        if (wait_ != Wait::None && isToAsk_ && !isOverrun) {
             AskHost_(lock);
             continue;
         }
-        if (looksOutside_ && isRolling_ && ++turns < MaxTurnsAtOneMoment) {
+        if (looksOutside_ && isRolling_ && !isOverrun && ++turns < MaxTurnsAtOneMoment) {
             FollowOutside_(lock);
             continue;
         }
         const bool isMoving = isRolling_ && !isHolding_ && wait_ == Wait::None;
-        const std::int64_t due = isMoving ? NextDueFrame_() : end;
+        const std::int64_t due = isMoving && !isOverrun ? NextDueFrame_() : end;
         if (due <= frame_) {
             DoWhatIsDue_(lock);
         } else {
             RenderSound_(lock, std::min(due, end));
             turns = 0;
+            interruptions = interruptions_;
         }
     }
 }
 
 // Sound orders first, then events: who is told something finds everything done that led to it.
 void Engine::CarryOut_(Lock& lock) {
-    for (int turns = 0; turns < MaxTurnsAtOneMoment && !(orders_.empty() && events_.empty()); ++turns) {
+    for (int turns = 0; turns < MaxRoundsOfEvents && !(orders_.empty() && events_.empty()); ++turns) {
         DoOrders_(lock);
         // What is left there was not told because somebody threw.
         eventsAtHand_.clear();

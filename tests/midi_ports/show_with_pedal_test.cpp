@@ -278,6 +278,9 @@ TEST_F(ShowWithPedal, TwoHundredJumps_TheNextFullFrameIsWhereThePlayerIs) {
     OpenShowWithTimeCode("locate");
     show_->session.LoadSong("2");
     show_->session.Play();
+    // Playback has begun: a seek before that is both where it is put and its first jump.
+    while (show_->session.GetElapsedTime() == 0)
+        std::this_thread::yield();
     std::optional<long> frame;
     unsigned int seed = 1;
     for (int jump = 0; jump < 200; ++jump) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include <algorithm>
 #include <cmath>
 
@@ -157,6 +159,23 @@ TEST(ChannelHistory, PitchBendRange_IsKeptAsAParameter) {
     std::vector<ChannelState> found(1);
     history.FindStateBefore(1, found);
     EXPECT_EQ(12 << 7, found[0].parameters[0]);
+}
+
+// General MIDI's own numbers: bank, volume, pan, the ten sound controllers and the five effect levels.
+TEST(ChannelState, ResetOfTheControllers_LeavesExactlyTheSettingsOfTheSound) {
+    const std::set<int> kept{0, 7, 10, 32, 70, 71, 72, 73, 74, 75, 76, 77, 78, 79, 91, 92, 93, 94, 95};
+    ChannelState state;
+    for (std::uint8_t number = 0; number < 120; ++number)
+        stage::ApplyMessage(state, {0, 0xB0, number, 33, 0});
+    stage::ApplyMessage(state, {0, 0xB0, 121, 0, 0});
+    for (int number = 0; number < 120; ++number)
+        EXPECT_EQ(kept.contains(number), state.controllers[static_cast<std::size_t>(number)] == 33) << number;
+}
+
+TEST(ChannelState, Initially_HasTheMiddleForEachSoundController) {
+    const ChannelState state;
+    for (std::size_t number = 68; number <= 81; ++number)
+        EXPECT_EQ(number >= 70 && number <= 79 ? 64 : 0, state.controllers[number]) << number;
 }
 
 }  // namespace
