@@ -25,7 +25,7 @@ namespace path {
 }  // namespace path
 
 /// The names of the directory's entries without the directory, sorted by byte so that a scan is repeatable. Throws
-/// std::runtime_error with one sentence if the directory cannot be read.
+/// std::runtime_error with one sentence if the directory cannot be read. Blocks on the disk.
 [[nodiscard]] std::vector<std::string> listdir(const std::string& directory);
 
 }  // namespace kit

@@ -10,7 +10,7 @@ void SetThreadExceptionLogPath(const std::string& path);
 [[nodiscard]] std::string GetThreadExceptionLogPath();
 
 /// Appends one line: UTC time, name of the calling thread, text (line ends in it become spaces). Writes to stderr if no
-/// path is set or the file cannot be written. Thread-safe; never throws.
+/// path is set or the file cannot be written. Thread-safe; never throws; blocks on the disk.
 void AppendToThreadExceptionLog(std::string_view text) noexcept;
 
 }  // namespace kit

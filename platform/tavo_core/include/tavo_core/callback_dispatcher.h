@@ -33,13 +33,14 @@ public:
     CallbackDispatcher(const CallbackDispatcher&) = delete;
     CallbackDispatcher& operator=(const CallbackDispatcher&) = delete;
 
-    /// `target` is an identity only and never dereferenced.
+    /// `target` is an identity only and never dereferenced. Waits for no callback.
     void AddCallback(const void* target, const std::string& name, Callback callback);
     /// After it returns no callback of `target` runs on another thread or is started again. Waits for those that run on
     /// other threads; one that runs on the calling thread finishes later. Removing twice is fine. Where callbacks on
     /// several threads would wait for one another in a ring, the call that would close the ring does not wait.
     void RemoveCallbacksForTarget(const void* target);
-    /// `data` is handed on as it is. What a callback throws ends the call and reaches the caller.
+    /// `data` is handed on as it is. What a callback throws ends the call and reaches the caller. Blocks for as long as
+    /// the callbacks run; with none registered for a moment at most.
     void Notify(const std::string& name, void* data);
 
 private:

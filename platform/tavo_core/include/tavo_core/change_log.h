@@ -21,6 +21,7 @@ public:
 
     /// Reads a `.logdata` file. Throws std::runtime_error with one sentence that names the file, the place in it and
     /// what is wrong there: unreadable, too large, not JSON, wrong type, value out of range, unknown key.
+    /// Blocks on the disk.
     static ChangeLog Load(const std::string& path);
     /// The same from memory; `name` stands for the file in the sentences.
     static ChangeLog Parse(const std::string& text, const std::string& name);

@@ -60,18 +60,20 @@ public:
     GuiDispatcher(const GuiDispatcher&) = delete;
     GuiDispatcher& operator=(const GuiDispatcher&) = delete;
 
-    /// The handler hears everything sent from now on.
+    /// The handler hears everything sent from now on. The first one starts the thread: std::system_error where the
+    /// system has none to give.
     HandlerId AddHandler(Handler handler);
-    /// After it returns the handler does not run and never runs again; called from the handler itself it returns at
-    /// once. Removing twice is fine.
+    /// After it returns the handler does not run and never runs again, so it blocks while the handler runs; called from
+    /// the handler itself it returns at once. Removing twice is fine.
     void RemoveHandler(HandlerId id);
     /// Waits until every handler has heard all that was sent before the call. Returns at once when nothing waits, when
-    /// called from a handler, and after PrepareForExit.
+    /// called from a handler, and after PrepareForExit. Blocks for as long as handlers do.
     void Drain();
     /// Handlers are not called any more: waits for one that runs (never for its own thread) and drops what is sent from
     /// then on. For a process that is about to exit; there is no way back.
     void PrepareForExit();
 
+    // One for each kind; what the arguments mean is told at GuiNotificationType.
     void SendPlayhead(int tickIndex);
     void SendMarker(unsigned int tickIndex, const std::string& text);
     void SendSongTitle(const std::string& title);

@@ -15,9 +15,9 @@ namespace CL {
 
 /// Where a change log is in use: the log, which may be replaced by another, and the lock that guards it. The process's
 /// active change log is one (tavo_core/active_change_log.h); a tool that edits a show that it does not play has one of
-/// its own. Thread-safe. A thread that reads may take it shared again and never waits behind a writer then; a writer gets
-/// in as soon as those who read have left. Acquiring it exclusively on a thread that holds it shared, or the reverse,
-/// waits forever.
+/// its own. Thread-safe. A thread that reads may take it shared again and never waits behind a writer then; a writer
+/// gets in as soon as those who read have left. Acquiring it exclusively on a thread that holds it shared, or the
+/// reverse, waits forever.
 class LogHolder {
 public:
     LogHolder() = default;
