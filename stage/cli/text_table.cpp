@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "stage/show/text_columns.h"
+#include "kit/utf8.h"
 
 namespace {
 
 void AppendCell(std::string& line, const std::string& cell, std::size_t width, TextTable::Align align) {
-    const std::string padding(width - std::min(stage::CountColumns(cell), width), ' ');
+    const std::string padding(width - std::min(kit::CountColumns(cell), width), ' ');
     line += align == TextTable::Align::Right ? padding + cell : cell + padding;
 }
 
@@ -34,9 +34,9 @@ std::string TextTable::AsText() const {
         titles.push_back(column.title);
     std::vector<std::size_t> widths;
     for (std::size_t i = 0; i < columns_.size(); ++i) {
-        widths.push_back(stage::CountColumns(titles[i]));
+        widths.push_back(kit::CountColumns(titles[i]));
         for (const auto& row : rows_)
-            widths[i] = std::max(widths[i], stage::CountColumns(row[i]));
+            widths[i] = std::max(widths[i], kit::CountColumns(row[i]));
     }
     std::string text;
     const auto appendLine = [&](const std::vector<std::string>& cells) {

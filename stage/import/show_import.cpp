@@ -1,6 +1,5 @@
 #include "stage/import/show_import.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -183,14 +182,7 @@ public:
     }
     /// Gives a new directory its name, all files at once.
     void Keep() {
-        if (isNewDirectory_) {
-            std::error_code error;
-            fs::rename(directory_, showPath_, error);
-            if (error)
-                throw std::runtime_error(
-                    fmt::format("the directory \"{}\" cannot be made: {}", showPath_, error.message()));
-            SyncParent();
-        }
+        if (isNewDirectory_) kit::RenameDirectoryDurably(directory_, showPath_);
         isKept_ = true;
     }
 
@@ -202,13 +194,6 @@ private:
         if (!fs::create_directory(directory_, error))
             throw std::runtime_error(
                 fmt::format("the directory \"{}\" cannot be made: {}", showPath_, error.message()));
-    }
-    void SyncParent() const {
-        const std::string parent = fs::absolute(directory_).parent_path().string();
-        const int descriptor = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (descriptor < 0) return;
-        ::fsync(descriptor);
-        ::close(descriptor);
     }
 
     std::string showPath_;

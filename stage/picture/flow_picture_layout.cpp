@@ -8,7 +8,7 @@
 #include <numeric>
 #include <utility>
 
-#include "stage/show/text_columns.h"
+#include "kit/utf8.h"
 #include "tavo_midi/tempo_map.h"
 
 namespace stage::flow {
@@ -16,7 +16,7 @@ namespace stage::flow {
 namespace {
 
 /// In parts of the size, as wide as the widest of the usual sans serif letter forms.
-double MeasureCharacter(const Character& character) {
+double MeasureCharacter(const kit::Character& character) {
     if (character.columns != 1) return character.columns == 0 ? 0 : 1.05;
     if (!character.isWellFormed || character.value > 0x7E) return 0.8;
     const char c = static_cast<char>(character.value);
@@ -39,7 +39,7 @@ std::size_t CountFittingBytes(std::string_view text, double width, double size, 
     double used = 0;
     std::size_t bytes = 0;
     while (bytes < text.size()) {
-        const Character character = ReadCharacter(text.substr(bytes));
+        const kit::Character character = kit::ReadCharacter(text.substr(bytes));
         used += MeasureCharacter(character) * scale;
         if (used > width && bytes > 0) break;
         bytes += character.bytes;
@@ -52,7 +52,7 @@ std::size_t CountFittingBytes(std::string_view text, double width, double size, 
 double MeasureText(std::string_view text, double size, bool isBold) {
     double width = 0;
     while (!text.empty()) {
-        const Character character = ReadCharacter(text);
+        const kit::Character character = kit::ReadCharacter(text);
         width += MeasureCharacter(character);
         text.remove_prefix(character.bytes);
     }

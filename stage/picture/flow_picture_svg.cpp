@@ -5,8 +5,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "kit/utf8.h"
 #include "stage/picture/flow_picture.h"
-#include "stage/show/text_columns.h"
 
 namespace stage::flow {
 
@@ -44,7 +44,7 @@ std::string_view NameOf(Ink ink) {
 std::string Escape(std::string_view text) {
     std::string escaped;
     while (!text.empty()) {
-        const Character character = ReadCharacter(text);
+        const kit::Character character = kit::ReadCharacter(text);
         const std::uint32_t value = character.value;
         const bool isControl = value < 0x20 && value != '\t';
         const bool isNoCharacter =

@@ -12,11 +12,11 @@
 #include <string_view>
 #include <tuple>
 
+#include "kit/utf8.h"
 #include "stage/import/musicxml/score_file.h"
 #include "stage/import/musicxml/score_song.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
-#include "tavo_midi/utf8_text.h"
 
 namespace {
 
@@ -97,12 +97,12 @@ std::string WriteScore(std::string_view choices) {
 
 void CheckMark(const WrittenMark& mark, const WrittenBar& bar) {
     Require(mark.position >= 0 && mark.position <= bar.length && mark.length >= 0);
-    Require(tavo_midi::IsUtf8(mark.text) && std::is_sorted(mark.passes.begin(), mark.passes.end()));
+    Require(kit::IsUtf8(mark.text) && std::is_sorted(mark.passes.begin(), mark.passes.end()));
     Require((mark.value > 0) == (mark.kind == MarkKind::Tempo));
 }
 
 void CheckBar(const WrittenBar& bar) {
-    Require(bar.length > 0 && tavo_midi::IsUtf8(bar.label) && tavo_midi::IsUtf8(bar.pageNumber));
+    Require(bar.length > 0 && kit::IsUtf8(bar.label) && kit::IsUtf8(bar.pageNumber));
     if (bar.meter) {
         const int type = bar.meter->beatType;
         Require(type >= 1 && type <= 64 && (type & (type - 1)) == 0);
@@ -120,7 +120,7 @@ void CheckBar(const WrittenBar& bar) {
 }
 
 void CheckPart(const WrittenPart& part) {
-    Require(!part.instruments.empty() && tavo_midi::IsUtf8(part.id) && tavo_midi::IsUtf8(part.name));
+    Require(!part.instruments.empty() && kit::IsUtf8(part.id) && kit::IsUtf8(part.name));
     for (const WrittenInstrument& instrument : part.instruments) {
         Require(instrument.program >= 0 && instrument.program <= 127 && instrument.channel >= -1 &&
                 instrument.channel <= 15);
@@ -175,7 +175,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const WrittenScore score =
             bytes.starts_with('M') ? ReadScore(WriteScore(bytes.substr(1)), "fuzz.xml") : ReadScore(bytes, "fuzz.mxl");
         Require(score.unitsPerQuarter >= 1 && score.unitsPerQuarter <= 1'000'000'000);
-        Require(!score.parts.empty() && !score.bars.empty() && tavo_midi::IsUtf8(score.title));
+        Require(!score.parts.empty() && !score.bars.empty() && kit::IsUtf8(score.title));
         for (const WrittenPart& part : score.parts)
             CheckPart(part);
         for (const WrittenBar& bar : score.bars)

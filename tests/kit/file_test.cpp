@@ -207,3 +207,31 @@ TEST_F(Files, LinkAndUnlink_MovesOnceAndNeverReplaces) {
     EXPECT_EQ("new", kit::ReadFile(path_, kNoLimit));
     EXPECT_EQ("newer", kit::ReadFile(temporary, kNoLimit));
 }
+
+TEST(RenameDirectoryDurably, Finished_AppearsWithAllItsFiles) {
+    const test_support::TemporaryDirectory directory;
+    for (const char* to : {"show", "other/"}) {
+        std::filesystem::create_directory(directory / "half");
+        kit::WriteNewFileDurably(directory / "half/a", "1");
+        if (std::string(to) == "show") std::filesystem::create_directory(directory / to);
+        kit::RenameDirectoryDurably(directory / "half", directory / to);
+        EXPECT_FALSE(std::filesystem::exists(directory / "half"));
+        EXPECT_EQ("1", kit::ReadFile(directory / (std::string(to) + "/a"), 10));
+    }
+}
+
+TEST(RenameDirectoryDurably, ThatCannotBe_SaysWhyAndKeepsItsName) {
+    const test_support::TemporaryDirectory directory;
+    std::filesystem::create_directories(directory / "half");
+    std::filesystem::create_directories(directory / "full/inside");
+    for (const char* to : {"full", "missing/show"}) {
+        try {
+            kit::RenameDirectoryDurably(directory / "half", directory / to);
+            FAIL() << to;
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(0U, std::string(error.what()).find("the directory \"" + (directory / to) + "\" cannot be made: "))
+                << error.what();
+        }
+        EXPECT_TRUE(std::filesystem::exists(directory / "half"));
+    }
+}

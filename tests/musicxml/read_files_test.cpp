@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tavo_midi/zip_archive.h"
+#include "kit/zip_archive.h"
 #include "tests/musicxml/support/score_text.h"
 
 namespace {
@@ -12,7 +12,7 @@ const std::string Container =
     "<?xml version=\"1.0\"?><container><rootfiles><rootfile full-path=\"score.xml\"/></rootfiles></container>";
 
 std::string Archive(const std::vector<std::pair<std::string, std::string>>& members) {
-    tavo_midi::ZipWriter archive;
+    kit::ZipWriter archive;
     for (const auto& [name, bytes] : members)
         archive.Add(name, bytes);
     return archive.Finish();
@@ -154,6 +154,11 @@ TEST(RefuseFile, NotAScore) {
     EXPECT_EQ("\"a.xml\" is not XML: line 1 cannot be read", Refuse(""));
     EXPECT_EQ("\"a.xml\" is not XML: line 1 cannot be read", Refuse("MThd"));
     EXPECT_EQ("\"a.xml\" is not XML: line 3 cannot be read", Refuse("<score-partwise>\n<part>\n</wrong>\n"));
+    for (const bool isBigEndian : {false, true})
+        EXPECT_EQ("\"a.xml\" is not XML: line 3 cannot be read",
+                  Refuse(InUtf16("<score-partwise>\n<part>\n</wrong>\n", isBigEndian, true)));
+    EXPECT_EQ("\"a.xml\" is not XML: line 4 cannot be read",
+              Refuse("<?xml version='1.0' encoding='latin1'?>\n<a>\n\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\n</b>\n\n\n\n\n"));
     EXPECT_EQ("\"a.xml\": this is not a MusicXML score", Refuse("<html/>"));
     EXPECT_EQ("\"a.xml\": the score has no parts", Refuse("<score-partwise/>"));
     EXPECT_EQ("\"a.xml\": the score has no parts", Refuse("<score-timewise><measure number=\"1\"/></score-timewise>"));

@@ -7,7 +7,6 @@
 #include "stage/import/text_song.h"
 #include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
-#include "stage/show/text_columns.h"
 #include "tests/support/run_program.h"
 
 namespace {
@@ -153,10 +152,6 @@ TEST(SongFileName, NumberAndTitle_ComeFromTheName) {
 }
 
 TEST(TextTable, ColumnsAreCountedNotBytes) {
-    EXPECT_EQ(4U, stage::CountColumns("Noël"));
-    EXPECT_EQ(4U, stage::CountColumns("Noe\u0308l")) << "a combining mark";
-    EXPECT_EQ(4U, stage::CountColumns("\u6b4c\u5531")) << "wide characters";
-    EXPECT_EQ(2U, stage::CountColumns("\xff\x80")) << "no UTF-8";
     TextTable table({{"title"}, {"bars", TextTable::Align::Right}});
     table.AddRow({"Noël", "8"});
     table.AddRow({"a\tb\n", "12"});

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <system_error>
 #include <utility>
 
 #include "durable_rename.h"
@@ -173,6 +174,32 @@ void WriteNewFileDurably(const std::string& path, std::string_view bytes) {
 
 void ReplaceFileDurably(const std::string& path, std::string_view bytes) {
     WriteDurably(path, bytes, ExistingFile::Replace);
+}
+
+namespace {
+
+std::string WithoutLastSeparators(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+void CheckDirectoryWasMade(const std::string& path, int error) {
+    if (error == 0) return;
+    throw std::runtime_error("the directory \"" + path +
+                             "\" cannot be made: " + std::error_code(error, std::generic_category()).message());
+}
+
+}  // namespace
+
+void RenameDirectoryDurably(const std::string& from, const std::string& to) {
+    const std::string parent = GetDirectory(WithoutLastSeparators(to));
+    const OpenFile directory = Open(parent, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    CheckDirectoryWasMade(to, directory.IsOpen() ? 0 : errno);
+    CheckDirectoryWasMade(to, ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno);
+    const int error = SynchroniseDirectory(directory.Get());
+    if (error != 0) static_cast<void>(::rename(to.c_str(), from.c_str()));
+    CheckDirectoryWasMade(to, error);
 }
 
 }  // namespace kit

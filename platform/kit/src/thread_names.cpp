@@ -3,7 +3,9 @@
 #include <pthread.h>
 
 #include <map>
-#include <mutex>
+
+#include "kit/mutex.h"
+#include "kit/utf8.h"
 
 namespace kit {
 
@@ -12,8 +14,8 @@ namespace {
 constexpr std::size_t kLongestSystemName = 15;
 
 struct Register {
-    std::mutex mutex;
-    std::map<std::thread::id, std::string> names;
+    Mutex mutex;
+    std::map<std::thread::id, std::string> names KIT_GUARDED_BY(mutex);
 };
 
 // Never destroyed, because threads may still be named while static objects are.
@@ -28,29 +30,20 @@ struct NameRemover {
     ~NameRemover() {
         threadIsEnding = true;
         Register& threads = GetRegister();
-        const std::lock_guard lock(threads.mutex);
+        const MutexLock lock(threads.mutex);
         threads.names.erase(std::this_thread::get_id());
     }
 };
 
-/// At most 15 bytes, not ending within a UTF-8 character.
-std::string CutForSystem(const std::string& name) {
-    if (name.size() <= kLongestSystemName) return name;
-    std::size_t end = kLongestSystemName;
-    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U)
-        --end;
-    return name.substr(0, end);
-}
-
 }  // namespace
 
 void ThreadNames::SetNameOfCurrentThread(const std::string& name) const {
-    pthread_setname_np(pthread_self(), CutForSystem(name).c_str());
+    pthread_setname_np(pthread_self(), name.substr(0, CutUtf8(name, kLongestSystemName)).c_str());
     // A thread that is ending has nobody left to remove its entry.
     if (threadIsEnding) return;
     thread_local const NameRemover remover;
     Register& threads = GetRegister();
-    const std::lock_guard lock(threads.mutex);
+    const MutexLock lock(threads.mutex);
     threads.names[std::this_thread::get_id()] = name;
 }
 
@@ -60,7 +53,7 @@ std::string ThreadNames::GetNameOfCurrentThread() const {
 
 std::string ThreadNames::GetName(std::thread::id thread) const {
     Register& threads = GetRegister();
-    const std::lock_guard lock(threads.mutex);
+    const MutexLock lock(threads.mutex);
     const auto found = threads.names.find(thread);
     return found != threads.names.end() ? found->second : std::string();
 }

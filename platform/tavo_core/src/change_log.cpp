@@ -12,7 +12,7 @@
 #include "change_log_writer.h"
 #include "kit/file.h"
 #include "kit/path.h"
-#include "utf8.h"
+#include "kit/utf8.h"
 
 namespace CL {
 
@@ -27,7 +27,7 @@ constexpr std::string_view copyMark = "-copy";
 
 /// The show's name with '_' for what cannot stand in a file name on the systems that shows travel between.
 std::string AsFileName(const std::string& showName) {
-    std::string name = showName.substr(0, tavo_core::CutUtf8(showName, longestShowPart));
+    std::string name = showName.substr(0, kit::CutUtf8(showName, longestShowPart));
     for (char& character : name) {
         const bool control = static_cast<unsigned char>(character) < 0x20 || character == 0x7f;
         if (control || std::string_view("/\\:*?\"<>|").find(character) != std::string_view::npos) character = '_';

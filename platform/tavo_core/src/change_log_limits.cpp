@@ -5,14 +5,14 @@
 #include <variant>
 
 #include "change_log_format.h"
-#include "utf8.h"
+#include "kit/utf8.h"
 
 namespace tavo_core {
 
 namespace {
 
 bool IsWithin(const std::string& text) {
-    return text.size() <= logdata::longestText && FindIllFormedUtf8(text) == std::string_view::npos;
+    return text.size() <= logdata::longestText && kit::IsUtf8(text);
 }
 
 bool IsWithin(const CL::Vamp& edit) {

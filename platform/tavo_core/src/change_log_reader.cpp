@@ -9,7 +9,7 @@
 
 #include "change_log_format.h"
 #include "edit_builder.h"
-#include "utf8.h"
+#include "kit/utf8.h"
 
 namespace tavo_core {
 
@@ -48,7 +48,7 @@ public:
     Reader(const std::string& text, const std::string& name) : text_(text), name_(name), reached_(text.data()) {}
 
     CL::ChangeLog Read() {
-        const std::size_t illFormed = FindIllFormedUtf8(text_);
+        const std::size_t illFormed = kit::FindIllFormedUtf8(text_);
         if (illFormed != std::string::npos)
             throw std::runtime_error(
                 fmt::format("{}, line {}: the text is not well-formed UTF-8.", name_, LineOf(text_, illFormed)));

@@ -10,8 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "kit/utf8.h"
 #include "number_text.h"
-#include "utf8.h"
 
 namespace tavo_core {
 
@@ -36,7 +36,7 @@ std::optional<unsigned char> FindKind(const std::string& name) {
 
 std::string Shorten(std::string_view text) {
     constexpr std::size_t longestQuote = 64;
-    std::string quote(text.substr(0, CutUtf8(text, longestQuote)));
+    std::string quote(text.substr(0, kit::CutUtf8(text, longestQuote)));
     std::replace_if(
         quote.begin(), quote.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
     return quote.size() < text.size() ? quote + "..." : quote;

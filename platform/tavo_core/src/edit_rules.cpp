@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "change_log_format.h"
+#include "kit/utf8.h"
 #include "tavo_core/edit_text.h"
-#include "utf8.h"
 
 namespace CL {
 
@@ -76,7 +76,7 @@ std::string CheckPlace(const Edit& edit, const TL::Timeline& timeline, Speaker& 
 std::string CheckText(const char* what, const std::string& text) {
     if (text.size() > tavo_core::logdata::longestText)
         return fmt::format("the {} is longer than {} bytes", what, tavo_core::logdata::longestText);
-    if (tavo_core::FindIllFormedUtf8(text) != std::string_view::npos) return fmt::format("the {} is not UTF-8", what);
+    if (!kit::IsUtf8(text)) return fmt::format("the {} is not UTF-8", what);
     return {};
 }
 

@@ -7,23 +7,23 @@
 #include <utility>
 
 #include "kit/file.h"
+#include "kit/utf8.h"
+#include "kit/zip_archive.h"
 #include "show_json.h"
 #include "tavo_midi/smf_reader.h"
-#include "tavo_midi/utf8_text.h"
-#include "tavo_midi/zip_archive.h"
 
 namespace tavo_midi {
 
 namespace {
 
 void CheckText(const std::string& text, const char* what) {
-    if (!IsUtf8(text)) throw std::runtime_error(fmt::format("the {} of a song or show is not UTF-8", what));
+    if (!kit::IsUtf8(text)) throw std::runtime_error(fmt::format("the {} of a song or show is not UTF-8", what));
 }
 
 /// Reads the songs of one archive into a show, each file once as long as the songs that share it follow one another.
 class SongReader {
 public:
-    SongReader(const ZipReader& archive, const std::string& name, ShowData& show)
+    SongReader(const kit::ZipReader& archive, const std::string& name, ShowData& show)
         : archive_(archive), name_(name), show_(show) {}
 
     /// `isLastUse` says that the next song has another file.
@@ -54,7 +54,7 @@ private:
             show_.AddWarning(warning);
     }
 
-    const ZipReader& archive_;
+    const kit::ZipReader& archive_;
     const std::string& name_;
     ShowData& show_;
     std::string member_;
@@ -67,7 +67,7 @@ private:
 }  // namespace
 
 ShowData UnpackShowData(std::string_view bytes, const std::string& name) {
-    const ZipReader archive(bytes, name, MaxShowMembers);
+    const kit::ZipReader archive(bytes, name, MaxShowMembers);
     const std::string place = fmt::format("\"{}\", member \"{}\"", name, ShowJsonName);
     const ShowJson json = ReadShowJson(archive.Read(ShowJsonName, MaxShowJsonBytes), place);
     ShowData show;
@@ -101,7 +101,7 @@ std::string PackShowData(const std::string& title, const std::vector<ShowSong>& 
         json.songs.push_back({song.options, song.smfName});
     }
     const std::string text = WriteShowJson(json);
-    ZipWriter archive;
+    kit::ZipWriter archive;
     archive.Add(ShowJsonName, text);
     for (const auto& [member, bytes] : files)
         archive.Add(member, *bytes);

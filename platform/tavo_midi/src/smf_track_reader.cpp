@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tavo_midi/utf8_text.h"
+#include "kit/utf8.h"
 
 namespace tavo_midi {
 
@@ -240,11 +240,11 @@ bool SmfTrackReader::ReadMeta() {
     const std::size_t at = ReadLengthAndSkip("a meta event", length);
     switch (type) {
         case kMetaTrackName:
-            if (track_.name.empty()) track_.name = ToUtf8Line(bytes_.substr(at, length));
+            if (track_.name.empty()) track_.name = kit::ToUtf8Line(bytes_.substr(at, length));
             break;
         case kMetaMarker:
         case kMetaCuePoint:
-            track_.markers.emplace_back(tick_, ToUtf8Line(bytes_.substr(at, length)));
+            track_.markers.emplace_back(tick_, kit::ToUtf8Line(bytes_.substr(at, length)));
             break;
         case kMetaPort:
             ReadPort(at, length);

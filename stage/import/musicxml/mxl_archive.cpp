@@ -4,9 +4,9 @@
 
 #include <stdexcept>
 
+#include "kit/zip_archive.h"
 #include "stage/import/musicxml/score_file.h"
 #include "stage/import/musicxml/xml_document.h"
-#include "tavo_midi/zip_archive.h"
 
 namespace stage::musicxml {
 
@@ -34,10 +34,10 @@ bool IsArchive(std::string_view bytes) {
 }
 
 std::string ReadScoreMember(std::string_view archive, const std::string& name) {
-    const tavo_midi::ZipReader reader(archive, name, MaxMembers);
+    const kit::ZipReader reader(archive, name, MaxMembers);
     const std::string place = fmt::format("\"{}\", member \"{}\"", name, ContainerName);
     const auto container = ParseXml(reader.Read(ContainerName, MaxContainerBytes), place);
-    const std::string scoreName = FindScoreName(container->tree.child("container"));
+    const std::string scoreName = FindScoreName(container->child("container"));
     if (scoreName.empty()) throw std::runtime_error(place + " names no score");
     return reader.Read(scoreName, MaxScoreFileBytes);
 }

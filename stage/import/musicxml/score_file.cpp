@@ -19,7 +19,7 @@ namespace stage::musicxml {
 
 namespace {
 
-std::unique_ptr<XmlDocument> LoadScore(std::string_view bytes, const std::string& name) {
+std::unique_ptr<pugi::xml_document> LoadScore(std::string_view bytes, const std::string& name) {
     const std::string place = fmt::format("\"{}\"", name);
     if (IsArchive(bytes)) return ParseXml(ReadScoreMember(bytes, name), place);
     if (bytes.size() > MaxScoreFileBytes)
@@ -39,10 +39,10 @@ void MarkFirstBar(Reading& reading) {
 }  // namespace
 
 WrittenScore ReadScore(std::string_view bytes, const std::string& name) {
-    const std::unique_ptr<XmlDocument> document = LoadScore(bytes, name);
+    const std::unique_ptr<pugi::xml_document> document = LoadScore(bytes, name);
     Reading reading;
     reading.name = name;
-    const std::size_t bars = ReadParts(reading, document->tree);
+    const std::size_t bars = ReadParts(reading, *document);
     ChooseUnits(reading);
     FindFittedBars(reading);
     reading.score.bars.reserve(bars);

@@ -10,67 +10,20 @@ namespace stage::musicxml {
 
 namespace {
 
-constexpr std::uint32_t Replacement = 0xFFFD;
 /// What the library keeps of an element or a text, and of an attribute.
 constexpr std::size_t NodeBytes = 64;
 constexpr std::size_t AttributeBytes = 40;
 
-void AppendUtf8(std::string& text, std::uint32_t code) {
-    const auto append = [&](std::uint32_t byte) { text += static_cast<char>(static_cast<std::uint8_t>(byte)); };
-    if (code < 0x80) {
-        append(code);
-    } else if (code < 0x800) {
-        append(0xC0U | code >> 6U);
-        append(0x80U | (code & 0x3FU));
-    } else if (code < 0x10000) {
-        append(0xE0U | code >> 12U);
-        append(0x80U | (code >> 6U & 0x3FU));
-        append(0x80U | (code & 0x3FU));
-    } else {
-        append(0xF0U | code >> 18U);
-        append(0x80U | (code >> 12U & 0x3FU));
-        append(0x80U | (code >> 6U & 0x3FU));
-        append(0x80U | (code & 0x3FU));
-    }
-}
-
-std::string FromUtf16(std::string_view bytes, bool isBigEndian) {
-    const auto unit = [&](std::size_t index) -> std::uint32_t {
-        const std::uint32_t first = static_cast<std::uint8_t>(bytes[2 * index]);
-        const std::uint32_t second = static_cast<std::uint8_t>(bytes[2 * index + 1]);
-        return isBigEndian ? first << 8U | second : second << 8U | first;
-    };
-    const std::size_t units = bytes.size() / 2;
-    std::string text;
-    text.reserve(units);
-    for (std::size_t index = 0; index < units; ++index) {
-        const std::uint32_t code = unit(index);
-        const bool isHigh = code >= 0xD800 && code < 0xDC00;
-        if (isHigh && index + 1 < units && unit(index + 1) >= 0xDC00 && unit(index + 1) < 0xE000)
-            AppendUtf8(text, 0x10000 + ((code - 0xD800) << 10U) + (unit(++index) - 0xDC00));
-        else
-            AppendUtf8(text, code >= 0xD800 && code < 0xE000 ? Replacement : code);
-    }
-    return text;
-}
-
-bool DeclaresLatin1(std::string_view bytes) {
-    if (!bytes.starts_with("<?xml")) return false;
-    std::string declaration(bytes.substr(0, std::min(bytes.find('>'), std::size_t{200})));
-    std::transform(declaration.begin(), declaration.end(), declaration.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return declaration.find("iso-8859-1\"") != std::string::npos ||
-           declaration.find("iso-8859-1'") != std::string::npos || declaration.find("latin1") != std::string::npos;
-}
-
-/// At most what the tree of this text takes.
+/// At most what the tree of this text takes, in whatever encoding: the zero bytes between the ASCII characters of
+/// UTF-16 are passed over, and a byte of another character that looks like a bracket only makes it more.
 std::size_t EstimateTree(std::string_view text) {
     std::size_t bytes = 0;
     bool isText = false;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const char character = text[at];
         if (character == '<') {
-            const char next = at + 1 < text.size() ? text[at + 1] : '\0';
+            const std::size_t following = text.find_first_not_of('\0', at + 1);
+            const char next = following == std::string_view::npos ? '\0' : text[following];
             if (next != '/' && next != '?') bytes += NodeBytes;
             if (isText) bytes += NodeBytes;
             isText = false;
@@ -84,38 +37,41 @@ std::size_t EstimateTree(std::string_view text) {
     return bytes;
 }
 
-}  // namespace
-
-std::string DecodeXml(std::string_view bytes) {
-    using namespace std::string_view_literals;
-    if (bytes.starts_with("\xEF\xBB\xBF"sv)) return std::string(bytes.substr(3));
-    if (bytes.starts_with("\xFE\xFF"sv)) return FromUtf16(bytes.substr(2), true);
-    if (bytes.starts_with("\xFF\xFE"sv)) return FromUtf16(bytes.substr(2), false);
-    if (bytes.starts_with("\0<"sv)) return FromUtf16(bytes, true);
-    if (bytes.starts_with("<\0"sv)) return FromUtf16(bytes, false);
-    if (!DeclaresLatin1(bytes)) return std::string(bytes);
-    std::string text;
-    text.reserve(bytes.size());
-    for (const char character : bytes)
-        AppendUtf8(text, static_cast<std::uint8_t>(character));
-    return text;
+std::size_t CountUtf8Bytes(std::uint32_t unit) {
+    const bool isHalfOfAPair = unit >= 0xD800 && unit < 0xE000;
+    return unit < 0x80 ? 1 : unit < 0x800 || isHalfOfAPair ? 2 : unit < 0x10000 ? 3 : 4;
 }
 
-std::unique_ptr<XmlDocument> ParseXml(std::string_view bytes, const std::string& place) {
-    auto document = std::make_unique<XmlDocument>();
-    document->text = DecodeXml(bytes);
-    std::string& text = document->text;
-    if (EstimateTree(text) > MaxTreeBytes)
+/// The line of the byte at `offset` once the text is UTF-8, as the library counts.
+std::size_t FindLine(std::string_view text, pugi::xml_encoding encoding, std::size_t offset) {
+    const bool isUtf16 = encoding == pugi::encoding_utf16_le || encoding == pugi::encoding_utf16_be;
+    const bool isUtf32 = encoding == pugi::encoding_utf32_le || encoding == pugi::encoding_utf32_be;
+    const bool isBigEndian = encoding == pugi::encoding_utf16_be || encoding == pugi::encoding_utf32_be;
+    const std::size_t width = isUtf32 ? 4 : isUtf16 ? 2 : 1;
+    std::size_t line = 1;
+    std::size_t passed = 0;
+    for (std::size_t at = 0; at + width <= text.size() && passed < offset; at += width) {
+        std::uint32_t unit = 0;
+        for (std::size_t i = 0; i < width; ++i)
+            unit = unit << 8U | static_cast<std::uint8_t>(text[isBigEndian ? at + i : at + width - 1 - i]);
+        passed += encoding == pugi::encoding_utf8 ? 1 : CountUtf8Bytes(unit);
+        if (unit == '\n') ++line;
+    }
+    return line;
+}
+
+}  // namespace
+
+std::unique_ptr<pugi::xml_document> ParseXml(std::string_view bytes, const std::string& place) {
+    if (EstimateTree(bytes) > MaxTreeBytes)
         throw std::runtime_error(
             fmt::format("{} holds more elements than {} MB of memory take", place, MaxTreeBytes >> 20U));
-    const pugi::xml_parse_result result =
-        document->tree.load_buffer_inplace(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
-    if (result) return document;
-    // Reading changes the text in place, so that its lines are counted in another copy.
-    const std::string original = DecodeXml(bytes);
-    const auto end = original.begin() + std::clamp<std::ptrdiff_t>(result.offset, 0, std::ssize(original));
+    auto tree = std::make_unique<pugi::xml_document>();
+    const pugi::xml_parse_result result = tree->load_buffer(bytes.data(), bytes.size());
+    if (result) return tree;
+    const auto offset = static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0));
     throw std::runtime_error(
-        fmt::format("{} is not XML: line {} cannot be read", place, 1 + std::count(original.begin(), end, '\n')));
+        fmt::format("{} is not XML: line {} cannot be read", place, FindLine(bytes, result.encoding, offset)));
 }
 
 }  // namespace stage::musicxml

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "tavo_midi/utf8_text.h"
+#include "kit/utf8.h"
 
 namespace stage::musicxml {
 
@@ -29,13 +29,7 @@ std::string_view Trim(std::string_view text) {
 }  // namespace
 
 std::string MakeLine(std::string_view text) {
-    if (text.size() > MaxLineBytes) {
-        std::size_t end = MaxLineBytes;
-        while (end > 0 && (static_cast<std::uint8_t>(text[end]) & 0xC0U) == 0x80U)
-            --end;
-        text = text.substr(0, end);
-    }
-    std::string line = tavo_midi::ToUtf8Line(text);
+    std::string line = kit::ToUtf8Line(text.substr(0, kit::CutUtf8(text, MaxLineBytes)));
     line.erase(std::unique(line.begin(), line.end(), [](char a, char b) { return a == ' ' && b == ' '; }), line.end());
     return line;
 }

@@ -22,12 +22,17 @@ public:
 /// Writes a file so that a crash at any moment leaves either no file or the whole one: a temporary file beside it is
 /// written, synchronised and renamed, then the directory is synchronised. Throws FileExistsError if the target exists,
 /// otherwise std::runtime_error with one sentence that names the file and the system's reason; nothing is left behind
-/// then.
+/// then. Thread-safe; blocks on the disk.
 void WriteNewFileDurably(const std::string& path, std::string_view bytes);
 
 /// The same, but an existing file is replaced and keeps its permissions; after a crash either the old or the new one is
 /// there.
 void ReplaceFileDurably(const std::string& path, std::string_view bytes);
+
+/// Gives a finished directory another name in the same directory: all its files appear there at once, and after a crash
+/// it has either the old name or the new one. `to` may be an empty directory. Throws std::runtime_error with one
+/// sentence that names `to` and the system's reason; the directory then has its old name. Blocks on the disk.
+void RenameDirectoryDurably(const std::string& from, const std::string& to);
 
 enum class ExistingFile { Keep, Replace };
 

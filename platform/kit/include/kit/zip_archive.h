@@ -7,9 +7,9 @@
 
 struct zip;
 
-namespace tavo_midi {
+namespace kit {
 
-/// A ZIP archive in memory that is read. `bytes` must outlive it.
+/// A ZIP archive in memory that is read. `bytes` must outlive it. Not thread-safe; does not touch the disk.
 class ZipReader {
 public:
     /// Throws std::runtime_error with one sentence that begins with the quoted `name`.
@@ -30,7 +30,8 @@ private:
     zip* archive_ = nullptr;
 };
 
-/// A ZIP archive in memory that is written. Members are stored as they are, so that opening a show costs a copy only.
+/// A ZIP archive in memory that is written. Not thread-safe; does not touch the disk. Members are stored as they are,
+/// so that opening a show costs a copy only.
 class ZipWriter {
 public:
     ZipWriter();
@@ -48,4 +49,4 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace tavo_midi
+}  // namespace kit

@@ -1,6 +1,5 @@
-#include "tavo_midi/zip_archive.h"
+#include "kit/zip_archive.h"
 
-#include <fmt/format.h>
 #include <zip.h>
 
 #include <algorithm>
@@ -8,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace tavo_midi {
+namespace kit {
 
 namespace {
 
@@ -36,19 +35,19 @@ private:
 
 ZipReader::ZipReader(std::string_view bytes, std::string name, std::size_t mostMembers) : name_(std::move(name)) {
     // The library takes an empty file for an archive of nothing.
-    if (bytes.empty()) throw std::runtime_error(fmt::format("\"{}\" is empty", name_));
+    if (bytes.empty()) throw std::runtime_error("\"" + name_ + "\" is empty");
     ZipError error;
     zip_source_t* source = zip_source_buffer_create(bytes.data(), bytes.size(), 0, error.Get());
     if (source != nullptr) archive_ = zip_open_from_source(source, ZIP_RDONLY, error.Get());
     if (archive_ == nullptr) {
         zip_source_free(source);
-        throw std::runtime_error(fmt::format("\"{}\" is not a readable ZIP archive: {}", name_, error.Text()));
+        throw std::runtime_error("\"" + name_ + "\" is not a readable ZIP archive: " + error.Text());
     }
     const zip_int64_t members = zip_get_num_entries(archive_, 0);
     if (members > static_cast<zip_int64_t>(mostMembers)) {
         zip_discard(archive_);
-        throw std::runtime_error(
-            fmt::format("\"{}\" holds {} members, more than the {} allowed", name_, members, mostMembers));
+        throw std::runtime_error("\"" + name_ + "\" holds " + std::to_string(members) + " members, more than the " +
+                                 std::to_string(mostMembers) + " allowed");
     }
 }
 
@@ -57,16 +56,16 @@ ZipReader::~ZipReader() {
 }
 
 void ZipReader::Fail(const std::string& member, const std::string& what) const {
-    throw std::runtime_error(fmt::format("\"{}\", member \"{}\" {}", name_, member, what));
+    throw std::runtime_error("\"" + name_ + "\", member \"" + member + "\" " + what);
 }
 
 std::string ZipReader::Read(const std::string& member, std::size_t mostBytes) const {
     zip_stat_t stat{};
     if (zip_stat(archive_, member.c_str(), ZIP_FL_ENC_RAW, &stat) != 0) Fail(member, "is missing");
     if ((stat.valid & ZIP_STAT_SIZE) == 0 || stat.size > mostBytes)
-        Fail(member, fmt::format("is larger than the {} bytes allowed", mostBytes));
+        Fail(member, "is larger than the " + std::to_string(mostBytes) + " bytes allowed");
     const std::unique_ptr<zip_file_t, FileCloser> file(zip_fopen_index(archive_, stat.index, 0));
-    if (file == nullptr) Fail(member, fmt::format("cannot be read: {}", zip_strerror(archive_)));
+    if (file == nullptr) Fail(member, std::string("cannot be read: ") + zip_strerror(archive_));
     std::string bytes;
     while (true) {
         const std::size_t length = bytes.size();
@@ -74,7 +73,7 @@ std::string ZipReader::Read(const std::string& member, std::size_t mostBytes) co
         // One byte more than announced, so that the end, and with it the checksum, is reached.
         bytes.resize(std::min<std::size_t>(length + std::max(length, kReadStep), stat.size + 1));
         const zip_int64_t count = zip_fread(file.get(), bytes.data() + length, bytes.size() - length);
-        if (count < 0) Fail(member, fmt::format("is damaged: {}", zip_file_strerror(file.get())));
+        if (count < 0) Fail(member, std::string("is damaged: ") + zip_file_strerror(file.get()));
         bytes.resize(length + static_cast<std::size_t>(count));
         if (count == 0) break;
     }
@@ -111,8 +110,8 @@ void ZipWriter::Add(const std::string& member, std::string_view bytes) {
         source == nullptr ? -1 : zip_file_add(impl_->archive, member.c_str(), source, ZIP_FL_ENC_UTF_8);
     if (index < 0) {
         zip_source_free(source);
-        throw std::runtime_error(
-            fmt::format("\"{}\" cannot be put into a ZIP archive: {}", member, zip_strerror(impl_->archive)));
+        throw std::runtime_error("\"" + member +
+                                 "\" cannot be put into a ZIP archive: " + zip_strerror(impl_->archive));
     }
     const auto entry = static_cast<zip_uint64_t>(index);
     zip_set_file_compression(impl_->archive, entry, ZIP_CM_STORE, 0);
@@ -122,7 +121,7 @@ void ZipWriter::Add(const std::string& member, std::string_view bytes) {
 
 std::string ZipWriter::Finish() {
     if (zip_close(impl_->archive) != 0)
-        throw std::runtime_error(fmt::format("a ZIP archive cannot be finished: {}", zip_strerror(impl_->archive)));
+        throw std::runtime_error(std::string("a ZIP archive cannot be finished: ") + zip_strerror(impl_->archive));
     impl_->archive = nullptr;
     zip_stat_t stat{};
     std::string bytes;
@@ -135,4 +134,4 @@ std::string ZipWriter::Finish() {
     throw std::runtime_error("a finished ZIP archive cannot be read back");
 }
 
-}  // namespace tavo_midi
+}  // namespace kit
