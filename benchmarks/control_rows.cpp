@@ -62,8 +62,15 @@ void AddFlowStateRows(Table& table, const Effort& effort, std::size_t events) {
     const char* names[] = {"snapshot of flow control", "restore", "its text and back"};
     for (std::size_t i = 0; i < std::size(names); ++i) {
         const double ratio = MedianRatio(timings[i + 1], timings[0]);
-        table.Add({names[i], fmt::format("{}", events), "seek to the same place", FormatTime(timings[0].Median()),
-                   FormatTime(timings[i + 1].Median()), fmt::format("{:.2f}", ratio), "", "", {}});
+        table.Add({names[i],
+                   fmt::format("{}", events),
+                   "seek to the same place",
+                   FormatTime(timings[0].Median()),
+                   FormatTime(timings[i + 1].Median()),
+                   fmt::format("{:.2f}", ratio),
+                   "",
+                   "",
+                   {}});
     }
 }
 

@@ -178,8 +178,8 @@ std::string MakeVerbHelp() {
     std::string text;
     for (const VerbRow& row : GetVerbRows()) {
         const std::string arguments = DescribeArguments(row);
-        text += fmt::format("  {:<28}{}\n", arguments.empty() ? std::string(row.name)
-                                                                : fmt::format("{} {}", row.name, arguments),
+        text += fmt::format("  {:<28}{}\n",
+                            arguments.empty() ? std::string(row.name) : fmt::format("{} {}", row.name, arguments),
                             row.help);
     }
     return text;
