@@ -1,6 +1,7 @@
 // Flow control as a value: taken, put back, and kept over a reload.
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "flow_state_check.h"
@@ -224,10 +225,12 @@ void ShowControl::KeepWhatFits_(FlowState state) {
     DropWhatIsGone_(state);
     PutBack_(state);
     static_cast<void>(FindNextControlEventOnSeek(tickIndex_, true));
-    // What is new may come before what was being counted down.
-    std::stable_sort(
-        caesuraStack_.begin(), caesuraStack_.end(),
-        [](const CountdownCaesura& a, const CountdownCaesura& b) { return a.GetTickIndex() < b.GetTickIndex(); });
+    // What is new may come before what was being counted down. A stack is short, and equals keep their order.
+    const auto comesBefore = [](const CountdownCaesura& a, const CountdownCaesura& b) {
+        return a.GetTickIndex() < b.GetTickIndex();
+    };
+    for (auto it = caesuraStack_.begin(); it != caesuraStack_.end(); ++it)
+        std::rotate(std::upper_bound(caesuraStack_.begin(), it, *it, comesBefore), it, std::next(it));
 }
 
 void ShowControl::DropWhatIsGone_(FlowState& state) const {
