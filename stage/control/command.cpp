@@ -178,7 +178,7 @@ std::string MakeVerbHelp() {
     std::string text;
     for (const VerbRow& row : GetVerbRows()) {
         const std::string arguments = DescribeArguments(row);
-        text += fmt::format("  {:<28}{}\n",
+        text += fmt::format("  {:<20}{}\n",
                             arguments.empty() ? std::string(row.name) : fmt::format("{} {}", row.name, arguments),
                             row.help);
     }

@@ -168,6 +168,8 @@ protected:
 };
 
 TEST_F(ShowWithPedal, EveryCommand_ReachesThePlayer) {
+    // The commands follow each other faster than feet could press.
+    files_.WriteText("settings.json", R"({"pressGuardMs": 0})");
     OpenShow();
     stage::ShowSession& session = show_->session;
     Press(60);

@@ -137,7 +137,7 @@ TEST_F(Commands, HelpFitsATerminal) {
     std::istringstream lines(stage::MakeVerbHelp());
     std::size_t count = 0;
     for (std::string line; std::getline(lines, line); ++count)
-        EXPECT_LE(line.size(), 100U) << line;
+        EXPECT_LE(line.size(), 80U) << line;
     EXPECT_EQ(stage::GetVerbRows().size(), count);
 }
 

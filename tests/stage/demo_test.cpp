@@ -4,8 +4,9 @@
 #include <set>
 #include <sstream>
 
-#include "stage/session/edit_session.h"
+#include "stage/show/edit_list.h"
 #include "stage/show/show_directory.h"
+#include "tavo_core/edit_text.h"
 #include "tests/support/run_program.h"
 
 namespace {
