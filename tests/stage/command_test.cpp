@@ -127,7 +127,7 @@ TEST_F(Commands, DocumentHoldsTheTableOfVerbs) {
     const std::string mark = "from the table of verbs -->\n";
     const std::size_t begin = text.find(mark) + mark.size();
     const std::size_t end = text.find("<!-- end of verbs -->");
-    ASSERT_TRUE(begin < end && end != std::string::npos);
+    ASSERT_TRUE(begin <= end && end != std::string::npos);
     if (std::getenv("TAVO_WRITE_DOCS") != nullptr)
         std::ofstream(path) << text.substr(0, begin) + stage::MakeVerbTable() + text.substr(end);
     EXPECT_EQ(stage::MakeVerbTable(), kit::ReadFile(path, 1 << 20).substr(begin, end - begin));
