@@ -137,6 +137,7 @@ void AddRenderRows(Table& table, const Effort& effort) {
                fmt::format("{:.0f} s", static_cast<double>(frames) / FramesPerSecond), "libfluidsynth, bare scheduler",
                FormatTime(timings[0].Median()), FormatTime(timings[1].Median()), fmt::format("{:.3f}", ratio),
                "<= 1.02", "", ratio <= 1.02});
+    AddRenderLockRows(table, effort);
 }
 
 }  // namespace bench

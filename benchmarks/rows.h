@@ -19,6 +19,8 @@ void AddBeatsRows(Table& table, const Effort& effort);
 void AddOpenRows(Table& table, const Effort& effort);
 void AddSaveRows(Table& table, const Effort& effort);
 void AddRenderRows(Table& table, const Effort& effort);
+/// Part of the former: what rendering and other threads wait for each other.
+void AddRenderLockRows(Table& table, const Effort& effort);
 void AddControlRows(Table& table, const Effort& effort);
 void AddScoreRows(Table& table, const Effort& effort);
 void AddMidiRows(Table& table, const Effort& effort);

@@ -73,8 +73,10 @@ std::shared_ptr<const SongPlan> SongPlanKeeper::TakeIfReady(const std::string& s
 }
 
 std::shared_ptr<const SongPlan> SongPlanKeeper::Make(const std::string& songNumber) const {
-    const ActiveChangeLogShared changeLog;
-    return std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), changeLog->GetSongLog(songNumber));
+    const tavo_midi::SongData& song = showData_.GetSongData(songNumber);
+    // From a copy: a writer that waits for the change log keeps readers waiting too, the rendering thread among them.
+    const CL::SongLog songLog = ActiveChangeLogShared()->GetSongLog(songNumber);
+    return std::make_shared<const SongPlan>(song, songLog);
 }
 
 void SongPlanKeeper::Run_() {

@@ -82,16 +82,20 @@ void StagePlayer::LoadSong(const std::string& songNumber) {
     PutIn_(songNumber, std::move(plan));
 }
 
-bool StagePlayer::NextSong() {
-    std::string next;
+std::optional<std::string> StagePlayer::FindNextSong_() {
     try {
         const std::string current = GetActiveSongNumberRef().Get();
         const ActiveChangeLogShared changeLog;
-        next = tavo_ext::get_song_after(*changeLog, current);
+        return tavo_ext::get_song_after(*changeLog, current);
     } catch (const tavo_ext::EndOfShow&) {
-        return true;
+        return std::nullopt;
     }
-    LoadSong(next);
+}
+
+bool StagePlayer::NextSong() {
+    const std::optional<std::string> next = FindNextSong_();
+    if (!next) return true;
+    LoadSong(*next);
     return false;
 }
 
@@ -244,21 +248,15 @@ bool StagePlayer::TryToFollowOn() {
 
 bool StagePlayer::FollowAttacca_() {
     if (!CurrentSongIsAttacca()) return false;
-    std::string next;
-    try {
-        const std::string current = GetActiveSongNumberRef().Get();
-        const ActiveChangeLogShared changeLog;
-        next = tavo_ext::get_song_after(*changeLog, current);
-    } catch (const tavo_ext::EndOfShow&) {
-        // Nothing follows the last song, however it is marked.
-        return false;
-    }
-    std::shared_ptr<const SongPlan> plan = plans_.TakeIfReady(next);
+    // Nothing follows the last song, however it is marked.
+    const std::optional<std::string> next = FindNextSong_();
+    if (!next) return false;
+    std::shared_ptr<const SongPlan> plan = plans_.TakeIfReady(*next);
     if (plan == nullptr) {
         ++latePlans_;
-        plan = plans_.Make(next);
+        plan = plans_.Make(*next);
     }
-    PutIn_(next, std::move(plan));
+    PutIn_(*next, std::move(plan));
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "player_core/player.h"
@@ -89,6 +90,8 @@ private:
     void OnEngineEvent(const EngineEvent& event) override;
 
     void PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan);
+    /// The song after the one that is in; nothing where that is the last.
+    [[nodiscard]] std::optional<std::string> FindNextSong_();
     [[nodiscard]] bool FollowAttacca_();
     void StandStill_();
     /// Has `onDone` called when the fade with the number that it returns has arrived; none before it is.
