@@ -18,6 +18,7 @@
 #include "tavo_core/beat_ticks.h"
 #include "tavo_core/edit_text.h"
 #include "tavo_core/editor.h"
+#include "tavo_midi/show_data.h"
 
 namespace {
 
