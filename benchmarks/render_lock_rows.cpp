@@ -11,6 +11,7 @@
 
 #include "benchmarks/rows.h"
 #include "player_core/gui_update.h"
+#include "stage/engine/sound_font.h"
 #include "stage/engine/stage_player.h"
 #include "stage/session/stepped_feed.h"
 #include "tests/support/show_builder.h"
