@@ -171,11 +171,13 @@ const Answer Answers[] = {
 TEST(EngineEvents, AnyOperationInsideAnyEvent_NeitherHangsNorLeavesANoteSounding) {
     TestShow show;
     show.Song("1", 7).Edits("repeat 1 1 2\nfermata 2 2\ncut 4 4\nosc 5 /go\ncaesura 6\nattacca").Song("2", 1);
-    for (const auto& [kind, name] : Names) {
+    for (const auto& named : Names) {
+        const EngineEvent::Kind kind = named.first;
+        const std::string& name = named.second;
         for (const Answer& answer : Answers) {
             Stage stage(show);
             int answers = 0;
-            stage.answer = [&, kind = kind](const EngineEvent& event) {
+            stage.answer = [&, kind](const EngineEvent& event) {
                 // Not for ever: each answer may bring the next.
                 if (event.kind == kind && ++answers <= 100) answer.act(stage.player);
             };

@@ -10,6 +10,7 @@
 #include "stage/engine/sound_font.h"
 #include "stage/engine/stage_player.h"
 #include "stage/session/stepped_feed.h"
+#include "tavo_core/active_change_log.h"
 #include "tests/support/notification_log.h"
 #include "tests/support/show_builder.h"
 
@@ -311,7 +312,6 @@ private:
     }
 
     void Perform_(Operation operation) {
-        CL::ChangeLog& log = show_.GetLog();
         switch (operation) {
             case Play:
                 return player_->Play();
@@ -372,10 +372,10 @@ private:
                 player_->GetShowControl().FlowControlExit();
                 return Render_(0.7);
             case ReachEndOfShow:
-                log.GetSongLog("2").SetAttacca(CL::AttaccaSkip);
+                ActiveChangeLogExclusive()->GetSongLog("2").SetAttacca(CL::AttaccaSkip);
                 return PlayTo_(8 * TestShow::BarTicks);
             case ReachAttacca:
-                log.GetSongLog("1").SetAttacca(CL::AttaccaNext);
+                ActiveChangeLogExclusive()->GetSongLog("1").SetAttacca(CL::AttaccaNext);
                 [[fallthrough]];
             case ReachEndOfSong:
                 return PlayTo_(8 * TestShow::BarTicks);
