@@ -19,17 +19,20 @@ namespace stage {
 namespace {
 
 // The log that the settings choose; empty for the newest. A directory that is no show is for the façade to refuse.
-std::string FindChosenLog(const std::string& showPath) {
-    const Settings settings = ReadSettings(kit::path::Join(showPath, "settings.json"));
+std::string FindChosenLog(const std::string& showPath, const Settings& settings) {
     return settings.changeLog.empty() ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
 }
 
 }  // namespace
 
 ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options)
-    : Interface(showPath, settingsPath, options.hasRunningFeed, FindChosenLog(showPath)),
+    : ShowSession(showPath, settingsPath, options, ReadSettings(kit::path::Join(showPath, "settings.json"))) {}
+
+ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options,
+                         Settings settings)
+    : Interface(showPath, settingsPath, options.hasRunningFeed, FindChosenLog(showPath, settings)),
       options_(options),
-      settings_(ReadSettings(GetSettingsFilename())),
+      settings_(std::move(settings)),
       desk_(*this, CommandDesk::Options{std::chrono::milliseconds(settings_.pressGuardMs)}) {
     Initialize();
     synth_ =

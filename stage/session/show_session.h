@@ -106,6 +106,9 @@ public:
     void UseVersion(const std::string& version);
 
 private:
+    ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options,
+                Settings settings);
+
     // Interface.
     void LoadChangeLogEditor() override;
 

@@ -261,8 +261,9 @@ TEST(WantedTick, WhereTheAdvanceBegan_IsNotArrivedAtAgain) {
     std::vector<std::uint32_t> arrivals;
     stage.answer = [&](const EngineEvent& event) {
         if (event.kind != Kind::Arrived) return;
+        const bool isFirst = arrivals.empty() || arrivals.back() != event.tick;
         arrivals.push_back(event.tick);
-        stage.player.GetEngine().SetWantedTick(event.tick);
+        if (isFirst) stage.player.GetEngine().SetWantedTick(event.tick);
     };
     stage.player.Play();
     stage.Render(FramesPerBar / 2);
