@@ -74,6 +74,9 @@ OfflineShow::~OfflineShow() {
 }
 
 OfflineResult OfflineShow::Run() {
+    // The session may have been played before.
+    const std::int64_t beginFrame = engine_.GetFrame();
+    lastPressFrame_ = beginFrame;
     Press_(Verb::Load, {options_.firstSong});
     BeginSong_();
     KeepDisplayCurrent_();
@@ -84,7 +87,7 @@ OfflineResult OfflineShow::Run() {
     }
     RenderTail_();
     if (trace_) trace_->Write(engine_.GetFrame(), engine_.GetPosition(), "end", "-");
-    result_.frames = engine_.GetFrame();
+    result_.frames = engine_.GetFrame() - beginFrame;
     return result_;
 }
 

@@ -312,4 +312,16 @@ TEST(Trace, IsTheSameInEveryRunAndForEveryAdvance) {
     EXPECT_EQ(first.messages, play(2000).messages);
 }
 
+TEST(Render, SessionThatWasPlayedBefore_IsPlayedAgainAlike) {
+    TestShow show;
+    show.Song("1", 2);
+    const test_support::TemporaryDirectory directory;
+    show.WriteTo(directory);
+    stage::ShowSession session(directory.Path(), directory.Path(), show.sessionOptions);
+    const auto play = [&] { return stage::OfflineShow(session, show.MakeOptions("+1.5s quit"), {}, {}).Run().frames; };
+    const std::int64_t first = play();
+    EXPECT_GE(first, 72000);
+    EXPECT_NEAR(static_cast<double>(first), static_cast<double>(play()), 64);
+}
+
 }  // namespace
