@@ -18,3 +18,4 @@ void AddScoreCommand(CLI::App& app, int& exitCode);
 void AddPlotCommand(CLI::App& app, int& exitCode);
 void AddLogCommand(CLI::App& app, int& exitCode);
 void AddMidiCommand(CLI::App& app, int& exitCode);
+void AddPlayCommand(CLI::App& app, int& exitCode);

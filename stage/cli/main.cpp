@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
     AddInfoCommand(app, exitCode);
     AddCheckCommand(app, exitCode);
     AddRenderCommand(app, exitCode);
+    AddPlayCommand(app, exitCode);
     AddPlotCommand(app, exitCode);
     AddLogCommand(app, exitCode);
     AddComposeCommand(app, exitCode);

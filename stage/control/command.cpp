@@ -55,6 +55,14 @@ std::string_view TakeWord(std::span<const std::string_view>& words, std::string_
     return word;
 }
 
+/// As it is written in the line, whatever the blanks between its words.
+std::string TakeRest(std::span<const std::string_view>& words, std::string_view wanted) {
+    const std::string_view first = TakeWord(words, wanted);
+    const std::string_view last = words.empty() ? first : words.back();
+    words = {};
+    return {first.data(), last.data() + last.size()};
+}
+
 std::string_view WantedWord(const ArgumentRow& row) {
     return row.kind == ArgumentKind::OnOff ? "\"on\" or \"off\"" : row.name;
 }
@@ -62,6 +70,7 @@ std::string_view WantedWord(const ArgumentRow& row) {
 CommandArgument ReadArgument(std::span<const std::string_view>& words, const ArgumentRow& row,
                              const tavo_midi::ShowData& show, std::string& song) {
     if (row.kind == ArgumentKind::Place) return FindTick(show, song, TakePlace(words));
+    if (row.kind == ArgumentKind::Text) return TakeRest(words, row.name);
     const std::string_view word = TakeWord(words, WantedWord(row));
     switch (row.kind) {
         case ArgumentKind::Song:
@@ -86,6 +95,7 @@ std::string WriteArgument(const CommandArgument& argument, const ArgumentRow& ro
         case ArgumentKind::Place:
             return fmt::format("tick {}", std::get<std::uint32_t>(argument));
         case ArgumentKind::Song:
+        case ArgumentKind::Text:
             return std::get<std::string>(argument);
         case ArgumentKind::Time:
             return fmt::format("{:.9f}s", static_cast<double>(std::get<nanoseconds>(argument).count()) / 1e9);
@@ -121,6 +131,8 @@ std::string CheckArgument(const CommandArgument& argument, const ArgumentRow& ro
                 return problem.what();
             }
         }
+        case ArgumentKind::Text:
+            return isOfType(std::string{}) ? "" : wrongType;
         case ArgumentKind::Time:
             if (!isOfType(nanoseconds{})) return wrongType;
             return CheckNumber(static_cast<double>(std::get<nanoseconds>(argument).count()) / 1e9, row);
@@ -147,6 +159,10 @@ const std::string& Command::GetSong() const {
     return std::get<std::string>(arguments.at(0));
 }
 
+const std::string& Command::GetText() const {
+    return std::get<std::string>(arguments.at(0));
+}
+
 std::string DescribeArguments(const VerbRow& row) {
     std::string text;
     for (const ArgumentRow& argument : row.arguments) {
@@ -160,6 +176,9 @@ std::string DescribeArguments(const VerbRow& row) {
                 break;
             case ArgumentKind::OnOff:
                 text += "on|off";
+                break;
+            case ArgumentKind::Text:
+                text += argument.name == "the state" ? "STATE" : "CHANGE";
                 break;
             case ArgumentKind::Percent:
                 text += fmt::format("{}%..{}%", argument.lowest * 100, argument.highest * 100);

@@ -39,6 +39,11 @@ enum class Verb : std::uint8_t {
     CancelFade,
     Attacca,
     ConductBeat,
+    Restore,
+    Edit,
+    Undo,
+    Redo,
+    Save,
     Quit,
 };
 
@@ -70,7 +75,7 @@ struct CommandSource {
 };
 
 /// A tick of the song that is loaded (uint32), a number in the verb's unit (double), a time since 00:00:00:00 of time
-/// code (nanoseconds), or a song's number (string).
+/// code (nanoseconds), a song's number or a text (string).
 using CommandArgument = std::variant<std::uint32_t, double, std::chrono::nanoseconds, std::string>;
 
 /// One press, whatever door it comes through. A plain value.
@@ -91,6 +96,7 @@ struct Command {
     [[nodiscard]] double GetNumber() const;
     [[nodiscard]] std::chrono::nanoseconds GetTime() const;
     [[nodiscard]] const std::string& GetSong() const;
+    [[nodiscard]] const std::string& GetText() const;
 };
 
 enum class ArgumentKind : std::uint8_t {
@@ -101,6 +107,7 @@ enum class ArgumentKind : std::uint8_t {
     Semitones,  ///< double: a whole number
     Seconds,    ///< double
     OnOff,      ///< double: 1 or 0, written "on" or "off"
+    Text,       ///< string: the rest of the line
 };
 
 struct ArgumentRow {
@@ -127,6 +134,8 @@ struct VerbRow {
     std::string_view help;
     /// Carries it out on the calling thread; the arguments are checked.
     void (*perform)(CommandPerformer& performer, const Command& command) = nullptr;
+    /// It changes the show's files: in a performance it is not for the rendering thread, which carries out the others.
+    bool edits = false;
 };
 
 /// The rows in the order in which a person is told of them.
@@ -147,7 +156,7 @@ struct VerbRow {
 [[nodiscard]] std::string CheckCommand(const Command& command, const tavo_midi::ShowData& show);
 
 /// Reads "seek 17:3", "tempo 90%", "load 12a". Places are those of the song `song`, for which `load` puts the song that
-/// it loads. Throws std::invalid_argument with one sentence without a full stop.
+/// it loads. The words are views into one line. Throws std::invalid_argument with one sentence without a full stop.
 [[nodiscard]] Command ParseCommand(std::span<const std::string_view> words, const tavo_midi::ShowData& show,
                                    std::string& song);
 /// The text that ParseCommand reads again as the same verb and arguments; places as ticks.

@@ -21,12 +21,16 @@ bool AreOnePress(Verb a, Verb b) {
 
 }  // namespace
 
-CommandRecord CommandDesk::Execute(Command command) {
+CommandRecord CommandDesk::Execute_(Command command, const std::function<void()>& perform) {
     const std::lock_guard turn(turn_);
     CommandRecord record = Decide_(std::move(command));
     if (record.IsTaken()) {
         try {
-            GetVerbRow(record.command.verb).perform(performer_, record.command);
+            if (perform) {
+                perform();
+            } else {
+                GetVerbRow(record.command.verb).perform(performer_, record.command);
+            }
         } catch (const std::exception& problem) {
             record.outcome = CommandRecord::Outcome::Failed;
             record.sentence = problem.what();
@@ -43,28 +47,32 @@ CommandRecord CommandDesk::Admit(Command command) {
     return record;
 }
 
-void CommandDesk::Post(Command command, std::function<void(const CommandRecord&)> onDecided) {
+void CommandDesk::Post(Command command, std::function<void(const CommandRecord&)> onDecided,
+                       std::function<void()> perform) {
     {
         const std::lock_guard lock(postMutex_);
-        posted_.push_back({std::move(command), std::move(onDecided)});
+        posted_.push_back({std::move(command), std::move(onDecided), std::move(perform)});
+        postedCount_ = posted_.size();
     }
     if (wakeUp_) wakeUp_();
 }
 
 std::size_t CommandDesk::RunPosted() {
     std::size_t count = 0;
-    while (true) {
+    while (postedCount_ > 0) {
         Posted posted;
         {
             const std::lock_guard lock(postMutex_);
             if (posted_.empty()) return count;
             posted = std::move(posted_.front());
             posted_.pop_front();
+            postedCount_ = posted_.size();
         }
-        const CommandRecord record = Execute(std::move(posted.command));
+        const CommandRecord record = Execute_(std::move(posted.command), posted.perform);
         if (posted.onDecided) posted.onDecided(record);
         ++count;
     }
+    return count;
 }
 
 void CommandDesk::NoteRelease(const CommandSource& source, Verb verb) {

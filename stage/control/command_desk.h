@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -8,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "stage/control/command.h"
@@ -63,14 +65,16 @@ public:
 
     /// Decides and carries out, on this thread; blocks as the façade does. Never throws what the façade throws: the
     /// record tells.
-    CommandRecord Execute(Command command);
+    CommandRecord Execute(Command command) { return Execute_(std::move(command), {}); }
     /// Decides and keeps the record, for a door whose command the core itself carries out right after.
     CommandRecord Admit(Command command);
 
     /// Leaves the command for the next RunPosted; for threads that are not to wait for the façade. `onDecided`, if
-    /// there is one, is called there.
-    void Post(Command command, std::function<void(const CommandRecord&)> onDecided = {});
-    /// Executes what was posted, in that order; returns how many there were. The host's thread.
+    /// there is one, is called there, and `perform`, if there is one, in place of what the verb does elsewhere.
+    void Post(Command command, std::function<void(const CommandRecord&)> onDecided = {},
+              std::function<void()> perform = {});
+    /// Executes what was posted, in that order; returns how many there were. The thread that carries commands out: the
+    /// host's, or in a performance the rendering one, between two blocks. Takes no lock where nothing was posted.
     std::size_t RunPosted();
     /// Called after each Post, on the posting thread: wakes whoever calls RunPosted. Set before anybody posts.
     void SetWakeUp(std::function<void()> wakeUp) { wakeUp_ = std::move(wakeUp); }
@@ -88,6 +92,7 @@ private:
     struct Posted {
         Command command;
         std::function<void(const CommandRecord&)> onDecided;
+        std::function<void()> perform;
     };
     struct Key {
         CommandSource source;
@@ -96,6 +101,7 @@ private:
         std::chrono::nanoseconds lastPress{0};
     };
 
+    CommandRecord Execute_(Command command, const std::function<void()>& perform);
     [[nodiscard]] CommandRecord Decide_(Command command);
     [[nodiscard]] std::string FindRefusal_(const Command& command, bool hasSong);
     [[nodiscard]] std::string FindTooSoon_(const Command& command) const;
@@ -120,7 +126,8 @@ private:
     std::deque<CommandRecord> records_;  // guarded by recordMutex_
 
     std::mutex postMutex_;
-    std::deque<Posted> posted_;  // guarded by postMutex_
+    std::deque<Posted> posted_;            // guarded by postMutex_
+    std::atomic<std::size_t> postedCount_{0};  // written under postMutex_
 };
 
 }  // namespace stage

@@ -32,6 +32,14 @@ public:
     virtual void LocateTimeCode(std::chrono::nanoseconds time) = 0;
     /// A beat of the conductor's, on the clock of the command's moment.
     virtual void ConductBeat(std::chrono::nanoseconds moment) = 0;
+    /// Puts the song that is loaded where `state` was taken, as ToText of FlowState writes it; playback is stopped.
+    virtual void Restore(const std::string& state) = 0;
+    /// Makes a change of the edits, as CL::WriteLogChange writes it.
+    virtual void Edit(const std::string& change) = 0;
+    virtual void UndoEdit() = 0;
+    virtual void RedoEdit() = 0;
+    /// Saves the edits as the next minor version.
+    virtual void SaveEdits() = 0;
     /// The show is to end.
     virtual void Quit() = 0;
 

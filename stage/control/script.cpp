@@ -8,12 +8,15 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "stage/control/take.h"
+
 namespace stage {
 
 namespace {
 
 constexpr double LongestWaitSeconds = 24.0 * 3600;
 constexpr unsigned int HighestPass = 10000;
+constexpr double HighestFrame = 1e12;  // months
 
 class LineReader {
 public:
@@ -43,7 +46,11 @@ private:
 
     void ReadMoment(std::span<const std::string_view>& words, ScriptLine& line) {
         const std::string_view word = Take(words, "\"at\" or a waiting time such as +2.5s");
-        if (word == "at") {
+        if (word == "at" && !words.empty() && words.front() == "frame") {
+            words = words.subspan(1);
+            line.frame = static_cast<std::int64_t>(
+                std::llround(ReadNumber(Take(words, "the frame"), 0, HighestFrame, "the frame")));
+        } else if (word == "at") {
             std::string place = TakePlace(words);
             if (const std::size_t at = place.rfind('@'); at != std::string::npos) {
                 line.pass = static_cast<unsigned int>(
@@ -74,7 +81,7 @@ std::vector<ScriptLine> ParseShowScript(const std::string& text, const std::stri
         const std::size_t end = std::min(rest.find('\n'), rest.size());
         const std::vector<std::string_view> words = SplitWords(rest.substr(0, end));
         rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (words.empty()) continue;
+        if (words.empty() || (number == 1 && IsTake(text))) continue;
         try {
             lines.push_back(reader.Read(words));
             lines.back().lineNumber = number;

@@ -20,6 +20,8 @@ struct ScriptLine {
     std::optional<std::uint32_t> tick;
     unsigned int pass = 1;
     double seconds = 0;
+    /// At this frame of the session, whatever plays then.
+    std::optional<std::int64_t> frame;
 
     /// Its source is the script; id and moment are given when it is made.
     Command command;
@@ -27,7 +29,7 @@ struct ScriptLine {
 
 /// Reads the script of an operator; docs/render.md teaches it. Places are looked up in the songs, the first lines in
 /// `firstSong`. `name` stands for the file in the sentence of the std::runtime_error that refuses a bad line and gives
-/// its number.
+/// its number. A take is a script as well; its first line, which IsTake knows, is passed over.
 [[nodiscard]] std::vector<ScriptLine> ParseShowScript(const std::string& text, const std::string& name,
                                                       const tavo_midi::ShowData& showData,
                                                       const std::string& firstSong);

@@ -25,6 +25,8 @@ constexpr ArgumentRow Semitones[] = {{ArgumentKind::Semitones, "the number of se
                                       UserControls::LowestTransposition, UserControls::HighestTransposition}};
 constexpr ArgumentRow Volume[] = {{ArgumentKind::Percent, "the volume", 0, 1}};
 constexpr ArgumentRow Fade[] = {{ArgumentKind::Seconds, "the fade's length in seconds", 0, LongestFadeSeconds}};
+constexpr ArgumentRow Change[] = {{ArgumentKind::Text, "the change"}};
+constexpr ArgumentRow State[] = {{ArgumentKind::Text, "the state"}};
 constexpr ArgumentRow OnOff[] = {{ArgumentKind::OnOff, "attacca"}};
 
 /// What one key for everything means at this moment.
@@ -155,6 +157,13 @@ constexpr VerbRow Rows[] = {
      true,
      "a beat of the conductor's",
      [](P& p, const C& c) { p.ConductBeat(c.moment); }},
+    {Verb::Restore, "restore", State, false, true, "goes to where a take stood, as it has written it",
+     [](P& p, const C& c) { p.Restore(c.GetText()); }},
+    {Verb::Edit, "edit", Change, false, false, "changes the production's edits, as a take has written it",
+     [](P& p, const C& c) { p.Edit(c.GetText()); }, true},
+    {Verb::Undo, "undo", {}, false, false, "takes back the last edit", [](P& p, const C&) { p.UndoEdit(); }, true},
+    {Verb::Redo, "redo", {}, false, false, "makes it again", [](P& p, const C&) { p.RedoEdit(); }, true},
+    {Verb::Save, "save", {}, false, false, "saves the edits as the next version", [](P& p, const C&) { p.SaveEdits(); }, true},
     {Verb::Quit, "quit", {}, false, false, "ends the show", [](P& p, const C&) { p.Quit(); }},
 };
 

@@ -227,6 +227,7 @@ void Engine::RenderLater(std::span<const StereoBuffer> groups, std::uint32_t fra
     lock.lock();
     looksOutside_ = true;
     MakeProgress_(lock, end);
+    mustFollow_ = false;
     UpdatePosition_();
 }
 
@@ -373,6 +374,19 @@ void Engine::UpdatePosition_() {
     }
 }
 
+std::optional<StageShowControl::Outside> Engine::LookOutside_() {
+    return mustFollow_ ? flow_.Look() : flow_.TryToLook();
+}
+
+std::optional<std::int64_t> Engine::FindNextSeam() {
+    const Lock lock(mutex_);
+    if (!isRolling_ || isHolding_ || wait_ != Wait::None || plan_ == nullptr) return std::nullopt;
+    const std::vector<std::uint32_t>& seams = plan_->GetSeams();
+    const auto next = std::lower_bound(seams.begin(), seams.end(), position_.load());
+    if (next == seams.end()) return std::nullopt;
+    return clock_.TimeOfTick(*next).Rounded();
+}
+
 void Engine::TellStart_() {
     startIsToTell_ = false;
     TellOfSeek_();
@@ -383,7 +397,7 @@ void Engine::TellStart_() {
 void Engine::TellOfSeek_() {
     if (!isRolling_) looksOutside_ = false;
     if (plan_ == nullptr) return;
-    const std::optional<StageShowControl::Outside> outside = flow_.TryToLook();
+    const std::optional<StageShowControl::Outside> outside = LookOutside_();
     lookedInVain_ = !outside;
     if (!outside || !outside->jump || *outside->jump == toldTick_) return;
     TellMove_(EngineEvent::Kind::Put, frame_, toldTick_, *outside->jump);

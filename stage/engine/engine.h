@@ -91,6 +91,14 @@ public:
     void Render(float* left, float* right, std::uint32_t frames);
     void RenderLater(float* left, float* right, std::uint32_t frames);
 
+    /// What was changed since the last block is followed at the next frame for certain, even if rendering has to wait
+    /// for whoever looks at flow control just then. For the rendering thread, after it has carried out a command: a
+    /// replay of the command at the same frame then sounds the same.
+    void FollowForCertain() { mustFollow_ = true; }
+    /// The frame of the next place at or after the playhead where a press decides how playback goes on; nothing while
+    /// it is not moving. For the rendering thread.
+    [[nodiscard]] std::optional<std::int64_t> FindNextSeam();
+
     /// Frames that the rendering thread has taken on since the engine began: it may still be at the last block of them.
     [[nodiscard]] std::int64_t GetFrame() const { return frame_; }
     /// Frames that the song which is in has played, holds included.
@@ -122,6 +130,7 @@ private:
     [[nodiscard]] std::int64_t NextDueFrame_() const;
     void RenderSound_(Lock& lock, std::int64_t end);
     void UpdatePosition_();
+    [[nodiscard]] std::optional<StageShowControl::Outside> LookOutside_();
     void TellStart_();
     void TellOfSeek_();
     void Tell_(EngineEvent event);
@@ -160,6 +169,7 @@ private:
     EngineSound sound_;
     std::vector<SoundOrder> ordersAtHand_;
     std::vector<EngineEvent> eventsAtHand_;
+    bool mustFollow_ = false;
 
     std::mutex mutex_;
 

@@ -17,7 +17,7 @@ constexpr int MaxTriesAtOneMoment = 512;
 void Engine::FollowOutside_(Lock& lock) {
     looksOutside_ = false;
     // Somebody is loading or editing: what is under way goes on until flow control has time.
-    const std::optional<StageShowControl::Outside> outside = flow_.TryToLook();
+    const std::optional<StageShowControl::Outside> outside = LookOutside_();
     lookedInVain_ = !outside;
     if (!outside) return;
     FollowTempo_(*outside);

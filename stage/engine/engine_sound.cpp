@@ -23,7 +23,7 @@ void EngineSound::Do(const SoundOrder& order) {
         case SoundOrder::Kind::EndNotes:
             return synth_.EndAllNotes();
         case SoundOrder::Kind::Silence:
-            return synth_.SilenceAll();
+            return CutOff_();
         case SoundOrder::Kind::Chase:
             return Chase_(*order.plan, order.tick);
         case SoundOrder::Kind::SetSynth:
@@ -36,6 +36,30 @@ void EngineSound::Do(const SoundOrder& order) {
             Write();
             fade_ = order.fade;
             return fadeGain_.MoveTo(order.level, order.frames);
+    }
+}
+
+void EngineSound::CutOff_() {
+    Write();
+    // What is left of an earlier cut fades on below this one.
+    const std::uint32_t left = CutOffFrames - cutOffPosition_;
+    std::array<float, CutOffFrames> earlierLeft{};
+    std::array<float, CutOffFrames> earlierRight{};
+    std::copy_n(cutOffLeft_.begin() + cutOffPosition_, left, earlierLeft.begin());
+    std::copy_n(cutOffRight_.begin() + cutOffPosition_, left, earlierRight.begin());
+    synth_.SilenceAll(cutOffLeft_.data(), cutOffRight_.data(), CutOffFrames);
+    for (std::uint32_t i = 0; i < CutOffFrames; ++i) {
+        const float gain = 1.0F - static_cast<float>(i + 1) / CutOffFrames;
+        cutOffLeft_[i] = cutOffLeft_[i] * gain + earlierLeft[i];
+        cutOffRight_[i] = cutOffRight_[i] * gain + earlierRight[i];
+    }
+    cutOffPosition_ = 0;
+}
+
+void EngineSound::AddCutOff_(float* left, float* right, std::uint32_t frames) {
+    for (std::uint32_t i = 0; i < frames && cutOffPosition_ < CutOffFrames; ++i, ++cutOffPosition_) {
+        left[i] += cutOffLeft_[cutOffPosition_];
+        right[i] += cutOffRight_[cutOffPosition_];
     }
 }
 
@@ -82,6 +106,7 @@ void EngineSound::Write() {
     if (unwrittenFrames_ == 0) return;
     float* const left = left_ - unwrittenFrames_;
     float* const right = right_ - unwrittenFrames_;
+    AddCutOff_(left, right, unwrittenFrames_);
     for (Gain* gain : {&synthGain_, &masterGain_, &fadeGain_})
         gain->Apply(left, right, unwrittenFrames_);
     unwrittenFrames_ = 0;

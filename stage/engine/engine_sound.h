@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -58,7 +59,12 @@ public:
     [[nodiscard]] std::uint32_t TakeFadeDone();
 
 private:
+    /// Frames over which sound that is cut off fades away: 4 ms at 48 kHz.
+    static constexpr std::uint32_t CutOffFrames = 3 * Synth::FramesPerBlock;
+
     void Play_(const SoundOrder& order);
+    void CutOff_();
+    void AddCutOff_(float* left, float* right, std::uint32_t frames);
     void Chase_(const SongPlan& plan, std::uint32_t tick);
 
     // Constant after construction.
@@ -70,6 +76,9 @@ private:
     float* right_ = nullptr;
     std::vector<StereoBuffer> silentGroups_;  // where that of the others goes
     std::uint32_t unwrittenFrames_ = 0;       // before there, without their gains yet
+    std::array<float, CutOffFrames> cutOffLeft_{};  // what fades away after a cut
+    std::array<float, CutOffFrames> cutOffRight_{};
+    std::uint32_t cutOffPosition_ = CutOffFrames;
     Gain synthGain_;
     Gain masterGain_;
     Gain fadeGain_;

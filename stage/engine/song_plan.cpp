@@ -44,6 +44,7 @@ SongPlan::SongPlan(const tavo_midi::SongData& song, const CL::SongLog& songLog)
       history_(song.GetEvents()) {
     CollectCues_(songLog);
     CollectStops_(songLog);
+    CollectSeams_(songLog);
 }
 
 void SongPlan::CollectStops_(const CL::SongLog& songLog) {
@@ -64,6 +65,23 @@ void SongPlan::CollectStops_(const CL::SongLog& songLog) {
         stops_.push_back(cue.tick);
     std::sort(stops_.begin(), stops_.end());
     stops_.erase(std::unique(stops_.begin(), stops_.end()), stops_.end());
+}
+
+void SongPlan::CollectSeams_(const CL::SongLog& songLog) {
+    const auto addEnds = [this](const auto& edits) {
+        for (const cmn::TavoEvent& edit : edits)
+            seams_.push_back(edit.end());
+    };
+    addEnds(songLog.GetVamps());
+    addEnds(songLog.GetRepeats());
+    addEnds(songLog.GetFermatas());
+    for (const CL::Caesura& caesura : songLog.GetCaesuras())
+        seams_.push_back(caesura.start());
+    for (const CL::Cut& cut : songLog.GetCuts())
+        seams_.push_back(cut.start());
+    seams_.push_back(GetEndTick());
+    std::sort(seams_.begin(), seams_.end());
+    seams_.erase(std::unique(seams_.begin(), seams_.end()), seams_.end());
 }
 
 void SongPlan::CollectCues_(const CL::SongLog& songLog) {

@@ -45,16 +45,21 @@ public:
     /// The ticks, ascending, where an advance must end: the beats, at which counts are shown, the cues, and the ends of
     /// edits that change the tempo or the pitch.
     [[nodiscard]] const std::vector<std::uint32_t>& GetStops() const { return stops_; }
+    /// The ticks, ascending, at which a press decides how playback goes on: where vamps, repeats and fermatas end, at
+    /// caesuras, where cuts begin, and the song's end.
+    [[nodiscard]] const std::vector<std::uint32_t>& GetSeams() const { return seams_; }
 
 private:
     void CollectStops_(const CL::SongLog& songLog);
     void CollectCues_(const CL::SongLog& songLog);
+    void CollectSeams_(const CL::SongLog& songLog);
 
     const tavo_midi::SongData& song_;
     const tavo_midi::TempoMap tempoMap_;
     const tavo_midi::TempoMap heardTempoMap_;
     const ChannelHistory history_;
     std::vector<std::uint32_t> stops_;
+    std::vector<std::uint32_t> seams_;
     std::vector<Cue> cues_;
 };
 

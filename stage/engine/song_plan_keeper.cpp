@@ -24,7 +24,10 @@ bool IsSame(const CL::ChangeLogSequence<Edit>& a, const CL::ChangeLogSequence<Ed
 bool MakesTheSamePlan(const CL::SongLog& a, const CL::SongLog& b) {
     return IsSame(a.GetTempoScales(), b.GetTempoScales()) && IsSame(a.GetTranspositions(), b.GetTranspositions()) &&
            IsSame(a.GetClicks(), b.GetClicks()) && IsSame(a.GetSfxs(), b.GetSfxs()) &&
-           IsSame(a.GetSfxAmbients(), b.GetSfxAmbients()) && IsSame(a.GetOscs(), b.GetOscs());
+           IsSame(a.GetSfxAmbients(), b.GetSfxAmbients()) && IsSame(a.GetOscs(), b.GetOscs()) &&
+           IsSame(a.GetVamps(), b.GetVamps()) && IsSame(a.GetRepeats(), b.GetRepeats()) &&
+           IsSame(a.GetFermatas(), b.GetFermatas()) && IsSame(a.GetCaesuras(), b.GetCaesuras()) &&
+           IsSame(a.GetCuts(), b.GetCuts());
 }
 
 }  // namespace
@@ -55,20 +58,34 @@ void SongPlanKeeper::Wait() {
     changed_.wait(lock, [this] { return !isWanted_ && !isWorking_; });
 }
 
-std::shared_ptr<const SongPlanKeeper::Ready> SongPlanKeeper::ShareReady_() const {
+std::shared_ptr<const SongPlanKeeper::Ready> SongPlanKeeper::FindReady_(const std::string& songNumber) const {
+    std::shared_ptr<const Ready> found;
+    {
+        const std::lock_guard lock(mutex_);
+        for (const std::shared_ptr<const Ready>& ready : {loading_, ready_})
+            if (found == nullptr && ready != nullptr && ready->songNumber == songNumber) found = ready;
+    }
+    if (found == nullptr) return nullptr;
+    const ActiveChangeLogShared changeLog;
+    return MakesTheSamePlan(found->madeFrom, changeLog->GetSongLog(songNumber)) ? found : nullptr;
+}
+
+void SongPlanKeeper::Prepare(const std::string& songNumber) {
+    if (FindReady_(songNumber) != nullptr) return;
+    auto loading = std::make_shared<Ready>();
+    loading->songNumber = songNumber;
+    loading->madeFrom = ActiveChangeLogShared()->GetSongLog(songNumber);
+    loading->plan = std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), loading->madeFrom);
     const std::lock_guard lock(mutex_);
-    return ready_;
+    loading_ = std::move(loading);
 }
 
 std::shared_ptr<const SongPlan> SongPlanKeeper::TakeIfReady(const std::string& songNumber) {
-    const std::shared_ptr<const Ready> ready = ShareReady_();
-    if (ready == nullptr || ready->songNumber != songNumber) return nullptr;
-    {
-        const ActiveChangeLogShared changeLog;
-        if (!MakesTheSamePlan(ready->madeFrom, changeLog->GetSongLog(songNumber))) return nullptr;
-    }
+    const std::shared_ptr<const Ready> ready = FindReady_(songNumber);
+    if (ready == nullptr) return nullptr;
     const std::lock_guard lock(mutex_);
     if (ready_ == ready) used_ = std::exchange(ready_, nullptr);
+    if (loading_ == ready) used_ = std::exchange(loading_, nullptr);
     return ready->plan;
 }
 
@@ -113,11 +130,7 @@ void SongPlanKeeper::PrepareFollower_(const std::string& songNumber) {
     } catch (const tavo_ext::EndOfShow&) {
         return;
     }
-    const std::shared_ptr<const Ready> ready = ShareReady_();
-    if (ready != nullptr && ready->songNumber == next->songNumber &&
-        MakesTheSamePlan(ready->madeFrom, next->madeFrom)) {
-        return;
-    }
+    if (FindReady_(next->songNumber) != nullptr) return;
     next->plan = std::make_shared<const SongPlan>(showData_.GetSongData(next->songNumber), next->madeFrom);
     const std::lock_guard lock(mutex_);
     ready_ = std::move(next);

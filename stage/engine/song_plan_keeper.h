@@ -29,7 +29,10 @@ public:
 
     /// The song is in, or what follows it may have changed: the plan of its follower will be looked after.
     void PrepareSongAfter(const std::string& songNumber);
-    /// Waits until that is done. For tests.
+    /// The song is about to be loaded: its plan is made here and now, unless it is ready, and kept until it is taken or
+    /// another one is prepared. Throws as Make does.
+    void Prepare(const std::string& songNumber);
+    /// Waits until what follows is looked after. For tests.
     void Wait();
 
     /// The plan that was made ahead, or null where there is none that holds. Waits for no plan being made.
@@ -46,7 +49,8 @@ private:
 
     void Run_();
     void PrepareFollower_(const std::string& songNumber);
-    [[nodiscard]] std::shared_ptr<const Ready> ShareReady_() const;
+    /// What is ready of that song and still holds, or null.
+    [[nodiscard]] std::shared_ptr<const Ready> FindReady_(const std::string& songNumber) const;
 
     // Constant after construction.
     const tavo_midi::ShowData& showData_;
@@ -59,7 +63,8 @@ private:
     bool isWanted_ = false;
     bool isWorking_ = false;
     bool isEnding_ = false;
-    std::shared_ptr<const Ready> ready_;
+    std::shared_ptr<const Ready> ready_;   // of the song that follows
+    std::shared_ptr<const Ready> loading_;  // of the one that is about to be loaded
     std::shared_ptr<const Ready> used_;  // given out; it goes on the keeper's thread
 
     std::thread thread_;

@@ -39,7 +39,7 @@ StagePlayer::~StagePlayer() {
 
 bool StagePlayer::ReportPosition(unsigned int* tickIndex) {
     if (!hasSong_) return false;
-    *tickIndex = showControl_.GetWaitingJump().value_or(engine_.GetPosition());
+    *tickIndex = heardPosition_ ? heardPosition_() : showControl_.GetWaitingJump().value_or(engine_.GetPosition());
     return true;
 }
 

@@ -34,7 +34,9 @@ public:
 
     /// What follows the song that is in may have changed: its plan is looked after, on another thread.
     void PrepareNextSong();
-    /// Waits for that. For tests.
+    /// The song is about to be loaded: what takes long about it is done here and now. Throws as LoadSong does.
+    void PrepareSong(const std::string& songNumber) { plans_.Prepare(songNumber); }
+    /// Waits until what follows is prepared. For tests.
     void WaitForPreparation() { plans_.Wait(); }
     /// How often an attacca had to make its plan while it was played over.
     [[nodiscard]] unsigned int GetLatePlanCount() const { return latePlans_; }
@@ -42,6 +44,10 @@ public:
     /// The playhead for the display feed: where playback is, or where it will be once it has followed a seek. False
     /// before a song is loaded.
     bool ReportPosition(unsigned int* tickIndex);
+    /// What ReportPosition answers instead once a song is loaded: the position that is heard, where a device plays
+    /// later what is rendered now. Set before the display feed is started or while it is paused; called on the feed's
+    /// threads, under no lock.
+    void SetHeardPosition(std::function<unsigned int()> heardPosition) { heardPosition_ = std::move(heardPosition); }
 
     // Player.
     double GetElapsedTime() override;
@@ -102,6 +108,7 @@ private:
     // Constant after construction.
     const tavo_midi::ShowData& showData_;
     const std::uint32_t framesPerSecond_;
+    std::function<unsigned int()> heardPosition_;
     // One operation at a time. The rendering thread never waits for it: where it is taken, the engine asks again later.
     // It comes before the engine's lock and all locks of player_core. Recursive, for a song that begins in a cut calls
     // whoever moves the playhead out of it.

@@ -81,6 +81,15 @@ void StageShowControl::SkipTo(std::uint32_t tick) {
 std::optional<StageShowControl::Outside> StageShowControl::TryToLook() {
     const std::unique_lock lock(GetSeekLock(), std::try_to_lock);
     if (!lock) return std::nullopt;
+    return LookUnderLock_();
+}
+
+StageShowControl::Outside StageShowControl::Look() {
+    const std::lock_guard lock(GetSeekLock());
+    return LookUnderLock_();
+}
+
+StageShowControl::Outside StageShowControl::LookUnderLock_() {
     Outside outside;
     if (GetJump()) outside.jump = GetTickIndex();
     outside.tempoScale = howToPlay_.GetTempoScale();

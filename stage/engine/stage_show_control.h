@@ -53,6 +53,8 @@ public:
     };
     /// Nothing while another thread holds the seek lock: it does not wait.
     [[nodiscard]] std::optional<Outside> TryToLook();
+    /// Waits for the seek lock.
+    [[nodiscard]] Outside Look();
     /// The position that a jump which the engine has not made yet leads to.
     [[nodiscard]] std::optional<std::uint32_t> GetWaitingJump();
 
@@ -62,6 +64,7 @@ public:
     void SendOsc(const CL::Osc& message);
 
 private:
+    [[nodiscard]] Outside LookUnderLock_();
     [[nodiscard]] std::optional<unsigned int> FindLostFermata_(const FlowState& before);
 
     // Guarded by the seek lock.

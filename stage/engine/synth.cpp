@@ -183,6 +183,11 @@ void Synth::SilenceAll() {
     fluid_synth_all_sounds_off(AtPresent_().synth, -1);
 }
 
+void Synth::SilenceAll(float* left, float* right, std::uint32_t frames) {
+    fluid_synth_write_float(AtPresent_().synth, AsInt(frames), left, 0, 1, right, 0, 1);
+    SilenceAll();
+}
+
 std::size_t Synth::CountSoundingNotes() const {
     return std::accumulate(notesSounding_.begin(), notesSounding_.end(), std::size_t{0});
 }

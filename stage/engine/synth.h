@@ -54,6 +54,9 @@ public:
     void EndAllNotes();
     /// Silence at once.
     void SilenceAll();
+    /// The same, but first writes the `frames` that would have come next, a multiple of FramesPerBlock: a caller that
+    /// fades them out spares the audience a click. They are not counted as rendered.
+    void SilenceAll(float* left, float* right, std::uint32_t frames);
     [[nodiscard]] std::size_t CountSoundingNotes() const;
 
     /// Sets the channels to `states`, which has CountChannels() elements; sends only what differs.

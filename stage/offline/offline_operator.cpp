@@ -28,6 +28,7 @@ const ScriptLine* OfflineShow::NextLine_() const {
 }
 
 std::int64_t OfflineShow::LineFrame_(const ScriptLine& line) const {
+    if (line.frame) return *line.frame;
     return lastPressFrame_ + static_cast<std::int64_t>(std::llround(line.seconds * framesPerSecond_));
 }
 
@@ -99,7 +100,7 @@ void OfflineShow::DoLinesAt_(std::uint32_t tick) {
                 line->tick == tick && line->song == song_ && flow_.GetWaitingJump().value_or(tick) == tick;
             if (!isHere || (!isFirst && line->pass > 1)) break;
             if (++arrivals_ < line->pass) break;
-        } else if (line->seconds > 0) {
+        } else if (line->seconds > 0 || line->frame) {
             break;
         }
         isFirst = false;

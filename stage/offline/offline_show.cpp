@@ -41,7 +41,15 @@ ShowSession::Options MakeOfflineSessionOptions(std::uint32_t framesPerSecond) {
     options.advanceFrames = AdvanceFrames;
     options.hasRunningFeed = false;
     options.sendsTimeCode = false;
-    options.isEditable = false;
+    options.editing = ShowSession::Options::Editing::Refused;
+    return options;
+}
+
+ShowSession::Options MakeTakeSessionOptions(const TakeSettings& take) {
+    ShowSession::Options options = MakeOfflineSessionOptions(take.framesPerSecond);
+    options.advanceFrames = take.advanceFrames;
+    options.editing = ShowSession::Options::Editing::InMemory;
+    options.changeLog = take.changeLog;
     return options;
 }
 
@@ -77,10 +85,15 @@ OfflineResult OfflineShow::Run() {
     // The session may have been played before.
     const std::int64_t beginFrame = engine_.GetFrame();
     lastPressFrame_ = beginFrame;
-    Press_(Verb::Load, {options_.firstSong});
-    BeginSong_();
-    KeepDisplayCurrent_();
-    Press_(Verb::Play);
+    if (!options_.take) {
+        Press_(Verb::Load, {options_.firstSong});
+        BeginSong_();
+        KeepDisplayCurrent_();
+        Press_(Verb::Play);
+    } else {
+        // What the take begins with.
+        PlayOn_();
+    }
     while (!IsFinished_()) {
         RenderUntil_(NextMoment_());
         PlayOn_();
@@ -158,8 +171,12 @@ std::int64_t OfflineShow::NextMoment_() {
 void OfflineShow::RenderUntil_(std::int64_t frame) {
     while (engine_.GetFrame() < frame) {
         if (filledFrames_ == LongestPieceFrames) HandOverSound_();
-        const auto frames = static_cast<std::uint32_t>(
+        auto frames = static_cast<std::uint32_t>(
             std::min<std::int64_t>(frame - engine_.GetFrame(), LongestPieceFrames - filledFrames_));
+        // Operations take effect at the beginning of a block.
+        if (options_.take)
+            frames = std::min(frames, options_.take->blockFrames -
+                                          static_cast<std::uint32_t>(engine_.GetFrame() % options_.take->blockFrames));
         engine_.RenderLater(left_.data() + filledFrames_, right_.data() + filledFrames_, frames);
         filledFrames_ += frames;
     }
@@ -187,7 +204,7 @@ void OfflineShow::RenderTail_() {
 }
 
 bool OfflineShow::HasNextSongToStart_() {
-    return !endedSong_.empty() && endedSong_ != song_ && player_.IsStopped() &&
+    return !options_.take && !endedSong_.empty() && endedSong_ != song_ && player_.IsStopped() &&
            kit::NumericStringCompare()(endedSong_, options_.lastSong);
 }
 
@@ -210,6 +227,7 @@ bool OfflineShow::IsFinished_() {
 }
 
 std::string OfflineShow::DescribeStanding_() {
+    if (song_.empty()) return "before a song is loaded";
     const TL::BarPositions positions(showData_.GetSongData(song_).GetTimeline());
     const std::string place = positions.DescribeTick(engine_.IsHolding() ? engine_.GetPosition() + 1  //
                                                                          : engine_.GetPosition());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "stage/control/script.h"
+#include "stage/control/take.h"
 #include "stage/offline/trace.h"
 #include "stage/session/show_session.h"
 
@@ -24,6 +25,9 @@ struct OfflineOptions {
     /// that are to take another way to it.
     std::function<void(const Command& command)> press;
     bool tracesBeats = false;
+    /// The script is a take: nothing is played but what it says, in blocks as they were then, from the session's first
+    /// frame on. The session is opened as MakeTakeSessionOptions says, and the songs above are left empty.
+    std::optional<TakeSettings> take;
 };
 
 struct OfflineResult {
@@ -36,6 +40,9 @@ struct OfflineResult {
 
 /// How a session is opened that an OfflineShow plays: it keeps no journal, sends no time code and waits for nobody.
 [[nodiscard]] ShowSession::Options MakeOfflineSessionOptions(std::uint32_t framesPerSecond = 48000);
+
+/// How a session is opened in which a take is played again: edits are made in memory, and nothing is saved.
+[[nodiscard]] ShowSession::Options MakeTakeSessionOptions(const TakeSettings& take);
 
 /// Plays songs as a theatre would, but as fast as the machine can: an operator, the passes of the display feed and a
 /// clock that counts frames, over a session like any other. The result, the sound and the trace are the same in every

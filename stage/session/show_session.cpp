@@ -2,10 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <future>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 #include <variant>
 
+#include "kit/clock.h"
 #include "kit/path.h"
 #include "player_core/gui_update.h"
 #include "stage/engine/show_parts.h"
@@ -13,6 +17,7 @@
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
 #include "tavo_core/edit_journal.h"
+#include "tavo_core/log_change_text.h"
 
 namespace stage {
 
@@ -23,6 +28,16 @@ std::string FindChosenLog(const std::string& showPath, const Settings& settings)
     return settings.changeLog.empty() ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
 }
 
+constexpr std::string_view ShownMark = "shown ";
+
+// What reads the display's playhead finds it there; the display itself is told nothing.
+void ShowPlayheadAt(std::uint32_t tick) {
+    gui::DisplayState state = GetGuiUpdate().Snapshot();
+    if (state.tick == tick) return;
+    state.tick = tick;
+    GetGuiUpdate().Restore(state);
+}
+
 }  // namespace
 
 ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options)
@@ -30,7 +45,8 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
 
 ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options,
                          Settings settings)
-    : Interface(showPath, settingsPath, options.hasRunningFeed, FindChosenLog(showPath, settings)),
+    : Interface(showPath, settingsPath, options.hasRunningFeed,
+                options.changeLog.empty() ? FindChosenLog(showPath, settings) : options.changeLog),
       options_(options),
       settings_(std::move(settings)),
       desk_(*this, CommandDesk::Options{std::chrono::milliseconds(settings_.pressGuardMs)}) {
@@ -108,6 +124,21 @@ void ShowSession::Quit() {
     if (quitHandler_) quitHandler_();
 }
 
+// The engine is led to the place by a jump, like one of a seek.
+void ShowSession::Restore(const std::string& state) {
+    FlowState flow = FlowStateFromText(state);
+    if (flow.song != GetCurrentSongNumber())
+        throw std::runtime_error(fmt::format("The state is of song {}, which is not loaded.", flow.song));
+    Stop();
+    if (!flow.jump) {
+        flow.jump = true;
+        flow.jumpForVampRepeatOrCut = false;
+        flow.preJumpTick = flow.tick;
+        flow.jumpTargetTick = flow.tick;
+    }
+    player_->GetShowControl().Restore(flow);
+}
+
 void ShowSession::LoadChangeLogEditor() {
     AddMissingSongLogs(GetShowData());
     Interface::LoadChangeLogEditor();
@@ -117,7 +148,7 @@ void ShowSession::LoadChangeLogEditor() {
 
 void ShowSession::OpenJournal_() {
     unsaved_ = {};
-    if (!options_.isEditable) return;
+    if (options_.editing != Options::Editing::Kept) return;
     unsaved_ = ReadUnsavedEdits(GetChangelogFilename(), GetShowData());
     if (unsaved_.changes.empty()) GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
 }
@@ -145,9 +176,9 @@ void ShowSession::DiscardRecoveredEdits() {
 
 // Editing.
 
-template <class Edit>
-void ShowSession::EditAndTell_(Edit&& edit) {
-    if (!options_.isEditable) throw std::logic_error("The show is open for playing only, its edits stay as they are.");
+template <class MakeEdit>
+void ShowSession::EditAndTell_(MakeEdit&& edit) {
+    if (!IsEditable_()) throw std::logic_error("The show is open for playing only, its edits stay as they are.");
     if (!unsaved_.changes.empty())
         throw std::logic_error("The edits that were left in the journal have to be recovered or discarded first.");
     const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();
@@ -157,7 +188,43 @@ void ShowSession::EditAndTell_(Edit&& edit) {
         const ActiveChangeLogShared after;
         change = CL::Compare(*before, *after);
     }
-    TellPlayer_(change);
+    if (isPerformed_) {
+        TellPlayerBetweenBlocks_(change);
+    } else {
+        TellPlayer_(change);
+    }
+}
+
+// The edit is made and kept; where playback stands when the player hears of it is for the desk's log.
+void ShowSession::TellPlayerBetweenBlocks_(const CL::LogChange& change) {
+    if (change.IsEmpty()) return;
+    std::promise<CommandRecord> decided;
+    std::future<CommandRecord> record = decided.get_future();
+    const unsigned int shown = GetGuiUpdate().GetTickIndex();
+    desk_.Post({Verb::Edit,
+                {fmt::format("{}{} {}", ShownMark, shown, CL::WriteLogChange(change))},
+                {Door::Automatic, "edit"},
+                0,
+                kit::GetClock().Now()},
+               [&decided](const CommandRecord& made) { decided.set_value(made); },
+               [&] {
+                   ShowPlayheadAt(shown);
+                   TellPlayer_(change);
+               });
+    if (const CommandRecord made = record.get(); !made.IsTaken()) throw std::runtime_error(made.sentence);
+}
+
+// "shown 960 {...}": the playhead that the display showed then, where an edit looks for the place to go on from.
+void ShowSession::EditAsText(const std::string& change) {
+    std::string_view text = change;
+    if (text.starts_with(ShownMark)) {
+        text.remove_prefix(ShownMark.size());
+        const std::size_t end = std::min(text.find(' '), text.size());
+        ShowPlayheadAt(static_cast<std::uint32_t>(ReadNumber(text.substr(0, end), 0, 4294967295.0, "The tick")));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    const CL::LogChange read = CL::ReadLogChange(text, "The edit");
+    EditAndTell_([&read](CL::Editor& editor) { editor.ApplyRecovered({read}); });
 }
 
 void ShowSession::TellPlayer_(const CL::LogChange& change) {
@@ -217,6 +284,7 @@ std::string ShowSession::FileOfVersion_(const std::string& version) {
 }
 
 std::string ShowSession::Save(bool newMajor) {
+    if (options_.editing != Options::Editing::Kept) throw std::logic_error("The show is open for playing only.");
     return FinishSaving_(SaveChangelog(newMajor));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -42,9 +43,15 @@ public:
         bool hasRunningFeed = true;
         /// MIDI time code follows the player.
         bool sendsTimeCode = true;
-        /// Edits are taken and kept in a journal. Without it the session writes nothing beside the show, edits are
-        /// refused, and edits that a crash left are not looked for.
-        bool isEditable = true;
+        enum class Editing {
+            Refused,   ///< edits that a crash left are not looked for
+            InMemory,  ///< edits are taken and forgotten with the session; nothing is saved
+            Kept,      ///< edits are kept in a journal until they are saved
+        };
+        /// Nothing is written beside the show unless edits are kept.
+        Editing editing = Editing::Kept;
+        /// The bare name of the change log that opens, in place of the one that the settings choose; empty for that.
+        std::string changeLog;
     };
 
     /// Reads the show directory. Throws NoShowData, NoChangeLog, and std::runtime_error with one sentence for what
@@ -68,6 +75,10 @@ public:
     /// The MIDI input and its commands: what is delivered to it is treated as if it had come from a port.
     using Interface::GetMidiCommands;
     using Interface::GetMidiMessageDispatcher;
+    /// While it is performed, what comes from the MIDI input, and what an edit changes for the player, is left with the
+    /// desk for its RunPosted, which the rendering thread calls between two blocks: so everything takes effect at the
+    /// beginning of a block, and an edit returns when it has. To be called while nobody edits.
+    void SetPerformed(bool isPerformed) { isPerformed_ = isPerformed; }
     /// What the verb "quit" does; nothing at first. Called on the thread that carries the command out.
     void SetQuitHandler(std::function<void()> handler) { quitHandler_ = std::move(handler); }
     /// The display feed of a session without a running one; std::logic_error for another.
@@ -90,6 +101,8 @@ public:
     void AddEdit(const std::string& songNumber, const CL::AnyEdit& edit);
     void RemoveEdits(const std::string& songNumber, const std::vector<CL::AnyEdit>& edits);
     void EditAttacca(const std::string& songNumber, unsigned char attacca);
+    /// Makes a change as CL::WriteLogChange writes it, or as it stands in a take.
+    void EditAsText(const std::string& change);
     /// A line for each edit that it took back, or made again.
     std::vector<std::string> Undo();
     std::vector<std::string> Redo();
@@ -119,16 +132,24 @@ private:
     void Panic() override;
     void LocateTimeCode(std::chrono::nanoseconds time) override;
     void ConductBeat(std::chrono::nanoseconds moment) override;
+    void Restore(const std::string& state) override;
+    void Edit(const std::string& change) override { EditAsText(change); }
+    void UndoEdit() override { Undo(); }
+    void RedoEdit() override { Redo(); }
+    void SaveEdits() override { Save(false); }
     void Quit() override;
 
     void ListenToMidiCommands_();
+    [[nodiscard]] bool PostMidiCommand_(Command command, const std::string& callbackName, bool isTheFacades);
+    [[nodiscard]] bool IsEditable_() const { return options_.editing != Options::Editing::Refused; }
 
     void OpenJournal_();
     void OpenSavedLog_(const std::string& name);
     /// Makes the edit and tells the player what it changed.
-    template <class Edit>
-    void EditAndTell_(Edit&& edit);
+    template <class MakeEdit>
+    void EditAndTell_(MakeEdit&& edit);
     void TellPlayer_(const CL::LogChange& change);
+    void TellPlayerBetweenBlocks_(const CL::LogChange& change);
     std::string FinishSaving_(const std::string& version);
     [[nodiscard]] std::string FileOfVersion_(const std::string& version);
 
@@ -145,6 +166,9 @@ private:
     std::unique_ptr<tavo_sec::CipherStream> score_;
     UnsavedEdits unsaved_;
     std::function<void()> quitHandler_;
+    std::atomic<bool> isPerformed_{false};
+    // Used by the thread that carries out what was posted.
+    std::chrono::nanoseconds refusedMessage_{-1};  // arrival of the message whose song was refused
 };
 
 }  // namespace stage

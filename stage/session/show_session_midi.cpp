@@ -9,6 +9,7 @@
 
 #include "stage/session/show_session.h"
 #include "tavo_core/active_change_log.h"
+#include "tavo_core/callback_dispatcher.h"
 #include "tavo_midi/midi_commands.h"
 
 namespace stage {
@@ -65,12 +66,32 @@ Command AsCommand(const midi_commands::DeliveredCommand& delivered, const std::s
 
 }  // namespace
 
+// Whoever listens to the callback hears of it when the command is carried out. A song that is asked for lets the rest of
+// its message pass, which waits behind it and is refused with it.
+bool ShowSession::PostMidiCommand_(Command command, const std::string& callbackName, bool isTheFacades) {
+    const nanoseconds arrival = command.moment;
+    const bool isSong = command.verb == Verb::Load;
+    const auto note = [this, arrival, isSong](const CommandRecord& record) {
+        if (isSong) refusedMessage_ = record.IsTaken() ? nanoseconds(-1) : arrival;
+    };
+    std::function<void()> perform;
+    if (!isSong)
+        perform = [this, arrival, isTheFacades, command, &callbackName] {
+            if (refusedMessage_ == arrival) throw std::runtime_error("The song that it was meant for was refused.");
+            if (isTheFacades) return notify::callbackDispatcher.Notify(callbackName, nullptr);
+            GetVerbRow(command.verb).perform(*this, command);
+        };
+    desk_.Post(std::move(command), note, std::move(perform));
+    return isSong;
+}
+
 // The façade obeys the commands that it knows by their callbacks, which are called where this lets them; the others are
 // carried out here. Both on the thread that delivers.
 void ShowSession::ListenToMidiCommands_() {
     const auto admit = [this](const midi_commands::DeliveredCommand& delivered) {
         Command command = AsCommand(delivered, GetMidiMessageDispatcher().GetPortName());
         const bool isTheFacades = delivered.command && *delivered.command != midi_commands::ConductBeat;
+        if (isPerformed_) return PostMidiCommand_(std::move(command), delivered.callbackName, isTheFacades);
         return (isTheFacades ? desk_.Admit(std::move(command)) : desk_.Execute(std::move(command))).IsTaken();
     };
     const auto release = [this](const midi_commands::ReleasedCommand& released) {

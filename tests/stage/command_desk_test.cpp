@@ -179,6 +179,11 @@ TEST_F(CommandDeskTest, LogForgetsTheOldest) {
         void Panic() override {}
         void LocateTimeCode(std::chrono::nanoseconds) override {}
         void ConductBeat(std::chrono::nanoseconds) override {}
+        void Restore(const std::string&) override {}
+        void Edit(const std::string&) override {}
+        void UndoEdit() override {}
+        void RedoEdit() override {}
+        void SaveEdits() override {}
         void Quit() override {}
         stage::ShowSession& session;
     } performer(*session_);

@@ -2,16 +2,14 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "change_log_reader.h"
 #include "change_log_writer.h"
-#include "edit_variant.h"
 #include "kit/file.h"
 #include "kit/path.h"
+#include "tavo_core/log_change_text.h"
 
 namespace tavo_core::journal {
 
@@ -25,9 +23,7 @@ constexpr std::string_view checkBegin = "{\"check\":\"";
 constexpr std::string_view checkEnd = "\",";
 constexpr std::size_t checkDigits = 16;
 constexpr std::string_view stateKey = "\"state\":\"";
-// Quotation marks inside a JSON text are escaped, so that these stand nowhere else.
-constexpr std::string_view removedKey = "\",\"removed\":";
-constexpr std::string_view addedKey = ",\"added\":";
+constexpr std::string_view stateEndMark = "\",";
 
 std::string AsHex(std::uint64_t hash) {
     return fmt::format("{:016x}", hash);
@@ -51,59 +47,11 @@ std::optional<std::string> TakeMembers(std::string_view line, std::uint64_t& cha
     return std::string(members);
 }
 
-/// Edits as a change log on one line: its writer and reader are the only ones for edits.
-std::string WriteEdits(const CL::LogChange& change, bool removed) {
-    CL::ChangeLog log;
-    for (const CL::SongChange& song : change.songs) {
-        CL::SongLog& songLog = log.GetSongLogs()[song.songNumber];
-        for (const CL::AnyEdit& any : removed ? song.removed : song.added) {
-            std::visit(
-                [&songLog](const auto& edit) {
-                    CL::SequenceOf<std::remove_cvref_t<decltype(edit)>>(songLog).Add(edit);
-                },
-                any);
-        }
-        // Two states that differ tell that it changes.
-        if (song.attacca) songLog.SetAttacca(removed ? song.attacca->before : song.attacca->after);
-    }
-    std::string text = WriteChangeLog(log);
-    // Line ends stand only between the parts of the text: those inside texts are escaped.
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text;
-}
-
 CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, const std::string& place) {
-    const std::size_t removedAt = members.find(removedKey);
-    const std::size_t addedAt = members.find(addedKey, removedAt);
-    if (addedAt == std::string_view::npos || members.back() != '}')
-        throw std::runtime_error(place + ": the line is no change.");
-    stateAfter = members.substr(stateKey.size(), removedAt - stateKey.size());
-    const std::size_t removedFrom = removedAt + removedKey.size();
-    const std::size_t addedFrom = addedAt + addedKey.size();
-    const CL::ChangeLog removed = ReadChangeLog(std::string(members.substr(removedFrom, addedAt - removedFrom)), place);
-    const CL::ChangeLog added =
-        ReadChangeLog(std::string(members.substr(addedFrom, members.size() - 1 - addedFrom)), place);
-
-    CL::LogChange change = CL::Compare(removed, added);
-    // What is taken out and put in again at its tick stands in both lists, and Compare leaves it out.
-    for (CL::SongChange& song : change.songs)
-        song.removed.clear(), song.added.clear();
-    const auto gather = [&change](const CL::ChangeLog& log, std::vector<CL::AnyEdit> CL::SongChange::*edits) {
-        for (const auto& [number, songLog] : log.GetSongLogs()) {
-            const auto named = [&songNumber = number](const CL::SongChange& song) {
-                return song.songNumber == songNumber;
-            };
-            auto song = std::find_if(change.songs.begin(), change.songs.end(), named);
-            if (song == change.songs.end()) song = change.songs.insert(song, {number, {}, {}, {}});
-            songLog.ForEachSequence([&](const auto& sequence) {
-                for (const auto& edit : sequence)
-                    ((*song).*edits).emplace_back(edit);
-            });
-        }
-    };
-    gather(removed, &CL::SongChange::removed);
-    gather(added, &CL::SongChange::added);
-    return change;
+    const std::size_t stateEnd = members.find(stateEndMark);
+    if (stateEnd == std::string_view::npos) throw std::runtime_error(place + ": the line is no change.");
+    stateAfter = members.substr(stateKey.size(), stateEnd - stateKey.size());
+    return CL::ReadLogChange("{" + std::string(members.substr(stateEnd + stateEndMark.size())), place);
 }
 
 Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
@@ -175,9 +123,9 @@ std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
 }
 
 std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain) {
-    return MakeLine(fmt::format("{}{}{}{}{}{}}}", stateKey, stateAfter, removedKey, WriteEdits(change, true), addedKey,
-                                WriteEdits(change, false)),
-                    chain);
+    // The members of the change's object follow those of the line's.
+    const std::string text = CL::WriteLogChange(change);
+    return MakeLine(fmt::format("{}{}{}{}", stateKey, stateAfter, stateEndMark, std::string_view(text).substr(1)), chain);
 }
 
 std::string WriteSavedIn(const std::string& logName, std::uint64_t& chain) {

@@ -17,6 +17,7 @@
 #include "midi_requests.h"
 #include "system_ports.h"
 #include "tavo_midi/time_code_generator.h"
+#include "tavo_midi_io/jack_clients.h"
 #include "uncancelled.h"
 
 namespace tavo_midi_io {
@@ -102,7 +103,10 @@ public:
         jack_set_port_registration_callback(
             client_, [](jack_port_id_t, int, void* self) { DoUncancelled([self] { TakeOver(self)->wake_(); }); }, this);
     }
-    ~JackMidiPorts() override { jack_client_close(client_); }
+    ~JackMidiPorts() override {
+        jack_client_close(client_);
+        jack_clients::NoteClosed();
+    }
     JackMidiPorts(const JackMidiPorts&) = delete;
     JackMidiPorts& operator=(const JackMidiPorts&) = delete;
 
@@ -147,6 +151,7 @@ private:
     static void Die(jack_status_t, const char*, void* self) {
         DoUncancelled([self] {
             JackMidiPorts* const ports = TakeOver(self);
+            jack_clients::NoteServerDied();
             ports->isAlive_ = false;
             ports->wake_();
         });
@@ -406,6 +411,7 @@ bool IsJackServerRunning() {
     return MidiRequests::Get()
         .Ask([] {
             Silence();
+            if (!jack_clients::MayOpen()) return false;
             jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
             if (client != nullptr) jack_client_close(client);
             return client != nullptr;
@@ -417,8 +423,10 @@ std::shared_ptr<JackPorts> OpenJackMidiPorts(std::function<void()> wake) {
     return MidiRequests::Get()
         .Ask([wake = std::move(wake)]() -> std::shared_ptr<JackPorts> {
             Silence();
+            if (!jack_clients::MayOpen()) return nullptr;
             jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
             if (client == nullptr) return nullptr;
+            jack_clients::NoteOpened();
             const auto close = [](JackMidiPorts* ports) { MidiRequests::Get().Close([ports] { delete ports; }); };
             const std::shared_ptr<JackMidiPorts> ports(new JackMidiPorts(client, wake), close);
             if (!ports->Activate()) return nullptr;

@@ -1,0 +1,145 @@
+#include <fmt/format.h>
+
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+#include "kit/path.h"
+#include "stage/cli/commands.h"
+#include "stage/cli/play_headless.h"
+#include "stage/control/take.h"
+#include "stage/live/live_show.h"
+#include "stage/live/real_time.h"
+#include "stage/show/show_directory.h"
+#include "tavo_midi_io/install_midi_ports.h"
+
+namespace {
+
+struct PlayWords {
+    std::string showPath;
+    std::string song;
+    std::string output = "auto";
+    std::string device;
+    std::string takePath;
+    std::string whenLost = "hold";
+    std::string soundFontPath;
+    std::uint32_t framesPerSecond = 48000;
+    std::uint32_t periodFrames = 128;
+    std::uint32_t leadFrames = 0;
+    bool isHeadless = false;
+    bool isLocked = false;
+    bool resumes = false;
+    bool printsBeats = false;
+    bool makesNoTake = false;
+};
+
+std::string MakeTakePath(const PlayWords& words) {
+    if (words.makesNoTake) return "";
+    if (!words.takePath.empty()) return words.takePath;
+    const std::string folder = stage::GetTakeFolder(words.showPath);
+    std::error_code error;
+    std::filesystem::create_directory(folder, error);
+    if (error) {
+        std::cerr << fmt::format("stage: no take is made, \"{}\" cannot be created: {}\n", folder, error.message());
+        return "";
+    }
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    localtime_r(&now, &parts);
+    const std::string name =
+        fmt::format("{:04}-{:02}-{:02}_{:02}-{:02}-{:02}", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
+                    parts.tm_hour, parts.tm_min, parts.tm_sec);
+    std::string path = kit::path::Join(folder, name + ".take");
+    for (int more = 2; std::filesystem::exists(path, error); ++more)
+        path = kit::path::Join(folder, fmt::format("{}_{}.take", name, more));
+    return path;
+}
+
+/// The take that broke off, where the newest one did.
+std::optional<stage::Take> FindBrokenTake(const std::string& showPath) {
+    const std::string path = stage::FindNewestTake(showPath);
+    if (path.empty()) return std::nullopt;
+    try {
+        stage::Take take = stage::ReadTake(path);
+        if (!take.isFinished && take.lastState) return take;
+    } catch (const std::exception& problem) {
+        std::cerr << "stage: " << problem.what() << '\n';
+    }
+    return std::nullopt;
+}
+
+stage::LiveShow::Options MakeOptions(const PlayWords& words) {
+    stage::LiveShow::Options options;
+    options.output = stage::ParseOutputChoice(words.output);
+    options.output.device = words.device;
+    options.output.framesPerSecond = words.framesPerSecond;
+    options.output.periodFrames = words.periodFrames;
+    options.whenLost = words.whenLost == "run" ? stage::WhenLost::Run : stage::WhenLost::Hold;
+    options.rendering.leadFrames = words.leadFrames;
+    // Where the device takes less at a time, a block of 64 would come in bursts.
+    if (words.periodFrames < options.rendering.blockFrames) options.rendering.blockFrames = words.periodFrames;
+    options.isLocked = words.isLocked;
+    options.soundFont = words.soundFontPath;
+    options.takePath = MakeTakePath(words);
+    return options;
+}
+
+void Play(const PlayWords& words) {
+    // Says in its own words what is missing in a directory that is no show.
+    static_cast<void>(stage::ScanShowDirectory(words.showPath));
+    const std::optional<stage::Take> broken = FindBrokenTake(words.showPath);
+    tavo_midi_io::InstallMidiPorts();
+    stage::LiveShow show(words.showPath, MakeOptions(words));
+    const std::string problem = stage::LockMemory();
+    PlayHeadless headless(show, words.printsBeats);
+    if (!problem.empty()) headless.OnMessage(problem);
+    if (words.resumes && broken) {
+        show.Resume(*broken);
+    } else {
+        const std::string song = words.song.empty() ? show.GetSession().GetShow().GetSongNumbers().front() : words.song;
+        show.Press({stage::Verb::Load, {song}, {stage::Door::Automatic, "start"}, 0, {}});
+        if (broken) headless.OfferResume(*broken);
+    }
+    headless.Run();
+}
+
+}  // namespace
+
+void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
+    auto words = std::make_shared<PlayWords>();
+    CLI::App* command = app.add_subcommand("play", "Perform a show live");
+    command->add_option("show", words->showPath, "The show's directory")->required();
+    command->add_option("--song", words->song, "The song that stands ready first; the show's first without it");
+    command->add_option("--output", words->output, "auto, jack, rtaudio, null or file:PATH")->capture_default_str();
+    command->add_option("--device", words->device, "The device's name, or the beginning of the JACK ports' names");
+    command->add_option("--rate", words->framesPerSecond, "Frames a second, where the output can choose")
+        ->check(CLI::IsMember({44100, 48000, 88200, 96000}))
+        ->capture_default_str();
+    command->add_option("--period", words->periodFrames, "Frames that the output takes at a time, where it can choose")
+        ->check(CLI::Range(32, 2048))
+        ->capture_default_str();
+    command->add_option("--lead", words->leadFrames,
+                        "Frames that are kept ready for the output; 0 is a period and a block")
+        ->check(CLI::Range(0, 4096))
+        ->capture_default_str();
+    command->add_option("--when-lost", words->whenLost, "While no device plays the show waits (hold) or goes on (run)")
+        ->check(CLI::IsMember({"hold", "run"}))
+        ->capture_default_str();
+    command->add_option("--take", words->takePath, "Where the take is written; without it into the show's folder takes");
+    command->add_flag("--no-take", words->makesNoTake, "Write no take");
+    command->add_flag("--resume", words->resumes, "Go on where the last take broke off");
+    command->add_flag("--locked", words->isLocked, "Take no edits, and do not quit by accident");
+    command->add_flag("--headless", words->isHeadless, "Read presses as lines, print what happens as lines of JSON");
+    command->add_flag("--beats", words->printsBeats, "With --headless: report every beat, not only bars");
+    command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with");
+    command->footer(
+        "What an operator can press, a line each with --headless:\n" + stage::MakeVerbHelp() +
+        "  status              where the show stands, as a line of JSON\n\n"
+        "Examples:\n"
+        "  stage play myshow\n"
+        "  stage play myshow --song 3 --output null --headless");
+    command->callback([words] { Play(*words); });
+}

@@ -1,0 +1,246 @@
+#include "stage/live/live_renderer.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "kit/thread_exception_log.h"
+#include "kit/thread_names.h"
+#include "stage/live/real_time.h"
+
+namespace stage {
+
+namespace {
+
+using std::chrono::nanoseconds;
+
+/// While no device takes anything the thread looks this seldom.
+constexpr nanoseconds IdleWait = std::chrono::milliseconds(10);
+/// A device is a little late now and then: how soon it is looked at again.
+constexpr nanoseconds ShortestWait = std::chrono::microseconds(150);
+/// After the moment at which the device should have taken its frames.
+constexpr nanoseconds AfterPeriod = std::chrono::microseconds(60);
+/// A device that has not taken anything for so many periods does not play.
+constexpr int PeriodsUntilIdle = 8;
+
+nanoseconds Now() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+LiveEvent::Kind KindOf(EngineEvent::Kind kind) {
+    switch (kind) {
+        case EngineEvent::Kind::Started:
+            return LiveEvent::Kind::Started;
+        case EngineEvent::Kind::Stopped:
+            return LiveEvent::Kind::Stopped;
+        case EngineEvent::Kind::Put:
+            return LiveEvent::Kind::Put;
+        case EngineEvent::Kind::Jumped:
+            return LiveEvent::Kind::Jumped;
+        case EngineEvent::Kind::Held:
+            return LiveEvent::Kind::Held;
+        case EngineEvent::Kind::Released:
+            return LiveEvent::Kind::Released;
+        case EngineEvent::Kind::StoppedAtCaesura:
+            return LiveEvent::Kind::Caesura;
+        case EngineEvent::Kind::Arrived:
+            return LiveEvent::Kind::Beat;
+        case EngineEvent::Kind::SongPutIn:
+            return LiveEvent::Kind::Song;
+        default:
+            return LiveEvent::Kind::SongEnded;
+    }
+}
+
+bool IsReported(const EngineEvent& event) {
+    if (event.kind != EngineEvent::Kind::Arrived)
+        return event.kind != EngineEvent::Kind::BlockBegins && event.kind != EngineEvent::Kind::Cue &&
+               event.kind != EngineEvent::Kind::FadeDone;
+    // Playback arrives at many ticks; those where a beat may begin are reported.
+    const std::vector<std::uint32_t>& stops = event.plan->GetStops();
+    return std::binary_search(stops.begin(), stops.end(), event.tick);
+}
+
+}  // namespace
+
+LiveRenderer::LiveRenderer(ShowSession& session, OutputFeed& feed, const Options& options)
+    : session_(session),
+      player_(session.GetStagePlayer()),
+      engine_(player_.GetEngine()),
+      feed_(feed),
+      options_(options),
+      framesPerSecond_(session.GetOptions().framesPerSecond) {
+    engine_.Subscribe(*this);
+    player_.SetHeardPosition([this] { return FindHeardTick(); });
+    session_.GetDesk().SetWakeUp([this] { WakeUp(); });
+    session_.SetPerformed(true);
+    thread_ = std::thread([this] { Run_(); });
+}
+
+LiveRenderer::~LiveRenderer() {
+    session_.SetPerformed(false);
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+    session_.GetDesk().SetWakeUp({});
+    player_.SetHeardPosition({});
+    engine_.Unsubscribe(*this);
+}
+
+void LiveRenderer::WakeUp() {
+    {
+        const std::lock_guard lock(mutex_);
+        isWoken_ = true;
+    }
+    changed_.notify_all();
+}
+
+std::uint32_t LiveRenderer::GetLeadFrames() const {
+    const std::uint32_t period = feed_.GetClock().GetFormat().periodFrames;
+    const std::uint32_t wanted = options_.leadFrames > 0 ? options_.leadFrames : period + options_.blockFrames;
+    // Less than a period would come too late every time.
+    return std::clamp<std::uint32_t>(wanted, std::max(period, options_.blockFrames), FrameRing::Capacity / 2);
+}
+
+nanoseconds LiveRenderer::Period_() const {
+    const OutputFormat format = feed_.GetClock().GetFormat();
+    return nanoseconds(std::int64_t{1'000'000'000} * std::max(format.periodFrames, 1U) / format.framesPerSecond);
+}
+
+std::int64_t LiveRenderer::FindHeardFrame() const {
+    const std::int64_t ring = feed_.GetClock().FindHeardFrame(Now());
+    if (ring < 0) return -1;
+    const double moved = static_cast<double>(ring - anchorRing_) * framesPerDeviceFrame_;
+    return anchorFrame_ + static_cast<std::int64_t>(moved);
+}
+
+void LiveRenderer::Run_() {
+    kit::threadNames.SetNameOfCurrentThread("rendering");
+    isRealTime_ = BecomeRealTime(RealTimePriority::Rendering);
+    FollowDevice_();
+    NotePlayhead_();
+    for (;;) {
+        try {
+            if (session_.GetDesk().RunPosted() > 0) {
+                engine_.FollowForCertain();
+                NotePlayhead_();
+            }
+            NoteLatePeriods_();
+            if (IsBlockDue_()) {
+                RenderBlock_();
+                continue;
+            }
+        } catch (const std::exception& problem) {
+            // The show goes on: what a listener could not do is no reason for silence.
+            kit::AppendToThreadExceptionLog(problem.what());
+        }
+        {
+            const std::lock_guard lock(mutex_);
+            if (isEnding_) break;
+        }
+        Wait_();
+    }
+    session_.GetDesk().RunPosted();
+}
+
+bool LiveRenderer::IsBlockDue_() {
+    seamDue_.reset();
+    FollowDevice_();
+    const std::uint32_t waiting = feed_.GetRing().CountWaiting();
+    const std::uint32_t block = converter_ ? converter_->GetLongestOutput() : options_.blockFrames;
+    if (waiting > 0 && waiting + block > std::max(GetLeadFrames(), block)) return false;
+    const std::optional<std::int64_t> seam = engine_.FindNextSeam();
+    if (!seam || *seam >= engine_.GetFrame() + options_.blockFrames) return true;
+    // The next period is served without it: whoever presses until then is heard.
+    const std::uint32_t period = feed_.GetClock().GetFormat().periodFrames;
+    if (waiting >= period) return false;
+    const std::optional<nanoseconds> last = feed_.GetClock().GetLastMoment();
+    if (!isRealTime_ || !last) return true;
+    const nanoseconds now = Now();
+    const nanoseconds due = *last + Period_() - options_.seamMargin;
+    if (now >= due || now > *last + PeriodsUntilIdle * Period_()) return true;
+    seamDue_ = due;
+    return false;
+}
+
+void LiveRenderer::RenderBlock_() {
+    const nanoseconds begin = Now();
+    engine_.Render(left_.data(), right_.data(), options_.blockFrames);
+    NotePlayhead_();
+    WriteBlock_();
+    const std::int64_t took = (Now() - begin).count();
+    if (took > longestBlock_.load(std::memory_order_relaxed)) longestBlock_.store(took, std::memory_order_relaxed);
+}
+
+void LiveRenderer::WriteBlock_() {
+    if (converter_ == nullptr) return feed_.GetRing().Write(left_.data(), right_.data(), options_.blockFrames);
+    const std::uint32_t frames = converter_->Convert(left_.data(), right_.data(), options_.blockFrames);
+    feed_.GetRing().Write(converter_->GetLeft(), converter_->GetRight(), frames);
+}
+
+// At the frame that comes next.
+void LiveRenderer::NotePlayhead_() {
+    const std::uint32_t position = engine_.GetPosition();
+    const std::uint32_t tick =
+        engine_.IsRolling() ? position : player_.GetStageShowControl().GetWaitingJump().value_or(position);
+    history_.Note(engine_.GetFrame(), tick);
+}
+
+void LiveRenderer::NoteLatePeriods_() {
+    const std::uint64_t late = feed_.CountLatePeriods();
+    if (late == latePeriods_) return;
+    latePeriods_ = late;
+    const std::uint64_t missing = feed_.CountMissingFrames();
+    const auto more = static_cast<std::uint32_t>(missing - std::exchange(missingFrames_, missing));
+    Push_({.kind = LiveEvent::Kind::Late,
+           .frame = engine_.GetFrame(),
+           .tick = engine_.GetPosition(),
+           .missingFrames = more,
+           .song = song_});
+}
+
+// The device may have come back with another rate.
+void LiveRenderer::FollowDevice_() {
+    const std::uint32_t rate = feed_.GetClock().GetFormat().framesPerSecond;
+    if (rate == deviceRate_) return;
+    deviceRate_ = rate;
+    converter_.reset();
+    if (rate != framesPerSecond_)
+        converter_ = std::make_unique<RateConverter>(framesPerSecond_, rate, options_.blockFrames);
+    anchorRing_ = static_cast<std::int64_t>(feed_.GetRing().CountWritten());
+    anchorFrame_ = engine_.GetFrame();
+    framesPerDeviceFrame_ = static_cast<double>(framesPerSecond_) / rate;
+}
+
+void LiveRenderer::Push_(const LiveEvent& event) {
+    if (!events_.Push(event)) ++lostEvents_;
+}
+
+void LiveRenderer::OnEngineEvent(const EngineEvent& event) {
+    if (!IsReported(event)) return;
+    if (event.plan != nullptr) song_ = &event.plan->GetSong();
+    Push_({.kind = KindOf(event.kind),
+           .reason = event.reason,
+           .frame = event.frame,
+           .fromTick = event.fromTick,
+           .tick = event.tick,
+           .song = song_});
+}
+
+// Until the device should have taken its next frames, a seam's block is due, or somebody has posted something.
+void LiveRenderer::Wait_() {
+    const nanoseconds now = Now();
+    nanoseconds wake = now + IdleWait;
+    if (const std::optional<nanoseconds> last = feed_.GetClock().GetLastMoment()) {
+        const bool isPlaying = now - *last < PeriodsUntilIdle * Period_();
+        if (isPlaying) wake = std::max(*last + Period_() + AfterPeriod, now + ShortestWait);
+    }
+    if (seamDue_) wake = std::min(wake, *seamDue_);
+    std::unique_lock lock(mutex_);
+    changed_.wait_until(lock, std::chrono::steady_clock::time_point(wake), [this] { return isWoken_ || isEnding_; });
+    isWoken_ = false;
+}
+
+}  // namespace stage

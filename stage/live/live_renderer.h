@@ -1,0 +1,118 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "kit/spsc_queue.h"
+#include "stage/live/device_clock.h"
+#include "stage/live/live_event.h"
+#include "stage/live/output_feed.h"
+#include "stage/live/rate_converter.h"
+#include "stage/session/show_session.h"
+
+namespace stage {
+
+/// Renders a session a little ahead of the device, on a thread of its own, and carries out between two blocks what was
+/// posted to the session's desk. Blocks have one size and lie on one grid from the session's first frame on, whatever
+/// the device asks for: so a replay of the same commands at the same frames sounds the same.
+///
+/// How far ahead is decided anew for each block: `leadFrames` in general. A block with a seam, where a press decides how
+/// playback goes on, waits until the device needs it, and where this thread may run in real time until shortly before.
+class LiveRenderer final : private EngineSubscriber {
+public:
+    struct Options {
+        /// Frames of a block; a divisor of Engine::LongestBlockFrames.
+        std::uint32_t blockFrames = 64;
+        /// How far ahead of the device, in its frames; 0 is one period and one block.
+        std::uint32_t leadFrames = 0;
+        /// How long before the device needs it a seam's block is rendered.
+        std::chrono::nanoseconds seamMargin{1'000'000};
+    };
+
+    /// Starts. The references outlive the object; the session is performed by it from now on.
+    LiveRenderer(ShowSession& session, OutputFeed& feed, const Options& options);
+    /// Carries out what is still posted, and ends.
+    ~LiveRenderer();
+    LiveRenderer(const LiveRenderer&) = delete;
+    LiveRenderer& operator=(const LiveRenderer&) = delete;
+
+    /// Something was posted to the desk. Any thread.
+    void WakeUp();
+
+    /// The session's frame that is heard now; negative before the first is. Any thread; wait-free.
+    [[nodiscard]] std::int64_t FindHeardFrame() const;
+    /// The playhead that is heard now. Any thread; wait-free.
+    [[nodiscard]] std::uint32_t FindHeardTick() const { return history_.FindTick(FindHeardFrame()); }
+    /// For one thread: the next thing that playback did, in order, whether it is heard yet or not.
+    [[nodiscard]] bool TakeEvent(LiveEvent& event) { return events_.Pop(event); }
+    /// Events that were lost because nobody took them. Any thread.
+    [[nodiscard]] std::uint64_t CountLostEvents() const { return lostEvents_; }
+    /// Whether the thread runs before all ordinary ones. Any thread.
+    [[nodiscard]] bool IsRealTime() const { return isRealTime_; }
+    /// Frames that are kept ready for the device at most. Any thread.
+    [[nodiscard]] std::uint32_t GetLeadFrames() const;
+    /// Longest time that a block took, in nanoseconds, since the last call. Any thread.
+    [[nodiscard]] std::int64_t TakeLongestBlock() { return longestBlock_.exchange(0); }
+
+private:
+    static constexpr std::uint32_t MaxBlockFrames = Engine::LongestBlockFrames;
+
+    // EngineSubscriber.
+    void OnEngineEvent(const EngineEvent& event) override;
+
+    void Run_();
+    [[nodiscard]] bool IsBlockDue_();
+    void RenderBlock_();
+    void WriteBlock_();
+    void NotePlayhead_();
+    void NoteLatePeriods_();
+    void FollowDevice_();
+    void Push_(const LiveEvent& event);
+    void Wait_();
+    [[nodiscard]] std::chrono::nanoseconds Period_() const;
+
+    // Constant after construction.
+    ShowSession& session_;
+    StagePlayer& player_;
+    Engine& engine_;
+    OutputFeed& feed_;
+    const Options options_;
+    const std::uint32_t framesPerSecond_;
+
+    // Used by the thread.
+    std::array<float, MaxBlockFrames> left_{};
+    std::array<float, MaxBlockFrames> right_{};
+    std::unique_ptr<RateConverter> converter_;
+    std::uint32_t deviceRate_ = 0;
+    std::uint64_t latePeriods_ = 0;
+    std::uint64_t missingFrames_ = 0;
+    std::optional<std::chrono::nanoseconds> seamDue_;  // a block waits for this moment
+    const tavo_midi::SongData* song_ = nullptr;
+
+    // Synchronise themselves.
+    PlayheadHistory history_;
+    kit::SpscQueue<LiveEvent, 4096> events_;
+    std::atomic<std::uint64_t> lostEvents_{0};
+    std::atomic<bool> isRealTime_{false};
+    std::atomic<std::int64_t> longestBlock_{0};
+    // The session's frame at a frame of the ring, for a device with another rate.
+    std::atomic<std::int64_t> anchorRing_{0};
+    std::atomic<std::int64_t> anchorFrame_{0};
+    std::atomic<double> framesPerDeviceFrame_{1.0};
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    // Guarded by mutex_.
+    bool isWoken_ = false;
+    bool isEnding_ = false;
+
+    std::thread thread_;
+};
+
+}  // namespace stage

@@ -1,0 +1,226 @@
+#include "stage/live/live_show.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "kit/path.h"
+#include "player_core/gui_update.h"
+#include "stage/control/command.h"
+#include "stage/live/real_time.h"
+#include "tavo_core/active_change_log.h"
+#include "tavo_core/gui_dispatcher.h"
+#include "tavo_midi/midi_message_dispatcher.h"
+
+namespace stage {
+
+namespace {
+
+constexpr std::size_t KeptPresses = 50;
+constexpr std::size_t KeptMessages = 20;
+
+ShowSession::Options MakeSessionOptions(const LiveShow::Options& options, std::uint32_t framesPerSecond) {
+    ShowSession::Options made;
+    made.framesPerSecond = framesPerSecond;
+    made.advanceFrames = options.rendering.blockFrames;
+    made.soundFont = options.soundFont;
+    return made;
+}
+
+template <class Value>
+void Keep(std::deque<Value>& kept, const Value& value, std::size_t most) {
+    kept.push_back(value);
+    if (kept.size() > most) kept.pop_front();
+}
+
+}  // namespace
+
+LiveShow::LiveShow(const std::string& showPath, const Options& options) : options_(options) {
+    isRealTime_ = BecomeRealTime(RealTimePriority::Host);
+    // The session keeps the rate that it was opened with, whatever becomes of the device.
+    OutputChoice choice = options_.output;
+    const OutputFormat format = ProbeOutput(choice);
+    session_ = std::make_unique<ShowSession>(
+        showPath, options_.settingsDirectory.empty() ? showPath : options_.settingsDirectory,
+        MakeSessionOptions(options_, format.framesPerSecond));
+    choice.framesPerSecond = format.framesPerSecond;
+    session_->SetQuitHandler([this] { isEnding_ = true; });
+    handler_ = notify::guiDispatcher.AddHandler([this](const notify::GuiNotification& notification) {
+        const std::lock_guard lock(mutex_);
+        notifications_.push_back(notification);
+    });
+    if (!options_.takePath.empty()) {
+        const TakeSettings settings{format.framesPerSecond, options_.rendering.blockFrames,
+                                    options_.rendering.blockFrames,
+                                    kit::path::basename(session_->GetChangelogFilename())};
+        take_ = std::make_unique<TakeRecorder>(
+            *session_, std::make_unique<TakeWriter>(options_.takePath, settings, session_->GetShow()));
+        takePath_ = options_.takePath;
+    }
+    session_->GetDesk().SetRecordListener([this](const CommandRecord& record) { NoteRecord_(record); });
+    keeper_ = std::make_unique<OutputKeeper>(choice, feed_, options_.whenLost, true,
+                                             [this](const std::string& sentence) { NoteMessage_(sentence); });
+    renderer_ = std::make_unique<LiveRenderer>(*session_, feed_, options_.rendering);
+    shown_.isLocked = options_.isLocked;
+    shown_.showTitle = session_->GetShow().GetTitle();
+    if (!session_->GetRecoveredEdits().empty()) {
+        session_->RecoverEdits();
+        NoteMessage_("Edits that were not saved when the last session ended were made again; they still have to be "
+                     "saved.");
+    }
+}
+
+LiveShow::~LiveShow() {
+    // Nobody renders from here on, and what was pressed last is in the take.
+    renderer_.reset();
+    keeper_.reset();
+    session_->GetDesk().SetRecordListener({});
+    session_->SetQuitHandler({});
+    take_.reset();
+    notify::guiDispatcher.RemoveHandler(handler_);
+    if (isRealTime_) BecomeOrdinary();
+}
+
+// Doors.
+
+Command LiveShow::Read(const std::string& line, const CommandSource& source) {
+    std::string song = session_->GetCurrentSongNumber();
+    Command command = ParseCommand(SplitWords(line), session_->GetShow(), song);
+    command.source = source;
+    command.moment = std::chrono::steady_clock::now().time_since_epoch();
+    return command;
+}
+
+void LiveShow::Press(Command command) {
+    if (GetVerbRow(command.verb).edits) return PressEdit_(command);
+    try {
+        // What takes long about loading a song is done here, not between two blocks.
+        if (command.verb == Verb::Load) session_->GetStagePlayer().PrepareSong(command.GetSong());
+    } catch (const std::exception&) {
+        // The desk says what is wrong with it.
+    }
+    session_->GetDesk().Post(std::move(command));
+}
+
+void LiveShow::PressEdit_(const Command& command) {
+    if (options_.isLocked) return Fail_(command, "The show is locked: edits are refused until it is opened unlocked.");
+    try {
+        switch (command.verb) {
+            case Verb::Edit:
+                session_->EditAsText(command.GetText());
+                break;
+            case Verb::Undo:
+                session_->Undo();
+                break;
+            case Verb::Redo:
+                session_->Redo();
+                break;
+            default:
+                NoteMessage_(fmt::format("The edits were saved as version {}.", session_->Save(false)));
+        }
+    } catch (const std::exception& problem) {
+        Fail_(command, problem.what());
+    }
+}
+
+// A command that has failed already is decided in its turn like every other.
+void LiveShow::Fail_(const Command& command, const std::string& sentence) {
+    session_->GetDesk().Post(command, {}, [sentence] { throw std::runtime_error(sentence); });
+}
+
+void LiveShow::NoteRecord_(const CommandRecord& record) {
+    if (take_ != nullptr) take_->NoteRecord(record);
+    const std::lock_guard lock(mutex_);
+    records_.push_back(record);
+}
+
+void LiveShow::NoteMessage_(const std::string& sentence) {
+    if (take_ != nullptr) take_->NoteDevice(sentence);
+    const std::lock_guard lock(mutex_);
+    messages_.push_back(sentence);
+}
+
+// Reports.
+
+bool LiveShow::Deliver(LiveListener& listener) {
+    LiveEvent event;
+    while (renderer_->TakeEvent(event)) {
+        if (event.kind == LiveEvent::Kind::Late)
+            NoteMessage_(fmt::format("{} frames came too late for the device.", event.missingFrames));
+        events_.push_back(event);
+    }
+    std::deque<CommandRecord> records;
+    std::deque<notify::GuiNotification> notifications;
+    std::deque<std::string> messages;
+    {
+        const std::lock_guard lock(mutex_);
+        records = std::exchange(records_, {});
+        notifications = std::exchange(notifications_, {});
+        messages = std::exchange(messages_, {});
+    }
+    if (take_ != nullptr && takeProblem_.empty()) {
+        takeProblem_ = take_->GetProblem();
+        if (!takeProblem_.empty()) messages.push_back(takeProblem_);
+    }
+    for (const CommandRecord& record : records) {
+        Keep(shown_.presses, record, KeptPresses);
+        listener.OnRecord(record);
+    }
+    for (const notify::GuiNotification& notification : notifications) {
+        FollowNotification_(notification);
+        listener.OnNotification(notification);
+    }
+    // Nothing is heard while no device plays: then what was decided is told at once.
+    const bool isHeard = keeper_->GetState().isPlaying;
+    const std::int64_t heard = renderer_->FindHeardFrame();
+    for (; !events_.empty() && (!isHeard || events_.front().frame <= heard); events_.pop_front())
+        listener.OnLiveEvent(events_.front());
+    for (const std::string& message : messages) {
+        Keep(shown_.messages, message, KeptMessages);
+        listener.OnMessage(message);
+    }
+    return !isEnding_;
+}
+
+void LiveShow::FollowNotification_(const notify::GuiNotification& notification) {
+    using Type = notify::GuiNotificationType;
+    switch (notification.type) {
+        case Type::StatusFlowControl:
+            shown_.status = notification.text;
+            shown_.statusCount = notification.number;
+            break;
+        case Type::VampOn:
+        case Type::VampOff:
+            shown_.vampLamp = notification.type == Type::VampOn;
+            break;
+        default:
+            break;
+    }
+}
+
+LiveStatus LiveShow::GetStatus() {
+    LiveStatus status = shown_;
+    StagePlayer& player = session_->GetStagePlayer();
+    status.song = session_->GetCurrentSongNumber();
+    status.masterVolume = player.GetVolume(tavo_audio::Master);
+    status.musicVolume = player.GetVolume(tavo_audio::Synth);
+    status.output = keeper_->GetState();
+    status.isRealTime = renderer_->IsRealTime();
+    status.leadFrames = renderer_->GetLeadFrames();
+    status.latePeriods = feed_.CountLatePeriods();
+    status.longestBlockMs = static_cast<double>(renderer_->TakeLongestBlock()) / 1e6;
+    status.midiInput = session_->GetMidiMessageDispatcher().GetPortName();
+    status.takeProblem = takeProblem_;
+    status.tempoScale = player.GetUserControls().GetTempoScale();
+    if (status.song.empty()) return status;
+    status.elapsedSeconds = player.GetElapsedTime();
+    Track_(status.song);
+    FillPlace_(status);
+    FillFlow_(status);
+    return status;
+}
+
+}  // namespace stage

@@ -1,0 +1,168 @@
+#include "stage/live/output_keeper.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "kit/thread_exception_log.h"
+#include "kit/thread_names.h"
+
+namespace stage {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto WatchInterval = 20ms;
+constexpr auto RetryInterval = 200ms;
+/// A device that has not taken anything for so long is taken to be stopped, even on a busy machine.
+constexpr auto LongestStandstill = 1500ms;
+
+OutputChoice::Kind KindOf(const AudioOutput& output) {
+    const std::string name = output.GetName();
+    if (name == "JACK") return OutputChoice::Kind::Jack;
+    if (name.starts_with("RtAudio")) return OutputChoice::Kind::RtAudio;
+    return name == "null" ? OutputChoice::Kind::Null : OutputChoice::Kind::File;
+}
+
+const char* NameOf(OutputChoice::Kind kind) {
+    return kind == OutputChoice::Kind::RtAudio ? "RtAudio" : "JACK";
+}
+
+}  // namespace
+
+OutputKeeper::OutputKeeper(const OutputChoice& choice, OutputFeed& feed, WhenLost whenLost, bool waits,
+                           std::function<void(const std::string& sentence)> onChange)
+    : whenLost_(whenLost), onChange_(std::move(onChange)), feed_(feed), choice_(choice) {
+    feed_.Rest(false);
+    try {
+        output_ = OpenOutput(choice_, feed_);
+        // From now on it is this one that is waited for.
+        choice_.kind = KindOf(*output_);
+        state_.name = output_->GetName();
+    } catch (const std::exception& problem) {
+        const bool mayCome = choice.kind == OutputChoice::Kind::Jack || choice.kind == OutputChoice::Kind::RtAudio;
+        if (!waits || !mayCome) throw;
+        state_.name = NameOf(choice.kind);
+        state_.problem = problem.what();
+    }
+    lastMove_ = std::chrono::steady_clock::now();
+    Publish_();
+    thread_ = std::thread([this] { Run_(); });
+}
+
+OutputKeeper::~OutputKeeper() {
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+}
+
+OutputKeeper::State OutputKeeper::GetState() const {
+    const std::lock_guard lock(mutex_);
+    return state_;
+}
+
+void OutputKeeper::Run_() {
+    kit::threadNames.SetNameOfCurrentThread("audio keeper");
+    for (;;) {
+        {
+            const std::lock_guard lock(mutex_);
+            if (isEnding_) return;
+        }
+        try {
+            Watch_();
+        } catch (const std::exception& problem) {
+            kit::AppendToThreadExceptionLog(problem.what());
+            Wait_(RetryInterval);
+        }
+    }
+}
+
+void OutputKeeper::Watch_() {
+    if (output_ == nullptr) return TryToReturn_();
+    const std::string problem = FindProblem_();
+    if (!problem.empty()) return Lose_(problem);
+    if (const std::string remark = output_->TakeRemark(); !remark.empty()) onChange_(remark);
+    Publish_();
+    Wait_(WatchInterval);
+}
+
+std::string OutputKeeper::FindProblem_() {
+    if (std::string problem = output_->GetProblem(); !problem.empty()) return problem;
+    const auto now = std::chrono::steady_clock::now();
+    const std::uint64_t periods = feed_.GetClock().CountPeriods();
+    if (periods != lastPeriods_) {
+        lastPeriods_ = periods;
+        lastMove_ = now;
+        return "";
+    }
+    if (now - lastMove_ < LongestStandstill) return "";
+    return fmt::format("{} has stopped taking sound; it will be tried again.", output_->GetName());
+}
+
+void OutputKeeper::Lose_(const std::string& problem) {
+    lostOverruns_ += output_->CountDeviceOverruns();
+    output_.reset();
+    feed_.Rest(true);
+    if (whenLost_ == WhenLost::Run) {
+        OutputChoice pacing = choice_;
+        pacing.kind = OutputChoice::Kind::Null;
+        const OutputFormat format = feed_.GetClock().GetFormat();
+        pacing.framesPerSecond = format.framesPerSecond;
+        pacing.periodFrames = std::max(format.periodFrames, 32U);
+        standIn_ = OpenPacedOutput(pacing, feed_);
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        state_.isPlaying = false;
+        state_.problem = problem;
+        ++state_.timesLost;
+    }
+    onChange_(problem);
+}
+
+void OutputKeeper::TryToReturn_() {
+    Wait_(RetryInterval);
+    std::unique_ptr<AudioOutput> returned;
+    // While it is tried the two would take frames side by side.
+    const bool hadStandIn = std::exchange(standIn_, nullptr) != nullptr;
+    try {
+        returned = OpenOutput(choice_, feed_);
+    } catch (const std::exception& problem) {
+        if (hadStandIn) {
+            OutputChoice pacing = choice_;
+            pacing.kind = OutputChoice::Kind::Null;
+            standIn_ = OpenPacedOutput(pacing, feed_);
+        }
+        const std::lock_guard lock(mutex_);
+        if (state_.problem.empty()) state_.problem = problem.what();
+        return;
+    }
+    output_ = std::move(returned);
+    lastMove_ = std::chrono::steady_clock::now();
+    {
+        const std::lock_guard lock(mutex_);
+        state_.problem.clear();
+    }
+    Publish_();
+    onChange_(fmt::format("{} is back, sound goes on.", output_->GetName()));
+}
+
+void OutputKeeper::Publish_() {
+    const std::lock_guard lock(mutex_);
+    state_.isPlaying = output_ != nullptr;
+    state_.format = feed_.GetClock().GetFormat();
+    state_.deviceOverruns = lostOverruns_ + (output_ != nullptr ? output_->CountDeviceOverruns() : 0);
+}
+
+void OutputKeeper::Wait_(std::chrono::milliseconds time) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, time, [this] { return isEnding_; });
+}
+
+}  // namespace stage
