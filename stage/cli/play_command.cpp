@@ -87,7 +87,7 @@ stage::LiveShow::Options MakeOptions(const PlayWords& words) {
     return options;
 }
 
-void Play(const PlayWords& words) {
+void Perform(const PlayWords& words) {
     // Says in its own words what is missing in a directory that is no show.
     static_cast<void>(stage::ScanShowDirectory(words.showPath));
     const std::optional<stage::Take> broken = FindBrokenTake(words.showPath);
@@ -104,6 +104,11 @@ void Play(const PlayWords& words) {
         if (broken) headless.OfferResume(*broken);
     }
     headless.Run();
+}
+
+void Play(const PlayWords& words) {
+    Perform(words);
+    PlayHeadless::PrintEnd();
 }
 
 }  // namespace

@@ -35,8 +35,9 @@ PlayHeadless::PlayHeadless(stage::LiveShow& show, bool printsBeats)
 }
 
 PlayHeadless::~PlayHeadless() {
-    std::signal(SIGTERM, SIG_DFL);
-    std::signal(SIGINT, SIG_DFL);
+    // The show is being ended already.
+    std::signal(SIGTERM, SIG_IGN);
+    std::signal(SIGINT, SIG_IGN);
 }
 
 void PlayHeadless::Run() {
@@ -52,7 +53,10 @@ void PlayHeadless::Run() {
             show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
     }
     static_cast<void>(show_.Deliver(*this));
-    Print_(stage::LiveJson::WriteMessage("end", "The show was ended."));
+}
+
+void PlayHeadless::PrintEnd() {
+    std::cout << stage::LiveJson::WriteMessage("end", "The show has ended, and its take is complete.") << std::endl;
 }
 
 void PlayHeadless::OfferResume(const stage::Take& take) {

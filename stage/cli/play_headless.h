@@ -17,6 +17,8 @@ public:
 
     /// Until "quit", SIGTERM or SIGINT.
     void Run();
+    /// After the show was closed.
+    static void PrintEnd();
     void OfferResume(const stage::Take& take);
 
     // LiveListener.

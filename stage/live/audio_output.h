@@ -57,7 +57,7 @@ struct OutputChoice {
     /// The device's name, or the beginning of the names of the JACK ports to connect to; empty takes the system's.
     std::string device;
     /// Of JACK: the name of the client.
-    std::string clientName = "tavo";
+    std::string clientName = "tavo-sound";
     /// What is asked of an output that can choose: 44100, 48000, 88200 or 96000, and 32 to 2048.
     std::uint32_t framesPerSecond = 48000;
     std::uint32_t periodFrames = 128;

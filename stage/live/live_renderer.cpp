@@ -151,15 +151,16 @@ bool LiveRenderer::IsBlockDue_() {
     const std::uint32_t waiting = feed_.GetRing().CountWaiting();
     const std::uint32_t block = converter_ ? converter_->GetLongestOutput() : options_.blockFrames;
     if (waiting > 0 && waiting + block > std::max(GetLeadFrames(), block)) return false;
+    if (options_.leadFrames > 0) return true;
     const std::optional<std::int64_t> seam = engine_.FindNextSeam();
     if (!seam || *seam >= engine_.GetFrame() + options_.blockFrames) return true;
     // The next period is served without it: whoever presses until then is heard.
     const std::uint32_t period = feed_.GetClock().GetFormat().periodFrames;
     if (waiting >= period) return false;
     const std::optional<nanoseconds> last = feed_.GetClock().GetLastMoment();
-    if (!isRealTime_ || !last) return true;
+    if (!options_.seamMargin || !isRealTime_ || !last) return true;
     const nanoseconds now = Now();
-    const nanoseconds due = *last + Period_() - options_.seamMargin;
+    const nanoseconds due = *last + Period_() - *options_.seamMargin;
     if (now >= due || now > *last + PeriodsUntilIdle * Period_()) return true;
     seamDue_ = due;
     return false;

@@ -22,17 +22,18 @@ namespace stage {
 /// posted to the session's desk. Blocks have one size and lie on one grid from the session's first frame on, whatever
 /// the device asks for: so a replay of the same commands at the same frames sounds the same.
 ///
-/// How far ahead is decided anew for each block: `leadFrames` in general. A block with a seam, where a press decides how
-/// playback goes on, waits until the device needs it, and where this thread may run in real time until shortly before.
+/// How far ahead is decided anew for each block. One with a seam, where a press decides how playback goes on, waits until
+/// the device needs it in its next period.
 class LiveRenderer final : private EngineSubscriber {
 public:
     struct Options {
         /// Frames of a block; a divisor of Engine::LongestBlockFrames.
         std::uint32_t blockFrames = 64;
-        /// How far ahead of the device, in its frames; 0 is one period and one block.
+        /// How far ahead of the device, in its frames, also at seams; 0 is one period and one block, and less at seams.
         std::uint32_t leadFrames = 0;
-        /// How long before the device needs it a seam's block is rendered.
-        std::chrono::nanoseconds seamMargin{1'000'000};
+        /// How long before the device needs it a seam's block is rendered at the latest; nothing for as soon as the
+        /// period before it has been taken, which costs a press up to one period but leaves time for a busy machine.
+        std::optional<std::chrono::nanoseconds> seamMargin;
     };
 
     /// Starts. The references outlive the object; the session is performed by it from now on.

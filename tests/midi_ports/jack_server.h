@@ -65,16 +65,19 @@ public:
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    void End(int signal) {
-        if (pid_ <= 0) return;
+    /// What the program answered at its end, 0 if all was well.
+    int End(int signal) {
+        if (pid_ <= 0) return 0;
+        int status = 0;
         ::kill(pid_, signal);
         // One that stands still ends only when it goes on.
         ::kill(pid_, SIGCONT);
-        ::waitpid(pid_, nullptr, 0);
+        ::waitpid(pid_, &status, 0);
         pid_ = -1;
         std::fclose(in_);
         if (reader_.joinable()) reader_.join();
         std::fclose(out_);
+        return status;
     }
     void Signal(int signal) { ::kill(pid_, signal); }
     void Write(const std::string& line) {
@@ -82,10 +85,14 @@ public:
         std::fflush(in_);
     }
     std::string ReadLine() {
-        char line[256];
-        if (std::fgets(line, sizeof line, out_) == nullptr) return {};
-        std::string text = line;
-        text.pop_back();
+        std::string text;
+        char part[256];
+        while (std::fgets(part, sizeof part, out_) != nullptr) {
+            text += part;
+            if (text.back() != '\n') continue;
+            text.pop_back();
+            break;
+        }
         return text;
     }
     /// From now on lines are taken by a thread and handed out by NextLine.
@@ -128,9 +135,12 @@ inline bool EnterOwnSharedMemory() {
 
 /// Starts a server and waits until it runs; null if none comes up. It waits for its clients (-S): without that it goes
 /// on over those that a busy machine holds up, and loses what they send in that cycle.
-inline std::unique_ptr<Child> StartJackServer() {
-    auto server = std::make_unique<Child>(
-        std::vector<std::string>{"sh", "-c", "exec jackd -R -P 70 -S -d dummy -r 48000 -p 128 >/dev/null 2>&1"});
+inline std::unique_ptr<Child> StartJackServer(const std::string& options = "-S", unsigned int framesPerSecond = 48000,
+                                              unsigned int periodFrames = 128) {
+    auto server = std::make_unique<Child>(std::vector<std::string>{
+        "sh", "-c",
+        "exec jackd -R -P 70 " + options + " -d dummy -r " + std::to_string(framesPerSecond) + " -p " +
+            std::to_string(periodFrames) + " >/dev/null 2>&1"});
     // jack_wait looks once a second only.
     Child wait(
         {"sh", "-c", "for look in $(seq 500); do jack_lsp >/dev/null 2>&1 && echo up && exit; sleep 0.02; done"});

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/midi_ports/jack_server.h"
+
+/// `stage play --headless` as a process of its own, driven as another program would.
+namespace test_support {
+
+class LiveProgram {
+public:
+    /// The words behind "stage play".
+    explicit LiveProgram(std::vector<std::string> words) {
+        std::vector<std::string> all{STAGE_BINARY, "play"};
+        all.insert(all.end(), words.begin(), words.end());
+        all.emplace_back("--headless");
+        child_ = std::make_unique<Child>(std::move(all));
+        child_->CollectLines();
+    }
+
+    void Press(const std::string& line) { child_->Write(line); }
+    void Kill() { child_->End(SIGKILL); }
+
+    /// The next event of that name, which has these members; what comes before it is passed over. Null after a minute
+    /// without one.
+    nlohmann::json WaitFor(const std::string& event, const nlohmann::json& members = nlohmann::json::object()) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        while (std::chrono::steady_clock::now() < end) {
+            const std::optional<std::string> line = child_->NextLine(std::chrono::seconds(20));
+            if (!line) break;
+            nlohmann::json object = nlohmann::json::parse(*line, nullptr, false);
+            if (!object.is_object()) {
+                ADD_FAILURE() << "not JSON: " << *line;
+                continue;
+            }
+            seen_.push_back(*line);
+            if (object.value("event", "") != event) continue;
+            bool isIt = true;
+            for (const auto& [key, value] : members.items())
+                isIt = isIt && object.contains(key) && object[key] == value;
+            if (isIt) return object;
+        }
+        std::string last;
+        for (std::size_t i = seen_.size() > 12 ? seen_.size() - 12 : 0; i < seen_.size(); ++i)
+            last += seen_[i] + "\n";
+        ADD_FAILURE() << "no event \"" << event << "\" " << members.dump() << " came; the last ones:\n" << last;
+        return nullptr;
+    }
+    nlohmann::json Status() {
+        Press("status");
+        return WaitFor("state");
+    }
+    void Quit() {
+        Press("quit");
+        WaitFor("end");
+        child_->End(SIGTERM);
+    }
+
+private:
+    std::unique_ptr<Child> child_;
+    std::vector<std::string> seen_;
+};
+
+struct StereoSound {
+    std::vector<float> left;
+    std::vector<float> right;
+
+    [[nodiscard]] std::size_t FindFirstSound() const {
+        std::size_t frame = 0;
+        while (frame < left.size() && left[frame] == 0 && right[frame] == 0)
+            ++frame;
+        return frame;
+    }
+};
+
+inline StereoSound ReadRecording(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    StereoSound sound;
+    for (std::size_t at = 0; at + 2 * sizeof(float) <= bytes.size(); at += 2 * sizeof(float)) {
+        float pair[2];
+        std::memcpy(pair, bytes.data() + at, sizeof pair);
+        sound.left.push_back(pair[0]);
+        sound.right.push_back(pair[1]);
+    }
+    return sound;
+}
+
+/// Frames from the first sound on that are the same in both; all that both have where nothing differs.
+inline std::size_t CountSameFrames(const StereoSound& a, const StereoSound& b) {
+    std::size_t i = a.FindFirstSound();
+    std::size_t j = b.FindFirstSound();
+    std::size_t same = 0;
+    for (; i < a.left.size() && j < b.left.size(); ++i, ++j, ++same)
+        if (a.left[i] != b.left[j] || a.right[i] != b.right[j]) break;
+    return same;
+}
+
+inline std::size_t CountComparableFrames(const StereoSound& a, const StereoSound& b) {
+    return std::min(a.left.size() - a.FindFirstSound(), b.left.size() - b.FindFirstSound());
+}
+
+}  // namespace test_support

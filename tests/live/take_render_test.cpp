@@ -1,0 +1,139 @@
+// What a performance sounded like on a real JACK server is, sample for sample, what its take renders to.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "kit/file.h"
+#include "stage/control/script.h"
+#include "stage/control/take.h"
+#include "stage/offline/offline_show.h"
+#include "tests/live/live_program.h"
+#include "tests/stage/small_show.h"
+
+namespace {
+
+using test_support::LiveProgram;
+using test_support::StereoSound;
+
+constexpr std::size_t NotPlayedFrames = 8192;
+
+struct Format {
+    unsigned int framesPerSecond;
+    unsigned int periodFrames;
+};
+
+StereoSound RenderTake(const std::string& showPath, const std::string& takePath) {
+    const std::string text = kit::ReadFile(takePath, 1U << 26U);
+    stage::OfflineOptions options;
+    options.take = stage::ReadTakeSettings(text.substr(0, text.find('\n')));
+    stage::ShowSession session(showPath, showPath, stage::MakeTakeSessionOptions(*options.take));
+    options.script = stage::ParseShowScript(text, takePath, session.GetShow(), "1");
+    StereoSound sound;
+    stage::OfflineShow show(
+        session, options,
+        [&sound](const float* left, const float* right, std::uint32_t frames) {
+            sound.left.insert(sound.left.end(), left, left + frames);
+            sound.right.insert(sound.right.end(), right, right + frames);
+        },
+        {});
+    const stage::OfflineResult result = show.Run();
+    EXPECT_TRUE(result.remarks.empty()) << result.remarks.front();
+    return sound;
+}
+
+class TakeRender : public test_support::SmallShow {
+protected:
+    void SetUp() override {
+        if (test_support::IsSanitized) GTEST_SKIP() << "Music in real time needs a build without a sanitizer.";
+        if (!test_support::EnterOwnSharedMemory())
+            GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
+        for (const char* edit :
+             {"add vamp --song 1 --from 2 --to 2", "add repeat --song 1 --from 4 --to 4 --times 2",
+              "add fermata --song 1 --from 6:3 --to 6:4", "add caesura --song 1 --at 8:1",
+              "add cut --song 1 --from 10 --to 11", "add transposition --song 1 --from 12 --to 12 --semitones 2",
+              "add tempo-scale --song 1 --from 13 --to 13 --percent 130", "attacca --song 1 attacca"}) {
+            const auto result = Edit(edit);
+            ASSERT_EQ(0, result.exitCode) << edit << ": " << result.err;
+        }
+    }
+
+    /// Plays an evening that meets all of it, and records it beside.
+    void Perform(const Format& format) {
+        const auto server = test_support::StartJackServer("-S", format.framesPerSecond, format.periodFrames);
+        if (server == nullptr) GTEST_SKIP() << "No JACK server with the dummy driver can be started here.";
+        // Far ahead: a machine that is busy with something else must not change what is heard.
+        LiveProgram play({Show(), "--output", "jack", "--take", Take(), "--lead", "4096"});
+        play.WaitFor("ready");
+        play.WaitFor("song", {{"song", "1"}});
+        test_support::Child recorder(
+            {SOUND_PEER, "recorder", Recording(), "tavo-sound:main_left", "tavo-sound:main_right"});
+        ASSERT_EQ("recording", recorder.ReadLine());
+        play.Press("tempo 150%");
+        play.Press("play");
+        play.WaitFor("jump", {{"reason", "loop"}});
+        play.Press("exit");
+        play.WaitFor("bar", {{"bar", "3"}});
+        play.Press("transpose 3");
+        play.Press("volume 70%");
+        play.WaitFor("jump", {{"reason", "loop"}});
+        play.WaitFor("hold");
+        play.Press("exit");
+        play.WaitFor("release");
+        play.WaitFor("caesura");
+        play.Press("continue");
+        play.WaitFor("jump", {{"reason", "cut"}});
+        play.Press("pause");
+        play.WaitFor("stopped");
+        play.Press("go");
+        play.WaitFor("bar", {{"bar", "14"}});
+        play.Press("next-measure");
+        play.WaitFor("jump", {{"reason", "seek"}});
+        play.Press("seek 19:3");
+        play.WaitFor("song", {{"song", "2"}});
+        play.WaitFor("bar", {{"song", "2"}, {"bar", "2"}});
+        play.Press("fade 0.7");
+        play.WaitFor("stopped");
+        play.Press("play");
+        play.WaitFor("bar", {{"song", "2"}, {"bar", "2"}});
+        play.Press("panic");
+        play.WaitFor("stopped");
+        const nlohmann::json status = play.Status();
+        play.Quit();
+        EXPECT_EQ(0, status["latePeriods"]) << status << TakeWithoutStates();
+        EXPECT_EQ(0, recorder.End(SIGTERM)) << "the recorder lost frames";
+    }
+
+    [[nodiscard]] std::string Take() const { return directory_ / "evening.take"; }
+    [[nodiscard]] std::string TakeWithoutStates() const {
+        std::istringstream text(test_support::ReadAll(Take()));
+        std::string told;
+        for (std::string line; std::getline(text, line);)
+            if (line.find(" state ") == std::string::npos) told += "\n" + line;
+        return told;
+    }
+    [[nodiscard]] std::string Recording() const { return directory_ / "recording.raw"; }
+};
+
+class TakeRenderFormats : public TakeRender, public testing::WithParamInterface<Format> {};
+
+TEST_P(TakeRenderFormats, RecordedPerformance_IsTheTakesRender) {
+    Perform(GetParam());
+    if (IsSkipped()) return;
+    const StereoSound recorded = test_support::ReadRecording(Recording());
+    const StereoSound rendered = RenderTake(Show(), Take());
+    // The last frames that were rendered ahead have not been played when the show is ended.
+    const std::size_t comparable = test_support::CountComparableFrames(recorded, rendered) - NotPlayedFrames;
+    EXPECT_GT(comparable, 15 * GetParam().framesPerSecond);
+    EXPECT_LE(comparable, test_support::CountSameFrames(recorded, rendered));
+}
+
+INSTANTIATE_TEST_SUITE_P(Jack, TakeRenderFormats,
+                         testing::Values(Format{48000, 128}, Format{48000, 32}, Format{48000, 1024},
+                                         Format{44100, 256}),
+                         [](const auto& tested) {
+                             return std::to_string(tested.param.framesPerSecond) + "_" +
+                                    std::to_string(tested.param.periodFrames);
+                         });
+
+}  // namespace
