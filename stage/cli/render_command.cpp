@@ -19,7 +19,6 @@ namespace {
 constexpr std::uint32_t FramesPerSecond = 48000;
 constexpr std::uintmax_t MaxScriptBytes = 1U << 20U;
 constexpr const char* NoFile = "none";
-constexpr const char* StandardOutput = "-";
 
 struct RenderWords {
     std::string showPath;
