@@ -187,8 +187,8 @@ protected:
         operation();
         if (!player_->GetShowControl().HoldsVamp()) return VampFate::Left;
         feed_->RunOnePass_();
-        return log.TakeOnly("StatusFlowControl") == Calls{"StatusFlowControl 'VampFate' 1"} ? VampFate::Announced
-                                                                                            : VampFate::LeftAlone;
+        return log.TakeOnly("StatusFlowControl") == Calls{"StatusFlowControl 'Vamp' 1"} ? VampFate::Announced
+                                                                                        : VampFate::LeftAlone;
     }
 };
 
