@@ -20,11 +20,23 @@ function(tavo_build_fast target flag)
     endif()
 endfunction()
 
-# tavo_precompile(<target>): reads the large headers of others once. The clang preset does without precompiled headers, so
-# that every source is seen to include what it needs.
+# tavo_unity(<target> <sources>): compiles so many sources of the target as one, which reads the headers and makes the templates
+# that they share once. Names in their unnamed namespaces must differ.
+function(tavo_unity target batch)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${batch})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+        # Takes every included source for a header whose unnamed namespace each includer would have for itself.
+        target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+    endif()
+endfunction()
+
+# tavo_precompile(<target> <headers>...): reads large headers of others once, where sources are compiled each by itself. The clang
+# preset does without precompiled headers, so that every source of the product is seen to include what it needs.
 function(tavo_precompile target)
-    target_precompile_headers(${target} PRIVATE <algorithm> <filesystem> <functional> <map> <mutex> <string> <vector>
-                              <fmt/format.h> <nlohmann/json.hpp>)
+    if(NOT TAVO_UNITY)
+        target_precompile_headers(${target} PRIVATE <algorithm> <filesystem> <functional> <map> <mutex> <string> <vector>
+                                  <fmt/format.h> ${ARGN})
+    endif()
 endfunction()
 
 # tavo_library(<name> <folder> DEPENDS <targets>...)
@@ -42,6 +54,9 @@ function(tavo_library name folder)
             endif()
         endforeach()
         tavo_compile_flags(${name})
+        if(TAVO_UNITY)
+            tavo_unity(${name} 16)
+        endif()
     else()
         set(scope INTERFACE)
         add_library(${name} INTERFACE)
@@ -67,6 +82,9 @@ function(tavo_test folder program)
     endif()
     add_executable(${program} ${sources})
     tavo_compile_flags(${program})
+    if(TAVO_UNITY_TESTS)
+        tavo_unity(${program} 8)
+    endif()
     if(NOT ARG_OPTIMISED)
         tavo_build_fast(${program} -O0)
         # Precompiled headers fit only where this flag, which some libraries bring along, is the same.

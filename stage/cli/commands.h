@@ -8,6 +8,9 @@
 /// and ends with 1. CLI::Error stands for wrong usage: main ends with 2. Work that ends well but not with 0 sets
 /// `exitCode`. `app` and `exitCode` must outlive the parsing.
 
+/// What stands on the command line for it in the place of a file.
+inline constexpr const char* StandardOutput = "-";
+
 void AddImportCommand(CLI::App& app, int& exitCode);
 void AddEditCommand(CLI::App& app, int& exitCode);
 void AddInfoCommand(CLI::App& app, int& exitCode);

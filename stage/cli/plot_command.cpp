@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr const char* StandardOutput = "-";
-
 struct PlotWords {
     std::string showPath;
     std::string songs;

@@ -21,7 +21,6 @@ namespace {
 constexpr std::uint32_t FramesPerSecond = 48000;
 constexpr std::uintmax_t MaxScriptBytes = 512U << 20U;
 constexpr const char* NoFile = "none";
-constexpr const char* PrintedTrace = "-";
 
 struct RenderWords {
     std::string showPath;
@@ -37,7 +36,7 @@ struct RenderWords {
 class TraceFile {
 public:
     explicit TraceFile(const std::string& path) : path_(path) {
-        if (path == PrintedTrace) return;
+        if (path == StandardOutput) return;
         file_.open(path, std::ios::binary | std::ios::trunc);
         if (!file_) throw std::runtime_error(fmt::format("the trace file \"{}\" cannot be created", path));
     }
@@ -47,7 +46,7 @@ public:
     }
 
 private:
-    std::ostream& Stream() { return path_ == PrintedTrace ? std::cout : file_; }
+    std::ostream& Stream() { return path_ == StandardOutput ? std::cout : file_; }
 
     const std::string path_;
     std::ofstream file_;
@@ -61,7 +60,7 @@ std::string DescribeLevel(float peak) {
 
 void PrintSummary(const stage::OfflineResult& result, const RenderWords& words, std::uint32_t framesPerSecond) {
     // A trace on the standard output stays a trace.
-    std::ostream& out = words.tracePath == PrintedTrace ? std::cerr : std::cout;
+    std::ostream& out = words.tracePath == StandardOutput ? std::cerr : std::cout;
     for (const std::string& remark : result.remarks)
         std::cerr << "stage: " << remark << '\n';
     const double seconds = static_cast<double>(result.frames) / framesPerSecond;

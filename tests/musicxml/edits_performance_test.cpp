@@ -73,7 +73,7 @@ INSTANTIATE_TEST_SUITE_P(Songs, WrittenSongWithRepeats, testing::Values("01", "0
                          [](const auto& song) { return "Song" + song.param; });
 
 /// Bars of one quarter note; |: and :| repeat, :|3 three times, a ! is a fermata.
-std::string MakeScore(const std::string& flow) {
+std::string MakeScoreText(const std::string& flow) {
     std::string measures;
     std::istringstream words(flow);
     std::string left;
@@ -108,7 +108,7 @@ TEST(WrittenScoreWithRepeats, IsPerformedInTheOrderOfTheImportThatPlaysItOut) {
                              "1 |: 2 |: 3:|3 4:|3 5", "1 2:| 3 4:| 5", "1 |: 2 3!:| 4", "|: 1 2! 3 4!:|3"}) {
         SCOPED_TRACE(flow);
         const TemporaryDirectory directory;
-        test_support::WriteAll(directory / "01_score.musicxml", MakeScore(flow));
+        test_support::WriteAll(directory / "01_score.musicxml", MakeScoreText(flow));
         ExpectTheSameOrder(directory / "01_score.musicxml");
     }
 }

@@ -12,11 +12,10 @@ using mx::BarOrder;
 using mx::MarkKind;
 using test_support::BuildSongOf;
 using test_support::MakeScore;
+using test_support::Quarter;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr mx::Units Quarter = 480;
 
 /// "repeat B-C 2, fermata 1440-1920": the edits but markers, ranges of whole bars by their labels.
 std::string PrintEdits(const stage::ImportedSong& song) {
@@ -33,18 +32,18 @@ std::string PrintEdits(const stage::ImportedSong& song) {
     return text;
 }
 
-struct Row {
+struct EditsRow {
     const char* name;
     const char* flow;
     const char* edits;
     std::vector<std::string> notes;
 };
 
-void PrintTo(const Row& row, std::ostream* stream) {
+void PrintTo(const EditsRow& row, std::ostream* stream) {
     *stream << row.flow;
 }
 
-class EditsAsWritten : public testing::TestWithParam<Row> {};
+class EditsAsWritten : public testing::TestWithParam<EditsRow> {};
 
 TEST_P(EditsAsWritten, SayWhatTheyCanAndNameTheRest) {
     const stage::ImportedSong song = MakeScoreSong(MakeScore(GetParam().flow), BarOrder::AsWritten);
@@ -56,7 +55,7 @@ TEST_P(EditsAsWritten, SayWhatTheyCanAndNameTheRest) {
     EXPECT_THAT(CL::CheckSongLog(song.firstEdits, BuildSongOf(song).GetTimeline()), IsEmpty());
 }
 
-const Row Rows[] = {
+const EditsRow Rows[] = {
     {"NoSigns", "1 2 3", "", {}},
     {"Repeat", "1 |: 2 3 :| 4", "repeat bars 2 to 3 2 times", {}},
     {"RepeatWithItsCount", "|: 1 2 :|5 3", "repeat bars 1 to 2 5 times", {}},

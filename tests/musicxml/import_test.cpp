@@ -21,8 +21,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 /// A measure of MusicXML with one whole-bar note.
-std::string Measure(const std::string& number, int quarters, const std::string& before = "",
-                    const std::string& after = "") {
+std::string PlainMeasure(const std::string& number, int quarters, const std::string& before = "",
+                         const std::string& after = "") {
     return "<measure number='" + number + "'>" + before +
            "<note><pitch><step>C</step><octave>4</octave></pitch><duration>" + std::to_string(quarters) +
            "</duration></note>" + after + "</measure>";
@@ -34,7 +34,7 @@ const char* const Forward = "<barline location='left'><repeat direction='forward
 const char* const Backward = "<barline location='right'><repeat direction='backward'/></barline>";
 const char* const NewPage = "<print new-page='yes'/>";
 
-std::string Score(const std::string& title, const std::string& measures) {
+std::string TitledScore(const std::string& title, const std::string& measures) {
     return "<score-partwise version='4.0'><movement-title>" + title +
            "</movement-title><part-list><score-part id='P1'><part-name>Piano</part-name></score-part></part-list>"
            "<part id='P1'>" +
@@ -86,7 +86,8 @@ protected:
     ImportRequest request_;
 };
 
-const std::string Repeated = Score("Repeated", Measure("1", 4, FourFour) + Measure("2", 4, Forward, Backward));
+const std::string Repeated =
+    TitledScore("Repeated", PlainMeasure("1", 4, FourFour) + PlainMeasure("2", 4, Forward, Backward));
 
 TEST_F(ImportOfScores, PlaysRepeatsOut) {
     Write("01_a.musicxml", Repeated);
@@ -104,16 +105,16 @@ TEST_F(ImportOfScores, AsWritten_KeepsTheBarsWithEdits) {
 }
 
 TEST_F(ImportOfScores, WithoutATitle_TakesTheFileName) {
-    Write("07_Old_Bridge.musicxml", Score("", Measure("1", 4, FourFour)));
+    Write("07_Old_Bridge.musicxml", TitledScore("", PlainMeasure("1", 4, FourFour)));
     const ImportResult result = Import({"07_Old_Bridge.musicxml"});
     EXPECT_EQ("Old Bridge", result.songs.front().GetTitle());
     EXPECT_EQ("7", result.songs.front().GetSongNumber());
 }
 
 TEST_F(ImportOfScores, PagesWithoutNumbers_RunOnThroughTheShow) {
-    const std::string twoPages = Measure("1", 4, std::string(NewPage) + FourFour) + Measure("2", 4, NewPage);
-    Write("01_a.musicxml", Score("A", twoPages));
-    Write("02_b.musicxml", Score("B", twoPages));
+    const std::string twoPages = PlainMeasure("1", 4, std::string(NewPage) + FourFour) + PlainMeasure("2", 4, NewPage);
+    Write("01_a.musicxml", TitledScore("A", twoPages));
+    Write("02_b.musicxml", TitledScore("B", twoPages));
     const ImportResult result = Import({"01_a.musicxml", "02_b.musicxml"});
     std::vector<unsigned int> pages;
     for (const tavo_midi::SongData& song : result.songs)
@@ -123,17 +124,17 @@ TEST_F(ImportOfScores, PagesWithoutNumbers_RunOnThroughTheShow) {
 }
 
 TEST_F(ImportOfScores, PickupThatTheArrangerNames_ComesBeforeTheLabelledBars) {
-    Write("01_a.musicxml", Score("A", Measure("5", 4, FourFour) + Measure("6", 4)));
+    Write("01_a.musicxml", TitledScore("A", PlainMeasure("5", 4, FourFour) + PlainMeasure("6", 4)));
     request_.pickupBeats["1"] = 1;
     EXPECT_EQ("0=0 5=480 6=2400", PrintBars(Import({"01_a.musicxml"}).songs.front()));
 }
 
 TEST_F(ImportOfScores, BesideAMidiFile_NotesAndTempoAreTheFilesAndTheRestTheScores) {
     Write("01_a.mid", Midi(2));
-    Write("01_b.musicxml", Score("Title", Measure("X", 4, std::string(NewPage) + FourFour) +
-                                              Measure("Y", 4,
-                                                      "<direction><direction-type><rehearsal>A</rehearsal>"
-                                                      "</direction-type></direction>")));
+    Write("01_b.musicxml", TitledScore("Title", PlainMeasure("X", 4, std::string(NewPage) + FourFour) +
+                                                    PlainMeasure("Y", 4,
+                                                                 "<direction><direction-type><rehearsal>A</rehearsal>"
+                                                                 "</direction-type></direction>")));
     const ImportResult result = Import({"01_b.musicxml", "01_a.mid"});
     ASSERT_EQ(1U, result.songs.size());
     const tavo_midi::SongData& song = result.songs.front();
@@ -148,7 +149,7 @@ TEST_F(ImportOfScores, BesideAMidiFile_NotesAndTempoAreTheFilesAndTheRestTheScor
 
 TEST_F(ImportOfScores, BesideAMidiFileOfTheSameName_WithoutANumber) {
     Write("March.mid", Midi(1));
-    Write("March.musicxml", Score("The March", Measure("1", 4, FourFour)));
+    Write("March.musicxml", TitledScore("The March", PlainMeasure("1", 4, FourFour)));
     const ImportResult result = Import({"March.mid", "March.musicxml"});
     ASSERT_EQ(1U, result.songs.size());
     EXPECT_EQ("The March", result.songs.front().GetTitle());
@@ -161,13 +162,15 @@ TEST_F(ImportOfScores, BesideAMidiFileThatDoesNotMarkThePickup_TheScoreDoes) {
         smf.tracks[0].eventCount = 18;
         return tavo_midi::WriteSmf(smf);
     }());
-    Write("01.musicxml", Score("A", Measure("0", 1, FourFour) + Measure("1", 4) + Measure("2", 4)));
+    Write("01.musicxml",
+          TitledScore("A", PlainMeasure("0", 1, FourFour) + PlainMeasure("1", 4) + PlainMeasure("2", 4)));
     EXPECT_EQ("0=0 1=384 2=1920", PrintBars(Import({"01.mid", "01.musicxml"}).songs.front()));
 }
 
 TEST_F(ImportOfScores, BesideAMidiFileWithOtherBars_NamesTheBarAndStops) {
     Write("01.mid", Midi(3));
-    Write("01.musicxml", Score("A", Measure("1", 4, FourFour) + Measure("2", 3) + Measure("3", 4)));
+    Write("01.musicxml",
+          TitledScore("A", PlainMeasure("1", 4, FourFour) + PlainMeasure("2", 3) + PlainMeasure("3", 4)));
     EXPECT_THAT(
         [this] {
             (void)Import({"01.mid", "01.musicxml"});
@@ -180,7 +183,7 @@ TEST_F(ImportOfScores, BesideAMidiFileWithOtherBars_NamesTheBarAndStops) {
 
 TEST_F(ImportOfScores, BesideALongerMidiFile_NamesTheLastBarAndStops) {
     Write("01.mid", Midi(3));
-    Write("01.musicxml", Score("A", Measure("1", 4, FourFour) + Measure("2", 4)));
+    Write("01.musicxml", TitledScore("A", PlainMeasure("1", 4, FourFour) + PlainMeasure("2", 4)));
     EXPECT_THAT(
         [this] {
             (void)Import({"01.mid", "01.musicxml"});
@@ -216,12 +219,12 @@ TEST_F(ImportOfScores, NotAScore_IsOneSentenceThatNamesTheFile) {
 }
 
 TEST_F(ImportOfScores, AsWritten_NamesEverythingThatNoEditCanSay) {
-    std::string measures = Measure("1", 4, FourFour);
+    std::string measures = PlainMeasure("1", 4, FourFour);
     for (int bar = 2; bar <= 31; ++bar)
-        measures += Measure(std::to_string(bar), 4,
-                            "<direction><direction-type><words>D.C.</words></direction-type>"
-                            "<sound dacapo='yes'/></direction>");
-    Write("01_a.musicxml", Score("A", measures));
+        measures += PlainMeasure(std::to_string(bar), 4,
+                                 "<direction><direction-type><words>D.C.</words></direction-type>"
+                                 "<sound dacapo='yes'/></direction>");
+    Write("01_a.musicxml", TitledScore("A", measures));
     const test_support::ProgramResult import =
         RunStage({"import", directory_ / "01_a.musicxml", "-o", directory_ / "show", "--written"});
     EXPECT_EQ(30, std::count(import.err.begin(), import.err.end(), '\n')) << import.err;

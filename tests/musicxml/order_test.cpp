@@ -16,17 +16,17 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-struct Row {
+struct OrderRow {
     const char* name;
     const char* flow;
     const char* order;
 };
 
-void PrintTo(const Row& row, std::ostream* stream) {
+void PrintTo(const OrderRow& row, std::ostream* stream) {
     *stream << row.flow;
 }
 
-class Order : public testing::TestWithParam<Row> {};
+class Order : public testing::TestWithParam<OrderRow> {};
 
 TEST_P(Order, IsAsMusiciansReadIt) {
     const std::vector<WrittenBar> bars = ParseFlow(GetParam().flow);
@@ -35,7 +35,7 @@ TEST_P(Order, IsAsMusiciansReadIt) {
     EXPECT_THAT(order.notes, IsEmpty());
 }
 
-const Row Repeats[] = {
+const OrderRow Repeats[] = {
     {"NoSigns", "A B C", "A B C"},
     {"BetweenSigns", "A |: B C :| D", "A B C B C D"},
     {"OneBar", "A |: B :| C", "A B B C"},
@@ -49,7 +49,7 @@ const Row Repeats[] = {
     {"WholeSong", "|: A B :|", "A B A B"},
 };
 
-const Row Endings[] = {
+const OrderRow Endings[] = {
     {"TwoEndings", "|: A [1 B :| ] [2 C ] D", "A B A C D"},
     {"NoForwardSign", "A [1 B :| ] [2 C ] D", "A B A C D"},
     {"ThreeEndings", "|: A [1 B :| ] [2 C :| ] [3 D ] E", "A B A C A D E"},
@@ -69,7 +69,7 @@ const Row Endings[] = {
     {"NextRepeatBeginsAtOnce", "|: A [1 B :| ] [2 C ] |: D :|", "A B A C D D"},
 };
 
-const Row Jumps[] = {
+const OrderRow Jumps[] = {
     {"DaCapo", "A B DC", "A B A B"},
     {"DaCapoInTheMiddle_GoesOnAfterwards", "A B DC C", "A B A B C"},
     {"DaCapoAlFine", "A Fine B DC", "A B A"},
@@ -100,7 +100,7 @@ const Row Jumps[] = {
     {"ToCodaOutOfARepeat", "|: A ToCoda B :| C DC coda D", "A B A B C A D"},
 };
 
-std::string NameOf(const testing::TestParamInfo<Row>& row) {
+std::string NameOf(const testing::TestParamInfo<OrderRow>& row) {
     return row.param.name;
 }
 INSTANTIATE_TEST_SUITE_P(Repeats, Order, testing::ValuesIn(Repeats), NameOf);

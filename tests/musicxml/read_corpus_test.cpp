@@ -17,15 +17,15 @@ using stage::musicxml::WrittenMark;
 using stage::musicxml::WrittenScore;
 using namespace test_support;
 
-using Row = std::map<std::string, std::string>;
+using TableRow = std::map<std::string, std::string>;
 
 /// A song of a cycle: its score, and what the tables beside it say.
 struct Song {
     std::string title;
     WrittenScore score;
     std::size_t barsWritten = 0;
-    std::vector<Row> events;
-    std::vector<Row> pages;
+    std::vector<TableRow> events;
+    std::vector<TableRow> pages;
 };
 
 const std::vector<std::string>& Cycles() {
@@ -38,9 +38,9 @@ const std::vector<Song>& Songs() {
         std::vector<Song> read;
         for (const std::string& cycle : Cycles()) {
             const std::filesystem::path folder = CorpusPath() / cycle;
-            const std::vector<Row> events = ReadTable(folder / "score_events.tsv");
-            const std::vector<Row> pages = ReadTable(folder / "pages.tsv");
-            for (const Row& row : ReadTable(folder / "show.tsv")) {
+            const std::vector<TableRow> events = ReadTable(folder / "score_events.tsv");
+            const std::vector<TableRow> pages = ReadTable(folder / "pages.tsv");
+            for (const TableRow& row : ReadTable(folder / "show.tsv")) {
                 const std::filesystem::path path = (folder / row.at("midi")).replace_extension(".mxl");
                 std::ifstream file(path, std::ios::binary);
                 const std::string bytes{std::istreambuf_iterator<char>(file), {}};
@@ -48,9 +48,9 @@ const std::vector<Song>& Songs() {
                 song.title = row.at("title");
                 song.score = stage::musicxml::ReadScore(bytes, path.filename().string());
                 song.barsWritten = std::stoul(row.at("bars_written"));
-                for (const Row& event : events)
+                for (const TableRow& event : events)
                     if (event.at("no") == row.at("no")) song.events.push_back(event);
-                for (const Row& page : pages)
+                for (const TableRow& page : pages)
                     if (page.at("no") == row.at("no")) song.pages.push_back(page);
             }
         }
@@ -67,7 +67,7 @@ std::string Place(std::size_t bar, const std::string& label, double quarters, co
 
 /// The table takes its meters from the voices, which count 12/8 and 6/8 against the piano's 4/4 and 2/4. The bars last
 /// as long as the piano's, so that its meters are the score's; it stays in 4/4 where the voices return to 12/8.
-std::optional<std::string> FindMeterOfUnReve(const Row& row) {
+std::optional<std::string> FindMeterOfUnReve(const TableRow& row) {
     if (row.at("value") == "6/8") return "2/4";
     if (row.at("value") != "12/8") return row.at("value");
     if (row.at("label") == "42") return std::nullopt;
@@ -77,7 +77,7 @@ std::optional<std::string> FindMeterOfUnReve(const Row& row) {
 /// The table's lines of a song but for its words.
 Events TableOf(const Song& song) {
     Events events;
-    for (const Row& row : song.events) {
+    for (const TableRow& row : song.events) {
         if (row.at("kind") == "words") continue;
         // Where on the bar line a fermata stands is said by its place.
         std::string value = row.at("value") == "barline" ? "" : row.at("value");
@@ -167,7 +167,7 @@ TEST(ReadCorpus, EveryTempoText_StandsInTheWordsOfItsPlace) {
     SKIP_WITHOUT_CORPUS();
     std::size_t count = 0;
     for (const Song& song : Songs())
-        for (const Row& row : song.events) {
+        for (const TableRow& row : song.events) {
             if (row.at("kind") != "words" || row.at("value") == ")") continue;
             const double quarters = std::stod(row.at("quarters_into_bar"));
             const auto& marks = song.score.bars.at(std::stoul(row.at("written_bar")) - 1).marks;
@@ -196,7 +196,7 @@ TEST(ReadCorpus, EveryPageOfTheTable_BeginsAtTheTickWhereTheBarsBeforeItEnd) {
     SKIP_WITHOUT_CORPUS();
     std::size_t pages = 0;
     for (const Song& song : Songs())
-        for (const Row& row : song.pages) {
+        for (const TableRow& row : song.pages) {
             const std::size_t first = std::stoul(row.at("first_written_bar"));
             double quarters = 0;
             bool hasRepeat = false;

@@ -12,9 +12,8 @@ using mx::WrittenNote;
 using test_support::BuildSongOf;
 using test_support::MakeScore;
 using test_support::PrintNotes;
+using test_support::Quarter;
 using testing::ElementsAre;
-
-constexpr mx::Units Quarter = 480;
 
 class NotesOfSong : public testing::Test {
 protected:

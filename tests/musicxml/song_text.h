@@ -11,6 +11,9 @@
 
 namespace test_support {
 
+/// In the scores of MakeScore.
+inline constexpr stage::musicxml::Units Quarter = 480;
+
 /// A score of one piano with the bars of ParseFlow, 480 units a quarter note.
 inline stage::musicxml::WrittenScore MakeScore(const std::string& flow) {
     stage::musicxml::WrittenScore score;

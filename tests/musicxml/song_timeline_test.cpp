@@ -16,10 +16,9 @@ using test_support::BuildSongOf;
 using test_support::MakeScore;
 using test_support::PrintBars;
 using test_support::PrintMeters;
+using test_support::Quarter;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr mx::Units Quarter = 480;
 
 struct MeterRow {
     const char* name;

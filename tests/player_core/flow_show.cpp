@@ -14,7 +14,7 @@ namespace test_support {
 
 namespace {
 
-constexpr unsigned int TicksPerBar = 1920;
+constexpr unsigned int TicksOfBar = 1920;
 constexpr unsigned int Bars = 20;
 
 // A feed whose position is told by the test, so that filed statuses can be looked at one tick at a time.
@@ -43,7 +43,7 @@ ToldFeed& Feed() {
 }
 
 tavo_midi::SongData MakeSong(unsigned int startTick) {
-    TL::Timeline timeline(startTick, startTick + Bars * TicksPerBar);
+    TL::Timeline timeline(startTick, startTick + Bars * TicksOfBar);
     timeline.SetSongTitle("Opening");
     timeline.GetMeters().Append({startTick, 4, 4});
     timeline.GetTempos().Append({startTick, 500000});
@@ -51,7 +51,7 @@ tavo_midi::SongData MakeSong(unsigned int startTick) {
     for (unsigned int bar = 0; bar < Bars; ++bar) {
         for (unsigned int beat = 0; beat < 4; ++beat) {
             timeline.GetBarsBeats().Append(
-                {startTick + bar * TicksPerBar + beat * 480, beat + 1, std::to_string(bar + 1)});
+                {startTick + bar * TicksOfBar + beat * 480, beat + 1, std::to_string(bar + 1)});
         }
     }
     return {"1", std::move(timeline), 480};
@@ -241,7 +241,7 @@ std::string FlowShow::Statuses() {
     statuses_.clear();
     // From the very beginning beat by beat, each pass heard before the next, so that a status comes with its tick.
     const unsigned int shown = GetGuiUpdate().GetTickIndex();
-    for (statusTick_ = 0; statusTick_ <= (Bars + 1) * TicksPerBar; statusTick_ += 480) {
+    for (statusTick_ = 0; statusTick_ <= (Bars + 1) * TicksOfBar; statusTick_ += 480) {
         Feed().PassAt(statusTick_);
         notify::guiDispatcher.Drain();
     }

@@ -198,7 +198,7 @@ TEST(StatusFlowControl, Send_PostsWordAndCount) {
 }
 
 /// The rules read plainly: every filed status is looked at in every pass.
-class PlainStatuses {
+class PlainStatusRules {
 public:
     void File(const std::string& type, int count, unsigned int tickIndex) {
         const auto found = filed_.find(tickIndex);
@@ -247,7 +247,7 @@ TEST_F(FutureStatuses, AgreeWithThePlainWalkOverRandomShows) {
     const std::vector<std::string> words{"Caesura", "Vamp", "Repeat", "Skip", "EndOfSong", "AdvanceAttacca", ""};
     std::mt19937 random(20240607);
     const auto draw = [&random](unsigned int below) { return static_cast<unsigned int>(random() % below); };
-    PlainStatuses plain;
+    PlainStatusRules plain;
     for (int step = 0; step < 6000; ++step) {
         const unsigned int tickIndex = draw(40);
         switch (draw(12)) {

@@ -44,23 +44,23 @@ struct Transition {
     PlayerState next;
     const char* calls;
     /// What becomes of a vamp that is being played: announced again by a check, left by an exit or a reset, or neither.
-    enum class Vamp { LeftAlone, Announced, Left } vamp = Vamp::LeftAlone;
+    enum class VampFate { LeftAlone, Announced, Left } vamp = VampFate::LeftAlone;
 };
 
 using enum PlayerState;
 using enum Operation;
-using Vamp = Transition::Vamp;
+using VampFate = Transition::VampFate;
 
 const Transition transitions[] = {
-    {Stopped, Continue, Stopped, "Play; PlaybackStarted; feed runs", Vamp::Announced},
-    {Playing, Continue, Playing, "PlaybackStarted", Vamp::Left},
-    {Paused, Continue, Paused, "Play; PlaybackStarted; feed runs", Vamp::Announced},
-    {Faded, Continue, Playing, "CancelFade; Play; PlaybackStarted", Vamp::Left},
+    {Stopped, Continue, Stopped, "Play; PlaybackStarted; feed runs", VampFate::Announced},
+    {Playing, Continue, Playing, "PlaybackStarted", VampFate::Left},
+    {Paused, Continue, Paused, "Play; PlaybackStarted; feed runs", VampFate::Announced},
+    {Faded, Continue, Playing, "CancelFade; Play; PlaybackStarted", VampFate::Left},
 
-    {Stopped, FlowControlExit, Stopped, "Play", Vamp::Announced},
-    {Playing, FlowControlExit, Playing, "", Vamp::Left},
-    {Paused, FlowControlExit, Paused, "Play", Vamp::Announced},
-    {Faded, FlowControlExit, Playing, "CancelFade; Play", Vamp::Left},
+    {Stopped, FlowControlExit, Stopped, "Play", VampFate::Announced},
+    {Playing, FlowControlExit, Playing, "", VampFate::Left},
+    {Paused, FlowControlExit, Paused, "Play", VampFate::Announced},
+    {Faded, FlowControlExit, Playing, "CancelFade; Play", VampFate::Left},
 
     {Stopped, UserRequestedStop, Stopped, "Stop; PlaybackStopped; feed updates"},
     {Playing, UserRequestedStop, Playing, "Stop; PlaybackStopped; feed pauses; feed updates"},
@@ -83,17 +83,18 @@ const Transition transitions[] = {
     {Faded, EnsureGuiIsCurrent, Faded, ""},
 
     // Flow control begins anew with a new change log and registers nothing before the next seek.
-    {Stopped, LoadNewChangeLog, Stopped, "StopIfPlaying; HaltOutput; ResetPlayerNoFillBuffers; Seek 961", Vamp::Left},
+    {Stopped, LoadNewChangeLog, Stopped, "StopIfPlaying; HaltOutput; ResetPlayerNoFillBuffers; Seek 961",
+     VampFate::Left},
     {Playing, LoadNewChangeLog, Playing,
-     "StopIfPlaying; PlaybackStopped; HaltOutput; ResetPlayerNoFillBuffers; Seek 961; feed pauses", Vamp::Left},
-    {Paused, LoadNewChangeLog, Paused, "StopIfPlaying; HaltOutput; ResetPlayerNoFillBuffers; Seek 961", Vamp::Left},
+     "StopIfPlaying; PlaybackStopped; HaltOutput; ResetPlayerNoFillBuffers; Seek 961; feed pauses", VampFate::Left},
+    {Paused, LoadNewChangeLog, Paused, "StopIfPlaying; HaltOutput; ResetPlayerNoFillBuffers; Seek 961", VampFate::Left},
     {Faded, LoadNewChangeLog, Faded,
-     "StopIfPlaying; PlaybackStopped; HaltOutput; ResetPlayerNoFillBuffers; Seek 961; feed pauses", Vamp::Left},
+     "StopIfPlaying; PlaybackStopped; HaltOutput; ResetPlayerNoFillBuffers; Seek 961; feed pauses", VampFate::Left},
 
-    {Stopped, NotifyNewChangeLog, Stopped, "OnNewChangeLog", Vamp::Left},
-    {Playing, NotifyNewChangeLog, Playing, "OnNewChangeLog", Vamp::Left},
-    {Paused, NotifyNewChangeLog, Paused, "OnNewChangeLog", Vamp::Left},
-    {Faded, NotifyNewChangeLog, Faded, "OnNewChangeLog", Vamp::Left},
+    {Stopped, NotifyNewChangeLog, Stopped, "OnNewChangeLog", VampFate::Left},
+    {Playing, NotifyNewChangeLog, Playing, "OnNewChangeLog", VampFate::Left},
+    {Paused, NotifyNewChangeLog, Paused, "OnNewChangeLog", VampFate::Left},
+    {Faded, NotifyNewChangeLog, Faded, "OnNewChangeLog", VampFate::Left},
 
     {Stopped, MovePlayheadOutOfCut, Stopped, "Seek 905"},
     {Playing, MovePlayheadOutOfCut, Playing, "Seek 905"},
@@ -179,15 +180,15 @@ protected:
     }
 
     /// What the flow says at the next tick, where nothing has been announced yet.
-    Vamp FateOfTheVamp(const std::function<void()>& operation) {
+    VampFate FateOfTheVamp(const std::function<void()>& operation) {
         player_->GetShowControl().SetTickIndex(970);
         position_.tickIndex = 970;
         test_support::NotificationLog log;
         operation();
-        if (!player_->GetShowControl().HoldsVamp()) return Vamp::Left;
+        if (!player_->GetShowControl().HoldsVamp()) return VampFate::Left;
         feed_->RunOnePass_();
-        return log.TakeOnly("StatusFlowControl") == Calls{"StatusFlowControl 'Vamp' 1"} ? Vamp::Announced
-                                                                                        : Vamp::LeftAlone;
+        return log.TakeOnly("StatusFlowControl") == Calls{"StatusFlowControl 'Vamp' 1"} ? VampFate::Announced
+                                                                                        : VampFate::LeftAlone;
     }
 };
 
@@ -196,7 +197,7 @@ TEST_F(PlayerTransitions, AreThoseOfTheTable) {
         PutIntoState(row.state);
         player_->hasNoNextSong = false;
         std::string calls;
-        const Vamp vamp = FateOfTheVamp([&] { calls = CallsOf([&] { Perform(row.operation); }); });
+        const VampFate vamp = FateOfTheVamp([&] { calls = CallsOf([&] { Perform(row.operation); }); });
         SCOPED_TRACE("state " + std::to_string(static_cast<int>(row.state)) + ", operation " +
                      std::to_string(static_cast<int>(row.operation)));
         EXPECT_EQ(row.calls, calls);

@@ -11,7 +11,6 @@
 namespace properties {
 namespace {
 
-constexpr unsigned int Never = 0xFFFFFFFF;
 constexpr unsigned int NearTicks = 960;
 
 enum class Kind : std::uint8_t {

@@ -14,6 +14,9 @@
 
 namespace properties {
 
+/// A tick that no song reaches.
+inline constexpr unsigned int Never = 0xFFFFFFFF;
+
 /// Throws std::runtime_error with `what` unless `holds`.
 void Require(bool holds, const std::string& what);
 

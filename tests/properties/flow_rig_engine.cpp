@@ -8,8 +8,6 @@
 namespace properties {
 namespace {
 
-constexpr unsigned int Never = 0xFFFFFFFF;
-
 std::string At(unsigned int tick) {
     return " at " + std::to_string(tick);
 }

@@ -14,7 +14,7 @@ namespace {
 
 using namespace properties;
 
-std::uint64_t StepsWanted() {
+std::uint64_t SnapshotStepsWanted() {
     const char* text = std::getenv("TAVO_PROPERTY_STEPS");
     return text != nullptr ? std::strtoull(text, nullptr, 10) : 1000000;
 }
@@ -50,7 +50,7 @@ std::uint64_t PerformTwice(const ShowSpec& show, const std::vector<Action>& acti
 
 // As in flow_property_test.cpp; TAVO_PROPERTY_STEPS counts the steps that were compared.
 TEST(FlowStateProperty, PutBackIntoFreshObjectsAtRandomMoments_GoesOnExactlyAsWhereItWasTaken) {
-    const std::uint64_t wanted = StepsWanted();
+    const std::uint64_t wanted = SnapshotStepsWanted();
     std::uint64_t steps = 0;
     std::uint64_t moments = 0;
     bool failed = false;

@@ -17,7 +17,7 @@ using test_support::TestShow;
 
 namespace {
 
-struct Evening {
+struct CorpusEvening {
     const char* name;
     const char* folder;
     const char* firstFile;
@@ -26,11 +26,11 @@ struct Evening {
     const char* script;
 };
 
-void PrintTo(const Evening& evening, std::ostream* os) {
+void PrintTo(const CorpusEvening& evening, std::ostream* os) {
     *os << evening.name;
 }
 
-tavo_midi::SongData ReadSong(const Evening& evening, const std::string& file, const std::string& number) {
+tavo_midi::SongData ReadSong(const CorpusEvening& evening, const std::string& file, const std::string& number) {
     const std::string path = (test_support::CorpusPath() / evening.folder / file).string();
     tavo_midi::SongOptions options;
     options.number = number;
@@ -73,11 +73,11 @@ std::vector<int> ListExpectedKeys(const TestShow& show, const Performance& playe
     return keys;
 }
 
-class CorpusPerformance : public testing::TestWithParam<Evening> {};
+class CorpusPerformance : public testing::TestWithParam<CorpusEvening> {};
 
 TEST_P(CorpusPerformance, TraceIsTheOneThatWasReadAndWhatSoundsIsWhatItSays) {
     SKIP_WITHOUT_CORPUS();
-    const Evening& evening = GetParam();
+    const CorpusEvening& evening = GetParam();
     TestShow show;
     show.Song(ReadSong(evening, evening.firstFile, "1")).Edits(evening.edits);
     show.Song(ReadSong(evening, evening.secondFile, "2"));
@@ -97,15 +97,15 @@ TEST_P(CorpusPerformance, TraceIsTheOneThatWasReadAndWhatSoundsIsWhatItSays) {
 INSTANTIATE_TEST_SUITE_P(
     Works, CorpusPerformance,
     testing::Values(
-        Evening{"muellerin", "show_schubert_muellerin", "01_Das_Wandern.mid", "02_Wohin.mid",
-                "vamp 3 4\nrepeat 6 6 2\ncut 8 9\nfermata 11 11\ncaesura 14\ntempo 15 15 90\ncut 17 39\nattacca",
-                "at 3@2 exit\nat 12 tempo 100%\n+1.5s exit\nat 14 tempo 100%\n+1s continue\nsong 2 at 3 quit\n"},
-        Evening{"melodies", "show_holmes_melodies", "11_Erotylon.mid", "12_Thrinodia.mid",
-                "cut 2 3\nvamp 5 5\nrepeat 6 7 2\nfermata 8 8\ncaesura 10\ntempo 10 11 80\ncut 12 41\nattacca",
-                "at 5@3 exit\nat 9 tempo 100%\n+2s exit\nat 10 tempo 100%\n+1s continue\nsong 2 at 2 quit\n"},
-        Evening{"abel", "show_harrer_abel", "22_2_11_Recitativo_Des_Hochsten_Wunder_Wege.mid",
-                "23_2_12_Choral_Man_mu_in_Gottes_Herz_und_Si.mid",
-                "vamp 1 1\nrepeat 2 2 2\ncut 3 3\nfermata 4 4\ncaesura 6\ncut 7:2 7\nattacca",
-                "at 1:3@2 exit\nat 5 tempo 100%\n+1s exit\nat 6 tempo 100%\n+1s continue\nsong 2 at 2 quit\n"}));
+        CorpusEvening{"muellerin", "show_schubert_muellerin", "01_Das_Wandern.mid", "02_Wohin.mid",
+                      "vamp 3 4\nrepeat 6 6 2\ncut 8 9\nfermata 11 11\ncaesura 14\ntempo 15 15 90\ncut 17 39\nattacca",
+                      "at 3@2 exit\nat 12 tempo 100%\n+1.5s exit\nat 14 tempo 100%\n+1s continue\nsong 2 at 3 quit\n"},
+        CorpusEvening{"melodies", "show_holmes_melodies", "11_Erotylon.mid", "12_Thrinodia.mid",
+                      "cut 2 3\nvamp 5 5\nrepeat 6 7 2\nfermata 8 8\ncaesura 10\ntempo 10 11 80\ncut 12 41\nattacca",
+                      "at 5@3 exit\nat 9 tempo 100%\n+2s exit\nat 10 tempo 100%\n+1s continue\nsong 2 at 2 quit\n"},
+        CorpusEvening{"abel", "show_harrer_abel", "22_2_11_Recitativo_Des_Hochsten_Wunder_Wege.mid",
+                      "23_2_12_Choral_Man_mu_in_Gottes_Herz_und_Si.mid",
+                      "vamp 1 1\nrepeat 2 2 2\ncut 3 3\nfermata 4 4\ncaesura 6\ncut 7:2 7\nattacca",
+                      "at 1:3@2 exit\nat 5 tempo 100%\n+1s exit\nat 6 tempo 100%\n+1s continue\nsong 2 at 2 quit\n"}));
 
 }  // namespace

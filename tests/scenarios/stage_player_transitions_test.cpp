@@ -18,7 +18,7 @@ namespace {
 
 using test_support::TestShow;
 
-constexpr std::uint32_t FramesPerSecond = 48000;
+constexpr std::uint32_t SynthFramesPerSecond = 48000;
 
 enum class Operation {
     Play,
@@ -241,7 +241,7 @@ public:
     Rig() {
         show_.Song("1", 8).Edits("marker 1 Verse\nmarker 3 Chorus\ncaesura 5\ncut 7 7").Song("2", 4);
         show_.Activate();
-        player_ = std::make_unique<stage::StagePlayer>("", show_.GetShowData(), TheSynth_(), FramesPerSecond);
+        player_ = std::make_unique<stage::StagePlayer>("", show_.GetShowData(), TheSynth_(), SynthFramesPerSecond);
         auto feed = std::make_unique<stage::SteppedFeed>(
             *player_, [this](unsigned int* tick) { return player_->ReportPosition(tick); });
         feed_ = feed.get();
@@ -289,7 +289,7 @@ public:
 
 private:
     static stage::Synth& TheSynth_() {
-        static stage::Synth synth(stage::FindDefaultSoundFont(), FramesPerSecond, 16);
+        static stage::Synth synth(stage::FindDefaultSoundFont(), SynthFramesPerSecond, 16);
         return synth;
     }
 
@@ -302,7 +302,8 @@ private:
         constexpr std::uint32_t Block = 480;
         float left[Block];
         float right[Block];
-        for (auto frames = static_cast<int>(seconds * FramesPerSecond); frames > 0; frames -= static_cast<int>(Block))
+        for (auto frames = static_cast<int>(seconds * SynthFramesPerSecond); frames > 0;
+             frames -= static_cast<int>(Block))
             player_->GetEngine().Render(left, right, Block);
     }
     /// Playback, if it runs, comes to this tick.

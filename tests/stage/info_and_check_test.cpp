@@ -7,14 +7,14 @@
 
 namespace {
 
-using json = nlohmann::ordered_json;
+using nlohmann::ordered_json;
 using test_support::ProgramResult;
 using test_support::ReadAll;
 using test_support::RunStage;
 using test_support::WriteAll;
 using testing::HasSubstr;
 
-std::vector<std::string> KeysOf(const json& object) {
+std::vector<std::string> KeysOf(const ordered_json& object) {
     std::vector<std::string> keys;
     for (const auto& item : object.items())
         keys.push_back(item.key());
@@ -24,22 +24,22 @@ std::vector<std::string> KeysOf(const json& object) {
 class StageInfo : public test_support::SmallShow {};
 
 TEST_F(StageInfo, Json_HasTheDocumentedKeysInTheirOrder) {
-    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
+    const ordered_json show = ordered_json::parse(RunStage({"info", Show(), "--json"}).out);
     using Keys = std::vector<std::string>;
     EXPECT_EQ((Keys{"title", "songs", "version", "versions", "tempoScaleWarnings", "modifiedClicks"}), KeysOf(show));
     ASSERT_EQ(2U, show["songs"].size());
-    const json& song = show["songs"][0];
+    const ordered_json& song = show["songs"][0];
     EXPECT_EQ((Keys{"number", "title", "ticksPerQuarter", "startTick", "endTick", "seconds", "bars", "beats", "tempos",
                     "meters", "keys", "pages", "markers", "attacca", "edits", "clickedBeats"}),
               KeysOf(song));
     EXPECT_EQ("Evening", show["title"]);
-    EXPECT_EQ((json{{"label", "2"}, {"tick", 1920}}), song["bars"][1]);
+    EXPECT_EQ((ordered_json{{"label", "2"}, {"tick", 1920}}), song["bars"][1]);
     EXPECT_EQ(80U, song["beats"].size());
     EXPECT_EQ(480, song["beats"][1]);
-    EXPECT_EQ((json{{"tick", 0}, {"bpm", 120.0}}), song["tempos"][0]);
-    EXPECT_EQ((json{{"tick", 0}, {"numerator", 4}, {"denominator", 4}}), song["meters"][0]);
-    EXPECT_EQ((json{{"tick", 7680}, {"text", "Verse"}}), song["markers"][0]);
-    EXPECT_EQ(json::array(), song["pages"]);
+    EXPECT_EQ((ordered_json{{"tick", 0}, {"bpm", 120.0}}), song["tempos"][0]);
+    EXPECT_EQ((ordered_json{{"tick", 0}, {"numerator", 4}, {"denominator", 4}}), song["meters"][0]);
+    EXPECT_EQ((ordered_json{{"tick", 7680}, {"text", "Verse"}}), song["markers"][0]);
+    EXPECT_EQ(ordered_json::array(), song["pages"]);
     EXPECT_EQ(0, song["startTick"]);
     EXPECT_EQ(38400, song["endTick"]);
     EXPECT_NEAR(40.0, song["seconds"].get<double>(), 0.1);
@@ -48,9 +48,9 @@ TEST_F(StageInfo, Json_HasTheDocumentedKeysInTheirOrder) {
 TEST_F(StageInfo, Markers_AreThoseOfTheNewestVersion) {
     ASSERT_EQ(0, Edit("remove --song 1 1").exitCode);
     ASSERT_EQ(0, Edit("add marker --song 1 --at 7 --text Chorus").exitCode);
-    const json show = json::parse(RunStage({"info", Show(), "--song", "1", "--json"}).out);
+    const ordered_json show = ordered_json::parse(RunStage({"info", Show(), "--song", "1", "--json"}).out);
     EXPECT_EQ(1U, show["songs"].size());
-    EXPECT_EQ((json{{{"tick", 11520}, {"text", "Chorus"}}}), show["songs"][0]["markers"]);
+    EXPECT_EQ((ordered_json{{{"tick", 11520}, {"text", "Chorus"}}}), show["songs"][0]["markers"]);
 }
 
 TEST_F(StageInfo, Text_IsATableOfTheSongs) {
@@ -76,28 +76,29 @@ TEST_F(StageInfo, OneSong_ShowsItsEditsInBars) {
 TEST_F(StageInfo, EditsAndVersions_AreInTheJson) {
     ASSERT_EQ(0, Edit("add vamp --song 1 --from 12 --to 15 --max 3").exitCode);
     ASSERT_EQ(0, Edit("attacca --song 1 attacca").exitCode);
-    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
-    EXPECT_EQ((json{{"kind", "vamp"},
-                    {"start", 21120},
-                    {"end", 28800},
-                    {"place", "bars 12 to 15"},
-                    {"value", "at most 3 times"}}),
+    const ordered_json show = ordered_json::parse(RunStage({"info", Show(), "--json"}).out);
+    EXPECT_EQ((ordered_json{{"kind", "vamp"},
+                            {"start", 21120},
+                            {"end", 28800},
+                            {"place", "bars 12 to 15"},
+                            {"value", "at most 3 times"}}),
               show["songs"][0]["edits"][1]);
     EXPECT_EQ("attacca", show["songs"][0]["attacca"].get<std::string>());
     EXPECT_EQ("1.2", show["version"].get<std::string>());
     EXPECT_EQ(
-        (json{{"version", "1.1"}, {"file", "show-1.1.logdata"}, {"edits", 2}, {"inUse", false}, {"unsavedChanges", 0}}),
+        (ordered_json{
+            {"version", "1.1"}, {"file", "show-1.1.logdata"}, {"edits", 2}, {"inUse", false}, {"unsavedChanges", 0}}),
         show["versions"][1]);
-    EXPECT_EQ(json::array(), show["tempoScaleWarnings"]);
-    EXPECT_EQ(json::array(), show["modifiedClicks"]);
+    EXPECT_EQ(ordered_json::array(), show["tempoScaleWarnings"]);
+    EXPECT_EQ(ordered_json::array(), show["modifiedClicks"]);
 }
 
 TEST_F(StageInfo, Clicks_MakeBeatsOfTheirOwn) {
     ASSERT_EQ(0, Edit("add click --song 2 --from 2 --to 3 --every 1/8").exitCode);
-    const json song = json::parse(RunStage({"info", Show(), "--song", "2", "--json"}).out)["songs"][0];
+    const ordered_json song = ordered_json::parse(RunStage({"info", Show(), "--song", "2", "--json"}).out)["songs"][0];
     EXPECT_EQ(32U, song["beats"].size());
     ASSERT_EQ(40U, song["clickedBeats"].size());
-    EXPECT_EQ((json{{"tick", 2160}, {"bar", "2"}, {"beat", 2}}), song["clickedBeats"][5]);
+    EXPECT_EQ((ordered_json{{"tick", 2160}, {"bar", "2"}, {"beat", 2}}), song["clickedBeats"][5]);
     EXPECT_THAT(RunStage({"info", Show(), "--song", "2"}).out,
                 HasSubstr("  40 beats with its clicks, 32 as written\n"));
 }
@@ -113,8 +114,8 @@ TEST_F(StageInfo, EditsThatArePlayedOtherwise_AreTold) {
     const ProgramResult info = RunStage({"info", Show()});
     EXPECT_THAT(info.out, HasSubstr("song 2: tempo scale bar 1, 250% is out of range and plays at 200%\n"));
     EXPECT_THAT(info.out, HasSubstr("song 2: click bar 1, every 3/32: "));
-    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
-    EXPECT_EQ((json{{"song", "2"}, {"start", 0}, {"end", 1920}, {"percent", 250.0}, {"playedPercent", 200.0}}),
+    const ordered_json show = ordered_json::parse(RunStage({"info", Show(), "--json"}).out);
+    EXPECT_EQ((ordered_json{{"song", "2"}, {"start", 0}, {"end", 1920}, {"percent", 250.0}, {"playedPercent", 200.0}}),
               show["tempoScaleWarnings"][0]);
     EXPECT_EQ("2", show["modifiedClicks"][0]["song"].get<std::string>());
     EXPECT_EQ(3, show["modifiedClicks"][0]["value"].get<int>());

@@ -22,7 +22,7 @@ std::string Notes() {
     return SmfFile(0, {"00 FF 58 04 04 02 18 08 00 90 3C 40 86 00 80 3C 40"});
 }
 
-ShowSong Song(const std::string& number, const std::string& smfName = "1.mid") {
+ShowSong MakeSong(const std::string& number, const std::string& smfName = "1.mid") {
     ShowSong song;
     song.options.number = number;
     song.options.title = "Title " + number;
@@ -78,12 +78,12 @@ void ExpectSameTimeline(const TL::Timeline& left, const TL::Timeline& right) {
 
 TEST(ShowFile, WhatIsWritten_IsReadBack) {
     const TemporaryDirectory directory;
-    ShowSong first = Song("1", "songs/01.mid");
+    ShowSong first = MakeSong("1", "songs/01.mid");
     first.options.title = "Lied \"vom\" Mädchen\n";
     first.options.pickupBeats = 1.5;
     first.options.pages = {{0, 1}, {144, 2}};
     first.options.barLabels = {{1, "1a"}, {2, "9"}};
-    ShowSong second = Song("12a", "songs/02.mid");
+    ShowSong second = MakeSong("12a", "songs/02.mid");
     second.smf = SmfFile(2, {"00 90 3C 40 10 80 3C 40", "00 F0 02 7D F7 00 91 30 40 81 00 81 30 40"});
     second.options.sequence = 1;
     second.options.startTick = 96;
@@ -109,49 +109,49 @@ TEST(ShowFile, WhatIsWritten_IsReadBack) {
 }
 
 TEST(ShowFile, TheSameShow_GivesTheSameBytes) {
-    EXPECT_EQ(tavo_midi::PackShowData("T", {Song("1")}), tavo_midi::PackShowData("T", {Song("1")}));
+    EXPECT_EQ(tavo_midi::PackShowData("T", {MakeSong("1")}), tavo_midi::PackShowData("T", {MakeSong("1")}));
 }
 
 TEST(ShowFile, SongsOfOneFile_AreStoredOnce) {
-    const std::string one = tavo_midi::PackShowData("T", {Song("1")});
-    const std::string two = tavo_midi::PackShowData("T", {Song("1"), Song("2")});
+    const std::string one = tavo_midi::PackShowData("T", {MakeSong("1")});
+    const std::string two = tavo_midi::PackShowData("T", {MakeSong("1"), MakeSong("2")});
     EXPECT_LT(two.size(), one.size() + Notes().size() + 200);
     EXPECT_EQ(2U, tavo_midi::UnpackShowData(two, "a").GetSongs().size());
-    const std::string apart = tavo_midi::PackShowData("T", {Song("1"), Song("2", "2.mid"), Song("3")});
+    const std::string apart = tavo_midi::PackShowData("T", {MakeSong("1"), MakeSong("2", "2.mid"), MakeSong("3")});
     EXPECT_EQ(2U, tavo_midi::UnpackShowData(apart, "a").GetSongData("3").GetEvents().size());
 }
 
 TEST(ShowFile, AShowThatCouldNotBeRead_IsNotWritten) {
     const TemporaryDirectory directory;
     const std::string path = directory / "a.showdata";
-    ShowSong bad = Song("1");
+    ShowSong bad = MakeSong("1");
     bad.smf = "no music";
     const auto write = [&](const std::vector<ShowSong>& songs) {
         WriteShowData(path, "T", songs, tavo_midi::ExistingShow::Keep);
     };
     EXPECT_THROW(write({bad}), std::runtime_error);
-    EXPECT_THROW(write({Song("1"), Song("1")}), std::runtime_error);
-    ShowSong latin = Song("1");
+    EXPECT_THROW(write({MakeSong("1"), MakeSong("1")}), std::runtime_error);
+    ShowSong latin = MakeSong("1");
     latin.options.title = "\xE9";
     EXPECT_THROW(write({latin}), std::runtime_error);
-    ShowSong other = Song("2");
+    ShowSong other = MakeSong("2");
     other.smf += "x";
-    EXPECT_THROW(write({Song("1"), other}), std::runtime_error);
+    EXPECT_THROW(write({MakeSong("1"), other}), std::runtime_error);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST(ShowFile, AnExistingFile_IsKeptOrReplacedAsAsked) {
     const TemporaryDirectory directory;
     const std::string path = directory / "a.showdata";
-    WriteShowData(path, "old", {Song("1")}, tavo_midi::ExistingShow::Keep);
-    EXPECT_THROW(WriteShowData(path, "new", {Song("1")}, tavo_midi::ExistingShow::Keep), kit::FileExistsError);
+    WriteShowData(path, "old", {MakeSong("1")}, tavo_midi::ExistingShow::Keep);
+    EXPECT_THROW(WriteShowData(path, "new", {MakeSong("1")}, tavo_midi::ExistingShow::Keep), kit::FileExistsError);
     EXPECT_EQ("old", ShowData(path).GetTitle());
-    WriteShowData(path, "new", {Song("1")}, tavo_midi::ExistingShow::Replace);
+    WriteShowData(path, "new", {MakeSong("1")}, tavo_midi::ExistingShow::Replace);
     EXPECT_EQ("new", ShowData(path).GetTitle());
 }
 
 TEST(ShowFile, WarningsOfItsMusic_NameTheMember) {
-    ShowSong song = Song("1");
+    ShowSong song = MakeSong("1");
     song.smf += test_support::SmfTrackChunk("");
     const ShowData show = tavo_midi::UnpackShowData(tavo_midi::PackShowData("T", {song}), "a.showdata");
     EXPECT_THAT(show.GetWarnings(), testing::ElementsAre("\"a.showdata/1.mid\" announces 1 tracks and has 2"));
@@ -240,7 +240,7 @@ TEST(ShowFile, HostileArchives_AreRefusedWithASentence) {
 
 TEST(ShowFile, SongsThatWouldFillTheMemory_AreRefused) {
     // A short file of a quarter of a million beats, used by many songs.
-    ShowSong song = Song("", "1.mid");
+    ShowSong song = MakeSong("", "1.mid");
     song.smf = SmfFile(0, {"DB C3 40 90 3C 40"}, 1);
     std::vector<ShowSong> songs;
     for (int number = 1; number <= 9; ++number) {
@@ -254,7 +254,7 @@ TEST(ShowFile, SongsThatWouldFillTheMemory_AreRefused) {
 }
 
 TEST(ShowFile, EveryDamagedByte_IsReadOrRefused) {
-    const std::string whole = tavo_midi::PackShowData("T", {Song("1")});
+    const std::string whole = tavo_midi::PackShowData("T", {MakeSong("1")});
     for (std::size_t at = 0; at < whole.size(); ++at) {
         for (const int value : {0x00, 0x01, 0x7F, 0xFF}) {
             std::string damaged = whole;

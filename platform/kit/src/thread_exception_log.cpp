@@ -34,7 +34,7 @@ std::string FormatUtcNow() {
     return std::string(text, length);
 }
 
-bool WriteAll(int file, std::string_view bytes) {
+bool WriteText(int file, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(file, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR) continue;
@@ -48,7 +48,7 @@ bool AppendToFile(const std::string& path, std::string_view line) {
     if (path.empty()) return false;
     const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
     if (file < 0) return false;
-    const bool written = WriteAll(file, line);
+    const bool written = WriteText(file, line);
     ::close(file);
     return written;
 }
@@ -76,10 +76,10 @@ void AppendToThreadExceptionLog(std::string_view text) noexcept {
         line += '\n';
         Log& log = GetLog();
         const MutexLock lock(log.mutex);
-        if (!AppendToFile(log.path, line)) WriteAll(STDERR_FILENO, line);
+        if (!AppendToFile(log.path, line)) WriteText(STDERR_FILENO, line);
     } catch (...) {
         // No memory for the line: the bare text is better than nothing.
-        WriteAll(STDERR_FILENO, text);
+        WriteText(STDERR_FILENO, text);
     }
 }
 

@@ -13,7 +13,7 @@ namespace CL {
 
 namespace {
 
-bool IsRange(const cmn::TavoEvent& edit) {
+bool HasRange(const cmn::TavoEvent& edit) {
     return dynamic_cast<const PairedEvent*>(&edit) != nullptr;
 }
 
@@ -51,7 +51,7 @@ std::string DescribeKind(const cmn::TavoEvent& edit) {
 
 std::string DescribePlace(const cmn::TavoEvent& edit, const TL::BarPositions& positions) {
     const bool ringsOut = edit.code() == codes::Sfx && edit.end() == edit.start();
-    if (IsRange(edit) && !ringsOut) return positions.DescribeRange(edit.start(), edit.end());
+    if (HasRange(edit) && !ringsOut) return positions.DescribeRange(edit.start(), edit.end());
     return positions.DescribeTick(edit.abs_time());
 }
 

@@ -9,15 +9,16 @@ namespace tavo_midi {
 
 namespace {
 
-__extension__ using Wide = unsigned __int128;
+__extension__ using UnsignedWide = unsigned __int128;
 
 constexpr std::uint32_t kLastTick = std::numeric_limits<std::uint32_t>::max();
 
 /// a * b / divisor, rounded down; the product may need 128 bits, which cost more than the usual 64.
-std::uint64_t MultiplyAndDivide(Wide a, std::uint64_t b, std::uint64_t divisor) {
-    const Wide product = a * b;
+std::uint64_t MultiplyAndDivide(UnsignedWide a, std::uint64_t b, std::uint64_t divisor) {
+    const UnsignedWide product = a * b;
     if (product >> 64U == 0) return static_cast<std::uint64_t>(product) / divisor;
-    return static_cast<std::uint64_t>(std::min<Wide>(product / divisor, std::numeric_limits<std::uint64_t>::max()));
+    return static_cast<std::uint64_t>(
+        std::min<UnsignedWide>(product / divisor, std::numeric_limits<std::uint64_t>::max()));
 }
 
 }  // namespace
@@ -103,8 +104,8 @@ std::uint32_t TempoMap::GetTick(std::uint64_t tickMicroseconds) const {
 
 std::uint64_t TempoMap::FrameOfTick(std::uint32_t tick, std::uint32_t framesPerSecond) const {
     const std::uint64_t second = GetTickMicrosecondsPerSecond();
-    const Wide frames = Wide{GetTickMicroseconds(tick)} * framesPerSecond;
-    const Wide halfUp = frames * 2 + second;
+    const UnsignedWide frames = UnsignedWide{GetTickMicroseconds(tick)} * framesPerSecond;
+    const UnsignedWide halfUp = frames * 2 + second;
     if (halfUp >> 64U == 0) return static_cast<std::uint64_t>(halfUp) / (second * 2);
     return static_cast<std::uint64_t>(halfUp / (second * 2));
 }
@@ -112,17 +113,18 @@ std::uint64_t TempoMap::FrameOfTick(std::uint32_t tick, std::uint32_t framesPerS
 std::uint32_t TempoMap::TickOfFrame(std::uint64_t frame, std::uint32_t framesPerSecond) const {
     // A tick belongs to this frame or an earlier one when its time lies before the middle between this frame and the
     // next: 2 * time * rate < second * (2 * frame + 1).
-    const Wide bound = Wide{GetTickMicrosecondsPerSecond()} * (Wide{frame} * 2 + 1) - 1;
-    const Wide latest = bound / (std::uint64_t{framesPerSecond} * 2);
-    return GetTick(static_cast<std::uint64_t>(std::min<Wide>(latest, std::numeric_limits<std::uint64_t>::max())));
+    const UnsignedWide bound = UnsignedWide{GetTickMicrosecondsPerSecond()} * (UnsignedWide{frame} * 2 + 1) - 1;
+    const UnsignedWide latest = bound / (std::uint64_t{framesPerSecond} * 2);
+    return GetTick(
+        static_cast<std::uint64_t>(std::min<UnsignedWide>(latest, std::numeric_limits<std::uint64_t>::max())));
 }
 
 double TempoMap::FractionalTickOfFrame(std::uint64_t frame, std::uint32_t framesPerSecond) const {
     const std::uint64_t second = GetTickMicrosecondsPerSecond();
     const std::uint64_t whole = MultiplyAndDivide(frame, second, framesPerSecond);
     const Segment& segment = SegmentAtTime(whole);
-    const Wide scaledStart = Wide{segment.tickMicroseconds} * framesPerSecond;
-    const Wide scaled = Wide{frame} * second;
+    const UnsignedWide scaledStart = UnsignedWide{segment.tickMicroseconds} * framesPerSecond;
+    const UnsignedWide scaled = UnsignedWide{frame} * second;
     const double ticks = static_cast<double>(scaled - scaledStart) /
                          (static_cast<double>(segment.microsecondsPerQuarter) * framesPerSecond);
     return static_cast<double>(segment.tick) + ticks;

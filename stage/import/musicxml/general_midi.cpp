@@ -353,7 +353,7 @@ char FoldLatin(std::uint8_t low) {
 }
 
 /// Lower case, without accents, one blank for anything else than letters.
-std::string Simplify(std::string_view name) {
+std::string SimplifyName(std::string_view name) {
     std::string plain;
     for (std::size_t at = 0; at < name.size(); ++at) {
         char letter = name[at];
@@ -376,7 +376,7 @@ std::string Simplify(std::string_view name) {
 
 template <std::size_t count>
 const Name* FindLongest(std::string_view name, const std::array<Name, count>& rows) {
-    const std::string plain = Simplify(name.substr(0, LongestName));
+    const std::string plain = SimplifyName(name.substr(0, LongestName));
     const Name* best = nullptr;
     for (std::size_t at = 0; at < plain.size(); ++at) {
         if (plain[at] == ' ' || (at > 0 && plain[at - 1] != ' ')) continue;

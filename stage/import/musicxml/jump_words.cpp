@@ -41,7 +41,7 @@ bool IsDigits(std::string_view word) {
 }
 
 /// Lower case, the words with one blank between them, points and commas as blanks.
-std::string Simplify(std::string_view words) {
+std::string SimplifyWords(std::string_view words) {
     std::string plain;
     for (char letter : words) {
         if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
@@ -69,7 +69,7 @@ std::vector<std::string_view> Split(std::string_view text) {
 
 std::optional<WrittenMark> ReadJumpWords(std::string_view words) {
     if (words.size() > LongestOrder) return std::nullopt;
-    const std::string plain = Simplify(words);
+    const std::string plain = SimplifyWords(words);
     for (const Order& order : Orders) {
         if (!plain.starts_with(order.words)) continue;
         const std::string_view rest = std::string_view(plain).substr(order.words.size());
