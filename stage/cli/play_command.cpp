@@ -9,7 +9,9 @@
 
 #include "kit/path.h"
 #include "stage/cli/commands.h"
+#include "stage/cli/play_account.h"
 #include "stage/cli/play_headless.h"
+#include "stage/cli/play_terminal.h"
 #include "stage/control/take.h"
 #include "stage/live/live_show.h"
 #include "stage/live/real_time.h"
@@ -49,9 +51,8 @@ std::string MakeTakePath(const PlayWords& words) {
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
     localtime_r(&now, &parts);
-    const std::string name =
-        fmt::format("{:04}-{:02}-{:02}_{:02}-{:02}-{:02}", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
-                    parts.tm_hour, parts.tm_min, parts.tm_sec);
+    const std::string name = fmt::format("{:04}-{:02}-{:02}_{:02}-{:02}-{:02}", parts.tm_year + 1900, parts.tm_mon + 1,
+                                         parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     std::string path = kit::path::Join(folder, name + ".take");
     for (int more = 2; std::filesystem::exists(path, error); ++more)
         path = kit::path::Join(folder, fmt::format("{}_{}.take", name, more));
@@ -87,28 +88,45 @@ stage::LiveShow::Options MakeOptions(const PlayWords& words) {
     return options;
 }
 
-void Perform(const PlayWords& words) {
-    // Says in its own words what is missing in a directory that is no show.
-    static_cast<void>(stage::ScanShowDirectory(words.showPath));
-    const std::optional<stage::Take> broken = FindBrokenTake(words.showPath);
-    tavo_midi_io::InstallMidiPorts();
-    stage::LiveShow show(words.showPath, MakeOptions(words));
-    const std::string problem = stage::LockMemory();
-    PlayHeadless headless(show, words.printsBeats);
-    if (!problem.empty()) headless.OnMessage(problem);
+/// `door` is one of the three ways in which a person or a program meets the show.
+template <class PlayDoor>
+void RunThrough(stage::LiveShow& show, PlayDoor& door, const PlayWords& words,
+                const std::optional<stage::Take>& broken) {
+    if (const std::string problem = stage::LockMemory(); !problem.empty()) door.OnMessage(problem);
     if (words.resumes && broken) {
         show.Resume(*broken);
     } else {
         const std::string song = words.song.empty() ? show.GetSession().GetShow().GetSongNumbers().front() : words.song;
         show.Press({stage::Verb::Load, {song}, {stage::Door::Automatic, "start"}, 0, {}});
-        if (broken) headless.OfferResume(*broken);
+        if (broken) door.OfferResume(*broken);
     }
-    headless.Run();
+    door.Run();
+}
+
+/// Returns where the take is.
+std::string Perform(const PlayWords& words) {
+    // Says in its own words what is missing in a directory that is no show.
+    static_cast<void>(stage::ScanShowDirectory(words.showPath));
+    const std::optional<stage::Take> broken = FindBrokenTake(words.showPath);
+    tavo_midi_io::InstallMidiPorts();
+    stage::LiveShow show(words.showPath, MakeOptions(words));
+    if (words.isHeadless) {
+        PlayHeadless headless(show, words.printsBeats);
+        RunThrough(show, headless, words, broken);
+    } else if (stage::ScreenTerminal::IsAvailable()) {
+        PlayTerminal terminal(show);
+        RunThrough(show, terminal, words, broken);
+    } else {
+        PlayAccount account(show);
+        RunThrough(show, account, words, broken);
+    }
+    return show.GetTakePath();
 }
 
 void Play(const PlayWords& words) {
-    Perform(words);
-    PlayHeadless::PrintEnd();
+    const std::string takePath = Perform(words);
+    if (words.isHeadless) return PlayHeadless::PrintEnd();
+    std::cout << "The show has ended" << (takePath.empty() ? "." : "; its take is " + takePath) << std::endl;
 }
 
 }  // namespace
@@ -126,25 +144,26 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     command->add_option("--period", words->periodFrames, "Frames that the output takes at a time, where it can choose")
         ->check(CLI::Range(32, 2048))
         ->capture_default_str();
-    command->add_option("--lead", words->leadFrames,
-                        "Frames that are kept ready for the output; 0 is a period and a block")
+    command
+        ->add_option("--lead", words->leadFrames,
+                     "Frames that are kept ready for the output; 0 is a period and a block")
         ->check(CLI::Range(0, 4096))
         ->capture_default_str();
     command->add_option("--when-lost", words->whenLost, "While no device plays the show waits (hold) or goes on (run)")
         ->check(CLI::IsMember({"hold", "run"}))
         ->capture_default_str();
-    command->add_option("--take", words->takePath, "Where the take is written; without it into the show's folder takes");
+    command->add_option("--take", words->takePath,
+                        "Where the take is written; without it into the show's folder takes");
     command->add_flag("--no-take", words->makesNoTake, "Write no take");
     command->add_flag("--resume", words->resumes, "Go on where the last take broke off");
     command->add_flag("--locked", words->isLocked, "Take no edits, and do not quit by accident");
     command->add_flag("--headless", words->isHeadless, "Read presses as lines, print what happens as lines of JSON");
     command->add_flag("--beats", words->printsBeats, "With --headless: report every beat, not only bars");
     command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with");
-    command->footer(
-        "What an operator can press, a line each with --headless:\n" + stage::MakeVerbHelp() +
-        "  status              where the show stands, as a line of JSON\n\n"
-        "Examples:\n"
-        "  stage play myshow\n"
-        "  stage play myshow --song 3 --output null --headless");
+    command->footer("What an operator can press, a line each with --headless:\n" + stage::MakeVerbHelp() +
+                    "  status              where the show stands, as a line of JSON\n\n"
+                    "Examples:\n"
+                    "  stage play myshow\n"
+                    "  stage play myshow --song 3 --output null --headless");
     command->callback([words] { Play(*words); });
 }

@@ -2,18 +2,16 @@
 
 #include <string>
 
+#include "stage/cli/press_lines.h"
 #include "stage/control/take.h"
 #include "stage/live/live_json.h"
 #include "stage/live/live_show.h"
 
-/// A performance without a screen: reads what is pressed as lines from standard input and prints what happens as JSON
-/// objects, one a line, to standard output. The end of the input is not the end of the show.
+/// A performance that another program runs: reads what is pressed as lines from standard input and prints what happens
+/// as JSON objects, one a line, to standard output.
 class PlayHeadless final : public stage::LiveListener {
 public:
     PlayHeadless(stage::LiveShow& show, bool printsBeats);
-    ~PlayHeadless();
-    PlayHeadless(const PlayHeadless&) = delete;
-    PlayHeadless& operator=(const PlayHeadless&) = delete;
 
     /// Until "quit", SIGTERM or SIGINT.
     void Run();
@@ -28,14 +26,10 @@ public:
     void OnMessage(const std::string& sentence) override;
 
 private:
-    void ReadInput_();
-    void DoLine_(const std::string& line);
-    void Print_(const std::string& line);
+    static void Print_(const std::string& line);
 
     stage::LiveShow& show_;
     stage::LiveJson json_;
     const bool printsBeats_;
-    const stage::Take* offered_ = nullptr;
-    std::string input_;
-    bool hasInput_ = true;
+    PressLines lines_;
 };

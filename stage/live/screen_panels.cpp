@@ -1,0 +1,210 @@
+#include "stage/live/screen_panels.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/utf8.h"
+
+namespace stage {
+
+namespace {
+
+using enum ScreenStyle;
+
+constexpr std::pair<const char*, const char*> KeyRows[] = {
+    {"Space", "go on: start, or leave the vamp, fermata, caesura"},
+    {"Enter", "play"},
+    {"P", "pause"},
+    {"Esc", "stop; again within 2 s: panic, silence at once"},
+    {"F", "fade out in 3 s and stop"},
+    {"C", "cancel the fade"},
+    {"Left Right", "previous, next marker"},
+    {"Up Down", "previous, next song; stopped: choose from a list"},
+    {"0-9 G", "go to a bar: type 12 or 12:3, then Enter"},
+    {"+ -", "tempo up, down by 1 %"},
+    {"[ ]", "master volume down, up by 5 %"},
+    {"U R", "undo, redo the last edit"},
+    {"S", "save the edits"},
+    {"?", "these keys"},
+    {"Q", "quit; asks while playing or locked"},
+};
+
+std::string DescribeLatency(const OutputFormat& format) {
+    if (format.framesPerSecond == 0) return "?";
+    return fmt::format("{:.1f} ms", 1000.0 * format.latencyFrames / format.framesPerSecond);
+}
+
+std::string Plural(std::uint64_t count, const char* one, const char* several) {
+    return fmt::format("{} {}", count, count == 1 ? one : several);
+}
+
+/// Without what stands in front of it already: the command that it is about.
+std::string TrimSentence(const std::string& sentence, const std::string& verb) {
+    const std::string opening = fmt::format("\"{}\" is refused: ", verb);
+    return sentence.starts_with(opening) ? sentence.substr(opening.size()) : sentence;
+}
+
+struct Line {
+    std::string text;
+    ScreenStyle style;
+};
+
+void AppendPress(std::vector<Line>& lines, const CommandRecord& record, int columns) {
+    std::string text = AsText(record.command);
+    const CommandSource& source = record.command.source;
+    if (source.door != Door::Terminal) {
+        text += fmt::format("  ({}{}{})", GetDoorName(source.door), source.name.empty() ? "" : " ", source.name);
+    }
+    if (record.IsTaken()) {
+        lines.push_back({text, Plain});
+        return;
+    }
+    const char* outcome = record.outcome == CommandRecord::Outcome::Refused ? "REFUSED" : "FAILED";
+    const std::string verb(GetVerbRow(record.command.verb).name);
+    for (const std::string& part :
+         WrapColumns(fmt::format("{} {}: {}", outcome, text, TrimSentence(record.sentence, verb)), columns))
+        lines.push_back({part, Alarm});
+}
+
+void PutMessages(ScreenPicture& picture, const LiveStatus& status, int row, int rows, int column) {
+    std::vector<std::string> lines;
+    for (auto message = status.messages.rbegin(); message != status.messages.rend(); ++message) {
+        for (const std::string& part : WrapColumns(*message, picture.GetSize().columns - column - 1))
+            lines.push_back(part);
+    }
+    for (int i = 0; i < std::min(rows, static_cast<int>(lines.size())); ++i)
+        picture.Put(row + i, column, lines[static_cast<std::size_t>(i)], i == 0 ? Plain : Faint);
+}
+
+void PutSongs(ScreenPicture& picture, const ScreenState& state, int row, int end) {
+    picture.PutRule(row++, "Songs");
+    const int rows = std::max(end - row, 1);
+    const int chosen = static_cast<int>(state.chosen);
+    const int all = static_cast<int>(state.songs.size());
+    const int first = std::clamp(chosen - rows / 2, 0, std::max(all - rows, 0));
+    for (int i = first; i < std::min(all, first + rows); ++i) {
+        const ScreenSong& song = state.songs[static_cast<std::size_t>(i)];
+        picture.Put(row + i - first, 1, fmt::format("{} {:>4}  {} ", i == chosen ? ">" : " ", song.number, song.title),
+                    i == chosen ? Lamp : Plain, picture.GetSize().columns - 2);
+    }
+}
+
+void PutKeys(ScreenPicture& picture, int row, int end) {
+    picture.PutRule(row++, "Keys");
+    for (const auto& [key, meaning] : KeyRows) {
+        if (row >= end) return;
+        picture.Put(row, 1, key, Strong);
+        picture.Put(row++, 13, meaning, Plain);
+    }
+}
+
+}  // namespace
+
+void PutNotice(ScreenPicture& picture, const ScreenState& state, int row) {
+    const int width = picture.GetSize().columns - 2;
+    switch (state.mode) {
+        case ScreenState::Mode::Place:
+            picture.Put(row, 1, fmt::format(" Go to bar: {}_ ", state.entry), Lamp, width);
+            return;
+        case ScreenState::Mode::AskQuit:
+        case ScreenState::Mode::AskResume:
+            picture.Put(row, 1, fmt::format(" {} ", state.question), Lamp, width);
+            return;
+        default:
+            picture.Put(row, 1, state.notice, state.isRefusal ? Alarm : Warning, width);
+    }
+}
+
+int PutSound(ScreenPicture& picture, const LiveStatus& status, int row, int rows) {
+    const OutputKeeper::State& output = status.output;
+    std::vector<std::vector<Line>> lines;
+    lines.push_back({{"Output  ", Faint}, {output.name.empty() ? "none" : output.name, Plain}});
+    if (output.isPlaying) {
+        lines.back().push_back({" plays", Good});
+    } else {
+        lines.back().push_back({" LOST: " + output.problem, Alarm});
+    }
+    if (output.isPlaying)
+        lines.back().push_back(
+            {fmt::format("   {} Hz   {} frames   latency {}   lead {}", output.format.framesPerSecond,
+                         output.format.periodFrames, DescribeLatency(output.format), status.leadFrames),
+             Plain});
+    lines.push_back({{"        ", Faint},
+                     {Plural(status.latePeriods, "late block", "late blocks"), status.latePeriods > 0 ? Alarm : Plain},
+                     {"   " + Plural(output.deviceOverruns, "overrun", "overruns"), Plain},
+                     {fmt::format("   lost {}", Plural(output.timesLost, "time", "times")), Plain},
+                     {status.isRealTime ? "   real-time" : "   not real-time", Plain}});
+    lines.push_back(
+        {{"Volume  ", Faint},
+         {fmt::format("master {:.0f}%   music {:.0f}%", status.masterVolume * 100, status.musicVolume * 100), Plain},
+         {"     MIDI in  ", Faint},
+         {status.midiInput.empty() ? "none" : status.midiInput, Plain}});
+    if (!status.takeProblem.empty()) lines.push_back({{"Take    ", Faint}, {status.takeProblem, Alarm}});
+    const int taken = std::min(rows, static_cast<int>(lines.size()));
+    for (int i = 0; i < taken; ++i) {
+        int column = 1;
+        for (const Line& part : lines[static_cast<std::size_t>(i)])
+            column += picture.Put(row + i, column, part.text, part.style);
+    }
+    return std::max(taken, 0);
+}
+
+int PutPresses(ScreenPicture& picture, const LiveStatus& status, int row, int rows, int column, int end) {
+    const int width = (end < 0 ? picture.GetSize().columns : end) - column - 1;
+    std::vector<Line> lines;
+    for (auto record = status.presses.rbegin();
+         record != status.presses.rend() && static_cast<int>(lines.size()) < rows; ++record)
+        AppendPress(lines, *record, width);
+    const int taken = std::max(0, std::min(rows, static_cast<int>(lines.size())));
+    for (int i = 0; i < taken; ++i) {
+        const Line& line = lines[static_cast<std::size_t>(i)];
+        picture.Put(row + i, column, line.text, line.style == Plain && i > 0 ? Faint : line.style, width);
+    }
+    return taken;
+}
+
+void PutHappenings(ScreenPicture& picture, const LiveStatus& status, int row, int rows) {
+    if (rows < 2) return;
+    const int columns = picture.GetSize().columns;
+    picture.PutRule(row, "Pressed");
+    if (columns >= 140) {
+        const int middle = columns / 2;
+        picture.PutRule(row, "Messages", middle);
+        PutPresses(picture, status, row + 1, rows - 1, 1, middle);
+        PutMessages(picture, status, row + 1, rows - 1, middle + 1);
+        return;
+    }
+    const int messages = rows >= 12 ? rows / 3 : 1;
+    const int presses = rows - 1 - messages;
+    PutPresses(picture, status, row + 1, presses, 1);
+    PutMessages(picture, status, row + 1 + presses, messages, 1);
+}
+
+void PutOpen(ScreenPicture& picture, const ScreenState& state, int row, int end) {
+    const bool hasSongs = state.mode == ScreenState::Mode::Songs;
+    if (!hasSongs && state.mode != ScreenState::Mode::Keys) return;
+    for (int i = row; i < end; ++i)
+        picture.ClearRow(i);
+    if (hasSongs) return PutSongs(picture, state, row, end);
+    // All of them have to be seen, if only just.
+    const int needed = static_cast<int>(std::size(KeyRows)) + 1;
+    while (row > 2 && end - row < needed)
+        picture.ClearRow(--row);
+    PutKeys(picture, row, end);
+}
+
+void PutKeyLine(ScreenPicture& picture, const ScreenState& state, int row) {
+    using Mode = ScreenState::Mode;
+    const char* keys = "Space go on  Enter play  P pause  Esc stop  F fade  G bar  ? all keys  Q quit";
+    if (state.mode == Mode::Place) keys = "Enter goes there   Esc leaves   Space still goes on";
+    if (state.mode == Mode::Songs) keys = "Up Down choose   Enter loads   Esc leaves";
+    if (state.mode == Mode::Keys) keys = "? or Esc leaves   the keys work meanwhile";
+    if (state.mode == Mode::AskQuit || state.mode == Mode::AskResume) keys = "Y yes   N no";
+    picture.Put(row, 1, keys, Faint);
+}
+
+}  // namespace stage
