@@ -59,6 +59,8 @@ int main(int argc, char** argv) {
     AddCheckCommand(app, exitCode);
     AddRenderCommand(app, exitCode);
     AddPlayCommand(app, exitCode);
+    AddTakeCommand(app, exitCode);
+    AddDevicesCommand(app, exitCode);
     AddPlotCommand(app, exitCode);
     AddLogCommand(app, exitCode);
     AddComposeCommand(app, exitCode);

@@ -85,7 +85,8 @@ check_part import 'show'
 check_part pages 'show'
 check_part picture 'show'
 check_part offline 'show|engine|control|session'
-check_part cli 'show|engine|control|session|import|pages|picture|offline'
+check_part live 'show|engine|control|session|offline'
+check_part cli 'show|engine|control|session|import|pages|picture|offline|live'
 check_all_known
 
 ((violations == 0))
