@@ -261,6 +261,11 @@ bool MidiCommands::IsMidiCommandLearning(unsigned char command) const {
     return impl_->learning && impl_->learning->command == command;
 }
 
+std::vector<std::string> MidiCommands::GetSettingsWarnings() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.warnings;
+}
+
 std::string MidiCommands::GetLearnProblem() const {
     const std::lock_guard lock(impl_->mutex);
     return impl_->learnProblem;

@@ -213,6 +213,11 @@ void MidiTimeCodeController::SetOutputPortName(const std::string& name) {
     impl_->SetConnection([&] { impl_->settings.outputName = name; });
 }
 
+std::vector<std::string> MidiTimeCodeController::GetSettingsWarnings() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.warnings;
+}
+
 MidiTimeCodeController::JumpRule MidiTimeCodeController::GetJumpRule() const {
     const std::lock_guard lock(impl_->mutex);
     return impl_->settings.jumpRule;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/midi_message_dispatcher.h"
 
@@ -104,6 +105,9 @@ public:
     ~MidiCommands();
     MidiCommands(const MidiCommands&) = delete;
     MidiCommands& operator=(const MidiCommands&) = delete;
+
+    /// A sentence for each key of the file, as it was read, that is not known and was ignored.
+    [[nodiscard]] std::vector<std::string> GetSettingsWarnings() const;
 
     /// The next allowed message is assigned to `command` and is not carried out. One that gives another command is
     /// refused with a sentence (GetLearnProblem), and learning goes on. An unknown command throws std::out_of_range.

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/frame_rate.h"
 #include "tavo_midi/midi_ports.h"
@@ -35,6 +36,9 @@ public:
     ~MidiTimeCodeController();
     MidiTimeCodeController(const MidiTimeCodeController&) = delete;
     MidiTimeCodeController& operator=(const MidiTimeCodeController&) = delete;
+
+    /// A sentence for each key of the file, as it was read, that is not known and was ignored.
+    [[nodiscard]] std::vector<std::string> GetSettingsWarnings() const;
 
     /// Opens the chosen output, now or when it comes; where the music moves, time code goes on from there. May block
     /// for some seconds where the MIDI system does not answer.
