@@ -110,6 +110,8 @@ void Learn(const MidiWords& words) {
     const unsigned char command = FindCommand(words.command);
     MidiMessageDispatcher dispatcher;
     midi_commands::MidiCommands commands(dispatcher, kit::path::Join(words.settingsDirectory, "midiCommandSettings"));
+    for (const std::string& warning : commands.GetSettingsWarnings())
+        std::cerr << "note: " << MakePrintable(warning) << '\n';
     commands.ConnectSourceByIndex(FindEndPoint(GetNonTavoMidiSources(), words.port).index);
     commands.LearnMidiCommand(command);
     std::cout << fmt::format("Press what is to give {}.", words.command) << std::endl;

@@ -10,6 +10,7 @@
 #include "kit/file.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/song_range.h"
+#include "stage/cli/text_table.h"
 #include "stage/offline/audio_file.h"
 #include "stage/offline/offline_show.h"
 #include "stage/show/show_directory.h"
@@ -95,6 +96,8 @@ void Render(const RenderWords& words) {
     sessionOptions.soundFont = words.soundFontPath;
     // A render hears no MIDI input: whatever is learned on this machine stays out of it.
     stage::ShowSession session(words.showPath, words.showPath, sessionOptions);
+    for (const std::string& warning : session.GetWarnings())
+        std::cerr << "note: " << MakePrintable(warning) << '\n';
     const stage::OfflineOptions options = MakeOptions(words, session.GetShow());
 
     std::unique_ptr<stage::AudioFile> sound;

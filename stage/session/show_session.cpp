@@ -65,6 +65,14 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
     }
 }
 
+std::vector<std::string> ShowSession::GetWarnings() {
+    std::vector<std::string> warnings = GetShow().GetWarnings();
+    for (const auto& more :
+         {GetMidiCommands().GetSettingsWarnings(), GetMidiTimeCodeController().GetSettingsWarnings()})
+        warnings.insert(warnings.end(), more.begin(), more.end());
+    return warnings;
+}
+
 ShowSession::~ShowSession() {
     // No command may reach the player from here on, nor the display feed ask it.
     GetMidiCommands().SetCommandFilter({});

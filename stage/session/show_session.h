@@ -75,6 +75,8 @@ public:
     [[nodiscard]] const Options& GetOptions() const { return options_; }
     [[nodiscard]] const Settings& GetSettings() const { return settings_; }
     [[nodiscard]] const tavo_midi::ShowData& GetShow() { return GetShowData(); }
+    /// What is odd in the show data and the MIDI settings and was passed over, a sentence each.
+    [[nodiscard]] std::vector<std::string> GetWarnings();
 
     // Edits that a crash left in the journal of the log that was opened.
 

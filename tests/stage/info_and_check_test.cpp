@@ -201,8 +201,7 @@ TEST_F(StageCheck, OlderVersions_AreReadToo) {
 
 TEST_F(StageCheck, SettingsThatCannotBeRead_AreNamed) {
     WriteAll(Path("settings.json"), "{\n\"pressGuardMs\": -1}");
-    ExpectProblems(
-        {"the file \"" + Path("settings.json") + "\" is not usable: \"pressGuardMs\" must be from 0 to 10000"});
+    ExpectProblems({"settings.json: pressGuardMs must be a whole number from 0 to 10000, not -1"});
 }
 
 TEST_F(StageCheck, ASoundFontThatIsNotThere_IsNamed) {
