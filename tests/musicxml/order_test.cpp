@@ -7,7 +7,10 @@
 namespace {
 
 using stage::musicxml::FindPlayedOrder;
+using stage::musicxml::PlanRepeats;
 using stage::musicxml::PlayedOrder;
+using stage::musicxml::RepeatedPassage;
+using stage::musicxml::RepeatPlan;
 using stage::musicxml::WrittenBar;
 using test_support::ParseFlow;
 using test_support::PrintOrder;
@@ -165,6 +168,35 @@ TEST(OrderOfPasses, CountsTimesAndPassesOfTheInnermostRepeat) {
     for (const auto& played : FindPlayedOrder(bars, 100).bars)
         text += bars[played.bar].label + std::to_string(played.time) + '/' + std::to_string(played.pass) + ' ';
     EXPECT_EQ("A1/1 B1/1 B2/2 C1/1 A2/2 B3/1 B4/2 C2/2 ", text);
+}
+
+TEST(RepeatPlan, OfTwoEndings_IsTheOneOfThePictureInItsHeader) {
+    const RepeatPlan plan = PlanRepeats(ParseFlow("A |: B C D [1 E :| ] [2 F ] G"));
+    ASSERT_EQ(1U, plan.passages.size());
+    const RepeatedPassage& passage = plan.passages.front();
+    EXPECT_EQ(1U, passage.begin);
+    EXPECT_EQ(6U, passage.end);
+    EXPECT_THAT(passage.repeatBars, ElementsAre(4U));
+    EXPECT_EQ(2, passage.times);
+    EXPECT_TRUE(passage.hasEndings);
+    EXPECT_EQ(std::nullopt, passage.parent);
+    ASSERT_EQ(2U, plan.endings.size());
+    for (const auto& ending : plan.endings) {
+        EXPECT_EQ(std::optional<std::size_t>(0), ending.passage);
+        EXPECT_EQ(0U, ending.chain);
+    }
+    EXPECT_EQ(std::optional<std::size_t>(1), plan.endingAt[5]);
+    EXPECT_EQ(std::nullopt, plan.endingAt[3]);
+    EXPECT_EQ(std::nullopt, plan.goesBack[5]);
+}
+
+TEST(RepeatPlan, OfNestedRepeats_HasTheOuterOneAsParent) {
+    const RepeatPlan plan = PlanRepeats(ParseFlow("|: A |: B :| C :|"));
+    ASSERT_EQ(2U, plan.passages.size());
+    EXPECT_EQ(std::optional<std::size_t>(1), plan.passages[0].parent);
+    EXPECT_EQ(std::nullopt, plan.passages[1].parent);
+    EXPECT_EQ(std::optional<std::size_t>(0), plan.innermost[1]);
+    EXPECT_EQ(std::optional<std::size_t>(1), plan.innermost[2]);
 }
 
 }  // namespace
