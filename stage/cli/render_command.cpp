@@ -90,7 +90,7 @@ void Render(const RenderWords& words) {
     if (words.outPath != NoFile && !stage::AudioFile::HasKnownExtension(words.outPath))
         throw std::invalid_argument(
             fmt::format("the sound file \"{}\" must be named .wav or .flac, or be \"none\"", words.outPath));
-    // Says in its own words what is missing in a directory that is no show.
+    // Says in its own words what is missing in a directory that is not a show.
     static_cast<void>(stage::ScanShowDirectory(words.showPath));
     stage::ShowSession::Options sessionOptions = stage::MakeOfflineSessionOptions(FramesPerSecond);
     sessionOptions.soundFont = words.soundFontPath;

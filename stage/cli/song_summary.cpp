@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The different entries in the order in which they come, "4/4 2/4"; behind the third one how many more there are.
+/// The different entries in the order in which they come, "4/4 2/4"; after the third one how many more there are.
 template <class Sequence>
 std::string DescribeKinds(const Sequence& sequence, const char* separator) {
     constexpr std::size_t mostShown = 3;

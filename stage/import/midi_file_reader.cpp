@@ -80,7 +80,7 @@ SongFileName ParseSongFileName(const std::string& path) {
     SongFileName parsed;
     if (end > 0) {
         const std::size_t firstDigit = std::min(name.find_first_not_of('0'), end - 1);
-        // One letter is part of the number where the number ends behind it.
+        // One letter is part of the number where the number ends after it.
         const bool hasLetter = end < name.size() && IsLetter(name[end]) &&
                                (end + 1 == name.size() || !std::isalnum(static_cast<unsigned char>(name[end + 1])));
         if (hasLetter) ++end;

@@ -37,7 +37,7 @@ int ReadInteger(std::string_view text, int lowest, int highest, const std::strin
     int number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (text.empty() || error != std::errc() || end != text.data() + text.size() || number < lowest || number > highest)
-        Fail(place, fmt::format("\"{}\" is no whole number from {} to {}", text.substr(0, 40), lowest, highest));
+        Fail(place, fmt::format("\"{}\" is not a whole number from {} to {}", text.substr(0, 40), lowest, highest));
     return number;
 }
 
@@ -135,7 +135,8 @@ unsigned int Player::ReadLength(std::string_view text, const std::string& place)
     const std::size_t dots = text.size() - std::min(text.find('.'), text.size());
     const int divisor = ReadInteger(text.substr(0, text.size() - dots), 1, shortestNote, place);
     const unsigned int whole = 4U * TicksPerQuarter;
-    if (whole % static_cast<unsigned int>(divisor) != 0 || dots > 2) Fail(place, fmt::format("/{} is no length", text));
+    if (whole % static_cast<unsigned int>(divisor) != 0 || dots > 2)
+        Fail(place, fmt::format("/{} is not a length", text));
     unsigned int ticks = whole / static_cast<unsigned int>(divisor);
     unsigned int dot = ticks / 2;
     for (std::size_t i = 0; i < dots; ++i, dot /= 2)
@@ -151,7 +152,7 @@ int Player::ReadPitch(std::string_view text, const std::string& place) const {
     }
     constexpr std::string_view letters = "c d ef g a b";
     const std::size_t step = text.empty() || text.front() == ' ' ? std::string_view::npos : letters.find(text.front());
-    if (step == std::string_view::npos) Fail(place, fmt::format("\"{}\" is no note", text.substr(0, 40)));
+    if (step == std::string_view::npos) Fail(place, fmt::format("\"{}\" is not a note", text.substr(0, 40)));
     int pitch = static_cast<int>(step);
     std::size_t at = 1;
     for (; at < text.size() && (text[at] == '#' || text[at] == 'b'); ++at)

@@ -148,7 +148,7 @@ void PagePackage::ReadIndex() {
 }
 
 std::string PagePackage::ReadBytes(std::uint64_t count, const std::string& place) {
-    // In pieces: a length that is only announced is not worth its memory.
+    // In chunks: a length that is only announced is not worth its memory.
     constexpr std::uint64_t Piece = 1U << 20U;
     std::string bytes;
     while (bytes.size() < count) {
@@ -198,7 +198,7 @@ void PagePackage::CheckAll(const std::function<void(std::size_t)>& reportPage) {
     archive_->seekg(static_cast<std::streamoff>(places_.back()));
     if (ReadBytes(tar::EndBytes, place) != std::string(tar::EndBytes, '\0'))
         Fail(place, "holds something that is not in the index");
-    if (archive_->get() != std::istream::traits_type::eof()) Fail(place, "has bytes behind it");
+    if (archive_->get() != std::istream::traits_type::eof()) Fail(place, "has bytes after it");
     if (archive_->bad() && cipher_ != nullptr) throw std::runtime_error(cipher_->GetProblem());
 }
 

@@ -227,7 +227,7 @@ Drawing Draw(const Subject& subject) {
     for (const Drawing& block : blocks)
         heights.push_back(block.height);
     Drawing picture = DrawHeading(subject, sheet.bars.size());
-    // The number of pages is not known yet; it hardly changes the height of the line that tells it.
+    // The number of pages is not known yet; it hardly changes the height of the line that shows it.
     const double headHeight = DrawRunningHead(subject, 99, 99).height;
     const PagePlan plan = PlacePages(heights, picture.height, headHeight, BottomMargin);
     for (std::size_t i = 0; i < blocks.size(); ++i)

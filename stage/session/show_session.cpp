@@ -18,7 +18,7 @@ namespace stage {
 
 namespace {
 
-// The log that the settings choose; empty for the newest. A directory that is no show is for the façade to refuse.
+// The log that the settings choose; empty for the newest. A directory that is not a show is for the façade to refuse.
 std::string FindChosenLog(const std::string& showPath, const Settings& settings) {
     return settings.changeLog.empty() ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
 }
@@ -84,7 +84,7 @@ ShowSession::~ShowSession() {
 }
 
 tavo_sec::CipherStream* ShowSession::GetScoreTar() {
-    if (GetScoreFilename().empty()) throw std::runtime_error("The show has no score.");
+    if (GetScoreFilename().empty()) throw std::runtime_error("the show has no score");
     score_ = std::make_unique<tavo_sec::CipherStream>(kit::path::Join(GetShowDirectory(), GetScoreFilename()),
                                                       options_.scorePassphrase);
     return score_.get();
@@ -95,7 +95,7 @@ std::vector<tavo_audio::VolumeType> ShowSession::GetVolumeTypes() const {
 }
 
 SteppedFeed& ShowSession::GetSteppedFeed() {
-    if (steppedFeed_ == nullptr) throw std::logic_error("The session's display feed keeps itself going.");
+    if (steppedFeed_ == nullptr) throw std::logic_error("the session's display feed keeps itself going");
     return *steppedFeed_;
 }
 
@@ -155,9 +155,9 @@ void ShowSession::DiscardRecoveredEdits() {
 
 template <class Edit>
 void ShowSession::EditAndTell_(Edit&& edit) {
-    if (!options_.isEditable) throw std::logic_error("The show is open for playing only, its edits stay as they are.");
+    if (!options_.isEditable) throw std::logic_error("the show is open for playing only, its edits stay as they are");
     if (!unsaved_.changes.empty())
-        throw std::logic_error("The edits that were left in the journal have to be recovered or discarded first.");
+        throw std::logic_error("the edits that were left in the journal are undecided: recover or discard them first");
     const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();
     edit(*GetChangeLogEditor());
     CL::LogChange change;
@@ -220,7 +220,7 @@ void ShowSession::RollBackTo(const std::string& version) {
 std::string ShowSession::FileOfVersion_(const std::string& version) {
     const auto logs = GetLogMap();
     const auto found = logs.find(version);
-    if (found == logs.end()) throw std::out_of_range(fmt::format("The show has no version {}.", version));
+    if (found == logs.end()) throw std::out_of_range(fmt::format("the show has no version {}", version));
     return found->second;
 }
 

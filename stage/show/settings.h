@@ -58,7 +58,7 @@ struct Settings {
 /// The same from memory; `name` stands for the file in the sentences.
 [[nodiscard]] Settings ParseSettings(const std::string& text, const std::string& name);
 
-/// The text of the file, all keys written, a line end behind it.
+/// The text of the file, all keys written, a line end after it.
 [[nodiscard]] std::string AsText(const Settings& settings);
 
 /// Writes `logName` into the file as the change log that opens and leaves everything else in it as it is; a file that

@@ -135,7 +135,7 @@ const OddRow OddRows[] = {
     {"SecondEndingWithoutRepeat", "A [2 B ] C", "A B C", "the ending over bar B belongs to no repeat"},
     {"RepeatThatEndsNowhere", "A |: B C", "A B C", "the repeat that begins with bar B ends nowhere"},
     {"EndingWithoutStop", "|: A [1 B :| [2 C ] D", "A B A C D", "the end of the ending over bar B is not written"},
-    {"StopWithoutEnding", "A B ] C", "A B C", "an ending stops behind bar B"},
+    {"StopWithoutEnding", "A B ] C", "A B C", "an ending stops after bar B"},
     {"GapInTheNumbers", "|: A [1 B :| ] [3 C ] D", "A B A B A C D", "no ending is written for pass 2"},
     {"NoSegno", "A B DS C", "A B C", "the D.S. in bar B is passed over: there is no segno"},
     {"NoCoda", "A ToCoda B DC", "A B A B", "the To Coda in bar A is passed over: there is no coda"},

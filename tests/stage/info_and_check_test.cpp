@@ -170,7 +170,7 @@ TEST_F(StageCheck, EveryProblem_IsNamedWithFileAndPlace) {
     ExpectProblems({
         "the name of the change log \"show-draft.logdata\" ends in no version: \"draft\" is not a version: expected "
         "two "
-        "numbers from 0 to 65535 with a point between.",
+        "numbers from 0 to 65535 with a point between",
         "copy.showdata: is passed over, because show.showdata comes later",
         "show-1.0.logdata: song 2: the cut over 1:3 up to 2:3 overlaps the cut over bar 1",
         "show-1.0.logdata: song 2: a tempo scale of 250% is not from 50% to 200%",

@@ -207,7 +207,7 @@ TEST_F(ScoreFile, AnArchiveThatDiffersFromItsIndex_IsRefused) {
     EXPECT_EQ("page 1 of the file \"a.score\" is an image of another type than the index says", spoil(1536, Svg));
     EXPECT_EQ("the end of the file \"a.score\" holds something that is not in the index",
               spoil(archive.size() - 1024, "x"));
-    EXPECT_EQ("the end of the file \"a.score\" has bytes behind it", spoil(archive.size(), "x"));
+    EXPECT_EQ("the end of the file \"a.score\" has bytes after it", spoil(archive.size(), "x"));
 }
 
 TEST_F(ScoreFile, PagesOfAFolder_AreNumberedAsPeopleCount) {

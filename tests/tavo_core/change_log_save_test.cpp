@@ -211,7 +211,7 @@ TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
         FAIL();
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(directory / "a-1.0.logdata" +
-                      ", line 6, song \"3\", edit 1: \"count\" must be a whole number from 0 to 9999.",
+                      ", line 6, song \"3\", edit 1: \"count\" must be a whole number from 0 to 9999",
                   error.what());
     }
     EXPECT_TRUE(kit::listdir(directory.Path()).empty());

@@ -193,7 +193,7 @@ TEST_P(EditorTest, WhatTheRulesForbid_IsRefusedWithOneSentenceAndChangesNothing)
                         {CL::Vamp(Bar(4), Bar(8)), "there already"},
                         {CL::Cut(Bar(11), Bar(13)), "overlaps"},
                         {CL::Cut(Bar(3), Bar(2)), "does not lie after its start"},
-                        {CL::Cut(Bar(20), Bar(22)), "ends behind the song"},
+                        {CL::Cut(Bar(20), Bar(22)), "ends after the song"},
                         {CL::Marker(Bar(30), "x"), "outside the song"},
                         {CL::Repeat(Bar(13), Bar(14), 1), "passes"},
                         {CL::TempoScale(0, Bar(2), 3), "tempo scale"},

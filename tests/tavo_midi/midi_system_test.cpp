@@ -20,7 +20,7 @@ using test_support::Patience;
 
 const std::vector<unsigned char> kStart{0xFA};
 constexpr const char* kConnected = "The MIDI input \"pedal\" is connected.";
-constexpr const char* kGone = "The MIDI input \"pedal\" has gone; it is taken up again when it is back.";
+constexpr const char* kGone = "The MIDI input \"pedal\" was lost; it will reconnect when it returns.";
 constexpr const char* kBack = "The MIDI input \"pedal\" is back.";
 
 /// The process's MIDI system over ports of the test's.
@@ -94,8 +94,8 @@ TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothing_IsOneSentence) {
     };
     ports_->onSend = [](std::span<const unsigned char>) { return false; };
     Install();
-    EXPECT_EQ(problemOf("drum"), "There is no MIDI output \"drum\".");
-    EXPECT_EQ(problemOf("desk"), "The MIDI output \"desk\" does not take the message.");
+    EXPECT_EQ(problemOf("drum"), "there is no MIDI output \"drum\"");
+    EXPECT_EQ(problemOf("desk"), "the MIDI output \"desk\" does not take the message");
 }
 
 TEST_F(TheMidiSystem, ListenerReplacesItselfAndWaitsForAThreadThatReplacesItAgain_NothingHangs) {

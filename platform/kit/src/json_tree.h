@@ -22,7 +22,7 @@ struct JsonTree {
         Kind kind = Kind::Null;
         /// Of the value that holds this one; of the first value itself.
         std::uint32_t parent = 0;
-        /// The next in the same container; 0 behind the last.
+        /// The next in the same container; 0 after the last.
         std::uint32_t next = 0;
         Piece key;
         /// The text; of a Fraction what was written.

@@ -96,7 +96,7 @@ private:
             takenBack_.push_back({std::move(laid_.back())});
     }
 
-    /// The clicks behind the beat that was laid last, which is their first.
+    /// The clicks after the beat that was laid last, which is their first.
     void Generate_(unsigned int step, unsigned int end) {
         unsigned int number = laid_.back().beat() + 1;
         std::uint64_t tick = std::uint64_t{laid_.back().abs_time()} + step;

@@ -77,14 +77,14 @@ std::string ChooseName(const std::string& directory, const std::string& show, co
     for (const std::string& stem : {show, NextCopy(show), NextCopy(lastStem)}) {
         if (stem + ending > last && stem.size() + ending.size() <= longestName) return stem + ending;
     }
-    throw std::runtime_error(fmt::format("no name for version {} comes behind \"{}\" in the directory \"{}\"",
+    throw std::runtime_error(fmt::format("no name for version {} comes after \"{}\" in the directory \"{}\"",
                                          version.GetAsString(), last, directory));
 }
 
 template <class Songs>
 auto& FindSongLog(Songs& songLogs, const std::string& songNumber) {
     const auto found = songLogs.find(songNumber);
-    if (found == songLogs.end()) throw std::out_of_range("The change log has no song \"" + songNumber + "\".");
+    if (found == songLogs.end()) throw std::out_of_range("the change log has no song \"" + songNumber + "\"");
     return found->second;
 }
 
@@ -108,14 +108,14 @@ std::string ChangeLog::AsText() const {
 std::string ChangeLog::Save(const std::string& path) {
     std::string target = path;
     if (target.empty()) {
-        if (directory_.empty()) throw std::runtime_error("The change log has no directory to be saved in.");
+        if (directory_.empty()) throw std::runtime_error("the change log has no directory to be saved in");
         target = kit::path::Join(directory_, ChooseName(directory_, AsFileName(showName_), version_));
     }
     const std::string text = AsText();
     // Nobody notices a file that cannot be read back until the evening it is needed: better refuse it now.
     if (text.size() > longestFile)
         throw std::runtime_error(
-            fmt::format("{}: the change log has {} bytes, and {} are the most.", target, text.size(), longestFile));
+            fmt::format("{}: the change log has {} bytes, and {} are the most", target, text.size(), longestFile));
     // The reader says what is wrong, and where.
     if (!tavo_core::LiesWithinFormat(*this)) static_cast<void>(Parse(text, target));
     kit::WriteNewFileDurably(target, text);

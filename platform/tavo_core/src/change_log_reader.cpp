@@ -51,7 +51,7 @@ public:
         const std::size_t illFormed = kit::FindIllFormedUtf8(text_);
         if (illFormed != std::string::npos)
             throw std::runtime_error(
-                fmt::format("{}, line {}: the text is not well-formed UTF-8.", name_, LineOf(text_, illFormed)));
+                fmt::format("{}, line {}: the text is not well-formed UTF-8", name_, LineOf(text_, illFormed)));
         WatchedIterator begin(text_.data(), reached_);
         WatchedIterator end(text_.data() + text_.size(), reached_);
         nlohmann::json::sax_parse(begin, end, this);
@@ -121,7 +121,7 @@ void Reader::Fail(const std::string& problem) const {
                                      : fmt::format(", song \"{}\"", Shorten(songNumber_));
     }
     if (state_ >= State::Edit) place += fmt::format(", edit {}", editsBegun_);
-    throw std::runtime_error(place + ": " + problem + ".");
+    throw std::runtime_error(place + ": " + problem);
 }
 
 void Reader::FailForType() const {

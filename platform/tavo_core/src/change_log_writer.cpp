@@ -40,7 +40,7 @@ void Append(std::string& to, std::string_view text) {
     to += '"';
 }
 
-// JSON has no word for what is no number; the reader refuses the null.
+// JSON has no word for what is not a number; the reader refuses the null.
 void Append(std::string& to, float number) {
     to += std::isfinite(number) ? ShortestText(number) : "null";
 }

@@ -112,7 +112,7 @@ bool EditBuilder::TakeArgument(Value value) {
 void EditBuilder::AddTo(EditsOfSong& edits) {
     if (!kind_) throw BadEdit("the edit lacks \"kind\"");
     const auto code = FindKind(*kind_);
-    if (!code) throw BadEdit(fmt::format("there is no edit of the kind \"{}\"", Shorten(*kind_)));
+    if (!code) throw BadEdit(fmt::format("\"{}\" is not a kind of edit", Shorten(*kind_)));
     if (*code == codes::Caesura || *code == codes::Marker || *code == codes::Osc)
         AddPointTo(edits, *code);
     else
@@ -206,7 +206,7 @@ float EditBuilder::TakeTempoScale() {
 
 std::string EditBuilder::TakeText(Field field) {
     Value value = TakeOut(field);
-    if (value.type != Value::Type::Text) throw BadEdit(fmt::format("\"{}\" must be a text", logdata::NameOf(field)));
+    if (value.type != Value::Type::Text) throw BadEdit(fmt::format("\"{}\" must be text", logdata::NameOf(field)));
     return std::move(value.text);
 }
 

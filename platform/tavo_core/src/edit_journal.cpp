@@ -157,7 +157,7 @@ void EditJournal::Append(const LogChange& change, const ChangeLog& after) {
 }
 
 void EditJournal::TakeBackLast() {
-    if (!impl_->lastSize) throw std::runtime_error("The journal has no line to be taken back.");
+    if (!impl_->lastSize) throw std::runtime_error("the journal has no line to be taken back");
     impl_->file->Truncate(*impl_->lastSize);
     impl_->chain = impl_->lastChain;
     impl_->hasOrigin = *impl_->lastSize != 0;

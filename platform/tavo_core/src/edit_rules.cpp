@@ -61,7 +61,7 @@ std::string CheckPlace(const Edit& edit, const TL::Timeline& timeline, Speaker& 
             return fmt::format("the {}'s end, {}, does not lie after its start, {}", DescribeKind(edit),
                                speaker.Place(edit.end()), speaker.Place(edit.start()));
         if (edit.end() > end)
-            return fmt::format("the {} from {} to tick {} ends behind the song, whose end is tick {}",
+            return fmt::format("the {} from {} to tick {} ends after the song, whose end is tick {}",
                                DescribeKind(edit), speaker.Place(edit.start()), edit.end(), end);
     }
     const bool liesBehind = edit.start() > end || (edit.start() == end && !MayStandAtEnd<Edit>);
@@ -147,7 +147,7 @@ std::string CheckValue(const Osc& edit, const TL::Timeline&) {
     const std::string& address = edit.address();
     // OSC 1.0 keeps these out of the names of methods; the pattern characters may stand in a message's address.
     if (address.size() < 2 || address.front() != '/' || address.find_first_of(" #\t\n\r") != std::string::npos)
-        return fmt::format("\"{}\" is no OSC address: it begins with / and holds no blank and no #", address);
+        return fmt::format("\"{}\" is not an OSC address: it must begin with / and hold no blank and no #", address);
     if (edit.arguments().size() > tavo_core::logdata::mostArguments)
         return fmt::format("an OSC message has at most {} arguments", tavo_core::logdata::mostArguments);
     for (const OscArgument& argument : edit.arguments()) {

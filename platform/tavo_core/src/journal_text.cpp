@@ -33,7 +33,7 @@ std::string AsHex(std::uint64_t hash) {
     return fmt::format("{:016x}", hash);
 }
 
-/// `members` are those of a JSON object behind its first one, with the closing brace.
+/// `members` are those of a JSON object after its first one, with the closing brace.
 std::string MakeLine(const std::string& members, std::uint64_t& chain) {
     chain = Hash(members, chain);
     return fmt::format("{}{}{}{}\n", checkBegin, AsHex(chain), checkEnd, members);
@@ -63,7 +63,7 @@ std::string WriteEdits(const CL::LogChange& change, bool removed) {
                 },
                 any);
         }
-        // Two states that differ tell that it changes.
+        // Two states that differ say that it changes.
         if (song.attacca) songLog.SetAttacca(removed ? song.attacca->before : song.attacca->after);
     }
     std::string text = WriteChangeLog(log);
@@ -76,7 +76,7 @@ CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, cons
     const std::size_t removedAt = members.find(removedKey);
     const std::size_t addedAt = members.find(addedKey, removedAt);
     if (addedAt == std::string_view::npos || members.back() != '}')
-        throw std::runtime_error(place + ": the line is no change.");
+        throw std::runtime_error(place + ": the line is not a change");
     stateAfter = members.substr(stateKey.size(), removedAt - stateKey.size());
     const std::size_t removedFrom = removedAt + removedKey.size();
     const std::size_t addedFrom = addedAt + addedKey.size();
@@ -109,14 +109,14 @@ CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, cons
 Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
     Origin origin;
     try {
-        if (object.at("format") != formatName) throw std::runtime_error(name + " is no journal of a change log.");
+        if (object.at("format") != formatName) throw std::runtime_error(name + " is not a journal of a change log");
         if (object.at("formatVersion") != formatVersion)
-            throw std::runtime_error(fmt::format("{}: the format version is not {}.", name, formatVersion));
+            throw std::runtime_error(fmt::format("{}: the format version is not {}", name, formatVersion));
         origin.logName = object.at("log").get<std::string>();
         if (!object.at("bytes").is_null()) origin.bytes = object.at("bytes").get<std::uintmax_t>();
         origin.hash = object.at("hash").get<std::string>();
     } catch (const nlohmann::json::exception&) {
-        throw std::runtime_error(name + " is no journal of a change log.");
+        throw std::runtime_error(name + " is not a journal of a change log");
     }
     return origin;
 }
@@ -129,12 +129,12 @@ void ReadMembers(const std::string& members, Text& text, const std::string& name
     }
     const nlohmann::json object = nlohmann::json::parse("{" + members, nullptr, false);
     if (!text.origin) {
-        if (!object.is_object()) throw std::runtime_error(name + " is no journal of a change log.");
+        if (!object.is_object()) throw std::runtime_error(name + " is not a journal of a change log");
         text.origin = ReadOrigin(object, name);
     } else if (object.is_object() && object.contains("savedIn") && object["savedIn"].is_string()) {
         text.savedIn = object["savedIn"].get<std::string>();
     } else {
-        throw std::runtime_error(place + ": the line is neither a change nor a note of saving.");
+        throw std::runtime_error(place + ": the line is neither a change nor a note of saving");
     }
 }
 
@@ -197,10 +197,10 @@ Text Read(const std::string& text, const std::string& name) {
             end == text.size() ? std::nullopt
                                : TakeMembers(std::string_view(text).substr(from, end - from), read.chain);
         if (!members) {
-            if (lineNumber == 1 && !isLast) throw std::runtime_error(name + " is no journal of a change log.");
+            if (lineNumber == 1 && !isLast) throw std::runtime_error(name + " is not a journal of a change log");
             read.problems.push_back(
-                isLast ? fmt::format("{}: the last line is not whole, its change was never finished.", name)
-                       : fmt::format("{}, line {}: the line is damaged, the changes from there on are lost.", name,
+                isLast ? fmt::format("{}: the last line is not whole, its change was never finished", name)
+                       : fmt::format("{}, line {}: the line is damaged, the changes from there on are lost", name,
                                      lineNumber));
             break;
         }

@@ -40,7 +40,7 @@ struct Origin {
 struct Text {
     std::optional<Origin> origin;
     std::vector<CL::LogChange> changes;
-    /// HashOfEdits behind the last change.
+    /// HashOfEdits after the last change.
     std::string stateAfter;
     std::string savedIn;
     /// Bytes of the lines that are good, from the start, and the last one's checksum.
@@ -49,7 +49,7 @@ struct Text {
     std::vector<std::string> problems;
 };
 /// Reads a journal's text up to the first line that is torn or damaged. Throws std::runtime_error with one sentence
-/// where it is no journal; `name` stands for the file.
+/// where it is not a journal; `name` stands for the file.
 [[nodiscard]] Text Read(const std::string& text, const std::string& name);
 
 }  // namespace tavo_core::journal

@@ -126,13 +126,13 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
         while (!mustEnd) {
             while (sem_wait(&arrived) != 0) {
             }
-            // The lock is let go between pieces, for those who wait to disconnect.
+            // The lock is let go between chunks, for those who wait to disconnect.
             while (DeliverPieceOrLog()) {
             }
         }
     }
 
-    /// What throws although no listener did, such as a lack of memory for a long message, costs one piece.
+    /// What throws although no listener did, such as a lack of memory for a long message, costs one chunk.
     bool DeliverPieceOrLog() {
         try {
             return DeliverPiece();
@@ -198,8 +198,8 @@ void MidiMessageDispatcher::ConnectSourceByIndex(unsigned char index) {
     const std::vector<std::string> names = MidiSystem::Get().GetNames(true);
     if (index >= names.size())
         throw std::out_of_range(
-            names.empty() ? fmt::format("There is no MIDI input {}: the system has none.", index)
-                          : fmt::format("There is no MIDI input {}: the last one is {}.", index, names.size() - 1));
+            names.empty() ? fmt::format("there is no MIDI input {}: the system has none", index)
+                          : fmt::format("there is no MIDI input {}: the last one is {}", index, names.size() - 1));
     ConnectSourceByName(names[index]);
 }
 

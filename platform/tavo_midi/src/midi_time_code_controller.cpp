@@ -199,8 +199,8 @@ void MidiTimeCodeController::SetOutputPortIndex(unsigned int index) {
     const std::vector<std::string> names = MidiSystem::Get().GetNames(false);
     if (index >= names.size())
         throw std::out_of_range(
-            names.empty() ? fmt::format("There is no MIDI output {}: the system has none.", index)
-                          : fmt::format("There is no MIDI output {}: the last one is {}.", index, names.size() - 1));
+            names.empty() ? fmt::format("there is no MIDI output {}: the system has none", index)
+                          : fmt::format("there is no MIDI output {}: the last one is {}", index, names.size() - 1));
     SetOutputPortName(names[index]);
 }
 
@@ -251,7 +251,7 @@ void MidiTimeCodeController::SetSongOffset(const std::string& songNumber, std::o
             return;
         }
         if (!IsTimeCode(*offset, settings.frameRate))
-            throw std::out_of_range(fmt::format("The offset of song {} is not a time code of {} frames a second.",
+            throw std::out_of_range(fmt::format("the offset of song {} is not a time code of {} frames a second",
                                                 songNumber, ConvertFrameRateToString(settings.frameRate)));
         settings.songOffsets[songNumber] = *offset;
     });

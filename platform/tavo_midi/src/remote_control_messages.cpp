@@ -22,7 +22,7 @@ std::optional<std::string> ReadCueNumber(Bytes data) {
     return number;
 }
 
-/// Show Control: the data behind `F0 7F device 02 format`, without the end.
+/// Show Control: the data after `F0 7F device 02 format`, without the end.
 std::optional<RemoteRequest> ReadShowControl(unsigned char command, Bytes data) {
     RemoteRequest request;
     switch (command) {
@@ -65,7 +65,7 @@ std::optional<std::chrono::nanoseconds> ReadLocate(Bytes data) {
         ConvertFramesToNanoseconds(ConvertTimeCodeToFrames(timeCode, frameRate), frameRate));
 }
 
-/// Machine control: the data behind `F0 7F device 06`, without the end.
+/// Machine control: the data after `F0 7F device 06`, without the end.
 std::optional<RemoteRequest> ReadMachineControl(unsigned char command, Bytes data) {
     RemoteRequest request{CommandDoor::MachineControl, {}, {}, {}};
     switch (command) {

@@ -7,10 +7,10 @@
 
 namespace tavo_midi {
 
-/// The member that tells what a show is made of.
+/// The member that says what a show is made of.
 inline constexpr const char* ShowJsonName = "show.json";
 
-/// One song as `show.json` tells it.
+/// One song as `show.json` describes it.
 struct ShowJsonSong {
     SongOptions options;
     std::string smfName;

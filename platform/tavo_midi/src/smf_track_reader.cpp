@@ -274,7 +274,7 @@ void SmfTrackReader::ReadTempo(std::size_t at, std::size_t length) {
     if (length >= 3)
         microseconds =
             std::uint32_t{ByteAt(at)} << 16U | std::uint32_t{ByteAt(at + 1)} << 8U | std::uint32_t{ByteAt(at + 2)};
-    if (microseconds == 0) return WarnAt(at, "the tempo is no number of microseconds and is left out");
+    if (microseconds == 0) return WarnAt(at, "the tempo is not a number of microseconds and is left out");
     track_.tempos.emplace_back(tick_, microseconds);
 }
 

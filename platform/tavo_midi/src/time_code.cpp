@@ -27,7 +27,7 @@ std::int64_t CountPerSecond(FrameRate frameRate) {
             return 30;
     }
     throw std::out_of_range(
-        fmt::format("{} is not a frame rate: the values are 0 to 3.", static_cast<unsigned int>(frameRate)));
+        fmt::format("{} is not a frame rate: the values are 0 to 3", static_cast<unsigned int>(frameRate)));
 }
 
 bool Drops(FrameRate frameRate) {
@@ -105,7 +105,7 @@ TimeCode ConvertStringToTimeCode(const std::string& text, FrameRate frameRate) {
                                     &timeCode.seconds, &separator, &timeCode.frames, &length) == 5 &&
                         static_cast<std::size_t>(length) == text.size() && (separator == ':' || separator == ';');
     if (!isRead || !IsTimeCode(timeCode, frameRate))
-        throw std::out_of_range(fmt::format("\"{}\" is not a time code of {} frames a second, such as 01:00:00:00.",
+        throw std::out_of_range(fmt::format("\"{}\" is not a time code of {} frames a second, such as 01:00:00:00",
                                             text, ConvertFrameRateToString(frameRate)));
     return timeCode;
 }

@@ -31,7 +31,7 @@ constexpr std::size_t kSlots = 4;
 constexpr std::size_t kLongestSent = 255;
 /// After so many cycles a new connection is there for all clients: one may still be in the cycle before.
 constexpr int kSettledCycles = 2;
-/// A server that has made no cycle for so long stands still: it is as good as gone.
+/// A server that has made no cycle for so long hangs: it is as good as gone.
 constexpr std::chrono::seconds kStandstill{1};
 
 struct SentMessage {
@@ -138,7 +138,7 @@ private:
     [[nodiscard]] bool IsConnectionMade_(const std::string& ownPrefix, const std::string& destinationName) const;
     [[nodiscard]] std::vector<std::string> List_(unsigned long flags) const;
 
-    /// For callbacks on the thread that tells of ports and of the server's end: it is older than the object, and
+    /// For callbacks on the thread that reports ports and the server's end: it is older than the object, and
     /// libjack gives it the object's address without anything that orders memory between threads.
     static JackMidiPorts* TakeOver(void* self) {
         static_cast<void>(handOvers_.load(std::memory_order_acquire));
@@ -227,7 +227,7 @@ template <class SlotType>
 SlotType& JackMidiPorts::TakeSlot_(std::array<SlotType, kSlots>& slots) {
     const std::lock_guard lock(mutex_);
     const auto free = std::find_if(slots.begin(), slots.end(), [](const Slot& slot) { return !slot.isTaken; });
-    if (free == slots.end()) throw std::runtime_error("JACK gives no further MIDI port.");
+    if (free == slots.end()) throw std::runtime_error("JACK has no further MIDI port");
     free->isTaken = true;
     return *free;
 }
@@ -255,8 +255,8 @@ jack_port_t* JackMidiPorts::Connect_(Slot& slot, const std::string& ownName, uns
     }
     if (opened && opened->isConnected) return opened->port;
     FreeSlot_(slot);
-    if (!opened) throw std::runtime_error("The JACK server does not answer.");
-    throw std::runtime_error(fmt::format("JACK does not connect the MIDI port \"{}\".", otherName));
+    if (!opened) throw std::runtime_error("the JACK server does not respond");
+    throw std::runtime_error(fmt::format("JACK does not connect the MIDI port \"{}\"", otherName));
 }
 
 void JackMidiPorts::FreeSlot_(Slot& slot) {

@@ -17,7 +17,7 @@ namespace {
 /// What a jump leads to.
 enum class Aim { Any, Fine, Coda };
 
-/// Bars and marks on the way, for each bar that there may be: a bar full of marks is not repeated for ever.
+/// Bars and marks on the way, for each bar that there may be: a bar full of marks is not repeated forever.
 constexpr std::size_t MostWork = 16;
 
 bool Holds(const std::vector<int>& numbers, int number) {
@@ -40,7 +40,7 @@ Aim FindAim(const WrittenBar& bar) {
     return aim;
 }
 
-/// Where a sign that is jumped to stands: the index of the first bar behind it.
+/// Where a sign that is jumped to stands: the index of the first bar after it.
 struct Target {
     std::size_t bar;
     std::string label;

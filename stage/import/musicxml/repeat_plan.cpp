@@ -67,7 +67,7 @@ private:
                 Note(fmt::format("the ending over {} has no number and is played in every pass", NameBar(bars_, bar)));
                 end = FindEndOfEnding(bar);
             } else if (bars_[bar].endingStop && bar >= end) {
-                Note(fmt::format("an ending stops behind {} and begins nowhere", NameBar(bars_, bar)));
+                Note(fmt::format("an ending stops after {} and begins nowhere", NameBar(bars_, bar)));
             }
         }
     }
@@ -206,7 +206,7 @@ private:
             passage.times = highest;
             FillGaps(highest, endings);
         } else {
-            // The bars behind the only ending are its last pass, unless the count says that it is played in all.
+            // The bars after the only ending are its last pass, unless the count says that it is played in all.
             const bool isPlayedInAll = passage.times > 2 && passage.times <= highest;
             passage.times = isPlayedInAll ? highest : highest + 1;
         }
@@ -278,8 +278,8 @@ std::string NameBar(const std::vector<WrittenBar>& bars, std::size_t bar) {
         --before;
     if (before == 0) return fmt::format("bar number {} of the file", bar + 1);
     const std::size_t distance = bar - before + 1;
-    if (distance == 1) return "the bar behind bar " + bars[before - 1].label;
-    return fmt::format("the bar {} bars behind bar {}", distance, bars[before - 1].label);
+    if (distance == 1) return "the bar after bar " + bars[before - 1].label;
+    return fmt::format("the bar {} bars after bar {}", distance, bars[before - 1].label);
 }
 
 }  // namespace stage::musicxml

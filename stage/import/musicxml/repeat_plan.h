@@ -78,7 +78,7 @@ inline constexpr std::size_t MaxRepeatDepth = 64;
 /// is played; a single one that goes back leaves its last pass to the bars after it.
 [[nodiscard]] RepeatPlan PlanRepeats(const std::vector<WrittenBar>& bars);
 
-/// "bar 12"; "the bar behind bar 12" where nothing is printed.
+/// "bar 12"; "the bar after bar 12" where nothing is printed.
 [[nodiscard]] std::string NameBar(const std::vector<WrittenBar>& bars, std::size_t bar);
 
 }  // namespace stage::musicxml

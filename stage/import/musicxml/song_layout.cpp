@@ -23,7 +23,7 @@ namespace {
 constexpr Units MostNumerator = 255;
 constexpr Units FinestDenominator = 128;
 
-/// What tells an operator or a conductor how the show goes on, not how to play.
+/// What shows an operator or a conductor how the show goes on, not how to play.
 constexpr std::array<const char*, 9> CueWords{"vamp",     "safety",   "attacca", "segue",     "cue",
                                               "dialogue", "applause", "tacet",   "underscore"};
 

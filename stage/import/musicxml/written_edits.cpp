@@ -106,7 +106,8 @@ private:
         const auto name = [&](MarkKind kind, const char* jump) {
             ForEachMark(kind, [&](std::size_t bar, const WrittenMark&) {
                 hasJumps = true;
-                Note(fmt::format("the {} in {} is no edit: playback goes on there", jump, NameBar(score_.bars, bar)));
+                Note(fmt::format("the {} in {} is not an edit: playback goes on there", jump,
+                                 NameBar(score_.bars, bar)));
             });
         };
         name(MarkKind::DaCapo, "D.C.");
