@@ -45,16 +45,10 @@ Settings::Output ReadOutput(kit::JsonObject object) {
     return output;
 }
 
-std::string ReadFilledText(const JsonValue& value) {
-    std::string text = value.AsText();
-    if (text.empty()) value.Fail("must not be empty");
-    return text;
-}
-
 Settings::OscTarget ReadOscTarget(kit::JsonObject object) {
     Settings::OscTarget target;
-    target.name = ReadFilledText(object.Get("name"));
-    object.Read("host", [&](const JsonValue& value) { target.host = ReadFilledText(value); });
+    target.name = object.Get("name").AsFilledText();
+    object.Read("host", [&](const JsonValue& value) { target.host = value.AsFilledText(); });
     target.port = static_cast<std::uint16_t>(object.Get("port").AsInteger(1, 65535));
     object.Read("transport", [&](const JsonValue& value) { target.transport = value.AsOneOf(TransportWords); });
     object.RefuseOtherKeys();

@@ -123,6 +123,8 @@ TEST(JsonValue, OfTheWrongTypeOrRange_IsRefusedWithFilePlaceAndValue) {
          "f.json: the outermost value must be true or false, not 1"},
         {"1", [](const JsonValue& value) { static_cast<void>(value.AsText()); },
          "f.json: the outermost value must be text, not 1"},
+        {R"([""])", [](const JsonValue& value) { static_cast<void>(value.AsList()[0].AsFilledText()); },
+         "f.json: [0] must not be empty"},
         {R"(["abc"])", [](const JsonValue& value) { static_cast<void>(value.AsList()[0].AsText(2)); },
          "f.json: [0] must not be longer than 2 bytes"},
         {R"({"l":[[1,2,3]]})",

@@ -129,6 +129,12 @@ std::string JsonValue::AsText(std::size_t longest) const {
     return std::string(tree_->See(value.text));
 }
 
+std::string JsonValue::AsFilledText() const {
+    std::string text = AsText();
+    if (text.empty()) Fail("must not be empty");
+    return text;
+}
+
 std::int64_t JsonValue::AsInteger(std::int64_t lowest, std::int64_t highest) const {
     const JsonTree::Value& value = tree_->values[index_];
     if (value.kind != Kind::Integer || value.integer < lowest || value.integer > highest)

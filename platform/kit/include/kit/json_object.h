@@ -36,6 +36,8 @@ public:
     [[nodiscard]] bool AsFlag() const;
     /// UTF-8 of at most `longest` bytes.
     [[nodiscard]] std::string AsText(std::size_t longest = 10000) const;
+    /// The same with at least one byte.
+    [[nodiscard]] std::string AsFilledText() const;
     /// Written without point and exponent, [lowest, highest].
     [[nodiscard]] std::int64_t AsInteger(std::int64_t lowest, std::int64_t highest) const;
     /// The same from 0 on.
