@@ -24,13 +24,13 @@ bool IsLetter(char c) {
 
 /// Names that programs give to a track of tempos when nobody has named it.
 bool IsEmptyTrackName(const std::string& name) {
-    constexpr std::array<std::string_view, 9> words{"control track", "conductor",    "conductor track",
+    constexpr std::array<std::string_view, 9> Words{"control track", "conductor",    "conductor track",
                                                     "tempo",         "tempo track",  "untitled",
                                                     "track",         "master track", "sequence"};
     std::string plain = ToLower(name);
     while (!plain.empty() && (IsDigit(plain.back()) || plain.back() == ' ' || plain.back() == '#'))
         plain.pop_back();
-    return plain.empty() || std::find(words.begin(), words.end(), plain) != words.end();
+    return plain.empty() || std::find(Words.begin(), Words.end(), plain) != Words.end();
 }
 
 class MidiFileReader : public SongFileReader {

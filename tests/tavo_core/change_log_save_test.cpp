@@ -220,8 +220,8 @@ TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
 TEST(ChangeLogSave, AnyValues_AreSavedExactlyWhenTheyCanBeReadBack) {
     std::mt19937 random(23);
     int saved = 0;
-    constexpr int rounds = 1000;
-    for (int round = 0; round < rounds; ++round) {
+    constexpr int Rounds = 1000;
+    for (int round = 0; round < Rounds; ++round) {
         const TemporaryDirectory directory;
         ChangeLog log = MakeLogIn(directory, "a");
         if (random() % 20 == 0) log.SetShowName(std::string(4096 + random() % 2, 's'));
@@ -243,8 +243,8 @@ TEST(ChangeLogSave, AnyValues_AreSavedExactlyWhenTheyCanBeReadBack) {
             ASSERT_EQ(refusal, error.what()) << log.AsText();
         }
     }
-    EXPECT_GT(saved, rounds / 5);
-    EXPECT_LT(saved, rounds * 4 / 5);
+    EXPECT_GT(saved, Rounds / 5);
+    EXPECT_LT(saved, Rounds * 4 / 5);
 }
 
 TEST(ChangeLogSave, WithoutADirectoryOrInAMissingOne_IsRefused) {

@@ -66,10 +66,10 @@ protected:
 class InvertedPairs : public EditorTest {};
 class ClickRepair : public EditorTest {};
 
-constexpr auto nameOf = [](const auto& info) { return info.param == Held::Active ? "Active" : "Own"; };
-INSTANTIATE_TEST_SUITE_P(Log, EditorTest, testing::Values(Held::Active, Held::Own), nameOf);
-INSTANTIATE_TEST_SUITE_P(Log, InvertedPairs, testing::Values(Held::Active, Held::Own), nameOf);
-INSTANTIATE_TEST_SUITE_P(Log, ClickRepair, testing::Values(Held::Active, Held::Own), nameOf);
+constexpr auto NameOf = [](const auto& info) { return info.param == Held::Active ? "Active" : "Own"; };
+INSTANTIATE_TEST_SUITE_P(Log, EditorTest, testing::Values(Held::Active, Held::Own), NameOf);
+INSTANTIATE_TEST_SUITE_P(Log, InvertedPairs, testing::Values(Held::Active, Held::Own), NameOf);
+INSTANTIATE_TEST_SUITE_P(Log, ClickRepair, testing::Values(Held::Active, Held::Own), NameOf);
 
 }  // namespace
 

@@ -19,9 +19,9 @@ using tavo_midi::MidiPortReport;
 using test_support::Patience;
 
 const std::vector<unsigned char> kStart{0xFA};
-constexpr const char* kConnected = "The MIDI input \"pedal\" is connected.";
-constexpr const char* kGone = "The MIDI input \"pedal\" was lost; it will reconnect when it returns.";
-constexpr const char* kBack = "The MIDI input \"pedal\" is back.";
+constexpr const char* Connected = "The MIDI input \"pedal\" is connected.";
+constexpr const char* Gone = "The MIDI input \"pedal\" was lost; it will reconnect when it returns.";
+constexpr const char* Back = "The MIDI input \"pedal\" is back.";
 
 /// The process's MIDI system over ports of the test's.
 class TheMidiSystem : public testing::Test {
@@ -113,7 +113,7 @@ TEST_F(TheMidiSystem, ListenerReplacesItselfAndWaitsForAThreadThatReplacesItAgai
     ASSERT_TRUE(reports_.WaitFor("replaced"));
     EXPECT_TRUE(isDone);
     ports_->isPlugged = false;
-    EXPECT_TRUE(reports_.WaitFor(kGone));
+    EXPECT_TRUE(reports_.WaitFor(Gone));
 }
 
 TEST_F(TheMidiSystem, ListenerTakenAwayWhileItRuns_WaitsForItsEnd) {
@@ -157,7 +157,7 @@ TEST_F(TheMidiSystem, ListenerThrows_IsLoggedAndHearsTheNextReport) {
     EXPECT_TRUE(log.WaitFor("Unknown exception."));
     EXPECT_NE(log.Read().find("MIDI ports"), std::string::npos) << log.Read();
     ports_->isPlugged = true;
-    EXPECT_TRUE(reports_.WaitFor(kBack));
+    EXPECT_TRUE(reports_.WaitFor(Back));
 }
 
 TEST_F(TheMidiSystem, PortsThrowWhenLookedAt_IsLoggedOnceAndTheNextLookFindsThem) {
@@ -173,7 +173,7 @@ TEST_F(TheMidiSystem, PortsThrowWhenLookedAt_IsLoggedOnceAndTheNextLookFindsThem
     Install();
     MidiMessageDispatcher dispatcher;
     dispatcher.ConnectSourceByName("pedal");
-    ASSERT_TRUE(reports_.WaitFor(kConnected));
+    ASSERT_TRUE(reports_.WaitFor(Connected));
     for (int kind = 1; kind <= 2; ++kind) {
         throws = kind;
         EXPECT_TRUE(log.WaitFor(kind == 1 ? "The ports are on strike." : "Unknown exception."));
@@ -183,9 +183,9 @@ TEST_F(TheMidiSystem, PortsThrowWhenLookedAt_IsLoggedOnceAndTheNextLookFindsThem
         EXPECT_TRUE(dispatcher.GetIsConnected());
         ports_->isPlugged = false;
         throws = 0;
-        EXPECT_TRUE(reports_.WaitFor(kGone));
+        EXPECT_TRUE(reports_.WaitFor(Gone));
         ports_->isPlugged = true;
-        EXPECT_TRUE(reports_.WaitFor(kBack));
+        EXPECT_TRUE(reports_.WaitFor(Back));
     }
     const std::string lines = log.Read();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2) << lines;
@@ -208,7 +208,7 @@ TEST_F(TheMidiSystem, PortsThrowWhenAPortIsChosen_TheChoiceStandsAndIsConnectedL
     dispatcher.ConnectSourceByName("pedal");
     EXPECT_FALSE(dispatcher.GetIsConnected());
     throws = false;
-    EXPECT_TRUE(reports_.WaitFor(kConnected));
+    EXPECT_TRUE(reports_.WaitFor(Connected));
 }
 
 TEST_F(TheMidiSystem, PortThrowsWhenItIsOpened_IsOpenedByALaterLook) {
@@ -222,7 +222,7 @@ TEST_F(TheMidiSystem, PortThrowsWhenItIsOpened_IsOpenedByALaterLook) {
     Install();
     MidiMessageDispatcher dispatcher;
     dispatcher.ConnectSourceByName("pedal");
-    EXPECT_TRUE(reports_.WaitFor(kConnected));
+    EXPECT_TRUE(reports_.WaitFor(Connected));
     EXPECT_EQ(opens, 3);
 }
 

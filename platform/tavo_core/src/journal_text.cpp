@@ -17,17 +17,17 @@ namespace tavo_core::journal {
 
 namespace {
 
-constexpr std::string_view formatName = "logdata journal";
-constexpr unsigned int formatVersion = 1;
-constexpr std::uintmax_t longestLog = 64U << 20U;
+constexpr std::string_view FormatName = "logdata journal";
+constexpr unsigned int FormatVersion = 1;
+constexpr std::uintmax_t LongestLog = 64U << 20U;
 
-constexpr std::string_view checkBegin = "{\"check\":\"";
-constexpr std::string_view checkEnd = "\",";
-constexpr std::size_t checkDigits = 16;
-constexpr std::string_view stateKey = "\"state\":\"";
+constexpr std::string_view CheckBegin = "{\"check\":\"";
+constexpr std::string_view CheckEnd = "\",";
+constexpr std::size_t CheckDigits = 16;
+constexpr std::string_view StateKey = "\"state\":\"";
 // Quotation marks inside a JSON text are escaped, so that these stand nowhere else.
-constexpr std::string_view removedKey = "\",\"removed\":";
-constexpr std::string_view addedKey = ",\"added\":";
+constexpr std::string_view RemovedKey = "\",\"removed\":";
+constexpr std::string_view AddedKey = ",\"added\":";
 
 std::string AsHex(std::uint64_t hash) {
     return fmt::format("{:016x}", hash);
@@ -36,17 +36,17 @@ std::string AsHex(std::uint64_t hash) {
 /// `members` are those of a JSON object after its first one, with the closing brace.
 std::string MakeLine(const std::string& members, std::uint64_t& chain) {
     chain = Hash(members, chain);
-    return fmt::format("{}{}{}{}\n", checkBegin, AsHex(chain), checkEnd, members);
+    return fmt::format("{}{}{}{}\n", CheckBegin, AsHex(chain), CheckEnd, members);
 }
 
 /// The members of a line whose checksum is right; none for any other.
 std::optional<std::string> TakeMembers(std::string_view line, std::uint64_t& chain) {
-    const std::size_t before = checkBegin.size() + checkDigits + checkEnd.size();
-    if (line.size() < before || !line.starts_with(checkBegin)) return std::nullopt;
-    if (line.substr(before - checkEnd.size(), checkEnd.size()) != checkEnd) return std::nullopt;
+    const std::size_t before = CheckBegin.size() + CheckDigits + CheckEnd.size();
+    if (line.size() < before || !line.starts_with(CheckBegin)) return std::nullopt;
+    if (line.substr(before - CheckEnd.size(), CheckEnd.size()) != CheckEnd) return std::nullopt;
     const std::string_view members = line.substr(before);
     const std::uint64_t hash = Hash(members, chain);
-    if (line.substr(checkBegin.size(), checkDigits) != AsHex(hash)) return std::nullopt;
+    if (line.substr(CheckBegin.size(), CheckDigits) != AsHex(hash)) return std::nullopt;
     chain = hash;
     return std::string(members);
 }
@@ -73,13 +73,13 @@ std::string WriteEdits(const CL::LogChange& change, bool removed) {
 }
 
 CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, const std::string& place) {
-    const std::size_t removedAt = members.find(removedKey);
-    const std::size_t addedAt = members.find(addedKey, removedAt);
+    const std::size_t removedAt = members.find(RemovedKey);
+    const std::size_t addedAt = members.find(AddedKey, removedAt);
     if (addedAt == std::string_view::npos || members.back() != '}')
         throw std::runtime_error(place + ": the line is not a change");
-    stateAfter = members.substr(stateKey.size(), removedAt - stateKey.size());
-    const std::size_t removedFrom = removedAt + removedKey.size();
-    const std::size_t addedFrom = addedAt + addedKey.size();
+    stateAfter = members.substr(StateKey.size(), removedAt - StateKey.size());
+    const std::size_t removedFrom = removedAt + RemovedKey.size();
+    const std::size_t addedFrom = addedAt + AddedKey.size();
     const CL::ChangeLog removed = ReadChangeLog(std::string(members.substr(removedFrom, addedAt - removedFrom)), place);
     const CL::ChangeLog added =
         ReadChangeLog(std::string(members.substr(addedFrom, members.size() - 1 - addedFrom)), place);
@@ -109,9 +109,9 @@ CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, cons
 Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
     Origin origin;
     try {
-        if (object.at("format") != formatName) throw std::runtime_error(name + " is not a journal of a change log");
-        if (object.at("formatVersion") != formatVersion)
-            throw std::runtime_error(fmt::format("{}: the format version is not {}", name, formatVersion));
+        if (object.at("format") != FormatName) throw std::runtime_error(name + " is not a journal of a change log");
+        if (object.at("formatVersion") != FormatVersion)
+            throw std::runtime_error(fmt::format("{}: the format version is not {}", name, FormatVersion));
         origin.logName = object.at("log").get<std::string>();
         if (!object.at("bytes").is_null()) origin.bytes = object.at("bytes").get<std::uintmax_t>();
         origin.hash = object.at("hash").get<std::string>();
@@ -122,7 +122,7 @@ Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
 }
 
 void ReadMembers(const std::string& members, Text& text, const std::string& name, const std::string& place) {
-    if (text.origin && members.starts_with(stateKey)) {
+    if (text.origin && members.starts_with(StateKey)) {
         text.changes.push_back(ReadChange(members, text.stateAfter, place));
         text.savedIn.clear();
         return;
@@ -159,7 +159,7 @@ std::string HashOfEdits(const CL::ChangeLog& log) {
 Origin FindOrigin(const std::string& logPath) {
     Origin origin{kit::path::basename(logPath), std::nullopt, ""};
     if (!std::filesystem::exists(logPath)) return origin;
-    const std::string bytes = kit::ReadFile(logPath, longestLog);
+    const std::string bytes = kit::ReadFile(logPath, LongestLog);
     origin.bytes = bytes.size();
     origin.hash = AsHex(Hash(bytes));
     return origin;
@@ -168,14 +168,14 @@ Origin FindOrigin(const std::string& logPath) {
 std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
     const nlohmann::json logName = origin.logName;
     return MakeLine(
-        fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"}}", formatName,
-                    formatVersion, logName.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
+        fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"}}", FormatName,
+                    FormatVersion, logName.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
                     origin.bytes ? std::to_string(*origin.bytes) : "null", origin.hash),
         chain);
 }
 
 std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain) {
-    return MakeLine(fmt::format("{}{}{}{}{}{}}}", stateKey, stateAfter, removedKey, WriteEdits(change, true), addedKey,
+    return MakeLine(fmt::format("{}{}{}{}{}{}}}", StateKey, stateAfter, RemovedKey, WriteEdits(change, true), AddedKey,
                                 WriteEdits(change, false)),
                     chain);
 }

@@ -12,7 +12,7 @@
 /// saved in. A line is a JSON object that begins with a checksum of all that follows and of the lines before.
 namespace tavo_core::journal {
 
-inline constexpr std::uintmax_t longestFile = 256U << 20U;
+inline constexpr std::uintmax_t LongestFile = 256U << 20U;
 
 /// A 64-bit FNV-1a hash, going on from `before`.
 [[nodiscard]] std::uint64_t Hash(std::string_view bytes, std::uint64_t before = 0xcbf29ce484222325U);

@@ -16,7 +16,7 @@ namespace tavo_midi {
 namespace {
 
 /// How often a system that announces nothing is looked at, and how often one that is not there is looked for.
-constexpr std::chrono::milliseconds kLookInterval{250};
+constexpr std::chrono::milliseconds LookInterval{250};
 
 bool Contains(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
@@ -250,7 +250,7 @@ void MidiSystem::Watch_(const std::stop_token& stop) {
         Tell_();
         {
             std::unique_lock lock(wakeMutex_);
-            wake_.wait_for(lock, stop, kLookInterval, [this] { return mustLook_; });
+            wake_.wait_for(lock, stop, LookInterval, [this] { return mustLook_; });
             mustLook_ = false;
         }
         const std::lock_guard lock(mutex_);

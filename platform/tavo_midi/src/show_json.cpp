@@ -15,7 +15,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::uint32_t kFormatVersion = 1;
+constexpr std::uint32_t FormatVersion = 1;
 
 Json ToJson(const ShowJsonSong& song) {
     const SongOptions& options = song.options;
@@ -62,19 +62,13 @@ void ReadPages(const kit::JsonValue& list, SongOptions& options, std::vector<std
     }
 }
 
-std::string ReadFilledText(const kit::JsonValue& value) {
-    std::string text = value.AsText();
-    if (text.empty()) value.Fail("must not be empty");
-    return text;
-}
-
 ShowJsonSong ReadSong(kit::JsonObject reader, std::vector<std::string>& warnings) {
     ShowJsonSong song;
     SongOptions& options = song.options;
-    options.number = ReadFilledText(reader.Get("number"));
+    options.number = reader.Get("number").AsFilledText();
     options.title = reader.Get("title").AsText();
     const kit::JsonValue smf = reader.Get("smf");
-    song.smfName = ReadFilledText(smf);
+    song.smfName = smf.AsFilledText();
     if (song.smfName == ShowJsonName) smf.FailAs("must be the name of a Standard MIDI File");
     reader.Read("sequence", [&](const kit::JsonValue& value) { options.sequence = value.AsUnsigned(65535); });
     options.startTick = reader.Get("startTick").AsUnsigned();
@@ -96,7 +90,7 @@ ShowJsonSong ReadSong(kit::JsonObject reader, std::vector<std::string>& warnings
 std::string WriteShowJson(const ShowJson& show) {
     Json json;
     json["title"] = show.title;
-    json["formatVersion"] = kFormatVersion;
+    json["formatVersion"] = FormatVersion;
     json["songs"] = Json::array();
     for (const ShowJsonSong& song : show.songs)
         json["songs"].push_back(ToJson(song));
@@ -107,8 +101,8 @@ ShowJson ReadShowJson(const std::string& text, const std::string& place) {
     const kit::JsonText json(text, place, {.bytes = MaxShowJsonBytes});
     kit::JsonObject reader = json.Object();
     const kit::JsonValue version = reader.Get("formatVersion");
-    if (version.AsUnsigned() != kFormatVersion)
-        version.Fail(fmt::format("is {}, but only {} can be read", version.AsUnsigned(), kFormatVersion));
+    if (version.AsUnsigned() != FormatVersion)
+        version.Fail(fmt::format("is {}, but only {} can be read", version.AsUnsigned(), FormatVersion));
     ShowJson show;
     show.title = reader.Get("title").AsText();
     for (const kit::JsonValue& song : reader.Get("songs").AsList())

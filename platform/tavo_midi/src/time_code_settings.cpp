@@ -22,11 +22,11 @@ namespace {
 using Json = nlohmann::ordered_json;
 using JumpRule = MidiTimeCodeController::JumpRule;
 
-constexpr std::uintmax_t kMostBytes = 1U << 20U;
-constexpr const char* kLocate = "locate";
-constexpr const char* kRunOn = "runOn";
-constexpr std::array<std::pair<std::string_view, JumpRule>, 2> kJumpRules{
-    {{kLocate, JumpRule::Locate}, {kRunOn, JumpRule::RunOn}}};
+constexpr std::uintmax_t MostBytes = 1U << 20U;
+constexpr const char* Locate = "locate";
+constexpr const char* RunOn = "runOn";
+constexpr std::array<std::pair<std::string_view, JumpRule>, 2> JumpRules{
+    {{Locate, JumpRule::Locate}, {RunOn, JumpRule::RunOn}}};
 
 /// "7" of song "7b"; 0 for a song without a number.
 int ReadLeadingNumber(const std::string& songNumber) {
@@ -57,7 +57,7 @@ TimeCodeSettings ReadSettings(kit::JsonObject reader) {
     reader.Read("active", [&](const kit::JsonValue& value) { settings.isActive = value.AsFlag(); });
     reader.Read("frameRate", [&](const kit::JsonValue& value) { settings.frameRate = ReadFrameRate(value); });
     reader.Read("output", [&](const kit::JsonValue& value) { settings.outputName = value.AsText(); });
-    reader.Read("onJump", [&](const kit::JsonValue& value) { settings.jumpRule = value.AsOneOf(kJumpRules); });
+    reader.Read("onJump", [&](const kit::JsonValue& value) { settings.jumpRule = value.AsOneOf(JumpRules); });
     reader.Read("hoursAreSongNumbers",
                 [&](const kit::JsonValue& value) { settings.hoursAreSongNumbers = value.AsFlag(); });
     reader.Read("songOffsets", [&](const kit::JsonValue& list) {
@@ -75,7 +75,7 @@ TimeCodeSettings ReadSettings(kit::JsonObject reader) {
 
 TimeCodeSettings ReadTimeCodeSettings(const std::string& path) {
     if (!std::filesystem::exists(path)) return {};
-    const kit::JsonText json(kit::ReadFile(path, kMostBytes), kit::path::basename(path));
+    const kit::JsonText json(kit::ReadFile(path, MostBytes), kit::path::basename(path));
     return ReadSettings(json.Object());
 }
 
@@ -84,7 +84,7 @@ void WriteTimeCodeSettings(const std::string& path, const TimeCodeSettings& sett
     json["active"] = settings.isActive;
     json["frameRate"] = ConvertFrameRateToString(settings.frameRate);
     json["output"] = settings.outputName;
-    json["onJump"] = settings.jumpRule == JumpRule::Locate ? kLocate : kRunOn;
+    json["onJump"] = settings.jumpRule == JumpRule::Locate ? Locate : RunOn;
     json["hoursAreSongNumbers"] = settings.hoursAreSongNumbers;
     json["songOffsets"] = Json::array();
     for (const auto& [song, offset] : settings.songOffsets)
