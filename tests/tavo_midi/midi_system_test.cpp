@@ -18,7 +18,7 @@ namespace {
 using tavo_midi::MidiPortReport;
 using test_support::Patience;
 
-const std::vector<unsigned char> kStart{0xFA};
+const std::vector<unsigned char> Start{0xFA};
 constexpr const char* Connected = "The MIDI input \"pedal\" is connected.";
 constexpr const char* Gone = "The MIDI input \"pedal\" was lost; it will reconnect when it returns.";
 constexpr const char* Back = "The MIDI input \"pedal\" is back.";
@@ -50,7 +50,7 @@ TEST_F(TheMidiSystem, MessageIsSent_NobodyElseWaitsForTheDevice) {
     };
     ports_->onCloseOutput = [&] { isListedBeforeTheEnd = listed.wait_for(Patience) == std::future_status::ready; };
     Install();
-    tavo_midi::SendMidiMessage("desk", kStart);
+    tavo_midi::SendMidiMessage("desk", Start);
     EXPECT_TRUE(isSent);
     EXPECT_TRUE(isListedBeforeTheEnd);
     EXPECT_EQ(listed.get(), 1U);
@@ -64,7 +64,7 @@ TEST_F(TheMidiSystem, DeviceOpensSlowly_NobodyElseWaitsForIt) {
         isListedMeanwhile = listed.wait_for(Patience) == std::future_status::ready;
     };
     Install();
-    tavo_midi::SendMidiMessage("desk", kStart);
+    tavo_midi::SendMidiMessage("desk", Start);
     EXPECT_TRUE(isListedMeanwhile);
 }
 
@@ -78,7 +78,7 @@ TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
     };
     ports_->onCloseOutput = [&] { isThereAtTheEnd = !watched.expired(); };
     Install();
-    tavo_midi::SendMidiMessage("desk", kStart);
+    tavo_midi::SendMidiMessage("desk", Start);
     EXPECT_TRUE(isThereAtTheEnd);
     EXPECT_TRUE(watched.expired());
 }
@@ -86,7 +86,7 @@ TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
 TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothing_IsOneSentence) {
     const auto problemOf = [](const char* port) {
         try {
-            tavo_midi::SendMidiMessage(port, kStart);
+            tavo_midi::SendMidiMessage(port, Start);
         } catch (const std::runtime_error& problem) {
             return std::string(problem.what());
         }
