@@ -78,7 +78,7 @@ int main(int argc, char** argv) {
         return Failed;
     }
     if (!std::cout.flush() || std::fflush(stdout) != 0) {
-        PrintProblem("The output could not be written.");
+        PrintProblem("the output could not be written");
         return Failed;
     }
     return exitCode;

@@ -49,7 +49,7 @@ std::string PlayTestTone(const OutputChoice& choice) {
     while (!tone.IsDone()) {
         if (const std::string problem = output->GetProblem(); !problem.empty()) throw std::runtime_error(problem);
         if (std::chrono::steady_clock::now() > patience)
-            throw std::runtime_error(fmt::format("{} does not take any sound.", output->GetName()));
+            throw std::runtime_error(fmt::format("{} does not take any sound", output->GetName()));
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     const OutputFormat format = output->GetFormat();

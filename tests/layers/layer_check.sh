@@ -69,7 +69,7 @@ check_all_known() {
 }
 
 # Characters and ZIP archives are read by libraries; whoever uses kit does not see them.
-check_folder platform/kit 'kit' std-only 'utf8\.h|utf8proc\.h|zip\.h'
+check_folder platform/kit 'kit' std-only 'utf8\.h|utf8proc\.h|zip\.h|nlohmann/json\.hpp'
 check_folder platform/tavo_core 'kit|tavo_core'
 check_folder platform/tavo_midi 'kit|tavo_core|tavo_midi'
 check_folder platform/tavo_midi_io 'kit|tavo_core|tavo_midi|tavo_midi_io' devices

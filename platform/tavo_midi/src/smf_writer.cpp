@@ -71,7 +71,7 @@ std::string MakeTempo(const TL::Tempo& tempo) {
 }
 
 std::string MakeMeter(const TL::Meter& meter) {
-    Demand(meter.numerator() > 0 && std::has_single_bit(meter.denominator()), "a meter is no time signature");
+    Demand(meter.numerator() > 0 && std::has_single_bit(meter.denominator()), "a meter is not a time signature");
     std::string content;
     AppendNumber(content, meter.numerator(), 1);
     AppendNumber(content, static_cast<std::uint64_t>(std::countr_zero(meter.denominator())), 1);
@@ -121,7 +121,7 @@ public:
             AppendSysex(event.tick, smf.sysex.at(SongData::SysexIndex(event)));
             return;
         }
-        Demand(event.status >= 0x80 && event.status < Sysex, "an event is no channel message");
+        Demand(event.status >= 0x80 && event.status < Sysex, "an event is not a channel message");
         Demand(event.data1 < 0x80 && event.data2 < 0x80, "a data byte is above 127");
         if (event.port != port_) {
             port_ = event.port;
