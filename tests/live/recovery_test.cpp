@@ -15,7 +15,7 @@ using test_support::LiveProgram;
 /// How often the server is killed in each state; more when asked for.
 int CountKills() {
     const char* wanted = std::getenv("TAVO_SERVER_KILLS");
-    return wanted != nullptr ? std::atoi(wanted) : 3;
+    return wanted != nullptr ? std::atoi(wanted) : 5;
 }
 
 class Recovery : public test_support::SmallShow, public testing::WithParamInterface<const char*> {
@@ -51,8 +51,8 @@ protected:
 
 TEST_P(Recovery, ServerKilledInVamp_GoesRoundAfterwards) {
     play_->Press("play");
+    play_->WaitFor("jump", {{"reason", "loop"}});
     for (int kill = 0; kill < CountKills(); ++kill) {
-        play_->WaitFor("jump", {{"reason", "loop"}});
         const int pass = play_->Status()["loops"].at(0)["pass"];
         KillServer();
         const nlohmann::json status = play_->Status();
@@ -81,14 +81,15 @@ TEST_P(Recovery, ServerKilledInFermata_HoldsUntilReleased) {
 
 TEST_P(Recovery, ServerKilledInCountdown_StopsAtTheCaesura) {
     for (int kill = 0; kill < CountKills(); ++kill) {
-        play_->Press("seek 11");
+        play_->Press("seek 11:2");
         play_->Press("play");
-        play_->WaitFor("bar", {{"bar", "11"}});
+        play_->WaitFor("started");
+        play_->WaitFor("status", {{"status", "Caesura"}});
         KillServer();
         play_->WaitFor("caesura", {{"bar", "12"}});
         EXPECT_EQ("paused", play_->Status()["motion"]);
         play_->Press("continue");
-        play_->WaitFor("bar", {{"bar", "13"}});
+        play_->WaitFor("started");
         play_->Press("pause");
         play_->WaitFor("stopped");
     }
@@ -99,7 +100,8 @@ TEST_P(Recovery, ServerKilledInFade_FadesOutAndStops) {
         play_->Press("seek 13");
         play_->Press("play");
         play_->WaitFor("started");
-        play_->Press("fade 1.5");
+        play_->Press("fade 1.2");
+        play_->WaitFor("press", {{"press", "fade 1.2"}, {"outcome", "taken"}});
         EXPECT_EQ("fading", play_->Status()["motion"]);
         KillServer();
         play_->WaitFor("stopped");

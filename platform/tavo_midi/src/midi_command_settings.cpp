@@ -15,7 +15,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::uintmax_t MostBytes = 1U << 20U;
+constexpr std::uintmax_t MostCommandBytes = 1U << 20U;
 
 unsigned char ReadByte(const kit::JsonValue& value, std::uint32_t highest) {
     return static_cast<unsigned char>(value.AsUnsigned(highest));
@@ -77,7 +77,7 @@ std::string FindProblem(const std::map<unsigned char, LearnedCommand>& commands,
 CommandSettings ReadCommandSettings(const std::string& path) {
     CommandSettings settings;
     if (!std::filesystem::exists(path)) return settings;
-    const kit::JsonText json(kit::ReadFile(path, MostBytes), kit::path::basename(path));
+    const kit::JsonText json(kit::ReadFile(path, MostCommandBytes), kit::path::basename(path));
     kit::JsonObject reader = json.Object();
     reader.Read("commands", [&](const kit::JsonValue& list) {
         for (const kit::JsonValue& entry : list.AsList())

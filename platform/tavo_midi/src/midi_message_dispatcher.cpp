@@ -27,7 +27,7 @@ constexpr std::size_t PieceBytes = 23;
 /// Room for 0.8 s of 10 000 messages a second.
 constexpr std::size_t Pieces = 8192;
 /// Above ordinary threads, below all that make sound or time code.
-constexpr int Priority = 3;
+constexpr int DeliveryPriority = 3;
 
 struct Piece {
     std::int64_t arrivalNs = 0;
@@ -209,7 +209,7 @@ void MidiMessageDispatcher::ConnectSourceByName(const std::string& name) {
     if (!impl_->deliveryThread.joinable()) {
         impl_->deliveryThread = std::thread([impl = impl_.get()] { impl->DeliverArrivals(); });
         // A press must not wait for what else the machine computes. Where that is not permitted, it may have to.
-        static_cast<void>(MakeRealTime(impl_->deliveryThread, Priority));
+        static_cast<void>(MakeRealTime(impl_->deliveryThread, DeliveryPriority));
     }
     MidiSystem::Get().Want(*impl_, name);
 }

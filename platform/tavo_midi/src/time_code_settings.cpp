@@ -22,7 +22,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using JumpRule = MidiTimeCodeController::JumpRule;
 
-constexpr std::uintmax_t MostBytes = 1U << 20U;
+constexpr std::uintmax_t MostTimeCodeBytes = 1U << 20U;
 constexpr const char* Locate = "locate";
 constexpr const char* RunOn = "runOn";
 constexpr std::array<std::pair<std::string_view, JumpRule>, 2> JumpRules{
@@ -75,7 +75,7 @@ TimeCodeSettings ReadSettings(kit::JsonObject reader) {
 
 TimeCodeSettings ReadTimeCodeSettings(const std::string& path) {
     if (!std::filesystem::exists(path)) return {};
-    const kit::JsonText json(kit::ReadFile(path, MostBytes), kit::path::basename(path));
+    const kit::JsonText json(kit::ReadFile(path, MostTimeCodeBytes), kit::path::basename(path));
     return ReadSettings(json.Object());
 }
 

@@ -20,7 +20,7 @@ using SteadyTime = std::chrono::steady_clock::time_point;
 /// A waking thread is late by less than this nearly always; the rest of the time it spins.
 constexpr std::int64_t SpinNs = 200'000;
 /// Above ordinary threads, below those of JACK, which are at 5 and above.
-constexpr int Priority = 4;
+constexpr int TimeCodePriority = 4;
 
 std::int64_t NowNs() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -30,7 +30,7 @@ std::int64_t NowNs() {
 
 TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(NanosecondsPerSecond) {
     thread_ = std::thread([this] { Work_(); });
-    isRealTime_ = MakeRealTime(thread_, Priority);
+    isRealTime_ = MakeRealTime(thread_, TimeCodePriority);
 }
 
 TimeCodeThread::~TimeCodeThread() {
