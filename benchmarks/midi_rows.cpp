@@ -69,8 +69,8 @@ private:
         void* const buffer = jack_port_get_buffer(out_, frames);
         jack_midi_clear_buffer(buffer);
         if (!mustPress_.exchange(false)) return 0;
-        constexpr unsigned char note[] = {0x90, 60, 64};
-        jack_midi_event_write(buffer, 0, note, sizeof note);
+        constexpr unsigned char Note[] = {0x90, 60, 64};
+        jack_midi_event_write(buffer, 0, Note, sizeof Note);
         pressedAt_ = SteadyNanoseconds();
         return 0;
     }

@@ -66,13 +66,13 @@ function(tavo_library name folder)
     target_link_libraries(${name} ${scope} ${ARG_DEPENDS})
 endfunction()
 
-# tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL] [OPTIMISED])
-# SERIAL is for tests that keep time with real devices: no two run at once, and the first begins at once, since they wait
-# more than they compute.
+# tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL <what>] [OPTIMISED])
+# SERIAL is for tests that keep time with real devices: no two with the same word run at once, and the first begins at once,
+# since they wait more than they compute.
 # The tests are not optimised, what they test is; OPTIMISED is for those that compute for long themselves.
 # All sources of tests/<folder> make one program; each of its tests is known to ctest. A folder without sources is skipped.
 function(tavo_test folder program)
-    cmake_parse_arguments(ARG "SERIAL;OPTIMISED" "TIMEOUT" "LINK" ${ARGN})
+    cmake_parse_arguments(ARG "OPTIMISED" "TIMEOUT;SERIAL" "LINK" ${ARGN})
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
     if(NOT sources)
         return()
@@ -104,7 +104,7 @@ function(tavo_test folder program)
     endif()
     set(properties TIMEOUT ${ARG_TIMEOUT})
     if(ARG_SERIAL)
-        list(APPEND properties RESOURCE_LOCK real_time COST 1000)
+        list(APPEND properties RESOURCE_LOCK ${ARG_SERIAL} COST 1000)
     endif()
     gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
 endfunction()

@@ -29,7 +29,7 @@ build_and_test() {
     if ((failed > failed_before)); then return; fi
     say "tests $preset"
     rm -f "build/$preset/tests.xml"
-    ctest --preset "$preset" -j2 --output-on-failure --output-junit tests.xml
+    ctest --preset "$preset" -j3 --output-on-failure --output-junit tests.xml
     count_tests "$preset" "build/$preset/tests.xml"
 }
 

@@ -40,15 +40,15 @@ bool IsInOrder(const Values& values, Before&& before) {
 
 void RequireSoundLoops(const FlowState& state) {
     for (const FlowState::Loop& loop : state.loops) {
-        Require(IsLoop(loop.type), "The flow state has a loop that is not a vamp, a repeat or a fermata.");
+        Require(IsLoop(loop.type), "the flow state has a loop that is not a vamp, a repeat or a fermata");
         Require(loop.pass >= 1,
-                "The flow state has a loop in pass " + std::to_string(loop.pass) + ": passes count from 1.");
+                "the flow state has a loop in pass " + std::to_string(loop.pass) + ": passes count from 1");
     }
     Require(IsInOrder(state.loops, ComesBefore),
-            "The flow state has loops that are not in the order of their ends, or one loop twice.");
+            "the flow state has loops that are not in the order of their ends, or one loop twice");
     for (const FlowState::Spent& edit : state.spent) {
-        Require(*KindName(edit.type) != '\0', "The flow state has a spent edit that is not a loop or a cut.");
-        Require(edit.end <= edit.start, "The flow state has a spent edit that has a length.");
+        Require(*KindName(edit.type) != '\0', "the flow state has a spent edit that is not a loop or a cut");
+        Require(edit.end <= edit.start, "the flow state has a spent edit that has a length");
     }
 }
 
@@ -70,16 +70,16 @@ void RequireSound(const FlowState& state) {
     RequireSoundLoops(state);
     for (const FlowState::Caesura& caesura : state.caesuras) {
         Require(caesura.countdown.size() <= LongestCountdown && IsInOrder(caesura.countdown, std::less_equal<>()),
-                "The flow state has a caesura that does not count down over at most five ascending beats.");
+                "the flow state has a caesura that does not count down over at most five ascending beats");
     }
     // Written so that what is not a number is refused as well.
     Require(state.tempoScale >= UserControls::LowestTempoScale && state.tempoScale <= UserControls::HighestTempoScale,
-            "The flow state has a tempo scale outside 0.5 to 2.");
+            "the flow state has a tempo scale outside 0.5 to 2");
     Require(state.transposition >= UserControls::LowestTransposition &&
                 state.transposition <= UserControls::HighestTransposition,
-            "The flow state has a transposition outside -24 to 24 semitones.");
+            "the flow state has a transposition outside -24 to 24 semitones");
     Require(IsInOrder(state.display.filed, [](const auto& a, const auto& b) { return a.tick < b.tick; }),
-            "The flow state has statuses that are not in the order of their ticks, or two at one tick.");
+            "the flow state has statuses that are not in the order of their ticks, or two at one tick");
 }
 
 }  // namespace flow_state

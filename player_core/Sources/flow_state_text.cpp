@@ -182,7 +182,7 @@ void Writer::Write(const std::string& value) {
 
 class Reader {
 public:
-    explicit Reader(std::string_view text) : json_(text, "The flow state") {}
+    explicit Reader(std::string_view text) : json_(text, "the flow state") {}
 
     void Read(bool& value) { value = json_.ReadBool(); }
     void Read(int& value) { value = static_cast<int>(ReadInRangeOf_<int>()); }
@@ -251,7 +251,7 @@ std::string ToText(const FlowState& state) {
 
 FlowState FlowStateFromText(std::string_view text) {
     if (text.size() > LongestText)
-        throw std::invalid_argument("The flow state cannot be read: it is longer than 16 MiB.");
+        throw std::invalid_argument("the flow state cannot be read: it is longer than 16 MiB");
     FlowState state;
     Reader reader(text);
     reader.Read(state);

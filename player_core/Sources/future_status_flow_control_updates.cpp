@@ -37,7 +37,7 @@ void FutureStatusFlowControlUpdates::SendUntil(unsigned int tickIndex) {
         Send_(tickIndex, StatusFlowControl("Caesura", 0));
         return;
     }
-    // Statuses at or before the last playhead stay filed; those at tick 0 for ever.
+    // Statuses at or before the last playhead stay filed; those at tick 0 forever.
     auto last = next_;
     for (; last != updates_.end() && last->first <= tickIndex; ++last)
         Send_(last->first, last->second);

@@ -109,9 +109,9 @@ int Interface::GetClickValueAt(unsigned int tick) {
                                         [](unsigned int t, const CL::Click& click) { return t < click.start(); });
     if (after != clicks.begin() && tick < std::prev(after)->end()) return std::prev(after)->int_value();
     const TL::Meter& meter = MeterAt(timeline, tick);
-    constexpr unsigned int clocksPerQuarter = 24;
+    constexpr unsigned int ClocksPerQuarter = 24;
     const unsigned int clocks = meter.clocks_per_click();
-    return static_cast<int>(clocks * meter.thirty_seconds_per_quarter() / clocksPerQuarter);
+    return static_cast<int>(clocks * meter.thirty_seconds_per_quarter() / ClocksPerQuarter);
 }
 
 std::vector<int> Interface::GetClickValues(unsigned int tick, unsigned int /*ignored*/) {

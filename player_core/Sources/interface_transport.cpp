@@ -219,8 +219,8 @@ std::vector<int> Interface::GetAllowedCommandStatuses() {
 }
 
 void Interface::SetMidiSource(int index) {
-    constexpr int highestIndex = 255;
-    if (index > highestIndex)
+    constexpr int HighestIndex = 255;
+    if (index > HighestIndex)
         throw std::out_of_range(kit::format("%d is higher than max allowable source index (255)", index));
     // A negative index is not refused; it stands for the source whose index is its low byte.
     midiCommands_.ConnectSourceByIndex(static_cast<unsigned char>(index));
@@ -295,13 +295,13 @@ void Interface::SetMidiTimeCodeOutputPortIndex(unsigned int index) {
 // The end.
 
 void Interface::PrepareForExit() {
-    constexpr unsigned int msForThreadsToFinish = 100;
+    constexpr unsigned int MsForThreadsToFinish = 100;
     notify::GuiDispatcherPrepareForExit();
     GetGuiUpdate().PrepareForExit();
     GetPlayer()->PrepareForExit();
     midiMessageDispatcher_.Disconnect();
     midiTimeCodeController_.PrepareForExit();
-    kit::Sleep(msForThreadsToFinish);
+    kit::Sleep(MsForThreadsToFinish);
 }
 
 void Interface::Shutdown() {

@@ -40,7 +40,7 @@ void AppendUtf8(std::string& text, std::uint32_t point) {
 
 void JsonLineReader::Refuse(const std::string& reason) const {
     throw std::invalid_argument(std::string(subject_) + " cannot be read at character " + std::to_string(place_ + 1) +
-                                ": " + reason + ".");
+                                ": " + reason);
 }
 
 /// The next character that is not space; 0 at the end.

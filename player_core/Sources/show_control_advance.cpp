@@ -44,7 +44,7 @@ bool ShowControl::CollectCutOrCaesuras_(unsigned int tickIndex, const std::vecto
             return true;
         }
         if (event->code() == codes::Caesura) {
-            // One that stands between the first two beats counts on a beat behind itself and is met too late; stacked,
+            // One that stands between the first two beats counts on a beat after itself and is met too late; stacked,
             // it would stop every search at a tick that has gone by.
             const auto& caesura = static_cast<const CountdownCaesura&>(*event);
             if (caesura.GetTickIndex() >= tickIndex) PushCaesuraIfNew_(caesura);
@@ -132,7 +132,7 @@ void ShowControl::PushCaesuraIfNew_(const CountdownCaesura& caesura) {
     caesuraStack_.push_back(caesura);
 }
 
-// A cut or loop that ends where it starts, or before, would hold playback at one place for ever: it gets one turn.
+// A cut or loop that ends where it starts, or before, would hold playback at one place forever: it gets one turn.
 bool ShowControl::IsSpent_(const cmn::TavoEvent& event) {
     if (event.start() < event.end()) return false;
     if (std::find(spentEvents_.begin(), spentEvents_.end(), &event) != spentEvents_.end()) return true;

@@ -58,9 +58,9 @@ void ShowControl::FinishLoadingSongLog_() {
     const std::shared_lock songGuard(activeSongNumber_);
     auto changeLogLock = GetActiveChangeLogSharedLock();
     changeLogLock.lock();
-    if (songData_ == nullptr) throw std::logic_error("No song is loaded that a change log could be applied to.");
+    if (songData_ == nullptr) throw std::logic_error("no song is loaded that a change log could be applied to");
     std::shared_ptr<const CL::ChangeLog> changeLog = PeekActiveChangeLog();
-    if (changeLog == nullptr) throw std::logic_error("There is no active change log.");
+    if (changeLog == nullptr) throw std::logic_error("no change log is active");
     const std::string& songNumber = activeSongNumber_.Peek();
     const CL::SongLog& songLog = changeLog->GetSongLog(songNumber);
 

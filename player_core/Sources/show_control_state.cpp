@@ -40,8 +40,8 @@ std::string RangeText(unsigned char type, unsigned int start, unsigned int end) 
 }
 
 [[noreturn]] void RefuseMissing(const std::string& edit, const std::string& song) {
-    throw std::invalid_argument("The flow state has a " + edit + ", which the edits of song \"" + song +
-                                "\" do not have: load the change log that it was taken with.");
+    throw std::invalid_argument("the flow state has a " + edit + ", which the edits of song \"" + song +
+                                "\" do not have: load the change log that it was taken with");
 }
 
 }  // namespace
@@ -53,7 +53,7 @@ FlowState ShowControl::Snapshot() {
 }
 
 FlowState ShowControl::CopyState_() {
-    if (songData_ == nullptr) throw std::logic_error("No song is loaded whose flow could be taken.");
+    if (songData_ == nullptr) throw std::logic_error("no song is loaded whose flow could be taken");
     const UserControls& controls = GetHowToPlay().GetUserControls();
     FlowState state;
     state.song = songData_->GetSongNumber();
@@ -119,11 +119,11 @@ void ShowControl::PostLampAndStatus_(const FlowState& state) {
 }
 
 void ShowControl::RequireFits_(const FlowState& state) const {
-    if (songData_ == nullptr) throw std::logic_error("No song is loaded that a flow state could be put back into.");
+    if (songData_ == nullptr) throw std::logic_error("no song is loaded that a flow state could be put back into");
     const std::string& song = songData_->GetSongNumber();
     if (state.song != song) {
-        throw std::invalid_argument("The flow state is of song \"" + state.song + "\", but song \"" + song +
-                                    "\" is loaded: load the song that it was taken with.");
+        throw std::invalid_argument("the flow state is of song \"" + state.song + "\", but song \"" + song +
+                                    "\" is loaded: load the song that it was taken with");
     }
     for (const FlowState::Loop& loop : state.loops) {
         const auto events = pairedEventMap_.EventsAt(loop.start);

@@ -43,7 +43,7 @@ unsigned int get_previous_marker_time(unsigned int tickIndex, const CL::SongLog&
     const auto firstNotBefore =
         std::lower_bound(markers.begin(), markers.end(), tickIndex,
                          [](const CL::Marker& marker, unsigned int tick) { return marker.abs_time() < tick; });
-    // Unlike the next marker, a missing previous one is no error: the song's start stands for it, so that a step to
+    // Unlike the next marker, a missing previous one is not an error: the song's start stands for it, so that a step to
     // the left always leads somewhere.
     if (firstNotBefore == markers.begin()) return 0;
     return std::prev(firstNotBefore)->abs_time();

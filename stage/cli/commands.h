@@ -22,3 +22,5 @@ void AddPlotCommand(CLI::App& app, int& exitCode);
 void AddLogCommand(CLI::App& app, int& exitCode);
 void AddMidiCommand(CLI::App& app, int& exitCode);
 void AddPlayCommand(CLI::App& app, int& exitCode);
+void AddTakeCommand(CLI::App& app, int& exitCode);
+void AddDevicesCommand(CLI::App& app, int& exitCode);

@@ -103,7 +103,7 @@ void AddEditCommand(CLI::App& app, int&) {
     apply->add_option("FILE", work->editFile, "One operation a line; lines that begin with # are passed over")
         ->required();
     apply->footer(
-        "\nA line is an operation as it is written behind SHOW:\n"
+        "\nA line is an operation as it is written after SHOW:\n"
         "  add vamp --song 3 --from 12 --to 15\n"
         "  attacca --song 3 attacca\n"
         "\nExample:\n  stage edit SHOW apply rehearsal-2.edits");

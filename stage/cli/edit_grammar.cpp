@@ -39,7 +39,7 @@ struct Words {
 
 constexpr const char* PlaceHelp =
     "\nPlaces: 17 is a bar, 17:3 its third beat, 17:3+120 a place 120 ticks later, t9600 a tick, also start and end.\n"
-    "A range ends behind the whole bar where --to names a bar (--from 12 --to 15 is four bars), and before the beat\n"
+    "A range ends after the whole bar where --to names a bar (--from 12 --to 15 is four bars), and before the beat\n"
     "where it names a beat (--to 16:1 ends at the same place).\n";
 
 CLI::App* AddOperation(CLI::App& parent, const char* name, const char* description, const std::string& example,
@@ -113,7 +113,7 @@ CLI::App* AddPointKind(CLI::App& add, const SessionProvider& session, const char
 /// Thirty-second notes in a length such as "1/8" or "3/16".
 int ReadNoteLength(const std::string& text) {
     const auto refuse = [&]() {
-        throw std::invalid_argument(fmt::format("\"{}\" is no length of a note: write 1/4, 1/8 or 3/8", text));
+        throw std::invalid_argument(fmt::format("\"{}\" is not the length of a note: write 1/4, 1/8 or 3/8", text));
     };
     const std::size_t slash = text.find('/');
     if (slash == std::string::npos) refuse();
@@ -145,7 +145,7 @@ CL::OscArgument ReadOscArgument(const std::string& text) {
         if (error == std::errc() && stop == end) return number;
     }
     throw std::invalid_argument(
-        fmt::format("\"{}\" is no OSC argument: write i:1, f:0.5 or s:text", text.substr(0, 64)));
+        fmt::format("\"{}\" is not an OSC argument: write i:1, f:0.5 or s:text", text.substr(0, 64)));
 }
 
 void AddLoopKinds(CLI::App& add, const SessionProvider& session) {

@@ -29,7 +29,7 @@ struct LogWords {
     bool json = false;
 };
 
-/// A show with its music, so that places can be told in bars.
+/// A show with its music, so that places can be given in bars.
 struct OpenedShow {
     explicit OpenedShow(const std::string& path)
         : directory(stage::ScanShowDirectory(path)), music(directory.ShowDataPath()) {}
@@ -112,7 +112,7 @@ void Show(const LogWords& words) {
         const auto& known = show.music.GetSongs();
         const auto song = std::find_if(known.begin(), known.end(),
                                        [&name = number](const auto& each) { return each.GetSongNumber() == name; });
-        // A song that is not in the music is told in ticks.
+        // A song that is not in the music is given in ticks.
         const TL::BarPositions positions(song == known.end() ? TL::Timeline() : song->GetTimeline());
         const std::string attacca = stage::DescribeAttacca(songLog.GetAttacca());
         if (words.json) {
@@ -257,7 +257,7 @@ void AddLogCommand(CLI::App& app, int&) {
     CLI::App* show = AddOperation(*log, "show", "Shows the edits of a version", words, Show);
     show->add_option("VERSION", words->version, "Which one, 1.4; the one in use without")->type_name("A");
     AddJsonFlag(*show, *words);
-    CLI::App* diff = AddOperation(*log, "diff", "Tells what changed from one version to another", words, Diff);
+    CLI::App* diff = AddOperation(*log, "diff", "Shows what changed from one version to another", words, Diff);
     diff->add_option("FROM", words->version, "The earlier one")->required()->type_name("A");
     diff->add_option("TO", words->otherVersion, "The later one")->required()->type_name("B");
     AddJsonFlag(*diff, *words);

@@ -59,6 +59,8 @@ int main(int argc, char** argv) {
     AddCheckCommand(app, exitCode);
     AddRenderCommand(app, exitCode);
     AddPlayCommand(app, exitCode);
+    AddTakeCommand(app, exitCode);
+    AddDevicesCommand(app, exitCode);
     AddPlotCommand(app, exitCode);
     AddLogCommand(app, exitCode);
     AddComposeCommand(app, exitCode);
@@ -76,7 +78,7 @@ int main(int argc, char** argv) {
         return Failed;
     }
     if (!std::cout.flush() || std::fflush(stdout) != 0) {
-        PrintProblem("The output could not be written.");
+        PrintProblem("the output could not be written");
         return Failed;
     }
     return exitCode;

@@ -46,7 +46,7 @@ const MidiEndPoint& FindEndPoint(const std::vector<MidiEndPoint>& endPoints, con
     for (const MidiEndPoint& endPoint : endPoints) {
         if (endPoint.name == word || std::to_string(endPoint.index) == word) return endPoint;
     }
-    throw std::runtime_error(fmt::format("There is no MIDI port \"{}\", see `stage midi list`.", word));
+    throw std::runtime_error(fmt::format("there is no MIDI port \"{}\": see `stage midi list`", word));
 }
 
 void List(const MidiWords& words) {
@@ -66,7 +66,7 @@ void List(const MidiWords& words) {
     std::cout << table.AsText();
 }
 
-/// Waits for the seconds, 0 for ever, or until it is enough.
+/// Waits for the seconds, forever where they are 0, or until it is enough.
 template <class IsEnough>
 void Wait(double seconds, IsEnough isEnough) {
     const auto start = std::chrono::steady_clock::now();
@@ -102,7 +102,7 @@ unsigned char FindCommand(const std::string& word) {
         if (name == word) return command;
         all += (all.empty() ? "" : ", ") + name;
     }
-    throw std::runtime_error(fmt::format("\"{}\" is not a MIDI command: they are {}.", word, all));
+    throw std::runtime_error(fmt::format("\"{}\" is not a MIDI command: choose one of {}", word, all));
 }
 
 void Learn(const MidiWords& words) {
@@ -110,12 +110,14 @@ void Learn(const MidiWords& words) {
     const unsigned char command = FindCommand(words.command);
     MidiMessageDispatcher dispatcher;
     midi_commands::MidiCommands commands(dispatcher, kit::path::Join(words.settingsDirectory, "midiCommandSettings"));
+    for (const std::string& warning : commands.GetSettingsWarnings())
+        std::cerr << "note: " << MakePrintable(warning) << '\n';
     commands.ConnectSourceByIndex(FindEndPoint(GetNonTavoMidiSources(), words.port).index);
     commands.LearnMidiCommand(command);
     std::cout << fmt::format("Press what is to give {}.", words.command) << std::endl;
     Wait(words.seconds, [&] { return !commands.IsMidiCommandLearning(command); });
     if (const std::string problem = commands.GetLearnProblem(); !problem.empty()) throw std::runtime_error(problem);
-    if (commands.IsMidiCommandLearning(command)) throw std::runtime_error("Nothing was pressed.");
+    if (commands.IsMidiCommandLearning(command)) throw std::runtime_error("nothing was pressed");
     std::cout << fmt::format("{} is given by {}.\n", words.command,
                              DescribeMessage(commands.GetLearnedCommands().at(command)));
 }
@@ -125,7 +127,8 @@ void Send(const MidiWords& words) {
     std::vector<unsigned char> message;
     for (const std::string& word : words.bytes) {
         if (word.empty() || word.size() > 2 || word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-            throw std::runtime_error(fmt::format("\"{}\" is not a byte: two hexadecimal digits, such as 9F.", word));
+            throw std::runtime_error(
+                fmt::format("\"{}\" is not a byte: write two hexadecimal digits, such as 9F", word));
         message.push_back(static_cast<unsigned char>(std::stoul(word, nullptr, 16)));
     }
     tavo_midi::SendMidiMessage(FindEndPoint(GetNonTavoMidiDestinations(), words.port).name, message);

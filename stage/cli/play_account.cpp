@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "stage/live/describe_press.h"
 #include "stage/live/screen_layout.h"
 
 namespace {
@@ -100,11 +101,9 @@ void PlayAccount::TellJump_(const stage::LiveEvent& event) {
 }
 
 void PlayAccount::OnRecord(const stage::CommandRecord& record) {
-    const std::string press = AsText(record.command);
+    const std::string press = DescribePress(record, show_.GetSession().GetShow());
     if (!record.IsTaken()) {
-        Print_(fmt::format("{}: {}: {}",
-                           record.outcome == stage::CommandRecord::Outcome::Refused ? "refused" : "failed", press,
-                           record.sentence));
+        Print_(DescribeRefusal(record, press));
     } else if (record.command.source.door != stage::Door::Automatic &&
                record.command.source.door != stage::Door::Replay) {
         Print_("pressed: " + press);

@@ -36,6 +36,7 @@ struct PlayWords {
     bool resumes = false;
     bool printsBeats = false;
     bool makesNoTake = false;
+    bool playsTestTone = false;
 };
 
 std::string MakeTakePath(const PlayWords& words) {
@@ -72,12 +73,17 @@ std::optional<stage::Take> FindBrokenTake(const std::string& showPath) {
     return std::nullopt;
 }
 
+stage::OutputChoice MakeOutputChoice(const PlayWords& words) {
+    stage::OutputChoice choice = stage::ParseOutputChoice(words.output);
+    choice.device = words.device;
+    choice.framesPerSecond = words.framesPerSecond;
+    choice.periodFrames = words.periodFrames;
+    return choice;
+}
+
 stage::LiveShow::Options MakeOptions(const PlayWords& words) {
     stage::LiveShow::Options options;
-    options.output = stage::ParseOutputChoice(words.output);
-    options.output.device = words.device;
-    options.output.framesPerSecond = words.framesPerSecond;
-    options.output.periodFrames = words.periodFrames;
+    options.output = MakeOutputChoice(words);
     options.whenLost = words.whenLost == "run" ? stage::WhenLost::Run : stage::WhenLost::Hold;
     options.rendering.leadFrames = words.leadFrames;
     // Where the device takes less at a time, a block of 64 would come in bursts.
@@ -124,6 +130,11 @@ std::string Perform(const PlayWords& words) {
 }
 
 void Play(const PlayWords& words) {
+    if (words.playsTestTone) {
+        std::cout << "A tone on the left, then on the right: " << stage::PlayTestTone(MakeOutputChoice(words)) << ".\n";
+        return;
+    }
+    if (words.showPath.empty()) throw CLI::RequiredError("show");
     const std::string takePath = Perform(words);
     if (words.isHeadless) return PlayHeadless::PrintEnd();
     std::cout << "The show has ended" << (takePath.empty() ? "." : "; its take is " + takePath) << std::endl;
@@ -134,7 +145,7 @@ void Play(const PlayWords& words) {
 void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     auto words = std::make_shared<PlayWords>();
     CLI::App* command = app.add_subcommand("play", "Perform a show live");
-    command->add_option("show", words->showPath, "The show's directory")->required();
+    command->add_option("show", words->showPath, "The show's directory");
     command->add_option("--song", words->song, "The song that stands ready first; the show's first without it");
     command->add_option("--output", words->output, "auto, jack, rtaudio, null or file:PATH")->capture_default_str();
     command->add_option("--device", words->device, "The device's name, or the beginning of the JACK ports' names");
@@ -157,6 +168,7 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     command->add_flag("--no-take", words->makesNoTake, "Write no take");
     command->add_flag("--resume", words->resumes, "Go on where the last take broke off");
     command->add_flag("--locked", words->isLocked, "Take no edits, and do not quit by accident");
+    command->add_flag("--test-tone", words->playsTestTone, "Play a tone on either side and end; needs no show");
     command->add_flag("--headless", words->isHeadless, "Read presses as lines, print what happens as lines of JSON");
     command->add_flag("--beats", words->printsBeats, "With --headless: report every beat, not only bars");
     command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with");

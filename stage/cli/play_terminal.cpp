@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "stage/live/describe_press.h"
+
 namespace {
 
 constexpr std::chrono::milliseconds KeyWait{4};
@@ -38,7 +40,6 @@ void PlayTerminal::Run() {
             OnMessage(line);
         if (stage::ScreenTerminal::IsAskedToEnd() && !std::exchange(isQuitPressed_, true))
             show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
-        isChanged_ = control_.PassTime(now) || isChanged_;
         if (isChanged_ || now - drawn_ >= DrawingInterval) Draw_(now);
         terminal_.Wait(KeyWait);
     }
@@ -72,6 +73,7 @@ void PlayTerminal::Do_(const stage::ScreenAction& action, Moment now) {
 void PlayTerminal::Draw_(Moment now) {
     stage::LiveStatus status = show_.GetStatus();
     status.messages = messages_;
+    control_.Follow(status, now);
     terminal_.Draw(LayOutScreen(status, control_.GetState(), terminal_.GetSize()));
     drawn_ = now;
     isChanged_ = false;
@@ -82,7 +84,7 @@ void PlayTerminal::OnLiveEvent(const stage::LiveEvent& /*event*/) {
 }
 
 void PlayTerminal::OnRecord(const stage::CommandRecord& record) {
-    control_.NoteRecord(record, std::chrono::steady_clock::now());
+    control_.NoteRecord(record, DescribePress(record, show_.GetSession().GetShow()), std::chrono::steady_clock::now());
     isChanged_ = true;
 }
 

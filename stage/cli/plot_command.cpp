@@ -78,10 +78,9 @@ void AddPlotCommand(CLI::App& app, int&) {
     CLI::App* plot = app.add_subcommand("plot", "Draws a song's bars with all its edits as a picture");
     plot->add_option("SHOW", words->showPath, "The show directory")->required();
     plot->add_option("--song", words->songs, "Which song: 3; or a picture each for 3..7")->required()->type_name("N");
-    plot->add_option(
-            "-o,--output", words->outPath,
-            "The SVG file, replaced where it is there; - prints it. Several songs get the song's number behind "
-            "the file's name")
+    plot->add_option("-o,--output", words->outPath,
+                     "The SVG file, replaced where it is there; - prints it. Several songs get the song's number after "
+                     "the file's name")
         ->required()
         ->type_name("FILE");
     plot->footer(

@@ -11,6 +11,7 @@
 #include "kit/file.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/song_range.h"
+#include "stage/cli/text_table.h"
 #include "stage/control/take.h"
 #include "stage/offline/audio_file.h"
 #include "stage/offline/offline_show.h"
@@ -110,7 +111,7 @@ void Render(const RenderWords& words) {
     if (words.outPath != NoFile && !stage::AudioFile::HasKnownExtension(words.outPath))
         throw std::invalid_argument(
             fmt::format("the sound file \"{}\" must be named .wav or .flac, or be \"none\"", words.outPath));
-    // Says in its own words what is missing in a directory that is no show.
+    // Says in its own words what is missing in a directory that is not a show.
     static_cast<void>(stage::ScanShowDirectory(words.showPath));
     const Script script = ReadScript(words);
     if (words.songs.empty() && !script.take) throw CLI::RequiredError("--song");
@@ -120,6 +121,8 @@ void Render(const RenderWords& words) {
     sessionOptions.soundFont = words.soundFontPath;
     // A render hears no MIDI input: whatever is learned on this machine stays out of it.
     stage::ShowSession session(words.showPath, words.showPath, sessionOptions);
+    for (const std::string& warning : session.GetWarnings())
+        std::cerr << "note: " << MakePrintable(warning) << '\n';
     const stage::OfflineOptions options = MakeOptions(words, script, session.GetShow());
 
     std::unique_ptr<stage::AudioFile> sound;

@@ -170,7 +170,7 @@ void AddScoreCommand(CLI::App& app, int&) {
     extract->footer("\nExample:\n  stage score extract myshow 12 -o page12.png");
     extract->callback([words] { Extract(*words); });
 
-    CLI::App* check = AddOperation(*score, "check", "Reads every page and tells whether all of it is whole", *words);
+    CLI::App* check = AddOperation(*score, "check", "Reads every page and reports whether all of it is intact", *words);
     check->footer("\nExample:\n  stage score check myshow --passphrase-file secret");
     check->callback([words] { Check(*words); });
     score->footer("\nThe score is enciphered: without its passphrase nobody reads a page.");

@@ -12,16 +12,16 @@
 
 namespace {
 
-/// The different entries in the order in which they come, "4/4 2/4"; behind the third one how many more there are.
+/// The different entries in the order in which they come, "4/4 2/4"; after the third one how many more there are.
 template <class Sequence>
 std::string DescribeKinds(const Sequence& sequence, const char* separator) {
-    constexpr std::size_t mostShown = 3;
+    constexpr std::size_t MostShown = 3;
     std::vector<std::string> kinds;
     for (const auto& entry : sequence) {
         std::string kind = as_string(entry);
         if (std::find(kinds.begin(), kinds.end(), kind) == kinds.end()) kinds.push_back(std::move(kind));
     }
-    const std::size_t shown = std::min(kinds.size(), mostShown);
+    const std::size_t shown = std::min(kinds.size(), MostShown);
     std::string text =
         fmt::format("{}", fmt::join(kinds.begin(), kinds.begin() + static_cast<std::ptrdiff_t>(shown), separator));
     if (shown < kinds.size()) text += fmt::format(" +{}", kinds.size() - shown);

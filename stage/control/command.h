@@ -138,7 +138,7 @@ struct VerbRow {
     bool edits = false;
 };
 
-/// The rows in the order in which a person is told of them.
+/// The rows in the order in which they are shown to a person.
 [[nodiscard]] std::span<const VerbRow> GetVerbRows();
 [[nodiscard]] const VerbRow& GetVerbRow(Verb verb);
 /// Null where no verb has that name.

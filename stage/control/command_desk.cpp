@@ -98,10 +98,10 @@ std::string CommandDesk::FindRefusal_(const Command& command, bool hasSong) {
     std::string problem = CheckCommand(command, performer_.GetMusic());
     if (!problem.empty()) return problem + ".";
     const VerbRow& row = GetVerbRow(command.verb);
-    if (row.needsSong && !hasSong) return fmt::format("\"{}\" is refused: no song is loaded.", row.name);
+    if (row.needsSong && !hasSong) return fmt::format("\"{}\" is refused: no song is loaded", row.name);
     const bool isGuarded = row.goesOn && IsGuardedDoor(command.source.door);
     if (!isGuarded) return "";
-    if (IsKeyRepeating_(command)) return fmt::format("\"{}\" is refused: its key was not released yet.", row.name);
+    if (IsKeyRepeating_(command)) return fmt::format("\"{}\" is refused: its key was not released yet", row.name);
     problem = FindTooSoon_(command);
     if (problem.empty()) lastTaken_[command.verb] = command.moment;
     return problem;
@@ -113,7 +113,7 @@ std::string CommandDesk::FindTooSoon_(const Command& command) const {
         // Doors read their clocks on threads of their own: the later press may bear the earlier time.
         const auto distance = std::chrono::abs(command.moment - moment);
         if (distance >= options_.pressGuard) continue;
-        return fmt::format("\"{}\" is refused: it came {} ms after \"{}\", and presses within {} ms are one press.",
+        return fmt::format("\"{}\" is refused: it came {} ms after \"{}\", and presses within {} ms are one press",
                            GetVerbRow(command.verb).name,
                            std::chrono::duration_cast<std::chrono::milliseconds>(distance).count(),
                            GetVerbRow(verb).name, options_.pressGuard.count());

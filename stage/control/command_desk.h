@@ -35,7 +35,7 @@ struct CommandRecord {
 };
 
 /// Stands before the façade: every press passes it, whatever door it comes through. It puts presses into one order,
-/// refuses those that come twice by mistake, tells why, and keeps one log of all.
+/// refuses those that come twice by mistake, says why, and keeps one log of all.
 ///
 /// The guard: a verb that goes on (VerbRow::goesOn) is refused within the guard's time after the same verb was taken,
 /// through whichever door; "go" is the same as any verb that it may stand for. A door that reports the key's release
@@ -64,7 +64,7 @@ public:
     CommandDesk& operator=(const CommandDesk&) = delete;
 
     /// Decides and carries out, on this thread; blocks as the façade does. Never throws what the façade throws: the
-    /// record tells.
+    /// record says.
     CommandRecord Execute(Command command) { return Execute_(std::move(command), {}); }
     /// Decides and keeps the record, for a door whose command the core itself carries out right after.
     CommandRecord Admit(Command command);

@@ -170,10 +170,10 @@ Take ReadTake(const std::string& path) {
                 take.lines.push_back(ReadNote(line.substr(NoteMark.size()), take));
             }
         } catch (const std::invalid_argument& problem) {
-            throw std::runtime_error(fmt::format("The take \"{}\", line {}: {}.", path, number, problem.what()));
+            throw std::runtime_error(fmt::format("the take \"{}\", line {}: {}", path, number, problem.what()));
         }
     }
-    if (number == 0) throw std::runtime_error(fmt::format("The take \"{}\" is empty.", path));
+    if (number == 0) throw std::runtime_error(fmt::format("the take \"{}\" is empty", path));
     return take;
 }
 

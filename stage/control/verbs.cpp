@@ -179,7 +179,7 @@ std::span<const VerbRow> GetVerbRows() {
 const VerbRow& GetVerbRow(Verb verb) {
     const auto* row =
         std::find_if(std::begin(Rows), std::end(Rows), [&](const VerbRow& each) { return each.verb == verb; });
-    if (row == std::end(Rows)) throw std::out_of_range("There is no such verb.");
+    if (row == std::end(Rows)) throw std::out_of_range("there is no such verb");
     return *row;
 }
 

@@ -66,7 +66,7 @@ void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
     const std::uint32_t fromTick = position_;
     MoveTo_(plan_->GetStartTick());
     looksOutside_ = true;
-    // Where nobody renders only the last of several songs is told.
+    // Where nobody renders only the last of several songs is reported.
     if (!events_.empty() && events_.back().kind == EngineEvent::Kind::SongPutIn) events_.pop_back();
     TellMove_(EngineEvent::Kind::SongPutIn, now_.Rounded(), fromTick, position_);
 }
@@ -114,7 +114,7 @@ bool Engine::Stop() {
 }
 
 void Engine::StopHere_() {
-    // An event finds the playhead where it was told; elsewhere it may be some blocks old.
+    // An event finds the playhead where it was reported; elsewhere it may be some blocks old.
     if (!isTelling_) UpdatePosition_();
     isRolling_ = false;
     ++interruptions_;
@@ -152,7 +152,7 @@ void Engine::Silence() {
 void Engine::SetWantedTick(std::optional<std::uint32_t> tick) {
     const Lock lock(mutex_);
     wantedTick_ = tick;
-    // The advance under way was planned without it. Its search told more than is used, which does no harm.
+    // The advance under way was planned without it. Its search found more than is used, which does no harm.
     if (!tick || !isRolling_ || isHolding_ || *tick <= from_ || *tick >= to_) return;
     const std::int64_t frame = clock_.TimeOfTick(*tick).Rounded();
     if (frame < frame_) return;
@@ -237,7 +237,7 @@ void Engine::MakeProgress_(Lock& lock, std::int64_t end) {
     for (;;) {
         if (startIsToTell_) TellStart_();
         if (!isRolling_ && looksOutside_) TellOfSeek_();
-        // Whoever is told something may do anything: nothing that was seen before it is believed.
+        // A subscriber may do anything: nothing that was seen before it is believed.
         CarryOut_(lock);
         if (frame_ >= end) return;
         const bool isOverrun = interruptions_ - interruptions > MaxInterruptionsAtOneMoment;
@@ -261,15 +261,15 @@ void Engine::MakeProgress_(Lock& lock, std::int64_t end) {
     }
 }
 
-// Sound orders first, then events: who is told something finds everything done that led to it.
+// Sound orders first, then events: a subscriber finds everything done that led to it.
 void Engine::CarryOut_(Lock& lock) {
     for (int turns = 0; turns < MaxRoundsOfEvents && !(orders_.empty() && events_.empty()); ++turns) {
         DoOrders_(lock);
-        // What is left there was not told because somebody threw.
+        // What is left there was not reported because a subscriber threw.
         eventsAtHand_.clear();
         std::swap(events_, eventsAtHand_);
         if (eventsAtHand_.empty()) continue;
-        // Meanwhile any operation may come, from other threads or from whoever is told.
+        // Meanwhile any operation may come, from other threads or from a subscriber.
         isTelling_ = true;
         lock.unlock();
         for (const EngineEvent& event : eventsAtHand_)
@@ -310,7 +310,7 @@ void Engine::AskHost_(Lock& lock) {
     const bool isAnswered = asked == Wait::AtCaesura ? host_.TryToStopAtCaesura() : host_.TryToFollowOn();
     lock.lock();
     looksOutside_ = true;
-    // Nothing follows and nobody stopped: this is no place to play on from.
+    // Nothing follows and nobody stopped: this is not a place to play on from.
     if (isAnswered && wait_ == asked) StopHere_();
 }
 

@@ -34,13 +34,13 @@ protected:
 };
 
 /// Plays songs: turns ticks into frames, obeys flow control, feeds the synthesizer. Every note, jump and stop lands on
-/// its exact frame, whatever the sizes of the pieces that are rendered.
+/// its exact frame, whatever the sizes of the blocks that are rendered.
 ///
 /// One thread renders. The other operations are thread-safe: they hold the engine's lock for some assignments and wait
-/// for a decision of flow control at most, never for sound; what sounds, and what is told to subscribers, they leave to
-/// the rendering thread as orders for its next frame. That lock is never held while somebody outside is called. It
-/// comes before all locks of player_core: no caller holds one of those. Whatever moves the playhead does so through
-/// flow control; the engine follows within LongestBlockFrames.
+/// for a decision of flow control at most, never for sound; what sounds, and what is reported to subscribers, they
+/// leave to the rendering thread as orders for its next frame. That lock is never held while somebody outside is
+/// called. It comes before all locks of player_core: no caller holds one of those. Whatever moves the playhead does so
+/// through flow control; the engine follows within LongestBlockFrames.
 class Engine {
 public:
     static constexpr std::uint32_t DefaultAdvanceFrames = 64;
@@ -52,7 +52,7 @@ public:
     Engine(StageShowControl& flow, Synth& synth, EngineHost& host, UserControls& controls,
            std::uint32_t framesPerSecond, std::uint32_t advanceFrames = DefaultAdvanceFrames);
 
-    /// Adds one behind those there are. Neither while another thread renders nor inside an event.
+    /// Adds one after those there are. Neither while another thread renders nor inside an event.
     void Subscribe(EngineSubscriber& subscriber);
     void Unsubscribe(EngineSubscriber& subscriber);
 
@@ -65,7 +65,7 @@ public:
     [[nodiscard]] std::vector<std::shared_ptr<const SongPlan>> TakeOldPlans();
 
     void Start();
-    /// Ends the notes and stands still; true when it was playing.
+    /// Ends the notes and stops; true when it was playing.
     bool Stop();
     /// Stops at the caesura that playback waits at; false where it does not wait any more.
     bool StopAtCaesura();
@@ -109,8 +109,8 @@ public:
 
     void SetSynthVolume(float volume);
     void SetMasterVolume(float volume);
-    /// Moves the fader on top of the volumes. Its arrival is told with `fade`, unless that is 0 or it is moved again
-    /// before.
+    /// Moves the fader on top of the volumes. Its arrival is reported with `fade`, unless that is 0 or it is moved
+    /// again before.
     void MoveFade(float target, double seconds, std::uint32_t fade);
 
 private:
@@ -200,7 +200,7 @@ private:
     bool lookedInVain_ = false;                 // flow control was busy: look again after the block
     std::uint32_t toldTick_ = 0;                // where subscribers believe a playhead that stands to be
     bool startIsToTell_ = false;
-    bool isTelling_ = false;  // an event is being told
+    bool isTelling_ = false;  // an event is being reported
 
     // Written under mutex_, read without: an answer one block old is as good.
     std::atomic<bool> isRolling_{false};

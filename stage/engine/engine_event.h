@@ -6,16 +6,15 @@
 
 namespace stage {
 
-/// One thing that playback does, told at the frame where it does it. A plain value; what it points to is good during
-/// the call.
+/// One thing that playback does, reported at the frame where it does it. A plain value; what it points to is good
+/// during the call.
 struct EngineEvent {
     enum class Kind : std::uint8_t {
         /// The caller asks for frames, the first of which is `frame`. Once in each call of Render or RenderLater,
-        /// before
-        /// everything else in it.
+        /// before everything else in it.
         BlockBegins,
         /// Playback was started and time goes on at `tick`. Not where it was started in a fermata's hold: there time
-        /// stands still as before.
+        /// is stopped as before.
         Started,
         /// Playback was stopped, by an operation or at the end of a song that nothing follows; `tick` is the last that
         /// has begun. Not in a fermata's hold, where time stood still already.
@@ -28,7 +27,7 @@ struct EngineEvent {
         /// Playback is at `tick` and flow control has decided what follows; nothing of the tick has sounded. Not where
         /// playback goes on from a caesura that it stopped at.
         Arrived,
-        /// Time stands still just short of a fermata's end at `tick`; what sounds sounds on.
+        /// Time is stopped just short of a fermata's end at `tick`; what sounds sounds on.
         Held,
         /// The fermata was released: time goes on at `tick`.
         Released,
@@ -41,8 +40,8 @@ struct EngineEvent {
         SongEnded,
         /// `cue` was set off, at `tick`. An OSC message has been handed to flow control's callback.
         Cue,
-        /// The gain that MoveFade asked for as `fade` has arrived: told at the end of the stretch in which it did, a
-        /// stretch being what lies between two notes or arrivals.
+        /// The gain that MoveFade asked for as `fade` has arrived: reported at the end of the stretch in which it did,
+        /// a stretch being what lies between two notes or arrivals.
         FadeDone,
     };
     enum class Reason : std::uint8_t { Loop, Seek, Cut };
@@ -60,8 +59,8 @@ struct EngineEvent {
 
 /// Hears what playback does. Called on the rendering thread, in the order of subscription, before the next frame is
 /// rendered and with no lock of the engine or the player held: it may call any operation of both, of the façade and of
-/// whatever stands before it. What that leads to is told after the event at hand. An operation of another thread is
-/// told at the next frame that is rendered.
+/// whatever stands before it. What that leads to is reported after the event at hand. An operation of another thread is
+/// reported at the next frame that is rendered.
 class EngineSubscriber {
 public:
     virtual void OnEngineEvent(const EngineEvent& event) = 0;

@@ -45,7 +45,7 @@ void Engine::ArriveAt_(Lock& lock, std::uint32_t tick) {
     Step step = Step::Again;
     for (int tries = 0; step == Step::Again && tries < MaxTriesAtOneMoment; ++tries) {
         step = TryToAdvance_(lock, tick);
-        // A jump is told before flow control decides what follows it.
+        // A jump is reported before flow control decides what follows it.
         if (step == Step::Again && !events_.empty()) CarryOut_(lock);
         if (interruptions_ != interruptions) return;
     }

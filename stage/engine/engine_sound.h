@@ -27,7 +27,7 @@ struct SoundOrder {
         Chase,      ///< the channels as playing `plan` up to `tick` leaves them
         SetSynth,   ///< the instruments' volume to `level`, in a short ramp
         SetMaster,  ///< the master volume likewise
-        Fade,       ///< the fader to `level` in `frames`; FadeDone is told with `fade` unless that is 0
+        Fade,       ///< the fader to `level` in `frames`; FadeDone is reported with `fade` unless that is 0
     };
 
     Kind kind = Kind::Play;
@@ -82,7 +82,7 @@ private:
     Gain synthGain_;
     Gain masterGain_;
     Gain fadeGain_;
-    std::uint32_t fade_ = 0;  // to be told when it has arrived
+    std::uint32_t fade_ = 0;  // to be reported when it has arrived
 };
 
 }  // namespace stage

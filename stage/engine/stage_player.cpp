@@ -125,7 +125,7 @@ void StagePlayer::Play() {
     GetGuiUpdate().Unpause();
 }
 
-// Ends playback without a word to the display; the caller knows what to tell. A fade stays where it is, so that what
+// Ends playback without a word to the display; the caller knows what to report. A fade stays where it is, so that what
 // rings out after it does so at its level.
 void StagePlayer::StandStill_() {
     engine_.Stop();
@@ -210,7 +210,7 @@ void StagePlayer::ResetPlayerNoFillBuffers() {
     Player::ResetPlayerNoFillBuffers();
 }
 
-// What the engine asks and tells.
+// What the engine asks and reports.
 
 bool StagePlayer::TakeCaesuraCancellation() {
     const bool isCanceled = GetUserCanceledCaesura() || GetFermataCanceledCaesura();

@@ -63,12 +63,12 @@ public:
     void ApplyStates(std::span<const ChannelState> states);
 
     /// The next frames of both channels of the output. They are written when the next message comes, by FinishRendering
-    /// at the latest: the synthesizer takes nearly twice as long for many short pieces as for few long ones. Until then
+    /// at the latest: the synthesizer takes nearly twice as long for many short blocks as for few long ones. Until then
     /// the place must stay.
     void Render(float* left, float* right, std::uint32_t frames);
     void FinishRendering();
 
-    /// Tells every note, end of a note and setting that is sent; for tests and diagnostics. Empty: tells nobody.
+    /// Reports every note, end of a note and setting that is sent; for tests and diagnostics. Empty: reports nothing.
     void SetObserver(std::function<void(const SynthMessage&)> observer) { observer_ = std::move(observer); }
 
 private:

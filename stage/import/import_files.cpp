@@ -63,7 +63,7 @@ private:
                 files.push_back(path);
             } else {
                 throw std::runtime_error(fmt::format(
-                    "the file \"{}\" is no score: its name ends in none of .mid, .midi, .musicxml, .xml and .mxl",
+                    "the file \"{}\" is not a score: its name ends in none of .mid, .midi, .musicxml, .xml and .mxl",
                     path));
             }
         }

@@ -24,13 +24,13 @@ bool IsLetter(char c) {
 
 /// Names that programs give to a track of tempos when nobody has named it.
 bool IsEmptyTrackName(const std::string& name) {
-    constexpr std::array<std::string_view, 9> words{"control track", "conductor",    "conductor track",
+    constexpr std::array<std::string_view, 9> Words{"control track", "conductor",    "conductor track",
                                                     "tempo",         "tempo track",  "untitled",
                                                     "track",         "master track", "sequence"};
     std::string plain = ToLower(name);
     while (!plain.empty() && (IsDigit(plain.back()) || plain.back() == ' ' || plain.back() == '#'))
         plain.pop_back();
-    return plain.empty() || std::find(words.begin(), words.end(), plain) != words.end();
+    return plain.empty() || std::find(Words.begin(), Words.end(), plain) != Words.end();
 }
 
 class MidiFileReader : public SongFileReader {
@@ -80,7 +80,7 @@ SongFileName ParseSongFileName(const std::string& path) {
     SongFileName parsed;
     if (end > 0) {
         const std::size_t firstDigit = std::min(name.find_first_not_of('0'), end - 1);
-        // One letter is part of the number where the number ends behind it.
+        // One letter is part of the number where the number ends after it.
         const bool hasLetter = end < name.size() && IsLetter(name[end]) &&
                                (end + 1 == name.size() || !std::isalnum(static_cast<unsigned char>(name[end + 1])));
         if (hasLetter) ++end;

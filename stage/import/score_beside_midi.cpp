@@ -74,7 +74,7 @@ private:
         });
         if (goesOn)
             throw std::runtime_error(fmt::format(
-                "\"{}\" goes on behind bar {}, the last one of \"{}\", which beside it is taken for its score",
+                "\"{}\" goes on after bar {}, the last one of \"{}\", which beside it is taken for its score",
                 midi_.file, scoreBars.back().label, score_.file));
     }
 
@@ -83,7 +83,7 @@ private:
         const Bars midiBars = TL::BarPositions(song.GetTimeline()).GetBars();
         for (std::size_t i = 0; i < std::max(scoreBars.size(), midiBars.size()); ++i) {
             if (i >= scoreBars.size() || i >= midiBars.size())
-                return fmt::format("disagree behind bar {}: one of them has {} bars and the other {}",
+                return fmt::format("disagree after bar {}: one of them has {} bars and the other {}",
                                    scoreBars[std::min(i, scoreBars.size()) - 1].label, midiBars.size(),
                                    scoreBars.size());
             const std::uint32_t scoreTick = scale_(scoreBars[i].startTick);

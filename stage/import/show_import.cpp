@@ -150,7 +150,7 @@ bool IsNewOrEmpty(const std::string& path) {
 
 void RefuseExistingShow(const std::string& path) {
     if (!fs::exists(path)) return;
-    if (!fs::is_directory(path)) throw std::runtime_error(fmt::format("\"{}\" is no directory", path));
+    if (!fs::is_directory(path)) throw std::runtime_error(fmt::format("\"{}\" is not a directory", path));
     std::vector<std::string> problems;
     const ShowDirectory directory = ScanAnyDirectory(path, problems);
     if (!directory.showDataName.empty() || !directory.logNames.empty() || !problems.empty())
@@ -217,7 +217,7 @@ void WriteShow(const ImportRequest& request, const std::string& title, const std
         files.Remember(settingsPath);
     }
     // The log's name is the show's, the version and the extension; the show data share its first part. They come last:
-    // without them a directory is no show.
+    // without them a directory is not a show.
     const std::string showDataPath = logPath.substr(0, logPath.rfind('-')) + ".showdata";
     tavo_midi::WriteShowData(showDataPath, title, songs, tavo_midi::ExistingShow::Keep);
     files.Remember(showDataPath);

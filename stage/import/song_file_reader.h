@@ -24,7 +24,7 @@ struct ImportedSong {
 };
 
 /// Reads one kind of score file. Whatever the kind, a song is packed as a Standard MIDI File together with what such a
-/// file cannot say (bar labels, pages) and the first edits, so that everything behind the reader is the same.
+/// file cannot say (bar labels, pages) and the first edits, so that everything after the reader is the same.
 class SongFileReader {
 public:
     /// Told what is done next, "reading 01_Overture.mid".

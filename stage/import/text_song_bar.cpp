@@ -37,22 +37,22 @@ int ReadInteger(std::string_view text, int lowest, int highest, const std::strin
     int number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (text.empty() || error != std::errc() || end != text.data() + text.size() || number < lowest || number > highest)
-        Fail(place, fmt::format("\"{}\" is no whole number from {} to {}", text.substr(0, 40), lowest, highest));
+        Fail(place, fmt::format("\"{}\" is not a whole number from {} to {}", text.substr(0, 40), lowest, highest));
     return number;
 }
 
 std::pair<int, int> ReadFraction(std::string_view text, const std::string& place) {
-    constexpr int highest = 64;
+    constexpr int Highest = 64;
     const std::size_t slash = std::min(text.find('/'), text.size());
-    const int numerator = ReadInteger(text.substr(0, slash), 1, highest, place);
-    const int denominator = ReadInteger(text.substr(std::min(slash + 1, text.size())), 1, highest, place);
+    const int numerator = ReadInteger(text.substr(0, slash), 1, Highest, place);
+    const int denominator = ReadInteger(text.substr(std::min(slash + 1, text.size())), 1, Highest, place);
     if (!std::has_single_bit(static_cast<unsigned int>(denominator)))
-        Fail(place, fmt::format("{} is not a note value: 1, 2, 4 ... {}", denominator, highest));
+        Fail(place, fmt::format("{} is not a note value: 1, 2, 4 ... {}", denominator, Highest));
     return {numerator, denominator};
 }
 
 void AppendBars(const std::string& line, int number, const std::string& place, std::vector<Bar>& bars) {
-    constexpr int mostRepetitions = 200;
+    constexpr int MostRepetitions = 200;
     std::istringstream stream(line);
     Bar bar{number, {}};
     bool isOpen = false;
@@ -65,7 +65,7 @@ void AppendBars(const std::string& line, int number, const std::string& place, s
         if (isOpen && bar.words.size() == 1 && bar.words.front().starts_with('%')) {
             if (bars.empty()) Fail(place, "there is no bar to repeat");
             const std::string count = bar.words.front().substr(1);
-            const int times = count.empty() ? 1 : ReadInteger(count, 1, mostRepetitions, place);
+            const int times = count.empty() ? 1 : ReadInteger(count, 1, MostRepetitions, place);
             bars.insert(bars.end(), static_cast<std::size_t>(times), Bar(bars.back()));
         } else if (isOpen) {
             bars.push_back(bar);
@@ -131,11 +131,12 @@ Player::Note Player::ReadNote(std::string& word, const std::string& place) const
 }
 
 unsigned int Player::ReadLength(std::string_view text, const std::string& place) const {
-    constexpr int shortestNote = 96;
+    constexpr int ShortestNote = 96;
     const std::size_t dots = text.size() - std::min(text.find('.'), text.size());
-    const int divisor = ReadInteger(text.substr(0, text.size() - dots), 1, shortestNote, place);
+    const int divisor = ReadInteger(text.substr(0, text.size() - dots), 1, ShortestNote, place);
     const unsigned int whole = 4U * TicksPerQuarter;
-    if (whole % static_cast<unsigned int>(divisor) != 0 || dots > 2) Fail(place, fmt::format("/{} is no length", text));
+    if (whole % static_cast<unsigned int>(divisor) != 0 || dots > 2)
+        Fail(place, fmt::format("/{} is not a length", text));
     unsigned int ticks = whole / static_cast<unsigned int>(divisor);
     unsigned int dot = ticks / 2;
     for (std::size_t i = 0; i < dots; ++i, dot /= 2)
@@ -149,9 +150,9 @@ int Player::ReadPitch(std::string_view text, const std::string& place) const {
         if (found == KeyOfDrum.end()) Fail(place, fmt::format("there is no drum \"{}\"", text.substr(0, 40)));
         return found->second;
     }
-    constexpr std::string_view letters = "c d ef g a b";
-    const std::size_t step = text.empty() || text.front() == ' ' ? std::string_view::npos : letters.find(text.front());
-    if (step == std::string_view::npos) Fail(place, fmt::format("\"{}\" is no note", text.substr(0, 40)));
+    constexpr std::string_view Letters = "c d ef g a b";
+    const std::size_t step = text.empty() || text.front() == ' ' ? std::string_view::npos : Letters.find(text.front());
+    if (step == std::string_view::npos) Fail(place, fmt::format("\"{}\" is not a note", text.substr(0, 40)));
     int pitch = static_cast<int>(step);
     std::size_t at = 1;
     for (; at < text.size() && (text[at] == '#' || text[at] == 'b'); ++at)

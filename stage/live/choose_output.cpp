@@ -38,10 +38,10 @@ OutputChoice ParseOutputChoice(const std::string& text) {
         choice.kind = Kind::File;
         choice.path = text.substr(5);
         if (!AudioFile::HasKnownExtension(choice.path))
-            throw std::invalid_argument(fmt::format("The sound file \"{}\" must be named .wav or .flac.", choice.path));
+            throw std::invalid_argument(fmt::format("the sound file \"{}\" must be named .wav or .flac", choice.path));
     } else {
         throw std::invalid_argument(
-            fmt::format("An output is auto, jack, rtaudio, null or file:PATH, not \"{}\".", text));
+            fmt::format("an output is auto, jack, rtaudio, null or file:PATH, not \"{}\"", text));
     }
     return choice;
 }

@@ -35,7 +35,7 @@ struct FreePorts {
 
 Client OpenClient(const std::string& name) {
     if (!tavo_midi_io::jack_clients::MayOpen())
-        throw std::runtime_error("The JACK server has gone, and its other clients here have not left it yet.");
+        throw std::runtime_error("the JACK server has gone, and its other clients here have not left it yet");
     // The library would write to the terminal.
     jack_set_error_function(Ignore);
     jack_set_info_function(Ignore);
@@ -46,8 +46,8 @@ Client OpenClient(const std::string& name) {
         return client;
     }
     const bool hasNoServer = (status & JackServerFailed) != 0 || (status & JackServerError) != 0;
-    throw std::runtime_error(hasNoServer ? "No JACK server runs that this program may use."
-                                         : fmt::format("The JACK server refuses a client (status {:#x}).",
+    throw std::runtime_error(hasNoServer ? "no JACK server runs that this program may use"
+                                         : fmt::format("the JACK server refuses a client (status {:#x})",
                                                        static_cast<unsigned int>(status)));
 }
 
@@ -89,7 +89,7 @@ private:
         for (std::size_t i = 0; i < ports_.size(); ++i) {
             ports_[i] = jack_port_register(client, PortNames[i], JACK_DEFAULT_AUDIO_TYPE,
                                            JackPortIsOutput | JackPortIsTerminal, 0);
-            if (ports_[i] == nullptr) throw std::runtime_error("The JACK server gives no more ports.");
+            if (ports_[i] == nullptr) throw std::runtime_error("the JACK server gives no more ports");
         }
         jack_on_info_shutdown(client, &JackOutput::OnShutdown_, this);
         jack_set_process_callback(client, &JackOutput::OnProcess_, this);
@@ -98,7 +98,7 @@ private:
         jack_set_latency_callback(client, &JackOutput::OnLatency_, this);
         periodFrames_ = jack_get_buffer_size(client);
         TellFormat_();
-        if (jack_activate(client) != 0) throw std::runtime_error("The JACK server does not let a client play.");
+        if (jack_activate(client) != 0) throw std::runtime_error("the JACK server does not let a client play");
         Connect_(choice.device);
         ReadLatency_();
     }
@@ -198,7 +198,7 @@ public:
         });
         if (!isAnswered) {
             outcome->isAbandoned = true;
-            throw std::runtime_error("The JACK server does not answer.");
+            throw std::runtime_error("the JACK server does not answer");
         }
         output_ = std::move(outcome->output);
     }

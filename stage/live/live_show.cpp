@@ -106,7 +106,7 @@ void LiveShow::Press(Command command) {
 }
 
 void LiveShow::PressEdit_(const Command& command) {
-    if (options_.isLocked) return Fail_(command, "The show is locked: edits are refused until it is opened unlocked.");
+    if (options_.isLocked) return Fail_(command, "the show is locked: edits are refused until it is opened unlocked");
     try {
         switch (command.verb) {
             case Verb::Edit:

@@ -90,7 +90,7 @@ unsigned int LiveShow::CountBeats_(std::uint32_t tick, std::uint32_t end) const 
 }
 
 void LiveShow::Resume(const Take& take) {
-    if (!take.lastState) throw std::runtime_error("The take does not say where the show stood.");
+    if (!take.lastState) throw std::runtime_error("the take does not say where the show stood");
     const FlowState state = *take.lastState;
     static_cast<void>(session_->GetShow().GetSongData(state.song));
     const CommandSource source{Door::Replay, "resume"};

@@ -24,7 +24,7 @@ RateConverter::RateConverter(std::uint32_t fromRate, std::uint32_t toRate, std::
     if (src == nullptr || src_is_valid_ratio(ratio_) == 0) {
         if (src != nullptr) src_delete(src);
         throw std::runtime_error(
-            fmt::format("Sound at {} frames a second cannot be converted to {}.", fromRate, toRate));
+            fmt::format("sound at {} frames a second cannot be converted to {}", fromRate, toRate));
     }
     state_ = std::make_unique<State>(src);
     const auto longest = static_cast<std::size_t>(std::ceil(longestBlock * ratio_)) + 64;

@@ -42,10 +42,10 @@ public:
             }
             audio_.reset();
         }
-        if (!problem_.empty()) throw std::runtime_error(fmt::format("No sound device can be opened: {}", problem_));
+        if (!problem_.empty()) throw std::runtime_error(fmt::format("no sound device can be opened: {}", problem_));
         throw std::runtime_error(choice.device.empty()
-                                     ? "There is no sound device that RtAudio finds."
-                                     : fmt::format("There is no sound device \"{}\".", choice.device));
+                                     ? "there is no sound device that RtAudio finds"
+                                     : fmt::format("there is no sound device \"{}\"", choice.device));
     }
     ~RtAudioOutput() override {
         try {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <utility>
 
+#include "stage/live/describe_press.h"
 #include "tavo_midi/user_controls.h"
 
 namespace stage {
@@ -17,6 +18,7 @@ constexpr std::chrono::seconds NoticeTime{8};
 constexpr std::chrono::milliseconds SettlingTime{500};
 constexpr std::size_t LongestEntry = 16;
 constexpr int VolumeStep = 5;
+constexpr std::size_t KeptOnScreen = 60;
 
 using Kind = ScreenKey::Kind;
 using Mode = ScreenState::Mode;
@@ -247,11 +249,12 @@ void ScreenControl::AskToResume(const std::string& question) {
     state_.question = question;
 }
 
-void ScreenControl::NoteRecord(const CommandRecord& record, Moment now) {
+void ScreenControl::NoteRecord(const CommandRecord& record, const std::string& press, Moment now) {
+    const std::string refusal = DescribeRefusal(record, press);
+    state_.presses.push_front({record.IsTaken() ? press : refusal, record.IsTaken()});
+    if (state_.presses.size() > KeptOnScreen) state_.presses.pop_back();
     if (!record.IsTaken()) {
-        NoteRefusal(record.outcome == CommandRecord::Outcome::Refused ? "REFUSED: " + record.sentence
-                                                                      : "FAILED: " + record.sentence,
-                    now);
+        NoteRefusal(refusal, now);
     } else if (state_.isRefusal && record.command.source.door == Door::Terminal) {
         // The operator has pressed on.
         state_.notice.clear();
@@ -265,11 +268,11 @@ void ScreenControl::Notice_(const std::string& sentence, bool isRefusal, Moment 
     noticeEnd_ = now + NoticeTime;
 }
 
-bool ScreenControl::PassTime(Moment now) {
-    if (state_.notice.empty() || now < noticeEnd_) return false;
+void ScreenControl::Follow(const LiveStatus& status, Moment now) {
+    if (state_.mode == Mode::AskResume && IsMoving(status.motion)) state_.mode = Mode::Show;
+    if (state_.notice.empty() || now < noticeEnd_) return;
     state_.notice.clear();
     state_.isRefusal = false;
-    return true;
 }
 
 }  // namespace stage

@@ -41,12 +41,12 @@ public:
     [[nodiscard]] ScreenAction Press(const ScreenKey& key, const LiveStatus& status, Moment now);
     void AskToResume(const std::string& question);
 
-    /// The desk has decided; what it refused is brought before the operator's eyes.
-    void NoteRecord(const CommandRecord& record, Moment now);
+    /// The desk has decided of a press, which reads so; what it refused is brought before the operator's eyes.
+    void NoteRecord(const CommandRecord& record, const std::string& press, Moment now);
     /// What was pressed could not be read; one sentence.
     void NoteRefusal(const std::string& sentence, Moment now) { Notice_(sentence, true, now); }
-    /// Takes off what has been shown for long enough; false where nothing was.
-    bool PassTime(Moment now);
+    /// Takes off what has been shown for long enough, and a question that the show has answered by going on.
+    void Follow(const LiveStatus& status, Moment now);
 
 private:
     [[nodiscard]] ScreenAction PressInShow_(const ScreenKey& key, const LiveStatus& status, Moment now);

@@ -112,10 +112,10 @@ void PutCountdown(ScreenPicture& picture, const LiveStatus& status, int row, con
 int PutPlace(ScreenPicture& picture, const LiveStatus& status, int row) {
     const ScreenSize& size = picture.GetSize();
     const Place place = FitPlace(status, size);
-    picture.Put(row, place.barColumn, "BAR", Faint);
     picture.Put(row, place.beatColumn, "BEAT", Faint);
     const std::string bar = status.bar.empty() ? "-" : status.bar;
     const int barEnd = place.beatColumn - 4 * place.digits.scale;
+    picture.PutRight(row, barEnd, "BAR", Faint);
     place.digits.Put(picture, row + 1, barEnd - place.digits.CountColumns(bar), bar, Strong);
     place.digits.Put(picture, row + 1, place.beatColumn, status.beat, Strong);
 
@@ -191,7 +191,7 @@ void PutSmall(ScreenPicture& picture, const LiveStatus& status, const ScreenStat
     PutFlow(picture, status, 4);
     PutLoops(picture, status, 5, 2);
     const int keys = picture.GetSize().rows - 1;
-    if (keys > 6) PutPresses(picture, status, 7, std::min(2, keys - 7), 1);
+    if (keys > 6) PutPresses(picture, state, 7, std::min(2, keys - 7), 1);
     if (keys > 9) PutSound(picture, status, 9, keys - 9);
     PutOpen(picture, state, 5, keys);
     if (keys > 3) PutKeyLine(picture, state, keys);
@@ -252,7 +252,7 @@ ScreenPicture LayOutScreen(const LiveStatus& status, const ScreenState& state, c
     const int keys = size.rows - 1;
     picture.PutRule(row++, "Sound");
     row += PutSound(picture, status, row, keys - row) + roomy;
-    PutHappenings(picture, status, row, keys - row);
+    PutHappenings(picture, status, state, row, keys - row);
     PutOpen(picture, state, open, keys);
     PutKeyLine(picture, state, keys);
     return picture;

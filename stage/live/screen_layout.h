@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,13 @@ struct ScreenSong {
     std::string title;
 };
 
-/// What the operator's keys have opened on the screen. A plain value.
+/// A press that was decided.
+struct ScreenPress {
+    std::string text;
+    bool isTaken = true;  ///< else the text says why it was not
+};
+
+/// What the operator's keys have opened on the screen, and what they did. A plain value.
 struct ScreenState {
     enum class Mode : std::uint8_t {
         Show,
@@ -26,12 +33,13 @@ struct ScreenState {
     };
 
     Mode mode = Mode::Show;
-    std::string entry;              ///< of Place
-    std::vector<ScreenSong> songs;  ///< of the show
-    std::size_t chosen = 0;         ///< of Songs
-    std::string question;           ///< of AskQuit and AskResume
-    std::string notice;             ///< one sentence; empty for none
-    bool isRefusal = false;         ///< the notice says why something was not done
+    std::string entry;                ///< of Place
+    std::vector<ScreenSong> songs;    ///< of the show
+    std::size_t chosen = 0;           ///< of Songs
+    std::string question;             ///< of AskQuit and AskResume
+    std::string notice;               ///< one sentence; empty for none
+    bool isRefusal = false;           ///< the notice says why something was not done
+    std::deque<ScreenPress> presses;  ///< the last ones, the newest first
 };
 
 /// The screen of `stage play`. At 80x24 all of it has room; a larger one has larger digits and more lines, a smaller

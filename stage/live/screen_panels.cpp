@@ -42,33 +42,10 @@ std::string Plural(std::uint64_t count, const char* one, const char* several) {
     return fmt::format("{} {}", count, count == 1 ? one : several);
 }
 
-/// Without what stands in front of it already: the command that it is about.
-std::string TrimSentence(const std::string& sentence, const std::string& verb) {
-    const std::string opening = fmt::format("\"{}\" is refused: ", verb);
-    return sentence.starts_with(opening) ? sentence.substr(opening.size()) : sentence;
-}
-
 struct Line {
     std::string text;
     ScreenStyle style;
 };
-
-void AppendPress(std::vector<Line>& lines, const CommandRecord& record, int columns) {
-    std::string text = AsText(record.command);
-    const CommandSource& source = record.command.source;
-    if (source.door != Door::Terminal) {
-        text += fmt::format("  ({}{}{})", GetDoorName(source.door), source.name.empty() ? "" : " ", source.name);
-    }
-    if (record.IsTaken()) {
-        lines.push_back({text, Plain});
-        return;
-    }
-    const char* outcome = record.outcome == CommandRecord::Outcome::Refused ? "REFUSED" : "FAILED";
-    const std::string verb(GetVerbRow(record.command.verb).name);
-    for (const std::string& part :
-         WrapColumns(fmt::format("{} {}: {}", outcome, text, TrimSentence(record.sentence, verb)), columns))
-        lines.push_back({part, Alarm});
-}
 
 void PutMessages(ScreenPicture& picture, const LiveStatus& status, int row, int rows, int column) {
     std::vector<std::string> lines;
@@ -153,34 +130,33 @@ int PutSound(ScreenPicture& picture, const LiveStatus& status, int row, int rows
     return std::max(taken, 0);
 }
 
-int PutPresses(ScreenPicture& picture, const LiveStatus& status, int row, int rows, int column, int end) {
+int PutPresses(ScreenPicture& picture, const ScreenState& state, int row, int rows, int column, int end) {
     const int width = (end < 0 ? picture.GetSize().columns : end) - column - 1;
-    std::vector<Line> lines;
-    for (auto record = status.presses.rbegin();
-         record != status.presses.rend() && static_cast<int>(lines.size()) < rows; ++record)
-        AppendPress(lines, *record, width);
-    const int taken = std::max(0, std::min(rows, static_cast<int>(lines.size())));
-    for (int i = 0; i < taken; ++i) {
-        const Line& line = lines[static_cast<std::size_t>(i)];
-        picture.Put(row + i, column, line.text, line.style == Plain && i > 0 ? Faint : line.style, width);
+    int taken = 0;
+    for (const ScreenPress& press : state.presses) {
+        for (const std::string& line : WrapColumns(press.text, width)) {
+            if (taken >= rows) return taken;
+            const ScreenStyle told = taken == 0 ? Plain : Faint;
+            picture.Put(row + taken++, column, line, press.isTaken ? told : Alarm, width);
+        }
     }
     return taken;
 }
 
-void PutHappenings(ScreenPicture& picture, const LiveStatus& status, int row, int rows) {
+void PutHappenings(ScreenPicture& picture, const LiveStatus& status, const ScreenState& state, int row, int rows) {
     if (rows < 2) return;
     const int columns = picture.GetSize().columns;
     picture.PutRule(row, "Pressed");
     if (columns >= 140) {
         const int middle = columns / 2;
         picture.PutRule(row, "Messages", middle);
-        PutPresses(picture, status, row + 1, rows - 1, 1, middle);
+        PutPresses(picture, state, row + 1, rows - 1, 1, middle);
         PutMessages(picture, status, row + 1, rows - 1, middle + 1);
         return;
     }
     const int messages = rows >= 12 ? rows / 3 : 1;
     const int presses = rows - 1 - messages;
-    PutPresses(picture, status, row + 1, presses, 1);
+    PutPresses(picture, state, row + 1, presses, 1);
     PutMessages(picture, status, row + 1 + presses, messages, 1);
 }
 

@@ -11,9 +11,9 @@ void PutNotice(ScreenPicture& picture, const ScreenState& state, int row);
 /// The output with its state, volumes, the MIDI input, and what is wrong with the take.
 int PutSound(ScreenPicture& picture, const LiveStatus& status, int row, int rows);
 /// The last presses, the newest first; what was refused stands out with its reason. From `column` on.
-int PutPresses(ScreenPicture& picture, const LiveStatus& status, int row, int rows, int column, int end = -1);
+int PutPresses(ScreenPicture& picture, const ScreenState& state, int row, int rows, int column, int end = -1);
 /// The last presses and messages.
-void PutHappenings(ScreenPicture& picture, const LiveStatus& status, int row, int rows);
+void PutHappenings(ScreenPicture& picture, const LiveStatus& status, const ScreenState& state, int row, int rows);
 /// The list of songs or of keys, if one is open, from `row` up to `end`.
 void PutOpen(ScreenPicture& picture, const ScreenState& state, int row, int end);
 void PutKeyLine(ScreenPicture& picture, const ScreenState& state, int row);

@@ -191,7 +191,7 @@ void OfflineShow::LeaveVampAutomatically_() {
     }
 }
 
-// Ends what would go round for ever: once nobody is there to leave a vamp, it is not left.
+// Ends what would go round forever: once nobody is there to leave a vamp, it is not left.
 void OfflineShow::CountPass_() {
     ++jumpsSincePress_;
     const std::vector<LoopEvent> loops = flow_.CopyActiveLoops();

@@ -67,7 +67,7 @@ OfflineShow::OfflineShow(ShowSession& session, OfflineOptions options, SoundSink
       left_(LongestPieceFrames),
       right_(LongestPieceFrames) {
     if (traceSink) trace_ = std::make_unique<Trace>(std::move(traceSink), options_.tracesBeats);
-    // After the player, which is told first and puts in the next song.
+    // After the player, which is notified first and puts in the next song.
     notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song, [this](void*) { EndSong_(); });
     session_.SetQuitHandler([this] { Quit_(); });
     engine_.Subscribe(*this);
@@ -134,7 +134,7 @@ void OfflineShow::EndSong_() {
     if (trace_) TraceLine_(showData_.GetSongData(song_).GetTimeline().GetEndTickIndex(), "song-end", song_);
 }
 
-// Everything that happens between two pieces.
+// Everything that happens between two blocks.
 void OfflineShow::PlayOn_() {
     NoticeSong_();
     DoWhatIsDue_();
@@ -217,10 +217,10 @@ bool OfflineShow::IsFinished_() {
     if (!stands || waitsForTime || HasNextSongToStart_()) return false;
     const bool isPlayedToTheEnd = !endedSong_.empty() && player_.IsStopped();
     if (line != nullptr) {
-        Remark_(fmt::format("line {} of the script (\"{}\") is never reached: playback stands still {}.",
+        Remark_(fmt::format("line {} of the script (\"{}\") is never reached: playback is stopped {}.",
                             line->lineNumber, line->text, DescribeStanding_()));
     } else if (!isPlayedToTheEnd) {
-        Remark_(fmt::format("The script has run out and playback stands still {}: the render ends there.",
+        Remark_(fmt::format("The script has run out and playback is stopped {}: the render ends there.",
                             DescribeStanding_()));
     }
     return true;

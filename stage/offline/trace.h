@@ -30,7 +30,7 @@ public:
     void SetPositions(TL::BarPositions positions) { positions_ = std::move(positions); }
     [[nodiscard]] const TL::BarPositions& GetPositions() const { return positions_; }
 
-    /// Writes what the display has been told up to now; it was told at this moment.
+    /// Writes what the display was sent up to now; it was sent at this moment.
     void WriteNotifications(std::int64_t frame, std::uint32_t tick);
     /// The same, then a line of the caller's.
     void Write(std::int64_t frame, std::uint32_t tick, const std::string& event, const std::string& details);

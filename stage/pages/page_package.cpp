@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <istream>
-#include <limits>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
+#include "kit/json_object.h"
 #include "stage/pages/page_entries.h"
 #include "stage/pages/page_tar.h"
 
@@ -16,59 +16,24 @@ namespace stage {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr const char* FormatName = "tavo score";
-constexpr std::uint64_t FormatVersion = 1;
-constexpr int DeepestIndex = 3;
+constexpr std::uint32_t FormatVersion = 1;
 
 [[noreturn]] void Fail(const std::string& place, const std::string& problem) {
     throw std::runtime_error(place + " " + problem);
 }
 
-Json ParseJson(const std::string& text, const std::string& place) {
-    const auto refuseDepth = [&](int depth, Json::parse_event_t, const Json&) {
-        if (depth > DeepestIndex) Fail(place, "is nested too deeply");
-        return true;
-    };
-    try {
-        return Json::parse(text, refuseDepth);
-    } catch (const Json::parse_error&) {
-        Fail(place, "is not JSON");
-    } catch (const Json::out_of_range&) {
-        Fail(place, "holds a number that is too large");
-    }
-}
+constexpr std::array<std::pair<std::string_view, PageType>, 2> MediaTypes{
+    {{"image/png", PageType::Png}, {"image/svg+xml", PageType::Svg}}};
 
-std::uint64_t ReadNumber(const Json& object, const char* key, std::uint64_t highest, const std::string& place) {
-    const auto value = object.find(key);
-    if (value == object.end() || !value->is_number_unsigned() || value->get<std::uint64_t>() > highest)
-        Fail(place, fmt::format("needs \"{}\", a whole number from 0 to {}", key, highest));
-    return value->get<std::uint64_t>();
-}
-
-bool IsText(const Json& object, const char* key, std::string_view text) {
-    const auto value = object.find(key);
-    return value != object.end() && value->is_string() && value->get_ref<const std::string&>() == text;
-}
-
-PageType ReadType(const Json& page, const std::string& place) {
-    for (const PageType type : {PageType::Png, PageType::Svg})
-        if (IsText(page, "type", GetMediaType(type))) return type;
-    Fail(place,
-         fmt::format("needs \"type\", \"{}\" or \"{}\"", GetMediaType(PageType::Png), GetMediaType(PageType::Svg)));
-}
-
-ScorePage ReadPageEntry(const Json& json, const std::string& place) {
-    if (!json.is_object()) Fail(place, "must be an object");
+ScorePage ReadPageEntry(kit::JsonObject entry) {
     ScorePage page;
-    page.number =
-        static_cast<std::uint32_t>(ReadNumber(json, "page", std::numeric_limits<std::uint32_t>::max(), place));
-    page.type = ReadType(json, place);
-    page.bytes = ReadNumber(json, "bytes", MaxPageBytes, place);
-    if (!IsText(json, "file", GetEntryName(page)))
-        Fail(place, fmt::format("needs \"file\", which must be \"{}\"", GetEntryName(page)));
-    if (json.size() != 4) Fail(place, "has a key that is not known");
+    page.number = entry.Get("page").AsUnsigned();
+    page.type = entry.Get("type").AsOneOf(MediaTypes);
+    page.bytes = static_cast<std::uint64_t>(entry.Get("bytes").AsInteger(0, MaxPageBytes));
+    const kit::JsonValue file = entry.Get("file");
+    if (file.AsText() != GetEntryName(page)) file.FailAs(fmt::format("must be \"{}\"", GetEntryName(page)));
+    entry.RefuseOtherKeys();
     return page;
 }
 
@@ -133,22 +98,21 @@ std::string MakePageIndex(const std::vector<ScorePage>& pages) {
 }
 
 std::vector<ScorePage> ParsePageIndex(const std::string& text, const std::string& place) {
-    const Json json = ParseJson(text, place);
-    if (!json.is_object()) Fail(place, "must be an object");
-    if (!IsText(json, "format", FormatName)) Fail(place, "is not that of a score");
-    if (ReadNumber(json, "version", std::numeric_limits<std::uint64_t>::max(), place) != FormatVersion)
-        Fail(place, fmt::format("is of a version other than {}, which cannot be read", FormatVersion));
-    const auto list = json.find("pages");
-    if (list == json.end() || !list->is_array()) Fail(place, "needs \"pages\", an array");
-    if (json.size() != 3) Fail(place, "has a key that is not known");
-    if (list->size() > MaxPages) Fail(place, fmt::format("has more than {} pages", MaxPages));
+    const kit::JsonText json(text, place, {.bytes = MaxPageIndexBytes});
+    kit::JsonObject index = json.Object();
+    const kit::JsonValue format = index.Get("format");
+    if (format.AsText() != FormatName) format.FailAs(fmt::format("must be \"{}\"", FormatName));
+    const kit::JsonValue version = index.Get("version");
+    if (version.AsUnsigned() != FormatVersion)
+        version.Fail(fmt::format("is {}, but only {} can be read", version.AsUnsigned(), FormatVersion));
     std::vector<ScorePage> pages;
-    for (const Json& entry : *list) {
-        const ScorePage page = ReadPageEntry(entry, fmt::format("{}: entry {}", place, pages.size() + 1));
+    for (const kit::JsonValue& entry : index.Get("pages").AsList(MaxPages)) {
+        const ScorePage page = ReadPageEntry(entry.AsObject());
         if (!pages.empty() && page.number <= pages.back().number)
-            Fail(place, fmt::format("has page {} behind page {}", page.number, pages.back().number));
+            entry.Fail(fmt::format("is page {}, which must not come after page {}", page.number, pages.back().number));
         pages.push_back(page);
     }
+    index.RefuseOtherKeys();
     return pages;
 }
 
@@ -184,7 +148,7 @@ void PagePackage::ReadIndex() {
 }
 
 std::string PagePackage::ReadBytes(std::uint64_t count, const std::string& place) {
-    // In pieces: a length that is only announced is not worth its memory.
+    // In chunks: a length that is only announced is not worth its memory.
     constexpr std::uint64_t Piece = 1U << 20U;
     std::string bytes;
     while (bytes.size() < count) {
@@ -234,7 +198,7 @@ void PagePackage::CheckAll(const std::function<void(std::size_t)>& reportPage) {
     archive_->seekg(static_cast<std::streamoff>(places_.back()));
     if (ReadBytes(tar::EndBytes, place) != std::string(tar::EndBytes, '\0'))
         Fail(place, "holds something that is not in the index");
-    if (archive_->get() != std::istream::traits_type::eof()) Fail(place, "has bytes behind it");
+    if (archive_->get() != std::istream::traits_type::eof()) Fail(place, "has bytes after it");
     if (archive_->bad() && cipher_ != nullptr) throw std::runtime_error(cipher_->GetProblem());
 }
 

@@ -76,7 +76,7 @@ private:
     const tavo_sec::CipherStream* cipher_ = nullptr;
     const std::string name_;
     std::vector<ScorePage> pages_;
-    /// Where the entries of the pages begin, and behind them the end of the archive.
+    /// Where the entries of the pages begin, and after them the end of the archive.
     std::vector<std::uint64_t> places_;
 };
 

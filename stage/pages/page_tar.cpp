@@ -57,7 +57,7 @@ std::uint64_t ReadOctal(std::string_view text, const std::string& place) {
     const std::size_t end = text.find_first_of(std::string_view(" \0", 2));
     const std::string_view digits = text.substr(0, end);
     if (digits.empty() || digits.find_first_not_of("01234567") != std::string_view::npos)
-        Fail(place, "has a tar header with a number that is none");
+        Fail(place, "has a tar header with an unreadable number");
     return std::accumulate(digits.begin(), digits.end(), std::uint64_t{0}, [](std::uint64_t value, char digit) {
         return value * 8 + static_cast<std::uint64_t>(digit - '0');
     });

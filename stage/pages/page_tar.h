@@ -30,7 +30,7 @@ struct Entry {
 [[nodiscard]] std::string MakeHeader(const Entry& entry);
 
 /// Reads a header block. Throws std::runtime_error with one sentence that begins with `place`: a wrong checksum,
-/// another format, numbers that are none, an entry that is no regular file, or a name in a way that a score does not
+/// another format, unreadable numbers, an entry that is not a regular file, or a name in a way that a score does not
 /// use.
 [[nodiscard]] Entry ParseHeader(std::string_view block, const std::string& place);
 

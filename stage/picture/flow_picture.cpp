@@ -62,20 +62,20 @@ std::string DescribeFollowing(const Subject& subject) {
 
 /// How the song follows on, set at the right edge under its last bar.
 Drawing DrawFollowing(const std::string& words) {
-    constexpr double width = 420;
-    constexpr double padding = 8;
+    constexpr double Width = 420;
+    constexpr double Padding = 8;
     Drawing following;
-    const std::vector<std::string> lines = WrapText(words, width, SubtitleSize, true);
+    const std::vector<std::string> lines = WrapText(words, Width, SubtitleSize, true);
     double widest = 0;
     for (const std::string& line : lines)
         widest = std::max(widest, MeasureText(line, SubtitleSize, true));
-    const double left = PageRight - widest - 2 * padding;
-    double baseline = padding / 2 + SubtitleSize;
+    const double left = PageRight - widest - 2 * Padding;
+    double baseline = Padding / 2 + SubtitleSize;
     for (const std::string& line : lines) {
-        AddText(following, {left + padding, baseline}, line, SubtitleSize, Ink::Follow, true);
+        AddText(following, {left + Padding, baseline}, line, SubtitleSize, Ink::Follow, true);
         baseline += LineHeight(SubtitleSize);
     }
-    const double boxHeight = static_cast<double>(lines.size()) * LineHeight(SubtitleSize) + padding;
+    const double boxHeight = static_cast<double>(lines.size()) * LineHeight(SubtitleSize) + Padding;
     following.boxes.push_back({left, 0, PageRight - left, boxHeight, Ink::Follow, Fill::None, true, 3});
     following.height = boxHeight + LegendGap;
     return following;
@@ -155,19 +155,19 @@ Drawing DrawLegend(const Sheet& sheet) {
     legend.curves.push_back({{{PageLeft, 0}, {PageRight, 0}}, Ink::Faint, 0.7, false});
     double x = PageLeft;
     double y = 12;
-    constexpr double lineHeight = 22;
+    constexpr double LegendLineHeight = 22;
     for (const LegendEntry& entry : LegendEntries) {
         if (entry.ink != Ink::Tempo && !sheet.Has(entry.ink)) continue;
         const double width = SwatchWidth + MeasureText(entry.words, LabelSize, false);
         if (x > PageLeft && x + width > PageRight) {
             x = PageLeft;
-            y += lineHeight;
+            y += LegendLineHeight;
         }
         AddSwatch(legend, entry.ink, x, y);
         AddText(legend, {x + SwatchWidth, y + LabelSize}, entry.words, LabelSize, Ink::Text);
         x += width + LegendGap;
     }
-    legend.height = y + lineHeight;
+    legend.height = y + LegendLineHeight;
     return legend;
 }
 
@@ -227,7 +227,7 @@ Drawing Draw(const Subject& subject) {
     for (const Drawing& block : blocks)
         heights.push_back(block.height);
     Drawing picture = DrawHeading(subject, sheet.bars.size());
-    // The number of pages is not known yet; it hardly changes the height of the line that tells it.
+    // The number of pages is not known yet; it hardly changes the height of the line that shows it.
     const double headHeight = DrawRunningHead(subject, 99, 99).height;
     const PagePlan plan = PlacePages(heights, picture.height, headHeight, BottomMargin);
     for (std::size_t i = 0; i < blocks.size(); ++i)

@@ -19,7 +19,7 @@ struct Subject {
     std::string version;
     /// "3:12": how long the song lasts as written.
     std::string length;
-    /// "8 The Ferry": the song that an attacca leads to; empty behind the last.
+    /// "8 The Ferry": the song that an attacca leads to; empty after the last.
     std::string nextSong;
 };
 

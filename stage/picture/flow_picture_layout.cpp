@@ -20,12 +20,12 @@ double MeasureCharacter(const kit::Character& character) {
     if (character.columns != 1) return character.columns == 0 ? 0 : 1.05;
     if (!character.isWellFormed || character.value > 0x7E) return 0.8;
     const char c = static_cast<char>(character.value);
-    constexpr std::string_view narrow = "ijl.,:;'|!I";
-    constexpr std::string_view slim = " ()[]{}/\\frt-`\"";
-    constexpr std::string_view wide = "mwMW@%";
-    if (narrow.find(c) != std::string_view::npos) return 0.36;
-    if (slim.find(c) != std::string_view::npos) return 0.48;
-    if (wide.find(c) != std::string_view::npos) return 1.0;
+    constexpr std::string_view Narrow = "ijl.,:;'|!I";
+    constexpr std::string_view Slim = " ()[]{}/\\frt-`\"";
+    constexpr std::string_view Wide = "mwMW@%";
+    if (Narrow.find(c) != std::string_view::npos) return 0.36;
+    if (Slim.find(c) != std::string_view::npos) return 0.48;
+    if (Wide.find(c) != std::string_view::npos) return 1.0;
     const bool isUpper = c >= 'A' && c <= 'Z';
     if (isUpper || std::string_view("+=<>~#^&").find(c) != std::string_view::npos) return 0.84;
     return 0.65;
@@ -156,9 +156,9 @@ double Row::FindX(unsigned int tick) const {
 }
 
 std::size_t CountBarsInRow(std::size_t barCount) {
-    constexpr std::size_t shortSong = 96;
-    constexpr std::size_t longSong = 256;
-    return barCount <= shortSong ? 8 : barCount <= longSong ? 12 : 16;
+    constexpr std::size_t ShortSong = 96;
+    constexpr std::size_t LongSong = 256;
+    return barCount <= ShortSong ? 8 : barCount <= LongSong ? 12 : 16;
 }
 
 namespace {

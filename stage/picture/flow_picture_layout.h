@@ -77,7 +77,7 @@ struct TempoStep {
 /// The song's tempo from `startTick` to `endTick`, without gaps.
 [[nodiscard]] std::vector<TempoStep> MakeTempoSteps(const tavo_midi::SongData& song, const CL::SongLog& edits);
 
-/// Whether a step is told in figures: the first, one that lasts a quarter note, a turning point.
+/// Whether a step is given in figures: the first, one that lasts a quarter note, a turning point.
 [[nodiscard]] std::vector<bool> ChooseToldTempos(const std::vector<TempoStep>& steps, unsigned int ticksPerQuarter);
 
 /// Where rows and pages begin, counted from the first page's top, and where the last page ends.
@@ -88,7 +88,7 @@ struct PagePlan {
 };
 
 /// Puts rows of these heights on pages. The rows of the first page begin at `firstTop`, those of the others at `top`
-/// behind the page's own; `bottom` is the margin.
+/// after the page's own; `bottom` is the margin.
 [[nodiscard]] PagePlan PlacePages(const std::vector<double>& heights, double firstTop, double top, double bottom);
 
 }  // namespace stage::flow

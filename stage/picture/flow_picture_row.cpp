@@ -344,7 +344,7 @@ double RowDrawer::DrawTempoLabels(const std::vector<TempoStep>& steps, const std
         if (!isTold[i]) continue;
         const TempoUnit unit = FindTempoUnit(sheet_.meters, steps[i].startTick);
         std::string text = DescribeTempo(steps[i].heard / unit.quarters);
-        // A number that the eye has just read is not told again.
+        // A number that the eye has just read is not shown again.
         if (!items.empty() && items.back().label == text && units.back().note == unit.note) continue;
         items.push_back({steps[i].startTick, steps[i].startTick, Ink::Tempo, std::move(text)});
         units.push_back(unit);
@@ -377,7 +377,7 @@ void RowDrawer::DrawTempo() {
         isTold.push_back(sheet_.isTempoTold[i] || steps.empty());
         steps.push_back(step);
     }
-    // A tempo that never changes is told once.
+    // A tempo that never changes is shown once.
     const bool isFlat = sheet_.highestTempo / sheet_.lowestTempo < 1.005;
     if (steps.empty() || (isFlat && !isFirst_)) return;
     y_ += DrawTempoLabels(steps, isTold);

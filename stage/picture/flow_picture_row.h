@@ -16,7 +16,7 @@ inline constexpr double PageRight = PageWidth - PageLeft;
 void AddText(Drawing& drawing, Point start, std::string text, double size, Ink ink, bool isBold = false);
 
 /// One row of bars with all that stands over and under it, from y 0 to the drawing's height. Of the song's items it
-/// takes those that lie in it; the first row takes what lies before, the last what lies behind.
+/// takes those that lie in it; the first row takes what lies before, the last what lies after.
 [[nodiscard]] Drawing DrawRow(const Sheet& sheet, const Row& row, bool isFirst, bool isLast);
 
 }  // namespace stage::flow

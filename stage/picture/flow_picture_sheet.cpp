@@ -14,7 +14,7 @@ namespace stage::flow {
 
 namespace {
 
-/// The label of an edit: what a list says of its value, with the kind before it where the value does not tell it.
+/// The label of an edit: what a list says of its value, with the kind before it where the value does not say it.
 std::string MakeLabel(const cmn::TavoEvent& edit, const std::string& kind) {
     const std::string value = CL::DescribeValue(edit);
     if (kind.empty() || value.empty()) return kind + value;

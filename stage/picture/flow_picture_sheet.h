@@ -48,7 +48,7 @@ struct Sheet {
 
 [[nodiscard]] Sheet MakeSheet(const tavo_midi::SongData& song, const CL::SongLog& edits);
 
-/// The unit that tempos are told in at a place: the click of the meter where it is a plain note, else a quarter note.
+/// The unit that tempos are given in at a place: the click of the meter where it is a plain note, else a quarter note.
 struct TempoUnit {
     Sign::Kind note = Sign::Kind::Note;
     double quarters = 1;

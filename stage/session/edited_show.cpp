@@ -122,7 +122,7 @@ std::string EditedShow::SaveAs_(const cmn::TAVOVersion& version) {
         const CL::LogHolder::Exclusive log(holder_);
         path = SaveVersion(directory_, *log, version);
     } catch (...) {
-        // Nobody was told that the edits are made. What a crash left stays.
+        // Nobody was notified that the edits are made. What a crash left stays.
         editor_->KeepJournal("");
         if (keepsJournal_ && unsaved_.changes.empty()) CL::EditJournal(logPath_).Discard();
         throw;

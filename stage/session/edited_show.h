@@ -56,7 +56,7 @@ public:
     std::string Save(bool newMajor);
     /// The same under the next major number; the minor one is kept.
     std::string SaveCopy();
-    /// The same as the minor version behind the highest version that the show has.
+    /// The same as the minor version after the highest version that the show has.
     std::string SaveAsHighest();
 
 private:

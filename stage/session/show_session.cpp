@@ -23,7 +23,7 @@ namespace stage {
 
 namespace {
 
-// The log that the settings choose; empty for the newest. A directory that is no show is for the façade to refuse.
+// The log that the settings choose; empty for the newest. A directory that is not a show is for the façade to refuse.
 std::string FindChosenLog(const std::string& showPath, const Settings& settings) {
     return settings.changeLog.empty() ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
 }
@@ -81,6 +81,14 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
     }
 }
 
+std::vector<std::string> ShowSession::GetWarnings() {
+    std::vector<std::string> warnings = GetShow().GetWarnings();
+    for (const auto& more :
+         {GetMidiCommands().GetSettingsWarnings(), GetMidiTimeCodeController().GetSettingsWarnings()})
+        warnings.insert(warnings.end(), more.begin(), more.end());
+    return warnings;
+}
+
 ShowSession::~ShowSession() {
     // No command may reach the player from here on, nor the display feed ask it.
     GetMidiCommands().SetCommandFilter({});
@@ -92,7 +100,7 @@ ShowSession::~ShowSession() {
 }
 
 tavo_sec::CipherStream* ShowSession::GetScoreTar() {
-    if (GetScoreFilename().empty()) throw std::runtime_error("The show has no score.");
+    if (GetScoreFilename().empty()) throw std::runtime_error("the show has no score");
     score_ = std::make_unique<tavo_sec::CipherStream>(kit::path::Join(GetShowDirectory(), GetScoreFilename()),
                                                       options_.scorePassphrase);
     return score_.get();
@@ -103,7 +111,7 @@ std::vector<tavo_audio::VolumeType> ShowSession::GetVolumeTypes() const {
 }
 
 SteppedFeed& ShowSession::GetSteppedFeed() {
-    if (steppedFeed_ == nullptr) throw std::logic_error("The session's display feed keeps itself going.");
+    if (steppedFeed_ == nullptr) throw std::logic_error("the session's display feed keeps itself going");
     return *steppedFeed_;
 }
 
@@ -128,7 +136,7 @@ void ShowSession::Quit() {
 void ShowSession::Restore(const std::string& state) {
     FlowState flow = FlowStateFromText(state);
     if (flow.song != GetCurrentSongNumber())
-        throw std::runtime_error(fmt::format("The state is of song {}, which is not loaded.", flow.song));
+        throw std::runtime_error(fmt::format("the state is of song {}, which is not loaded", flow.song));
     Stop();
     if (!flow.jump) {
         flow.jump = true;
@@ -178,9 +186,9 @@ void ShowSession::DiscardRecoveredEdits() {
 
 template <class MakeEdit>
 void ShowSession::EditAndTell_(MakeEdit&& edit) {
-    if (!IsEditable_()) throw std::logic_error("The show is open for playing only, its edits stay as they are.");
+    if (!IsEditable_()) throw std::logic_error("the show is open for playing only, its edits stay as they are");
     if (!unsaved_.changes.empty())
-        throw std::logic_error("The edits that were left in the journal have to be recovered or discarded first.");
+        throw std::logic_error("the edits that were left in the journal are undecided: recover or discard them first");
     const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();
     edit(*GetChangeLogEditor());
     CL::LogChange change;
@@ -279,12 +287,12 @@ void ShowSession::RollBackTo(const std::string& version) {
 std::string ShowSession::FileOfVersion_(const std::string& version) {
     const auto logs = GetLogMap();
     const auto found = logs.find(version);
-    if (found == logs.end()) throw std::out_of_range(fmt::format("The show has no version {}.", version));
+    if (found == logs.end()) throw std::out_of_range(fmt::format("the show has no version {}", version));
     return found->second;
 }
 
 std::string ShowSession::Save(bool newMajor) {
-    if (options_.editing != Options::Editing::Kept) throw std::logic_error("The show is open for playing only.");
+    if (options_.editing != Options::Editing::Kept) throw std::logic_error("the show is open for playing only");
     return FinishSaving_(SaveChangelog(newMajor));
 }
 

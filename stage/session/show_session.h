@@ -21,11 +21,11 @@
 namespace stage {
 
 /// A show that is open: the façade over the stage's player, with the desk that every press passes. It opens the change
-/// log that the settings choose, keeps a journal of every edit beside it and tells the player of each, so that a show
-/// can be edited while it plays. It installs the process's display feed: one session at a time. MIDI time code follows
-/// the player. Show control's and machine control's songs and times are obeyed; one that the show does not have is
-/// refused by the desk. What plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread
-/// that ends before the session does: by a device's clock in a performance, by a stepped one in a render.
+/// log that the settings choose, keeps a journal of every edit beside it and notifies the player of each, so that a
+/// show can be edited while it plays. It installs the process's display feed: one session at a time. MIDI time code
+/// follows the player. Show control's and machine control's songs and times are obeyed; one that the show does not have
+/// is refused by the desk. What plays is rendered by its owner, through GetStagePlayer().GetEngine(), on a thread that
+/// ends before the session does: by a device's clock in a performance, by a stepped one in a render.
 ///
 /// Edits, saving and opening belong to one thread, the host's; the rest as Interface says.
 class ShowSession : public Interface, private CommandPerformer {
@@ -86,6 +86,8 @@ public:
     [[nodiscard]] const Options& GetOptions() const { return options_; }
     [[nodiscard]] const Settings& GetSettings() const { return settings_; }
     [[nodiscard]] const tavo_midi::ShowData& GetShow() { return GetShowData(); }
+    /// What is odd in the show data and the MIDI settings and was passed over, a sentence each.
+    [[nodiscard]] std::vector<std::string> GetWarnings();
 
     // Edits that a crash left in the journal of the log that was opened.
 
@@ -145,7 +147,7 @@ private:
 
     void OpenJournal_();
     void OpenSavedLog_(const std::string& name);
-    /// Makes the edit and tells the player what it changed.
+    /// Makes the edit and notifies the player of what it changed.
     template <class MakeEdit>
     void EditAndTell_(MakeEdit&& edit);
     void TellPlayer_(const CL::LogChange& change);

@@ -33,7 +33,7 @@ constexpr std::pair<midi_commands::Command, Verb> Verbs[] = {
 Verb FindVerb(midi_commands::Command command) {
     const auto* found =
         std::find_if(std::begin(Verbs), std::end(Verbs), [&](const auto& each) { return each.first == command; });
-    if (found == std::end(Verbs)) throw std::out_of_range(fmt::format("There is no MIDI command {}.", int{command}));
+    if (found == std::end(Verbs)) throw std::out_of_range(fmt::format("there is no MIDI command {}", int{command}));
     return found->second;
 }
 
@@ -77,7 +77,7 @@ bool ShowSession::PostMidiCommand_(Command command, const std::string& callbackN
     std::function<void()> perform;
     if (!isSong)
         perform = [this, arrival, isTheFacades, command, &callbackName] {
-            if (refusedMessage_ == arrival) throw std::runtime_error("The song that it was meant for was refused.");
+            if (refusedMessage_ == arrival) throw std::runtime_error("the song that it was meant for was refused");
             if (isTheFacades) return notify::callbackDispatcher.Notify(callbackName, nullptr);
             GetVerbRow(command.verb).perform(*this, command);
         };
@@ -120,7 +120,7 @@ void ShowSession::LocateTimeCode(nanoseconds time) {
         return songNumber == current ? Seek(tick) : LoadSongAtTime(songNumber, tick);
     }
     const double seconds = std::chrono::duration<double>(time).count();
-    throw std::runtime_error(fmt::format("No song's time code comes to {:.3f} s.", seconds));
+    throw std::runtime_error(fmt::format("no song's time code comes to {:.3f} s", seconds));
 }
 
 }  // namespace stage

@@ -37,8 +37,8 @@ std::vector<CL::AnyEdit> CopyListedEdits(const CL::SongLog& songLog) {
 }
 
 std::string DescribeAttacca(unsigned char attacca) {
-    constexpr std::array<const char*, 3> words{"normal", "attacca", "skip"};
-    return attacca < words.size() ? words[attacca] : "unknown";
+    constexpr std::array<const char*, 3> Words{"normal", "attacca", "skip"};
+    return attacca < Words.size() ? Words[attacca] : "unknown";
 }
 
 }  // namespace stage

@@ -6,7 +6,7 @@
 
 namespace stage {
 
-/// The text with the letters A to Z as small ones.
+/// The text with the letters A to Z lower-cased.
 [[nodiscard]] inline std::string ToLower(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });

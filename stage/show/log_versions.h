@@ -11,7 +11,7 @@
 /// The versions of a show's change log. A version that is there is never written to.
 namespace stage {
 
-/// A version as a list of them tells it.
+/// A version as a list of them shows it.
 struct LogVersion {
     cmn::TAVOVersion version;
     /// Bare name of its file.
@@ -34,12 +34,12 @@ struct LogVersion {
 /// The edits of all songs of a log.
 [[nodiscard]] std::size_t CountEdits(const CL::ChangeLog& log);
 
-/// The version behind the last minor one that `version`'s major number has.
+/// The version after the last minor one that `version`'s major number has.
 [[nodiscard]] cmn::TAVOVersion NextMinorVersion(const ShowDirectory& directory, const cmn::TAVOVersion& version);
-/// The major number behind the last one there is, with this minor number.
+/// The major number after the last one there is, with this minor number.
 [[nodiscard]] cmn::TAVOVersion NextMajorVersion(const ShowDirectory& directory, std::uint16_t minorNumber);
 
-/// The bare name of the version written as "1.4"; throws std::invalid_argument where the text is no version,
+/// The bare name of the version written as "1.4"; throws std::invalid_argument where the text is not a version,
 /// std::out_of_range with one sentence where there is no such version.
 [[nodiscard]] std::string FindLogName(const ShowDirectory& directory, const std::string& version);
 

@@ -52,12 +52,13 @@ struct Settings {
 };
 
 /// Reads the file; one that does not exist gives the defaults. Throws std::runtime_error with one sentence that names
-/// the file, the key and what is wrong: not JSON, a wrong type, a value out of range, an unknown key.
+/// the file, the key and what is wrong: not JSON, a wrong type, a value out of range, a key that is unknown or there
+/// twice.
 [[nodiscard]] Settings ReadSettings(const std::string& path);
 /// The same from memory; `name` stands for the file in the sentences.
 [[nodiscard]] Settings ParseSettings(const std::string& text, const std::string& name);
 
-/// The text of the file, all keys written, a line end behind it.
+/// The text of the file, all keys written, a line end after it.
 [[nodiscard]] std::string AsText(const Settings& settings);
 
 /// Writes `logName` into the file as the change log that opens and leaves everything else in it as it is; a file that

@@ -71,7 +71,7 @@ private:
         try {
             version.SetWithFileName(name);
         } catch (const std::invalid_argument&) {
-            return;  // The scan has told of it.
+            return;  // The scan has reported it.
         }
         Report(name, fmt::format("is passed over, because {} has the same version", directory_.logNames.at(version)));
     }

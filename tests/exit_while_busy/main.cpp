@@ -55,9 +55,9 @@ void ReadLogs(CL::Editor& editor) {
     static_cast<void>(editor.GetTickIndexNotBoundedByCutAndOneBeatBefore(0));
 }
 
-constexpr unsigned int roundsAfterMain = 200;
-constexpr std::size_t threadCount = 4;
-constinit std::array<std::atomic<unsigned int>, threadCount> rounds{};
+constexpr unsigned int RoundsAfterMain = 200;
+constexpr std::size_t ThreadCount = 4;
+constinit std::array<std::atomic<unsigned int>, ThreadCount> rounds{};
 constinit std::atomic<bool> isOver = false;
 constinit std::atomic<std::size_t> resting = 0;
 
@@ -84,9 +84,9 @@ void WaitForRounds(unsigned int count) {
 /// Made before all other static objects and so destroyed after them.
 struct LastToGo {
     ~LastToGo() {
-        WaitForRounds(roundsAfterMain);
+        WaitForRounds(RoundsAfterMain);
         isOver = true;
-        while (resting < threadCount)
+        while (resting < ThreadCount)
             std::this_thread::yield();
     }
 };

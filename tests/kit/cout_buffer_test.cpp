@@ -92,21 +92,21 @@ TEST(CoutBuffer, Manipulators_FormatWhatFollows) {
 }
 
 TEST(CoutBuffer, LinesOfSeveralThreads_NeverMix) {
-    constexpr int kThreads = 4;
-    constexpr int kLines = 500;
+    constexpr int Threads = 4;
+    constexpr int Lines = 500;
     CaughtCout caught;
     {
         std::vector<std::jthread> threads;
-        for (int thread = 0; thread < kThreads; ++thread) {
+        for (int thread = 0; thread < Threads; ++thread) {
             threads.emplace_back([thread] {
                 kit::CoutBuffer buffer;
-                for (int line = 0; line < kLines; ++line)
+                for (int line = 0; line < Lines; ++line)
                     buffer << thread << ':' << line << kit::endl;
             });
         }
     }
-    ASSERT_EQ(std::size_t{kThreads * kLines}, caught.pieces.size());
-    std::vector<int> next(kThreads, 0);
+    ASSERT_EQ(std::size_t{Threads * Lines}, caught.pieces.size());
+    std::vector<int> next(Threads, 0);
     for (const std::string& piece : caught.pieces) {
         const auto thread = static_cast<std::size_t>(piece.front() - '0');
         ASSERT_EQ(std::to_string(thread) + ':' + std::to_string(next.at(thread)++) + '\n', piece);

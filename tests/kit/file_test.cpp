@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr std::uintmax_t kNoLimit = 1U << 30U;
+constexpr std::uintmax_t NoLimit = 1U << 30U;
 
 std::string GetMessage(const std::function<void()>& call) {
     try {
@@ -102,20 +102,20 @@ TEST_F(Files, ReadLongerThanAllowed_IsRefused) {
 }
 
 TEST_F(Files, ReadOfWhatIsNoFile_IsRefusedWithTheReason) {
-    EXPECT_EQ(name_ + "does not exist", GetMessage([&] { (void)kit::ReadFile(path_, kNoLimit); }));
+    EXPECT_EQ(name_ + "does not exist", GetMessage([&] { (void)kit::ReadFile(path_, NoLimit); }));
     std::filesystem::create_directory(path_);
-    EXPECT_EQ(name_ + "is a directory", GetMessage([&] { (void)kit::ReadFile(path_, kNoLimit); }));
+    EXPECT_EQ(name_ + "is a directory", GetMessage([&] { (void)kit::ReadFile(path_, NoLimit); }));
     const std::string below = path_ + "/../show.json/x/y";
-    EXPECT_EQ("the file \"" + below + "\" does not exist", GetMessage([&] { (void)kit::ReadFile(below, kNoLimit); }));
+    EXPECT_EQ("the file \"" + below + "\" does not exist", GetMessage([&] { (void)kit::ReadFile(below, NoLimit); }));
 }
 
 TEST_F(Files, ReadOfPipe_IsRefusedWithoutWaiting) {
     ASSERT_EQ(0, ::mkfifo(path_.c_str(), 0600));
-    EXPECT_EQ(name_ + "is not a regular file", GetMessage([&] { (void)kit::ReadFile(path_, kNoLimit); }));
+    EXPECT_EQ(name_ + "is not a regular file", GetMessage([&] { (void)kit::ReadFile(path_, NoLimit); }));
 }
 
 TEST_F(Files, ReadOfFileThatAnnouncesNoSize_GivesItsBytes) {
-    EXPECT_THAT(kit::ReadFile("/proc/self/status", kNoLimit), testing::HasSubstr("Threads:"));
+    EXPECT_THAT(kit::ReadFile("/proc/self/status", NoLimit), testing::HasSubstr("Threads:"));
     EXPECT_EQ("the file \"/proc/self/status\" is larger than the 10 bytes allowed",
               GetMessage([] { (void)kit::ReadFile("/proc/self/status", 10); }));
 }
@@ -125,7 +125,7 @@ TEST_F(Files, NewFileWhereOneExists_IsRefusedAndTheOldOneStays) {
     EXPECT_THROW(kit::WriteNewFileDurably(path_, "new"), kit::FileExistsError);
     EXPECT_EQ(name_ + "exists already and is not overwritten",
               GetMessage([&] { kit::WriteNewFileDurably(path_, "new"); }));
-    EXPECT_EQ("old", kit::ReadFile(path_, kNoLimit));
+    EXPECT_EQ("old", kit::ReadFile(path_, NoLimit));
     EXPECT_THAT(List(), testing::ElementsAre("show.json"));
 }
 
@@ -136,7 +136,7 @@ TEST_F(Files, Replaced_KeepsItsPermissions) {
     struct stat status {};
     ASSERT_EQ(0, ::stat(path_.c_str(), &status));
     EXPECT_EQ(0640U, status.st_mode & 07777U);
-    EXPECT_EQ("new", kit::ReadFile(path_, kNoLimit));
+    EXPECT_EQ("new", kit::ReadFile(path_, NoLimit));
 }
 
 TEST_F(Files, WriteIntoMissingDirectory_NamesFileAndReason) {
@@ -163,7 +163,7 @@ TEST_F(Files, DiskRefusesHalfWay_OldFileStaysAndNothingIsLeftBehind) {
         EXPECT_EQ("the file \"" + other + "\" cannot be written: File too large",
                   GetMessage([&] { kit::WriteNewFileDurably(other, tooLong); }));
     }
-    EXPECT_EQ("old", kit::ReadFile(path_, kNoLimit));
+    EXPECT_EQ("old", kit::ReadFile(path_, NoLimit));
     EXPECT_THAT(List(), testing::ElementsAre("show.json"));
 }
 
@@ -171,7 +171,7 @@ TEST_F(Files, WriterKilledAtAnyMoment_LeavesOneWholeText) {
     const std::string texts[2] = {std::string(200'000, 'a'), std::string(100'000, 'b')};
     for (int times = 1; times <= 10; ++times) {
         KillWriterAfter(times, path_, texts);
-        const std::string left = kit::ReadFile(path_, kNoLimit);
+        const std::string left = kit::ReadFile(path_, NoLimit);
         EXPECT_TRUE(left == texts[0] || left == texts[1]) << left.size() << " bytes left";
     }
 }
@@ -183,7 +183,7 @@ TEST_F(Files, WrittenInPieces_AppearsOnlyAtTheCommit) {
     writer.Write("second");
     EXPECT_FALSE(std::filesystem::exists(path_));
     writer.Commit();
-    EXPECT_EQ("first, second", kit::ReadFile(path_, kNoLimit));
+    EXPECT_EQ("first, second", kit::ReadFile(path_, NoLimit));
     EXPECT_THAT(List(), testing::ElementsAre("show.json"));
 }
 
@@ -193,7 +193,7 @@ TEST_F(Files, WrittenInPiecesWithoutACommit_LeavesTheOldFileAndNothingElse) {
         kit::DurableWriter writer(path_, kit::ExistingFile::Replace);
         writer.Write("new");
     }
-    EXPECT_EQ("old", kit::ReadFile(path_, kNoLimit));
+    EXPECT_EQ("old", kit::ReadFile(path_, NoLimit));
     EXPECT_THAT(List(), testing::ElementsAre("show.json"));
 }
 
@@ -204,8 +204,8 @@ TEST_F(Files, LinkAndUnlink_MovesOnceAndNeverReplaces) {
     EXPECT_THAT(List(), testing::ElementsAre("show.json"));
     kit::WriteNewFileDurably(temporary, "newer");
     EXPECT_EQ(EEXIST, kit::LinkAndUnlink(temporary, path_));
-    EXPECT_EQ("new", kit::ReadFile(path_, kNoLimit));
-    EXPECT_EQ("newer", kit::ReadFile(temporary, kNoLimit));
+    EXPECT_EQ("new", kit::ReadFile(path_, NoLimit));
+    EXPECT_EQ("newer", kit::ReadFile(temporary, NoLimit));
 }
 
 TEST(RenameDirectoryDurably, Finished_AppearsWithAllItsFiles) {

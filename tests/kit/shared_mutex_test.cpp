@@ -35,7 +35,7 @@ void WaitUntilAWriterWaits(FairSharedMutex& mutex) {
 /// How long `take` waited each time, in milliseconds and ascending, while four threads did `disturb` without a pause.
 template <class Disturb, class Take, class Release>
 std::vector<double> MeasureWaits(Disturb disturb, Take take, Release release) {
-    constexpr int turns = 200;
+    constexpr int Turns = 200;
     std::atomic<bool> ends{false};
     std::latch begun(4);
     std::vector<double> waits;
@@ -50,7 +50,7 @@ std::vector<double> MeasureWaits(Disturb disturb, Take take, Release release) {
             });
         }
         begun.wait();
-        for (int turn = 0; turn < turns; ++turn) {
+        for (int turn = 0; turn < Turns; ++turn) {
             const auto before = std::chrono::steady_clock::now();
             take();
             const std::chrono::duration<double, std::milli> waited = std::chrono::steady_clock::now() - before;
@@ -179,7 +179,7 @@ TEST(SharedMutex, ReaderWaitsForTheWriterThatHoldsIt) {
 }
 
 TEST(SharedMutex, ManyReadersAndWriters_NoneIsLostAndNoWriteIsTorn) {
-    constexpr int kRounds = 20'000;
+    constexpr int Rounds = 20'000;
     FairSharedMutex mutex;
     long first = 0;
     long second = 0;
@@ -187,7 +187,7 @@ TEST(SharedMutex, ManyReadersAndWriters_NoneIsLostAndNoWriteIsTorn) {
         std::vector<std::jthread> threads;
         for (int writer = 0; writer < 2; ++writer) {
             threads.emplace_back([&] {
-                for (int round = 0; round < kRounds; ++round) {
+                for (int round = 0; round < Rounds; ++round) {
                     const std::lock_guard lock(mutex);
                     ++first;
                     ++second;
@@ -196,7 +196,7 @@ TEST(SharedMutex, ManyReadersAndWriters_NoneIsLostAndNoWriteIsTorn) {
         }
         for (int reader = 0; reader < 2; ++reader) {
             threads.emplace_back([&] {
-                for (int round = 0; round < kRounds; ++round) {
+                for (int round = 0; round < Rounds; ++round) {
                     const std::shared_lock outer(mutex);
                     const std::shared_lock inner(mutex);
                     ASSERT_EQ(first, second);
@@ -204,6 +204,6 @@ TEST(SharedMutex, ManyReadersAndWriters_NoneIsLostAndNoWriteIsTorn) {
             });
         }
     }
-    EXPECT_EQ(2L * kRounds, first);
+    EXPECT_EQ(2L * Rounds, first);
     EXPECT_EQ(first, second);
 }

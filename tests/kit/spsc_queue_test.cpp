@@ -41,16 +41,16 @@ TEST(SpscQueue, WrittenAndReadByTwoThreads_EveryValueArrivesOnceAndWhole) {
         int value = 0;
         int negated = 0;
     };
-    constexpr int count = 200'000;
+    constexpr int Count = 200'000;
     kit::SpscQueue<Pair, 64> queue;
     std::thread writer([&queue] {
-        for (int value = 1; value <= count; ++value) {
+        for (int value = 1; value <= Count; ++value) {
             while (!queue.Push({value, -value}))
                 std::this_thread::yield();
         }
     });
     int wrong = 0;
-    for (int expected = 1; expected <= count; ++expected) {
+    for (int expected = 1; expected <= Count; ++expected) {
         Pair pair;
         while (!queue.Pop(pair))
             std::this_thread::yield();

@@ -29,7 +29,7 @@ protected:
     const std::string path_ = directory_ / "tavo.threaderr";
 };
 
-constexpr const char* kTime = "^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z ";
+constexpr const char* Time = "^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z ";
 
 }  // namespace
 
@@ -46,8 +46,8 @@ TEST_F(ThreadExceptionLog, Text_IsAppendedAsOneLineWithTimeAndThread) {
         kit::AppendToThreadExceptionLog("two\nlines");
     }).join();
     kit::AppendToThreadExceptionLog("second");
-    EXPECT_THAT(ReadLines(), testing::ElementsAre(testing::ContainsRegex(std::string(kTime) + "\\[feed\\] two lines$"),
-                                                  testing::ContainsRegex(std::string(kTime) + "\\[\\] second$")));
+    EXPECT_THAT(ReadLines(), testing::ElementsAre(testing::ContainsRegex(std::string(Time) + "\\[feed\\] two lines$"),
+                                                  testing::ContainsRegex(std::string(Time) + "\\[\\] second$")));
 }
 
 TEST_F(ThreadExceptionLog, WithoutPathOrWithUnwritableOne_LineGoesToStderr) {
@@ -72,5 +72,5 @@ TEST_F(ThreadExceptionLog, LinesOfSeveralThreads_AreAllThereAndWhole) {
     }
     const std::vector<std::string> lines = ReadLines();
     EXPECT_EQ(400U, lines.size());
-    EXPECT_THAT(lines, testing::Each(testing::ContainsRegex(std::string(kTime) + "\\[\\] whole$")));
+    EXPECT_THAT(lines, testing::Each(testing::ContainsRegex(std::string(Time) + "\\[\\] whole$")));
 }

@@ -12,13 +12,13 @@ TEST(Utf8, IllFormedBytes_AreFoundAtTheirOffset) {
         std::string_view text;
         std::size_t offset;
     };
-    constexpr std::size_t none = std::string_view::npos;
-    const Row rows[] = {{"", none},
-                        {"plain", none},
-                        {"No\xC3\xABl", none},
-                        {"\0"sv, none},
-                        {"\xEF\xBF\xBF", none},
-                        {"\xF4\x8F\xBF\xBF", none},
+    constexpr std::size_t None = std::string_view::npos;
+    const Row rows[] = {{"", None},
+                        {"plain", None},
+                        {"No\xC3\xABl", None},
+                        {"\0"sv, None},
+                        {"\xEF\xBF\xBF", None},
+                        {"\xF4\x8F\xBF\xBF", None},
                         {"a\x80", 1},
                         {"ab\xC3", 2},
                         {"\xC0\xAF", 0},
@@ -29,7 +29,7 @@ TEST(Utf8, IllFormedBytes_AreFoundAtTheirOffset) {
                         {"\xFF", 0}};
     for (const Row& row : rows) {
         EXPECT_EQ(row.offset, kit::FindIllFormedUtf8(row.text)) << row.text;
-        EXPECT_EQ(row.offset == none, kit::IsUtf8(row.text)) << row.text;
+        EXPECT_EQ(row.offset == None, kit::IsUtf8(row.text)) << row.text;
     }
 }
 

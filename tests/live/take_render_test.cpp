@@ -69,7 +69,7 @@ protected:
         test_support::Child recorder(
             {SOUND_PEER, "recorder", Recording(), "tavo-sound:main_left", "tavo-sound:main_right"});
         ASSERT_EQ("recording", recorder.ReadLine());
-        play.Press("tempo 150%");
+        play.Press("tempo 200%");
         play.Press("play");
         play.WaitFor("jump", {{"reason", "loop"}});
         play.Press("exit");
@@ -124,7 +124,7 @@ TEST_P(TakeRenderFormats, RecordedPerformance_IsTheTakesRender) {
     const StereoSound rendered = RenderTake(Show(), Take());
     // The last frames that were rendered ahead have not been played when the show is ended.
     const std::size_t comparable = test_support::CountComparableFrames(recorded, rendered) - NotPlayedFrames;
-    EXPECT_GT(comparable, 15 * GetParam().framesPerSecond);
+    EXPECT_GT(comparable, 10 * GetParam().framesPerSecond);
     EXPECT_LE(comparable, test_support::CountSameFrames(recorded, rendered));
 }
 

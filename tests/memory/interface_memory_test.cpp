@@ -18,24 +18,24 @@ using test_support::TestInterface;
 
 /// Allocations while a façade is made.
 std::size_t CountAllocations(const ShowFiles& files) {
-    constexpr std::size_t many = 1000000;
-    const FailingAllocation failing(many);
+    constexpr std::size_t Many = 1000000;
+    const FailingAllocation failing(Many);
     const TestInterface facade(files.Show(), files.Settings());
-    return many - FailingAllocation::CountLeft();
+    return Many - FailingAllocation::CountLeft();
 }
 
 TEST(InterfaceMemory, RunsOutWhileCommandsAreRegistered_NoneReachesWhatWasNeverWhole) {
     // Each of the eight commands takes more than one; what comes before is not ours to make fail.
-    constexpr std::size_t ofRegistering = 16;
+    constexpr std::size_t OfRegistering = 16;
     ShowFiles files;
     files.WriteWholeShow();
     // The first time some things are allocated that stay.
     CountAllocations(files);
     const std::size_t count = CountAllocations(files);
-    ASSERT_GT(count, ofRegistering);
+    ASSERT_GT(count, OfRegistering);
     // The place stays, so that a callback left behind calls into what is no façade any more, and is noticed.
     alignas(TestInterface) static std::byte place[sizeof(TestInterface)];
-    for (std::size_t failing = count - ofRegistering; failing < count; ++failing) {
+    for (std::size_t failing = count - OfRegistering; failing < count; ++failing) {
         bool hasFailed = false;
         try {
             const FailingAllocation failingOne(failing);

@@ -74,7 +74,7 @@ TEST_F(MidiCommand, Send_ReachesTheReceiver) {
 
 TEST_F(MidiCommand, BadWords_AreRefusedInASentence) {
     EXPECT_NE(RunStage({"midi", "send", "pedal:in", "1G"}).err.find("\"1G\" is not a byte"), std::string::npos);
-    EXPECT_NE(RunStage({"midi", "monitor", "drum:out"}).err.find("There is no MIDI port \"drum:out\""),
+    EXPECT_NE(RunStage({"midi", "monitor", "drum:out"}).err.find("there is no MIDI port \"drum:out\""),
               std::string::npos);
     EXPECT_NE(RunStage({"midi", "learn", "Dance", "pedal:out"}).err.find("\"Dance\" is not a MIDI command"),
               std::string::npos);

@@ -109,7 +109,7 @@ TEST_P(MidiPorts, PedalUnpluggedAndPluggedIn_IsFoundAgainAndReported) {
     commands.SetMidiCommand(midi_commands::Play, 0xC0, 5, 0);
     ConnectToPedal(commands);
     pedal_.reset();
-    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" was lost; it will reconnect when it returns."));
     EXPECT_FALSE(dispatcher.GetIsConnected());
     pedal_ = StartPeer("pedal");
     EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is back."));
@@ -137,7 +137,7 @@ TEST_P(MidiPorts, ServerKilledAndStartedAgain_ThreeTimes_ThePedalWorks) {
     ConnectToPedal(commands);
     for (int round = 0; round < 3; ++round) {
         server_->End(SIGKILL);
-        EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+        EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" was lost; it will reconnect when it returns."));
         pedal_.reset();
         server_ = test_support::StartJackServer();
         ASSERT_NE(server_, nullptr);
@@ -155,7 +155,7 @@ TEST_P(MidiPorts, ServerStandsStill_IsReportedAndNothingHangs_AndThePedalWorksWh
     commands.SetMidiCommand(midi_commands::Continue, 0x90, 60, 0);
     ConnectToPedal(commands);
     server_->Signal(SIGSTOP);
-    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" was lost; it will reconnect when it returns."));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(dispatcher.GetIsConnected());
     EXPECT_TRUE(GetNonTavoMidiSources().empty());

@@ -215,7 +215,7 @@ TEST_F(ShowWithPedal, PedalUnpluggedInTheMiddleOfAVamp_TheVampGoesRoundAndThePed
     OpenShow();
     PlayIntoTheVamp();
     pedal_.reset();
-    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" was lost; it will reconnect when it returns."));
     EXPECT_TRUE(GoesRound());
     pedal_ = test_support::StartPeer("pedal");
     EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" is back."));
@@ -228,7 +228,7 @@ TEST_F(ShowWithPedal, ServerKilledInTheMiddleOfAVamp_TheVampGoesRoundAndNoNoteIs
     OpenShow(0);
     PlayIntoTheVamp();
     server_->End(SIGKILL);
-    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" was lost; it will reconnect when it returns."));
     EXPECT_TRUE(GoesRound());
     EXPECT_FALSE(show_->IsSilent());
     pedal_.reset();
@@ -249,7 +249,7 @@ TEST_F(ShowWithPedal, ServerStandsStillInTheMiddleOfAVamp_TheVampGoesRoundAndThe
     OpenShow();
     PlayIntoTheVamp();
     server_->Signal(SIGSTOP);
-    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" has gone; it is taken up again when it is back."));
+    EXPECT_TRUE(ports_.WaitFor("The MIDI input \"pedal:out\" was lost; it will reconnect when it returns."));
     EXPECT_TRUE(GoesRound());
     EXPECT_FALSE(show_->session.HasMidiSource());
     server_->Signal(SIGCONT);

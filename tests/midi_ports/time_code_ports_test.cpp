@@ -193,17 +193,17 @@ const char* NameSystem(tavo_midi::MidiSystemChoice choice) {
     return choice == tavo_midi::MidiSystemChoice::Jack ? "Jack" : "RtMidi";
 }
 
-constexpr auto kSystems = {tavo_midi::MidiSystemChoice::Jack, tavo_midi::MidiSystemChoice::RtMidi};
+constexpr auto Systems = {tavo_midi::MidiSystemChoice::Jack, tavo_midi::MidiSystemChoice::RtMidi};
 
-INSTANTIATE_TEST_SUITE_P(Systems, TimeCodePorts, testing::ValuesIn(kSystems),
+INSTANTIATE_TEST_SUITE_P(Systems, TimeCodePorts, testing::ValuesIn(Systems),
                          [](const auto& choice) { return NameSystem(choice.param); });
 
 std::string NameRate(const testing::TestParamInfo<TimeCodeRates::ParamType>& info) {
-    static constexpr std::array<const char*, 4> rates{"24", "25", "2997drop", "30"};
-    return std::string(NameSystem(std::get<0>(info.param))) + "_" + rates[std::get<1>(info.param)];
+    static constexpr std::array<const char*, 4> Rates{"24", "25", "2997drop", "30"};
+    return std::string(NameSystem(std::get<0>(info.param))) + "_" + Rates[std::get<1>(info.param)];
 }
 
-INSTANTIATE_TEST_SUITE_P(Systems, TimeCodeRates, testing::Combine(testing::ValuesIn(kSystems), testing::Range(0U, 4U)),
+INSTANTIATE_TEST_SUITE_P(Systems, TimeCodeRates, testing::Combine(testing::ValuesIn(Systems), testing::Range(0U, 4U)),
                          NameRate);
 
 }  // namespace

@@ -188,7 +188,7 @@ TEST_F(ImportOfScores, BesideALongerMidiFile_NamesTheLastBarAndStops) {
         [this] {
             (void)Import({"01.mid", "01.musicxml"});
         },
-        testing::ThrowsMessage<std::runtime_error>(HasSubstr("goes on behind bar 2, the last one")));
+        testing::ThrowsMessage<std::runtime_error>(HasSubstr("goes on after bar 2, the last one")));
 }
 
 TEST_F(ImportOfScores, AsWrittenBesideAMidiFile_ScalesTheEditsToItsTicks) {
@@ -228,7 +228,7 @@ TEST_F(ImportOfScores, AsWritten_NamesEverythingThatNoEditCanSay) {
     const test_support::ProgramResult import =
         RunStage({"import", directory_ / "01_a.musicxml", "-o", directory_ / "show", "--written"});
     EXPECT_EQ(30, std::count(import.err.begin(), import.err.end(), '\n')) << import.err;
-    EXPECT_THAT(import.err, HasSubstr("the D.C. in bar 31 is no edit: playback goes on there"));
+    EXPECT_THAT(import.err, HasSubstr("the D.C. in bar 31 is not an edit: playback goes on there"));
 }
 
 TEST_F(ImportOfScores, AsWrittenOfMidiFilesOnly_NotesThatItHasNoEffect) {

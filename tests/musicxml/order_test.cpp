@@ -7,7 +7,10 @@
 namespace {
 
 using stage::musicxml::FindPlayedOrder;
+using stage::musicxml::PlanRepeats;
 using stage::musicxml::PlayedOrder;
+using stage::musicxml::RepeatedPassage;
+using stage::musicxml::RepeatPlan;
 using stage::musicxml::WrittenBar;
 using test_support::ParseFlow;
 using test_support::PrintOrder;
@@ -132,7 +135,7 @@ const OddRow OddRows[] = {
     {"SecondEndingWithoutRepeat", "A [2 B ] C", "A B C", "the ending over bar B belongs to no repeat"},
     {"RepeatThatEndsNowhere", "A |: B C", "A B C", "the repeat that begins with bar B ends nowhere"},
     {"EndingWithoutStop", "|: A [1 B :| [2 C ] D", "A B A C D", "the end of the ending over bar B is not written"},
-    {"StopWithoutEnding", "A B ] C", "A B C", "an ending stops behind bar B"},
+    {"StopWithoutEnding", "A B ] C", "A B C", "an ending stops after bar B"},
     {"GapInTheNumbers", "|: A [1 B :| ] [3 C ] D", "A B A B A C D", "no ending is written for pass 2"},
     {"NoSegno", "A B DS C", "A B C", "the D.S. in bar B is passed over: there is no segno"},
     {"NoCoda", "A ToCoda B DC", "A B A B", "the To Coda in bar A is passed over: there is no coda"},
@@ -165,6 +168,35 @@ TEST(OrderOfPasses, CountsTimesAndPassesOfTheInnermostRepeat) {
     for (const auto& played : FindPlayedOrder(bars, 100).bars)
         text += bars[played.bar].label + std::to_string(played.time) + '/' + std::to_string(played.pass) + ' ';
     EXPECT_EQ("A1/1 B1/1 B2/2 C1/1 A2/2 B3/1 B4/2 C2/2 ", text);
+}
+
+TEST(RepeatPlan, OfTwoEndings_IsTheOneOfThePictureInItsHeader) {
+    const RepeatPlan plan = PlanRepeats(ParseFlow("A |: B C D [1 E :| ] [2 F ] G"));
+    ASSERT_EQ(1U, plan.passages.size());
+    const RepeatedPassage& passage = plan.passages.front();
+    EXPECT_EQ(1U, passage.begin);
+    EXPECT_EQ(6U, passage.end);
+    EXPECT_THAT(passage.repeatBars, ElementsAre(4U));
+    EXPECT_EQ(2, passage.times);
+    EXPECT_TRUE(passage.hasEndings);
+    EXPECT_EQ(std::nullopt, passage.parent);
+    ASSERT_EQ(2U, plan.endings.size());
+    for (const auto& ending : plan.endings) {
+        EXPECT_EQ(std::optional<std::size_t>(0), ending.passage);
+        EXPECT_EQ(0U, ending.chain);
+    }
+    EXPECT_EQ(std::optional<std::size_t>(1), plan.endingAt[5]);
+    EXPECT_EQ(std::nullopt, plan.endingAt[3]);
+    EXPECT_EQ(std::nullopt, plan.goesBack[5]);
+}
+
+TEST(RepeatPlan, OfNestedRepeats_HasTheOuterOneAsParent) {
+    const RepeatPlan plan = PlanRepeats(ParseFlow("|: A |: B :| C :|"));
+    ASSERT_EQ(2U, plan.passages.size());
+    EXPECT_EQ(std::optional<std::size_t>(1), plan.passages[0].parent);
+    EXPECT_EQ(std::nullopt, plan.passages[1].parent);
+    EXPECT_EQ(std::optional<std::size_t>(0), plan.innermost[1]);
+    EXPECT_EQ(std::optional<std::size_t>(1), plan.innermost[2]);
 }
 
 }  // namespace

@@ -256,7 +256,7 @@ TEST(ReadOdd, IsReadWithAWarning) {
         return score.warnings.empty() ? "" : score.warnings.front();
     };
     const std::string place = "\"a.xml\", part P1 (Violin), measure 1: ";
-    EXPECT_EQ(place + "a backup goes behind the beginning of the measure",
+    EXPECT_EQ(place + "a backup goes back beyond the beginning of the measure",
               warn(Score({"<backup><duration>1</duration></backup>"})));
     EXPECT_EQ(place + "a chord has no first note", warn(Score({Note("C4", 4, "<chord/>")})));
     EXPECT_EQ(place + "a note without length is left out", warn(Score({Note("C4", 0)})));

@@ -168,7 +168,7 @@ TEST(FlowState, OfAnotherSong_IsRefusedAndChangesNothing) {
     const FlowState before = state;
     state.song = "2";
     state.tick = 960;
-    EXPECT_EQ("The flow state is of song \"2\", but song \"1\" is loaded: load the song that it was taken with.",
+    EXPECT_EQ("the flow state is of song \"2\", but song \"1\" is loaded: load the song that it was taken with",
               SentenceOf([&] { show.Control().Restore(state); }));
     EXPECT_EQ(before, show.Control().Snapshot());
 }
@@ -183,11 +183,11 @@ TEST(FlowState, WithAnEditThatTheLogDoesNotHave_IsRefused) {
     const auto sentence = [&show](const FlowState& state) {
         return SentenceOf([&] { show.Control().Restore(state); });
     };
-    const std::string end = ", which the edits of song \"1\" do not have: load the change log that it was taken with.";
-    EXPECT_EQ("The flow state has a vamp from 960 to 1920 with limit 0" + end, sentence(inVamp));
-    EXPECT_EQ("The flow state has a repeat from 2880 to 3840 with limit 3" + end, sentence(inRepeat));
-    EXPECT_EQ("The flow state has a caesura at 7680 with its countdown" + end, sentence(inCountdown));
-    EXPECT_EQ("The flow state has a cut from 960 to 960" + end, sentence(spent));
+    const std::string end = ", which the edits of song \"1\" do not have: load the change log that it was taken with";
+    EXPECT_EQ("the flow state has a vamp from 960 to 1920 with limit 0" + end, sentence(inVamp));
+    EXPECT_EQ("the flow state has a repeat from 2880 to 3840 with limit 3" + end, sentence(inRepeat));
+    EXPECT_EQ("the flow state has a caesura at 7680 with its countdown" + end, sentence(inCountdown));
+    EXPECT_EQ("the flow state has a cut from 960 to 960" + end, sentence(spent));
 }
 
 TEST(FlowState, WithValuesThatNoFlowControlHas_IsRefused) {
@@ -296,8 +296,8 @@ TEST(FlowStateText, ThatIsNotOne_IsRefusedInOneSentence) {
     for (const auto& [text, reason] : rows) {
         const std::string_view given = text;
         const std::string sentence = SentenceOf([given] { static_cast<void>(FlowStateFromText(given)); });
-        EXPECT_TRUE(sentence.starts_with("The flow state cannot be read at character ")) << text << "\n" << sentence;
-        EXPECT_TRUE(sentence.ends_with(": " + reason + ".")) << text << "\n" << sentence;
+        EXPECT_TRUE(sentence.starts_with("the flow state cannot be read at character ")) << text << "\n" << sentence;
+        EXPECT_TRUE(sentence.ends_with(": " + reason)) << text << "\n" << sentence;
         EXPECT_EQ(std::string::npos, sentence.find('\n'));
     }
 }
@@ -308,13 +308,13 @@ TEST(FlowStateText, EscapedCharacters_ReadAsThemselves) {
 }
 
 TEST(FlowStateText, WithValuesThatNoFlowControlHas_IsRefused) {
-    EXPECT_EQ("The flow state has a loop in pass 0: passes count from 1.",
+    EXPECT_EQ("the flow state has a loop in pass 0: passes count from 1",
               SentenceOf([] { static_cast<void>(FlowStateFromText(With("\"pass\":0", "\"pass\":2"))); }));
-    EXPECT_EQ("The flow state has a tempo scale outside 0.5 to 2.",
+    EXPECT_EQ("the flow state has a tempo scale outside 0.5 to 2",
               SentenceOf([] { static_cast<void>(FlowStateFromText(With(":2.5", ":0.9"))); }));
 }
 
 TEST(FlowStateText, LongerThanAnyState_IsRefusedUnread) {
-    EXPECT_EQ("The flow state cannot be read: it is longer than 16 MiB.",
+    EXPECT_EQ("the flow state cannot be read: it is longer than 16 MiB",
               SentenceOf([] { static_cast<void>(FlowStateFromText(std::string((std::size_t{16} << 20U) + 1, ' '))); }));
 }

@@ -284,7 +284,7 @@ TEST(Script, LineThatIsNeverReached_IsTold) {
     show.Song("1", 3).Edits("cut 2 2");
     const Performance played = show.Perform("at 2:2 exit");
     ASSERT_EQ(1U, played.result.remarks.size());
-    EXPECT_EQ("line 1 of the script (\"at 2:2 exit\") is never reached: playback stands still at end of song 1.",
+    EXPECT_EQ("line 1 of the script (\"at 2:2 exit\") is never reached: playback is stopped at end of song 1.",
               played.result.remarks[0]);
 }
 
@@ -294,7 +294,7 @@ TEST(Script, RunsOutInAHold_EndsWithASentence) {
     const Performance played = show.Perform("");
     ASSERT_EQ(1U, played.result.remarks.size());
     EXPECT_EQ(
-        "The script has run out and playback stands still in the fermata before 3 of song 1: the render ends there.",
+        "The script has run out and playback is stopped in the fermata before 3 of song 1: the render ends there.",
         played.result.remarks[0]);
 }
 

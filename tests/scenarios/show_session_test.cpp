@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "stage/session/stepped_feed.h"
@@ -74,6 +75,16 @@ protected:
 
     ShowFiles files_;
 };
+
+TEST_F(ShowSessionTest, UnknownKeysInMidiSettings_AreAmongTheWarnings) {
+    WriteLog();
+    std::ofstream(files_.Settings() + "/midiCommandSettings") << R"({"pedal": "left"})";
+    std::ofstream(files_.Settings() + "/midiTimeCodeSettings") << R"({"rate": 25})";
+    stage::ShowSession show(files_.Show(), files_.Settings());
+    EXPECT_EQ((std::vector<std::string>{"midiCommandSettings: pedal is not a known key and is ignored",
+                                        "midiTimeCodeSettings: rate is not a known key and is ignored"}),
+              show.GetWarnings());
+}
 
 TEST_F(ShowSessionTest, ShutdownEndsAnEveningThatPlays) {
     WriteLog();

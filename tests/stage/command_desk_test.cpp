@@ -46,7 +46,7 @@ TEST_F(CommandDeskTest, SamePressWithinTheGuard_IsRefusedAndSaysWhy) {
     EXPECT_TRUE(Press(Verb::Exit, 1000ms).IsTaken());
     const CommandRecord second = Press(Verb::Exit, 1249ms);
     EXPECT_EQ(CommandRecord::Outcome::Refused, second.outcome);
-    EXPECT_EQ("\"exit\" is refused: it came 249 ms after \"exit\", and presses within 250 ms are one press.",
+    EXPECT_EQ("\"exit\" is refused: it came 249 ms after \"exit\", and presses within 250 ms are one press",
               second.sentence);
     EXPECT_TRUE(Press(Verb::Exit, 1250ms).IsTaken());
 }
@@ -100,7 +100,7 @@ TEST_F(CommandDeskTest, KeyThatRepeatsItself_IsOnePressUntilItIsReleased) {
     Desk().NoteRelease(Pedal, Verb::Exit);
     EXPECT_TRUE(Press(Verb::Exit, 1s, Pedal).IsTaken());
     const CommandRecord repeated = Press(Verb::Exit, 2s, Pedal);
-    EXPECT_EQ("\"exit\" is refused: its key was not released yet.", repeated.sentence);
+    EXPECT_EQ("\"exit\" is refused: its key was not released yet", repeated.sentence);
     EXPECT_FALSE(Press(Verb::Exit, 3s, Pedal).IsTaken());
     EXPECT_TRUE(Press(Verb::Exit, 3s, Key).IsTaken()) << "another door has a key of its own";
     Desk().NoteRelease(Pedal, Verb::Exit);
@@ -137,7 +137,7 @@ TEST_F(CommandDeskTest, LogHasAllTakenOrNotInOrderWithTheirPlaces) {
 TEST_F(CommandDeskTest, WhatCannotBeCarriedOut_IsToldInTheRecord) {
     const CommandRecord record = Press(Verb::Locate, 1s, {Door::MachineControl, ""}, {std::chrono::nanoseconds(20h)});
     EXPECT_EQ(CommandRecord::Outcome::Failed, record.outcome);
-    EXPECT_EQ("No song's time code comes to 72000.000 s.", record.sentence);
+    EXPECT_EQ("no song's time code comes to 72000.000 s", record.sentence);
 }
 
 TEST_F(CommandDeskTest, PostedCommandsAreCarriedOutOnTheHostsThreadInOrder) {
@@ -220,7 +220,7 @@ TEST_F(CommandDeskTest, GuardIsTheOneOfTheSettings) {
     options.hasRunningFeed = false;
     session_ = std::make_unique<stage::ShowSession>(files_.Show(), files_.Settings(), options);
     const CommandRecord early = Press(Verb::Exit, 0ms);
-    EXPECT_EQ("\"exit\" is refused: no song is loaded.", early.sentence);
+    EXPECT_EQ("\"exit\" is refused: no song is loaded", early.sentence);
     EXPECT_TRUE(Press(Verb::Load, 0ms, Key, {std::string("1")}).IsTaken());
     EXPECT_TRUE(Press(Verb::Exit, 1000ms).IsTaken());
     EXPECT_FALSE(Press(Verb::Exit, 1039ms).IsTaken());

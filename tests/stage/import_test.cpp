@@ -229,7 +229,7 @@ TEST_F(StageImport, Refusals_AreOneSentenceAndLeaveNothing) {
                   "the file \"" + directory_ / "none.mid" + "\" does not exist");
     ExpectRefusal({"import", directory_ / "song.pdf", "-o", Show()},
                   "the file \"" + directory_ / "song.pdf" +
-                      "\" is no score: its name ends in none of .mid, .midi, .musicxml, .xml and .mxl");
+                      "\" is not a score: its name ends in none of .mid, .midi, .musicxml, .xml and .mxl");
     ExpectRefusal({"import", one, "-o", Show(), "--pickup", "5=1"}, "there is no song 5 to give a pick-up to");
     std::size_t left = 0;
     for (const auto& entry : std::filesystem::directory_iterator(directory_.Path()))

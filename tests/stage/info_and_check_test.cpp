@@ -171,7 +171,7 @@ TEST_F(StageCheck, EveryProblem_IsNamedWithFileAndPlace) {
     ExpectProblems({
         "the name of the change log \"show-draft.logdata\" ends in no version: \"draft\" is not a version: expected "
         "two "
-        "numbers from 0 to 65535 with a point between.",
+        "numbers from 0 to 65535 with a point between",
         "copy.showdata: is passed over, because show.showdata comes later",
         "show-1.0.logdata: song 2: the cut over 1:3 up to 2:3 overlaps the cut over bar 1",
         "show-1.0.logdata: song 2: a tempo scale of 250% is not from 50% to 200%",
@@ -202,8 +202,7 @@ TEST_F(StageCheck, OlderVersions_AreReadToo) {
 
 TEST_F(StageCheck, SettingsThatCannotBeRead_AreNamed) {
     WriteAll(Path("settings.json"), "{\n\"pressGuardMs\": -1}");
-    ExpectProblems(
-        {"the file \"" + Path("settings.json") + "\" is not usable: \"pressGuardMs\" must be from 0 to 10000"});
+    ExpectProblems({"settings.json: pressGuardMs must be a whole number from 0 to 10000, not -1"});
 }
 
 TEST_F(StageCheck, ASoundFontThatIsNotThere_IsNamed) {

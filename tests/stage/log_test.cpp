@@ -60,7 +60,7 @@ TEST_F(StageLog, List_TellsOfUnsavedChangesAndUnreadableVersions) {
     const ProgramResult list = Log({"list"});
     EXPECT_EQ(0, list.exitCode);
     EXPECT_THAT(list.out, HasSubstr("in use, 1 unsaved change in its journal\n"));
-    EXPECT_THAT(list.out, HasSubstr("line 1: the text is not valid JSON.\n"));
+    EXPECT_THAT(list.out, HasSubstr("line 1: the text is not valid JSON\n"));
 }
 
 TEST_F(StageLog, Recover_SavesWhatASessionLeft_AndEndsItsJournal) {

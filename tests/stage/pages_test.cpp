@@ -91,24 +91,24 @@ TEST(ScoreIndex, BadTexts_AreRefusedWithTheirPlace) {
     const std::string start = "{\"format\":\"tavo score\",\"version\":1,\"pages\":[";
     const std::string one = "{\"page\":1,\"file\":\"pages/1.png\",\"type\":\"image/png\",\"bytes\":9}";
     const std::map<std::string, std::string> rows{
-        {"", "here is not JSON"},
-        {"[]", "here must be an object"},
-        {"{}", "here is not that of a score"},
-        {"[1e999]", "here holds a number that is too large"},
-        {"[[[[[[", "here is nested too deeply"},
-        {"{\"format\":\"tavo score\",\"version\":2,\"pages\":[]}",
-         "here is of a version other than 1, which cannot be read"},
-        {"{\"format\":\"tavo score\",\"version\":1,\"pages\":1}", "here needs \"pages\", an array"},
-        {start + "1]}", "here: entry 1 must be an object"},
-        {start + one + "," + one + "]}", "here has page 1 behind page 1"},
-        {start + "{\"page\":-1}]}", "here: entry 1 needs \"page\", a whole number from 0 to 4294967295"},
+        {"", "here, line 1: the text is not JSON"},
+        {"[]", "here: the outermost value must be an object, not a list"},
+        {"{}", "here: format is missing"},
+        {"{\"format\":\"x\"}", "here: format must be \"tavo score\", not \"x\""},
+        {"[1e999]", "here, line 1: the number 1e999 is too large"},
+        {std::string(100, '['), "here: the text is nested deeper than 16 levels"},
+        {"{\"format\":\"tavo score\",\"version\":2,\"pages\":[]}", "here: version is 2, but only 1 can be read"},
+        {"{\"format\":\"tavo score\",\"version\":1,\"pages\":1}", "here: pages must be a list, not 1"},
+        {start + "1]}", "here: pages[0] must be an object, not 1"},
+        {start + one + "," + one + "]}", "here: pages[1] is page 1, which must not come after page 1"},
+        {start + "{\"page\":-1}]}", "here: pages[0].page must be a whole number from 0 to 4294967295, not -1"},
         {start + "{\"page\":1,\"type\":\"image/gif\"}]}",
-         "here: entry 1 needs \"type\", \"image/png\" or \"image/svg+xml\""},
+         "here: pages[0].type must be one of \"image/png\", \"image/svg+xml\", not \"image/gif\""},
         {start + "{\"page\":1,\"type\":\"image/png\",\"bytes\":33554433}]}",
-         "here: entry 1 needs \"bytes\", a whole number from 0 to 33554432"},
+         "here: pages[0].bytes must be a whole number from 0 to 33554432, not 33554433"},
         {start + "{\"page\":1,\"type\":\"image/png\",\"bytes\":1,\"file\":\"../1.png\"}]}",
-         "here: entry 1 needs \"file\", which must be \"pages/1.png\""},
-        {start + "],\"more\":1}", "here has a key that is not known"},
+         "here: pages[0].file must be \"pages/1.png\", not \"../1.png\""},
+        {start + "],\"more\":1}", "here: more is not a known key"},
     };
     for (const auto& [text, problem] : rows)
         EXPECT_EQ(problem, GetMessage([&] { static_cast<void>(stage::ParsePageIndex(text, "here")); })) << text;
@@ -207,7 +207,7 @@ TEST_F(ScoreFile, AnArchiveThatDiffersFromItsIndex_IsRefused) {
     EXPECT_EQ("page 1 of the file \"a.score\" is an image of another type than the index says", spoil(1536, Svg));
     EXPECT_EQ("the end of the file \"a.score\" holds something that is not in the index",
               spoil(archive.size() - 1024, "x"));
-    EXPECT_EQ("the end of the file \"a.score\" has bytes behind it", spoil(archive.size(), "x"));
+    EXPECT_EQ("the end of the file \"a.score\" has bytes after it", spoil(archive.size(), "x"));
 }
 
 TEST_F(ScoreFile, PagesOfAFolder_AreNumberedAsPeopleCount) {

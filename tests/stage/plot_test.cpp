@@ -50,9 +50,9 @@ std::size_t CountTexts(const Drawing& drawing, const std::string& text) {
 }
 
 bool AreApart(const Text& a, const Text& b) {
-    constexpr double ascent = 0.78;
+    constexpr double Ascent = 0.78;
     const bool isBeside = a.start.x + a.width <= b.start.x + 0.01 || b.start.x + b.width <= a.start.x + 0.01;
-    const bool isAbove = a.start.y <= b.start.y - b.size * ascent || b.start.y <= a.start.y - a.size * ascent;
+    const bool isAbove = a.start.y <= b.start.y - b.size * Ascent || b.start.y <= a.start.y - a.size * Ascent;
     return isBeside || isAbove;
 }
 

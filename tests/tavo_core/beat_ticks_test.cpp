@@ -161,10 +161,10 @@ TEST(ApplyClicks, InvertedRange_OnlyCountsOn) {
 }
 
 TEST(ApplyClicks, RangeToTheEndOfTime_EndsWithoutWrappingAround) {
-    constexpr unsigned int last = std::numeric_limits<unsigned int>::max();
-    const Beats beats{TL::BarsBeats(last - 500, 1, "9")};
-    EXPECT_EQ("4294966795=9:1 4294967035=9:2 4294967275=9:3", Laid(beats, {CL::Click(0, last, 4)}));
-    EXPECT_EQ("4294966795=9:1", Laid(beats, {CL::Click(0, last, 128)}));
+    constexpr unsigned int Last = std::numeric_limits<unsigned int>::max();
+    const Beats beats{TL::BarsBeats(Last - 500, 1, "9")};
+    EXPECT_EQ("4294966795=9:1 4294967035=9:2 4294967275=9:3", Laid(beats, {CL::Click(0, Last, 4)}));
+    EXPECT_EQ("4294966795=9:1", Laid(beats, {CL::Click(0, Last, 128)}));
 }
 
 TEST(ApplyClicks, RangeOfAbsurdLength_GeneratesAMillionBeatsAtMost) {

@@ -211,7 +211,7 @@ TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
         FAIL();
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(directory / "a-1.0.logdata" +
-                      ", line 6, song \"3\", edit 1: \"count\" must be a whole number from 0 to 9999.",
+                      ", line 6, song \"3\", edit 1: \"count\" must be a whole number from 0 to 9999",
                   error.what());
     }
     EXPECT_TRUE(kit::listdir(directory.Path()).empty());
@@ -220,8 +220,8 @@ TEST(ChangeLogSave, WhatCouldNotBeReadBack_IsRefusedAndNothingWritten) {
 TEST(ChangeLogSave, AnyValues_AreSavedExactlyWhenTheyCanBeReadBack) {
     std::mt19937 random(23);
     int saved = 0;
-    constexpr int rounds = 1000;
-    for (int round = 0; round < rounds; ++round) {
+    constexpr int Rounds = 1000;
+    for (int round = 0; round < Rounds; ++round) {
         const TemporaryDirectory directory;
         ChangeLog log = MakeLogIn(directory, "a");
         if (random() % 20 == 0) log.SetShowName(std::string(4096 + random() % 2, 's'));
@@ -243,8 +243,8 @@ TEST(ChangeLogSave, AnyValues_AreSavedExactlyWhenTheyCanBeReadBack) {
             ASSERT_EQ(refusal, error.what()) << log.AsText();
         }
     }
-    EXPECT_GT(saved, rounds / 5);
-    EXPECT_LT(saved, rounds * 4 / 5);
+    EXPECT_GT(saved, Rounds / 5);
+    EXPECT_LT(saved, Rounds * 4 / 5);
 }
 
 TEST(ChangeLogSave, WithoutADirectoryOrInAMissingOne_IsRefused) {

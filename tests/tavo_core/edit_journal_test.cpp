@@ -154,7 +154,7 @@ TEST_F(EditJournalTest, WhatIsNoJournal_IsRefusedByName) {
             static_cast<void>(EditJournal::Read(path_));
             FAIL() << text;
         } catch (const std::runtime_error& error) {
-            EXPECT_THAT(error.what(), HasSubstr("a-1.0.logdata.journal is no journal"));
+            EXPECT_THAT(error.what(), HasSubstr("a-1.0.logdata.journal is not a journal"));
         }
     }
 }

@@ -211,10 +211,10 @@ TEST(EditRules, AWholeLog_NamesEveryProblem) {
 
 TEST(EditRules, AHugeLog_IsCheckedInOnePass) {
     CL::SongLog songLog;
-    constexpr unsigned int count = 30000;
-    const TL::Timeline timeline(0, 2 * count);
-    for (unsigned int i = 0; i < count; ++i) {
-        songLog.GetVamps().Add(CL::Vamp(i, 2 * count - i));
+    constexpr unsigned int Count = 30000;
+    const TL::Timeline timeline(0, 2 * Count);
+    for (unsigned int i = 0; i < Count; ++i) {
+        songLog.GetVamps().Add(CL::Vamp(i, 2 * Count - i));
         songLog.GetMarkers().Add(CL::Marker(i, "m"));
     }
     EXPECT_TRUE(CL::CheckSongLog(songLog, timeline).empty());

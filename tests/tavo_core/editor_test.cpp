@@ -66,10 +66,10 @@ protected:
 class InvertedPairs : public EditorTest {};
 class ClickRepair : public EditorTest {};
 
-constexpr auto nameOf = [](const auto& info) { return info.param == Held::Active ? "Active" : "Own"; };
-INSTANTIATE_TEST_SUITE_P(Log, EditorTest, testing::Values(Held::Active, Held::Own), nameOf);
-INSTANTIATE_TEST_SUITE_P(Log, InvertedPairs, testing::Values(Held::Active, Held::Own), nameOf);
-INSTANTIATE_TEST_SUITE_P(Log, ClickRepair, testing::Values(Held::Active, Held::Own), nameOf);
+constexpr auto NameOf = [](const auto& info) { return info.param == Held::Active ? "Active" : "Own"; };
+INSTANTIATE_TEST_SUITE_P(Log, EditorTest, testing::Values(Held::Active, Held::Own), NameOf);
+INSTANTIATE_TEST_SUITE_P(Log, InvertedPairs, testing::Values(Held::Active, Held::Own), NameOf);
+INSTANTIATE_TEST_SUITE_P(Log, ClickRepair, testing::Values(Held::Active, Held::Own), NameOf);
 
 }  // namespace
 
@@ -193,7 +193,7 @@ TEST_P(EditorTest, WhatTheRulesForbid_IsRefusedWithOneSentenceAndChangesNothing)
                         {CL::Vamp(Bar(4), Bar(8)), "there already"},
                         {CL::Cut(Bar(11), Bar(13)), "overlaps"},
                         {CL::Cut(Bar(3), Bar(2)), "does not lie after its start"},
-                        {CL::Cut(Bar(20), Bar(22)), "ends behind the song"},
+                        {CL::Cut(Bar(20), Bar(22)), "ends after the song"},
                         {CL::Marker(Bar(30), "x"), "outside the song"},
                         {CL::Repeat(Bar(13), Bar(14), 1), "passes"},
                         {CL::TempoScale(0, Bar(2), 3), "tempo scale"},

@@ -351,7 +351,7 @@ TEST(GuiDispatcher, DestroyedWithHandlersAndWaitingNotifications_Ends) {
 }
 
 TEST(GuiDispatcher, SendersAddersAndRemoversAtOnce_EachSendersStatusesStayComplete) {
-    constexpr int sends = 2000;
+    constexpr int Sends = 2000;
     GuiDispatcher dispatcher;
     std::array<int, 3> nextOf{};
     bool inOrder = true;
@@ -363,7 +363,7 @@ TEST(GuiDispatcher, SendersAddersAndRemoversAtOnce_EachSendersStatusesStayComple
     std::vector<std::thread> threads;
     for (const char* sender : {"a", "b", "c"}) {
         threads.emplace_back([&dispatcher, sender] {
-            for (int i = 0; i < sends; ++i) {
+            for (int i = 0; i < Sends; ++i) {
                 dispatcher.SendStatusFlowControl(sender, i);
                 dispatcher.SendPlayhead(i);
             }
@@ -382,5 +382,5 @@ TEST(GuiDispatcher, SendersAddersAndRemoversAtOnce_EachSendersStatusesStayComple
         thread.join();
     dispatcher.Drain();
     EXPECT_TRUE(inOrder);
-    EXPECT_EQ((std::array<int, 3>{sends, sends, sends}), nextOf);
+    EXPECT_EQ((std::array<int, 3>{Sends, Sends, Sends}), nextOf);
 }

@@ -157,12 +157,12 @@ TEST(DescribeChange, CrowdedEdits_ArePairedByTheRule) {
 TEST(DescribeChange, ManyDifferences_AreNotSlowToTell) {
     ChangeLog before;
     ChangeLog after;
-    constexpr unsigned int count = 40000;
-    for (unsigned int tick = 0; tick < count; ++tick) {
+    constexpr unsigned int Count = 40000;
+    for (unsigned int tick = 0; tick < Count; ++tick) {
         before.GetSongLogs()["7"].GetMarkers().Add(CL::Marker(2 * tick, "old"));
         after.GetSongLogs()["7"].GetMarkers().Add(CL::Marker(2 * tick + 1, "new"));
     }
-    EXPECT_EQ(2 * count, Describe(before, after).size());
+    EXPECT_EQ(2 * Count, Describe(before, after).size());
 }
 
 TEST(LogChange, CompareOfRandomLogs_AppliesExactlyAndIsTakenBackExactly) {

@@ -183,9 +183,9 @@ TEST_F(EditorsSideBySide, LogReplacedInOneHolder_StopsOnlyThatEditor) {
 }
 
 TEST_F(EditorsSideBySide, EditingOnThreeThreads_EachLogGetsItsOwnEdits) {
-    constexpr unsigned int edits = 30;
+    constexpr unsigned int Edits = 30;
     const auto edit = [](Desk& desk, const std::string& text) {
-        for (unsigned int i = 0; i < edits; ++i)
+        for (unsigned int i = 0; i < Edits; ++i)
             desk.editor->Add("1", CL::Marker(Bar(i + 1), text));
     };
     {
@@ -196,9 +196,9 @@ TEST_F(EditorsSideBySide, EditingOnThreeThreads_EachLogGetsItsOwnEdits) {
     const std::pair<Desk*, const char*> expected[] = {{&first_, "first"}, {&second_, "second"}, {&active_, "active"}};
     for (const auto& [desk, text] : expected) {
         const LogHolder::Shared log(desk->holder);
-        EXPECT_EQ(edits, log->GetSongLog("1").GetMarkers().size());
+        EXPECT_EQ(Edits, log->GetSongLog("1").GetMarkers().size());
         for (const CL::Marker& marker : log->GetSongLog("1").GetMarkers())
             EXPECT_EQ(text, marker.value());
-        EXPECT_EQ(edits, desk->CountJournaled());
+        EXPECT_EQ(Edits, desk->CountJournaled());
     }
 }

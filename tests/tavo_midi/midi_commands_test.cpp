@@ -138,12 +138,12 @@ TEST_F(Commands, CancelledLearning_LeavesEverythingAsItWas) {
 TEST_F(Commands, TwoCommandsOnOneMessage_AreRefusedInOneSentence) {
     commands_->SetMidiCommand(Play, 0x90, 60, AnyValue);
     EXPECT_EQ(Refusal(Stop, 0x90, 60, 100),
-              "Stop cannot be given by note 60 at 100 on channel 1: it gives Play already.");
+              "Stop cannot be given by note 60 at 100 on channel 1, which gives Play already");
     commands_->LearnMidiCommand(NextMarker);
     EXPECT_EQ(Hear("90 3C 40"), "");
     EXPECT_TRUE(commands_->IsMidiCommandLearning(NextMarker));
     EXPECT_EQ(commands_->GetLearnProblem(),
-              "Next Marker cannot be given by note 60 on channel 1: it gives Play already.");
+              "Next Marker cannot be given by note 60 on channel 1, which gives Play already");
     EXPECT_EQ(Hear("90 3E 40"), "");
     EXPECT_EQ(commands_->GetLearnProblem(), "");
     EXPECT_EQ(Hear("90 3E 40"), "right");
@@ -152,9 +152,9 @@ TEST_F(Commands, TwoCommandsOnOneMessage_AreRefusedInOneSentence) {
 }
 
 TEST_F(Commands, BytesOutOfRange_AreRefused) {
-    EXPECT_EQ(Refusal(Play, 0x80, 60, 0), "A message with status 128 cannot give a command.");
-    EXPECT_EQ(Refusal(Play, 0x90, 128, 0), "128 is not a data byte of MIDI: it is above 127.");
-    EXPECT_EQ(Refusal(Play, 0x90, 60, 128), "128 is not a value of MIDI: it is above 127.");
+    EXPECT_EQ(Refusal(Play, 0x80, 60, 0), "a message with status 128 cannot give a command");
+    EXPECT_EQ(Refusal(Play, 0x90, 128, 0), "128 is not a data byte of MIDI: it is above 127");
+    EXPECT_EQ(Refusal(Play, 0x90, 60, 128), "128 is not a value of MIDI: it is above 127");
     EXPECT_THROW(commands_->SetMidiCommand(9, 0x90, 60, 0), std::out_of_range);
     EXPECT_THROW(commands_->LearnMidiCommand(200), std::out_of_range);
     EXPECT_TRUE(commands_->GetLearnedCommands().empty());
@@ -213,16 +213,17 @@ TEST_F(Commands, BadSettings_AreOneSentence) {
         const char* text;
         const char* sentence;
     } rows[] = {
-        {"[]", "The MIDI commands cannot be read: midiCommandSettings is not an object."},
-        {"{", "The MIDI commands cannot be read: midiCommandSettings is not JSON: it cannot be understood at byte 2."},
+        {"[]", "midiCommandSettings: the outermost value must be an object, not a list"},
+        {"{", "midiCommandSettings, line 1: the text is not JSON"},
         {R"({"commands": [{"command": "Dance", "status": 144}]})",
-         "The MIDI commands cannot be read: midiCommandSettings, commands[0]: \"Dance\" is not a command."},
+         "midiCommandSettings: commands[0].command must be the name of a command, not \"Dance\""},
         {R"({"commands": [{"command": "Play", "status": 128}]})",
-         "The MIDI commands cannot be read: midiCommandSettings, commands[0]: A message with status 128 cannot give a "
-         "command."},
-        {R"({"deviceNumber": 127})",
-         "The MIDI commands cannot be read: midiCommandSettings: \"deviceNumber\" is not a whole number from 0 to "
-         "126."},
+         "midiCommandSettings: commands[0] cannot be used: a message with status 128 cannot give a command"},
+        {R"({"deviceNumber": 127})", "midiCommandSettings: deviceNumber must be a whole number from 0 to 126, not 127"},
+        {R"({"source": "a", "source": "b"})", "midiCommandSettings: source is there twice"},
+        {R"({"commands": [{"command": "Play", "status": 144, "data1": 1},
+                          {"command": "Play", "status": 144, "data1": 2}]})",
+         "midiCommandSettings: commands[1] is a second message for Play"},
     };
     for (const auto& row : rows) {
         std::ofstream(Path()) << row.text;
@@ -233,6 +234,16 @@ TEST_F(Commands, BadSettings_AreOneSentence) {
             EXPECT_STREQ(problem.what(), row.sentence);
         }
     }
+}
+
+TEST_F(Commands, UnknownKeysInSettings_AreWarnedOfAndIgnored) {
+    std::ofstream(Path())
+        << R"({"commands": [{"command": "Play", "status": 144, "data1": 1, "note": "go"}], "Source": ""})";
+    Reopen();
+    EXPECT_EQ(commands_->GetSettingsWarnings(),
+              (std::vector<std::string>{"midiCommandSettings: commands[0].note is not a known key and is ignored",
+                                        "midiCommandSettings: Source is not a known key and is ignored"}));
+    EXPECT_EQ(Hear("90 01 40"), "play");
 }
 
 TEST(WithoutAMidiSystem, AShowOpensAndNothingIsListed) {
@@ -248,6 +259,45 @@ TEST(WithoutAMidiSystem, AShowOpensAndNothingIsListed) {
     dispatcher.ConnectSourceByName("pedal:out");
     EXPECT_FALSE(dispatcher.GetIsConnected());
     dispatcher.Disconnect();
+}
+
+TEST(TimeCodeSettings, ThatAreBad_AreRefusedInOneSentence) {
+    tavo_midi::SetMidiSystemChoice(tavo_midi::MidiSystemChoice::None);
+    const test_support::TemporaryDirectory directory;
+    const std::string path = directory / "midiTimeCodeSettings";
+    const struct {
+        const char* text;
+        const char* sentence;
+    } rows[] = {
+        {"{\n\"active\" true}", "midiTimeCodeSettings, line 2: the text is not JSON"},
+        {R"({"active": 1})", "midiTimeCodeSettings: active must be true or false, not 1"},
+        {R"({"frameRate": "23"})",
+         "midiTimeCodeSettings: frameRate must be one of \"24\", \"25\", \"29.97 drop\", \"30\", not \"23\""},
+        {R"({"onJump": "stop"})", "midiTimeCodeSettings: onJump must be one of \"locate\", \"runOn\", not \"stop\""},
+        {R"({"frameRate": "25", "songOffsets": [{"song": "3", "offset": "00:00:00:25"}]})",
+         "midiTimeCodeSettings: songOffsets[0].offset must be a time code of 25 frames a second such as 01:00:00:00, "
+         "not \"00:00:00:25\""},
+    };
+    for (const auto& row : rows) {
+        std::ofstream(path) << row.text;
+        try {
+            const MidiTimeCodeController controller(path);
+            ADD_FAILURE() << row.text;
+        } catch (const std::runtime_error& problem) {
+            EXPECT_STREQ(problem.what(), row.sentence);
+        }
+    }
+}
+
+TEST(TimeCodeSettings, WithAnUnknownKey_AreReadWithAWarning) {
+    tavo_midi::SetMidiSystemChoice(tavo_midi::MidiSystemChoice::None);
+    const test_support::TemporaryDirectory directory;
+    const std::string path = directory / "midiTimeCodeSettings";
+    std::ofstream(path) << R"({"framerate": "25", "onJump": "runOn"})";
+    const MidiTimeCodeController controller(path);
+    EXPECT_EQ(controller.GetSettingsWarnings(),
+              std::vector<std::string>{"midiTimeCodeSettings: framerate is not a known key and is ignored"});
+    EXPECT_EQ(controller.GetJumpRule(), MidiTimeCodeController::JumpRule::RunOn);
 }
 
 TEST(TimeCodeSettings, AreKeptFromRunToRun) {

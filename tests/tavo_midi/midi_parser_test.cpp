@@ -11,10 +11,10 @@ namespace {
 std::string ToHex(std::span<const unsigned char> message) {
     std::string text;
     for (const unsigned char byte : message) {
-        constexpr const char* digits = "0123456789ABCDEF";
+        constexpr const char* Digits = "0123456789ABCDEF";
         if (!text.empty()) text += ' ';
-        text += digits[byte / 16];
-        text += digits[byte % 16];
+        text += Digits[byte / 16];
+        text += Digits[byte % 16];
     }
     return text;
 }

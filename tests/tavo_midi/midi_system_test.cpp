@@ -18,10 +18,10 @@ namespace {
 using tavo_midi::MidiPortReport;
 using test_support::Patience;
 
-const std::vector<unsigned char> kStart{0xFA};
-constexpr const char* kConnected = "The MIDI input \"pedal\" is connected.";
-constexpr const char* kGone = "The MIDI input \"pedal\" has gone; it is taken up again when it is back.";
-constexpr const char* kBack = "The MIDI input \"pedal\" is back.";
+const std::vector<unsigned char> Start{0xFA};
+constexpr const char* Connected = "The MIDI input \"pedal\" is connected.";
+constexpr const char* Gone = "The MIDI input \"pedal\" was lost; it will reconnect when it returns.";
+constexpr const char* Back = "The MIDI input \"pedal\" is back.";
 
 /// The process's MIDI system over ports of the test's.
 class TheMidiSystem : public testing::Test {
@@ -50,7 +50,7 @@ TEST_F(TheMidiSystem, MessageIsSent_NobodyElseWaitsForTheDevice) {
     };
     ports_->onCloseOutput = [&] { isListedBeforeTheEnd = listed.wait_for(Patience) == std::future_status::ready; };
     Install();
-    tavo_midi::SendMidiMessage("desk", kStart);
+    tavo_midi::SendMidiMessage("desk", Start);
     EXPECT_TRUE(isSent);
     EXPECT_TRUE(isListedBeforeTheEnd);
     EXPECT_EQ(listed.get(), 1U);
@@ -64,7 +64,7 @@ TEST_F(TheMidiSystem, DeviceOpensSlowly_NobodyElseWaitsForIt) {
         isListedMeanwhile = listed.wait_for(Patience) == std::future_status::ready;
     };
     Install();
-    tavo_midi::SendMidiMessage("desk", kStart);
+    tavo_midi::SendMidiMessage("desk", Start);
     EXPECT_TRUE(isListedMeanwhile);
 }
 
@@ -78,7 +78,7 @@ TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
     };
     ports_->onCloseOutput = [&] { isThereAtTheEnd = !watched.expired(); };
     Install();
-    tavo_midi::SendMidiMessage("desk", kStart);
+    tavo_midi::SendMidiMessage("desk", Start);
     EXPECT_TRUE(isThereAtTheEnd);
     EXPECT_TRUE(watched.expired());
 }
@@ -86,7 +86,7 @@ TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
 TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothing_IsOneSentence) {
     const auto problemOf = [](const char* port) {
         try {
-            tavo_midi::SendMidiMessage(port, kStart);
+            tavo_midi::SendMidiMessage(port, Start);
         } catch (const std::runtime_error& problem) {
             return std::string(problem.what());
         }
@@ -94,8 +94,8 @@ TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothing_IsOneSentence) {
     };
     ports_->onSend = [](std::span<const unsigned char>) { return false; };
     Install();
-    EXPECT_EQ(problemOf("drum"), "There is no MIDI output \"drum\".");
-    EXPECT_EQ(problemOf("desk"), "The MIDI output \"desk\" does not take the message.");
+    EXPECT_EQ(problemOf("drum"), "there is no MIDI output \"drum\"");
+    EXPECT_EQ(problemOf("desk"), "the MIDI output \"desk\" does not take the message");
 }
 
 TEST_F(TheMidiSystem, ListenerReplacesItselfAndWaitsForAThreadThatReplacesItAgain_NothingHangs) {
@@ -113,7 +113,7 @@ TEST_F(TheMidiSystem, ListenerReplacesItselfAndWaitsForAThreadThatReplacesItAgai
     ASSERT_TRUE(reports_.WaitFor("replaced"));
     EXPECT_TRUE(isDone);
     ports_->isPlugged = false;
-    EXPECT_TRUE(reports_.WaitFor(kGone));
+    EXPECT_TRUE(reports_.WaitFor(Gone));
 }
 
 TEST_F(TheMidiSystem, ListenerTakenAwayWhileItRuns_WaitsForItsEnd) {
@@ -157,7 +157,7 @@ TEST_F(TheMidiSystem, ListenerThrows_IsLoggedAndHearsTheNextReport) {
     EXPECT_TRUE(log.WaitFor("Unknown exception."));
     EXPECT_NE(log.Read().find("MIDI ports"), std::string::npos) << log.Read();
     ports_->isPlugged = true;
-    EXPECT_TRUE(reports_.WaitFor(kBack));
+    EXPECT_TRUE(reports_.WaitFor(Back));
 }
 
 TEST_F(TheMidiSystem, PortsThrowWhenLookedAt_IsLoggedOnceAndTheNextLookFindsThem) {
@@ -173,7 +173,7 @@ TEST_F(TheMidiSystem, PortsThrowWhenLookedAt_IsLoggedOnceAndTheNextLookFindsThem
     Install();
     MidiMessageDispatcher dispatcher;
     dispatcher.ConnectSourceByName("pedal");
-    ASSERT_TRUE(reports_.WaitFor(kConnected));
+    ASSERT_TRUE(reports_.WaitFor(Connected));
     for (int kind = 1; kind <= 2; ++kind) {
         throws = kind;
         EXPECT_TRUE(log.WaitFor(kind == 1 ? "The ports are on strike." : "Unknown exception."));
@@ -183,9 +183,9 @@ TEST_F(TheMidiSystem, PortsThrowWhenLookedAt_IsLoggedOnceAndTheNextLookFindsThem
         EXPECT_TRUE(dispatcher.GetIsConnected());
         ports_->isPlugged = false;
         throws = 0;
-        EXPECT_TRUE(reports_.WaitFor(kGone));
+        EXPECT_TRUE(reports_.WaitFor(Gone));
         ports_->isPlugged = true;
-        EXPECT_TRUE(reports_.WaitFor(kBack));
+        EXPECT_TRUE(reports_.WaitFor(Back));
     }
     const std::string lines = log.Read();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2) << lines;
@@ -208,7 +208,7 @@ TEST_F(TheMidiSystem, PortsThrowWhenAPortIsChosen_TheChoiceStandsAndIsConnectedL
     dispatcher.ConnectSourceByName("pedal");
     EXPECT_FALSE(dispatcher.GetIsConnected());
     throws = false;
-    EXPECT_TRUE(reports_.WaitFor(kConnected));
+    EXPECT_TRUE(reports_.WaitFor(Connected));
 }
 
 TEST_F(TheMidiSystem, PortThrowsWhenItIsOpened_IsOpenedByALaterLook) {
@@ -222,7 +222,7 @@ TEST_F(TheMidiSystem, PortThrowsWhenItIsOpened_IsOpenedByALaterLook) {
     Install();
     MidiMessageDispatcher dispatcher;
     dispatcher.ConnectSourceByName("pedal");
-    EXPECT_TRUE(reports_.WaitFor(kConnected));
+    EXPECT_TRUE(reports_.WaitFor(Connected));
     EXPECT_EQ(opens, 3);
 }
 

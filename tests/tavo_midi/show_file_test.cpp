@@ -182,38 +182,52 @@ TEST(ShowFile, BadShowJson_IsRefusedWithPlaceAndReason) {
         const char* sentence;
     };
     const Row rows[] = {
-        {"{", " is not JSON: it cannot be understood at byte 2"},
-        {"\xFF", " is not JSON: it cannot be understood at byte 1"},
-        {"[]", " is not an object"},
-        {"{}", ": \"formatVersion\" is missing"},
-        {R"({"formatVersion":2})", ": the format version is 2, but only 1 can be read"},
-        {R"({"formatVersion":"1"})", ": \"formatVersion\" is not a whole number from 0 to 4294967295"},
-        {R"({"formatVersion":1e999})", " holds a number that is too large"},
-        {R"({"formatVersion":1,"title":7,"songs":[]})", ": \"title\" is not a text"},
-        {R"({"formatVersion":1,"title":""})", ": \"songs\" is missing"},
-        {R"({"formatVersion":1,"title":"","songs":{}})", ": \"songs\" is not a list"},
-        {withSong("7"), ", songs[0] is not an object"},
-        {withSong("{}"), ", songs[0]: \"number\" is missing"},
-        {withSong(R"({"number":"","title":"","smf":"1.mid","startTick":0})"), ", songs[0]: \"number\" is empty"},
+        {"{\n", ", line 2: the text is not JSON"},
+        {"\xFF", ", line 1: the text is not well-formed UTF-8"},
+        {"[]", ": the outermost value must be an object, not a list"},
+        {"{}", ": formatVersion is missing"},
+        {R"({"formatVersion":2})", ": formatVersion is 2, but only 1 can be read"},
+        {R"({"formatVersion":"1"})", ": formatVersion must be a whole number from 0 to 4294967295, not \"1\""},
+        {R"({"formatVersion":1e999})", ", line 1: the number 1e999 is too large"},
+        {R"({"formatVersion":1,"title":7,"songs":[]})", ": title must be text, not 7"},
+        {R"({"formatVersion":1,"title":""})", ": songs is missing"},
+        {R"({"formatVersion":1,"title":"","songs":{}})", ": songs must be a list, not an object"},
+        {withSong("7"), ": songs[0] must be an object, not 7"},
+        {withSong("{}"), ": songs[0].number is missing"},
+        {withSong(R"({"number":"","title":"","smf":"1.mid","startTick":0})"), ": songs[0].number must not be empty"},
         {withSong(R"({"number":"1","title":"","smf":"show.json","startTick":0})"),
-         ", songs[0]: \"smf\" names no Standard MIDI File"},
+         ": songs[0].smf must be the name of a Standard MIDI File, not \"show.json\""},
         {withSong(R"({"number":"1","title":"","smf":"1.mid","startTick":-1})"),
-         ", songs[0]: \"startTick\" is not a whole number from 0 to 4294967295"},
+         ": songs[0].startTick must be a whole number from 0 to 4294967295, not -1"},
         {withSong(R"({"number":"1","title":"","smf":"1.mid","startTick":1.5})"),
-         ", songs[0]: \"startTick\" is not a whole number from 0 to 4294967295"},
+         ": songs[0].startTick must be a whole number from 0 to 4294967295, not 1.5"},
         {withSong(song + R"(,"endTick":4294967296})"),
-         ", songs[0]: \"endTick\" is not a whole number from 0 to 4294967295"},
-        {withSong(song + R"(,"pickupBeats":"1"})"), ", songs[0]: \"pickupBeats\" is not a number"},
+         ": songs[0].endTick must be a whole number from 0 to 4294967295, not 4294967296"},
+        {withSong(song + R"(,"pickupBeats":"1"})"), ": songs[0].pickupBeats must be a number, not \"1\""},
         {withSong(song + R"(,"pages":[{"number":1,"tick":9},{"number":2,"tick":8}]})"),
-         ", songs[0], pages[1]: \"tick\" is before that of the page before it"},
+         ": songs[0].pages[1].tick must be at least 9, that of the page before it, not 8"},
         {withSong(song + R"(,"barLabels":[{"bar":1,"label":"a"},{"bar":1,"label":"b"}]})"),
-         ", songs[0], barLabels[1]: \"bar\" is not after the bar before it"},
-        {withSong(song + R"(,"effects":7})"), ", songs[0]: \"effects\" is not a list"},
+         ": songs[0].barLabels[1].bar must be above 1, that of the label before it, not 1"},
+        {withSong(song + R"(,"effects":7})"), ": songs[0].effects must be a list, not 7"},
+        {withSong(song + R"(,"smf":"2.mid"})"), ": songs[0].smf is there twice"},
+        {withSong(song + R"(,"effects":)" + std::string(20, '[')), ": the text is nested deeper than 16 levels"},
         {withSong(song + "}," + song + "}"), ": the show has a song \"1\" already"},
     };
     for (const Row& row : rows)
         EXPECT_EQ(std::string("\"a.showdata\", member \"show.json\"") + row.sentence,
                   Refuse(Zip({{"show.json", row.json}, {"1.mid", Notes()}})));
+}
+
+TEST(ShowFile, UnknownKeysOfShowJson_AreWarnedOfAndIgnored) {
+    const std::string json = R"({"title":"T","formatVersion":1,"composer":"x","songs":[
+        {"number":"1","title":"","smf":"1.mid","startTick":0,"key":"C","effects":[{"sound":"door"}],
+         "barLabels":[{"bar":1,"label":"a","color":3}]}]})";
+    const ShowData show = tavo_midi::UnpackShowData(Zip({{"show.json", json}, {"1.mid", Notes()}}), "a.showdata");
+    const std::string place = "\"a.showdata\", member \"show.json\": ";
+    EXPECT_THAT(show.GetWarnings(),
+                testing::ElementsAre(place + "songs[0].barLabels[0].color is not a known key and is ignored",
+                                     place + "songs[0].key is not a known key and is ignored",
+                                     place + "composer is not a known key and is ignored"));
 }
 
 TEST(ShowFile, HostileArchives_AreRefusedWithASentence) {

@@ -11,11 +11,11 @@ namespace {
 
 using namespace tavo_midi;
 
-constexpr std::array<FrameRate, 4> kRates{FrameRate::Fps24, FrameRate::Fps25, FrameRate::Fps2997Drop, FrameRate::Fps30};
+constexpr std::array<FrameRate, 4> Rates{FrameRate::Fps24, FrameRate::Fps25, FrameRate::Fps2997Drop, FrameRate::Fps30};
 
 TEST(FrameRates, NamesAndValues) {
     EXPECT_EQ(frameRateStrings, (std::vector<std::string>{"24", "25", "29.97 drop", "30"}));
-    for (const FrameRate rate : kRates)
+    for (const FrameRate rate : Rates)
         EXPECT_EQ(ConvertStringToFrameRate(ConvertFrameRateToString(rate)), rate);
     EXPECT_THROW(static_cast<void>(ConvertFrameRateToString(static_cast<FrameRate>(4))), std::out_of_range);
     EXPECT_THROW(static_cast<void>(ConvertStringToFrameRate("29.97")), std::out_of_range);
@@ -23,7 +23,7 @@ TEST(FrameRates, NamesAndValues) {
 
 TEST(TimeCodes, EveryFrameOfADay_HasTheAddressThatCountingGives) {
     const std::array<int, 4> framesPerSecond{24, 25, 30, 30};
-    for (const FrameRate rate : kRates) {
+    for (const FrameRate rate : Rates) {
         SCOPED_TRACE(ConvertFrameRateToString(rate));
         std::int64_t frame = 0;
         const int frames = framesPerSecond[static_cast<std::size_t>(rate)];
@@ -50,7 +50,7 @@ TEST(TimeCodes, DropFrame_LosesLessThanAFrameInAnHourAndThreeInADay) {
 }
 
 TEST(TimeCodes, TimesAndFrames_AgreeToTheNanosecond) {
-    for (const FrameRate rate : kRates) {
+    for (const FrameRate rate : Rates) {
         for (const std::int64_t frame : {std::int64_t{0}, std::int64_t{1}, std::int64_t{29}, std::int64_t{30},
                                          std::int64_t{1799}, std::int64_t{1800}, GetFramesPerDay(rate)}) {
             const std::int64_t ns = ConvertFramesToNanoseconds(frame, rate);

@@ -138,8 +138,8 @@ TEST(CipherStream, SegmentsSwappedOrLeftOut_AreMetAtTheFirstOfThem) {
 TEST(CipherStream, BytesBehindTheEnd_AreMetThere) {
     const std::string text = CountingText(100);
     const std::string bytes = Encipher(text);
-    EXPECT_EQ((Deciphered{text, "the file \"f\" has bytes behind its last chunk 7"}), Decipher(bytes + "x"));
-    EXPECT_EQ((Deciphered{text, "the file \"f\" has bytes behind its last chunk 7"}),
+    EXPECT_EQ((Deciphered{text, "the file \"f\" has bytes after its last chunk 7"}), Decipher(bytes + "x"));
+    EXPECT_EQ((Deciphered{text, "the file \"f\" has bytes after its last chunk 7"}),
               Decipher(bytes + bytes.substr(StartOfChunk(6))));
 }
 

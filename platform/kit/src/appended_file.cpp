@@ -13,7 +13,7 @@ namespace kit {
 
 namespace {
 
-constexpr unsigned int kModeOfAppendedFile = 0666;
+constexpr unsigned int ModeOfAppendedFile = 0666;
 
 /// Whether the path still leads to the file: whoever held it before may have removed it. 0, ENOENT where it does not,
 /// or another of the system's error numbers.
@@ -35,7 +35,7 @@ AppendedFile::AppendedFile(const std::string& path) : path_(path), held_(std::ma
     held_->directory = Open(GetDirectory(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (!held_->directory.IsOpen()) ThrowCannotWrite(path, errno);
     for (int error = ENOENT; error != 0;) {
-        held_->file = Open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, kModeOfAppendedFile);
+        held_->file = Open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, ModeOfAppendedFile);
         if (!held_->file.IsOpen()) ThrowCannotWrite(path, errno);
         if (Uninterrupted([&] { return ::flock(held_->file.Get(), LOCK_EX | LOCK_NB); }) != 0) {
             if (errno != EWOULDBLOCK) ThrowCannotWrite(path, errno);

@@ -19,8 +19,8 @@ namespace kit {
 
 namespace {
 
-constexpr std::uintmax_t kReadStep = 1U << 16U;
-constexpr mode_t kModeOfNewFile = 0666;
+constexpr std::uintmax_t ReadStep = 1U << 16U;
+constexpr mode_t ModeOfNewFile = 0666;
 
 void CheckIsRegular(const std::string& path, const struct stat& status) {
     if (S_ISDIR(status.st_mode)) throw std::runtime_error(NameForErrors(path) + "is a directory");
@@ -74,7 +74,7 @@ private:
         do {
             path_ = path::Join(GetDirectory(target_),
                                ".tavo-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp");
-            file = Open(path_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kModeOfNewFile);
+            file = Open(path_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ModeOfNewFile);
         } while (!file.IsOpen() && errno == EEXIST);
         return file;
     }
@@ -109,7 +109,7 @@ std::string ReadFile(const std::string& path, std::uintmax_t maxBytes) {
         length += static_cast<std::size_t>(count);
         CheckSize(path, length, maxBytes);
         if (length == bytes.size())
-            bytes.resize(length + static_cast<std::size_t>(std::min(kReadStep, maxBytes - length + 1)));
+            bytes.resize(length + static_cast<std::size_t>(std::min(ReadStep, maxBytes - length + 1)));
     }
     bytes.resize(length);
     return bytes;

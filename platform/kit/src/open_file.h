@@ -37,7 +37,7 @@ private:
     int descriptor_ = -1;
 };
 
-/// As open(2); errno tells of a failure.
+/// As open(2); errno says why it failed.
 [[nodiscard]] OpenFile Open(const std::string& path, int flags, unsigned int mode = 0);
 [[nodiscard]] int WriteAll(int descriptor, std::string_view bytes);
 [[nodiscard]] int Synchronise(int descriptor);

@@ -11,7 +11,7 @@ namespace path {
 
 namespace {
 
-constexpr char kSeparator = '/';
+constexpr char Separator = '/';
 
 void Append(std::string& joined, std::string_view piece) {
     if (piece.empty()) return;
@@ -19,10 +19,10 @@ void Append(std::string& joined, std::string_view piece) {
         joined = piece;
         return;
     }
-    while (joined.size() > 1 && joined.back() == kSeparator)
+    while (joined.size() > 1 && joined.back() == Separator)
         joined.pop_back();
-    if (joined.back() != kSeparator) joined += kSeparator;
-    joined += piece.substr(std::min(piece.find_first_not_of(kSeparator), piece.size()));
+    if (joined.back() != Separator) joined += Separator;
+    joined += piece.substr(std::min(piece.find_first_not_of(Separator), piece.size()));
 }
 
 template <class Pieces>
@@ -61,7 +61,7 @@ std::string extension(std::string_view name) {
 
 std::string basename(std::string_view path) {
     // npos + 1 is 0: without a separator the whole path is the name.
-    return std::string(path.substr(path.rfind(kSeparator) + 1));
+    return std::string(path.substr(path.rfind(Separator) + 1));
 }
 
 std::string basename_no_ext(std::string_view path) {

@@ -6,7 +6,7 @@ namespace kit {
 
 namespace {
 
-constexpr std::chrono::milliseconds longestKeptOut{100};
+constexpr std::chrono::milliseconds LongestKeptOut{100};
 
 }  // namespace
 
@@ -15,9 +15,9 @@ void FairSharedMutex::LockSlowly() {
     ++waitingWriters_;
     for (;;) {
         // Whoever leaves last from now on sees that somebody waits.
-        std::uint32_t state = state_.fetch_or(kWriterWaits, std::memory_order_relaxed) | kWriterWaits;
-        const std::uint32_t next = kWriter | (state & kReaderWaits) | (waitingWriters_ > 1 ? kWriterWaits : 0);
-        while ((state & (kWriter | kReaders)) == 0) {
+        std::uint32_t state = state_.fetch_or(WriterWaits, std::memory_order_relaxed) | WriterWaits;
+        const std::uint32_t next = Writer | (state & ReaderWaits) | (waitingWriters_ > 1 ? WriterWaits : 0);
+        while ((state & (Writer | Readers)) == 0) {
             if (state_.compare_exchange_weak(state, next, std::memory_order_acquire, std::memory_order_relaxed)) {
                 --waitingWriters_;
                 return;
@@ -30,7 +30,7 @@ void FairSharedMutex::LockSlowly() {
 void FairSharedMutex::UnlockSlowly() {
     const MutexLock waitLock(waitMutex_);
     // Nobody else changes the state while the writer's flag and the mutex are held. All readers that wait are let in.
-    state_.store(waitingReaders_ | (waitingWriters_ > 0 ? kWriterWaits : 0), std::memory_order_release);
+    state_.store(waitingReaders_ | (waitingWriters_ > 0 ? WriterWaits : 0), std::memory_order_release);
     if (waitingReaders_ == 0) {
         writerMayCome_.notify_one();
         return;
@@ -43,24 +43,24 @@ void FairSharedMutex::UnlockSlowly() {
 void FairSharedMutex::LockSharedSlowly() {
     MutexLock waitLock(waitMutex_);
     const std::uint64_t turn = readerTurn_;
-    const auto keptOutUntil = std::chrono::steady_clock::now() + longestKeptOut;
-    std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? kWriter | kWriterWaits : kWriter;
+    const auto keptOutUntil = std::chrono::steady_clock::now() + LongestKeptOut;
+    std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? Writer | WriterWaits : Writer;
     for (;;) {
         if (TryLockShared(obstacles)) return;
-        const std::uint32_t state = state_.fetch_or(kReaderWaits, std::memory_order_relaxed);
+        const std::uint32_t state = state_.fetch_or(ReaderWaits, std::memory_order_relaxed);
         // What was in the way may have left before the flag was seen.
         if ((state & obstacles) == 0) continue;
         ++waitingReaders_;
         bool isInTime = true;
-        while (readerTurn_ == turn && (isInTime || obstacles == kWriter)) {
-            if (obstacles == kWriter)
+        while (readerTurn_ == turn && (isInTime || obstacles == Writer)) {
+            if (obstacles == Writer)
                 waitLock.Wait(readersMayCome_);
             else
                 isInTime = waitLock.WaitUntil(readersMayCome_, keptOutUntil);
         }
         if (readerTurn_ == turn) {
             --waitingReaders_;
-            obstacles = kWriter;
+            obstacles = Writer;
             continue;
         }
         ++sharedHoldsOfThread_;  // the writer that left has counted this reader in

@@ -11,7 +11,7 @@ namespace kit {
 
 namespace {
 
-constexpr std::size_t kLongestSystemName = 15;
+constexpr std::size_t LongestSystemName = 15;
 
 struct Register {
     Mutex mutex;
@@ -38,7 +38,7 @@ struct NameRemover {
 }  // namespace
 
 void ThreadNames::SetNameOfCurrentThread(const std::string& name) const {
-    pthread_setname_np(pthread_self(), name.substr(0, CutUtf8(name, kLongestSystemName)).c_str());
+    pthread_setname_np(pthread_self(), name.substr(0, CutUtf8(name, LongestSystemName)).c_str());
     // A thread that is ending has nobody left to remove its entry.
     if (threadIsEnding) return;
     thread_local const NameRemover remover;

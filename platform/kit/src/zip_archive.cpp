@@ -11,7 +11,7 @@ namespace kit {
 
 namespace {
 
-constexpr std::size_t kEntryReadStep = std::size_t{1} << 16U;
+constexpr std::size_t EntryReadStep = std::size_t{1} << 16U;
 
 struct FileCloser {
     void operator()(zip_file_t* file) const { zip_fclose(file); }
@@ -71,7 +71,7 @@ std::string ZipReader::Read(const std::string& member, std::size_t mostBytes) co
         const std::size_t length = bytes.size();
         if (length > stat.size) Fail(member, "is longer than the archive announces");
         // One byte more than announced, so that the end, and with it the checksum, is reached.
-        bytes.resize(std::min<std::size_t>(length + std::max(length, kEntryReadStep), stat.size + 1));
+        bytes.resize(std::min<std::size_t>(length + std::max(length, EntryReadStep), stat.size + 1));
         const zip_int64_t count = zip_fread(file.get(), bytes.data() + length, bytes.size() - length);
         if (count < 0) Fail(member, std::string("is damaged: ") + zip_file_strerror(file.get()));
         bytes.resize(length + static_cast<std::size_t>(count));

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned int clocksPerQuarter = 24;
+constexpr unsigned int ClocksPerQuarter = 24;
 
 std::string WithTwoDecimalsAtMost(double number) {
     std::string text = fmt::format("{:.2f}", number);
@@ -19,7 +19,7 @@ std::string WithTwoDecimalsAtMost(double number) {
 
 double ClicksPerMinute(const TL::Tempo& tempo, unsigned int clocksPerClick) {
     const std::uint32_t microseconds = std::max<std::uint32_t>(tempo.microseconds_per_quarter(), 1);
-    return 60e6 / microseconds * clocksPerQuarter / clocksPerClick;
+    return 60e6 / microseconds * ClocksPerQuarter / clocksPerClick;
 }
 
 }  // namespace
@@ -29,12 +29,12 @@ std::string as_string(const TL::BarsBeats& entry) {
 }
 
 std::string as_string(const TL::Key& entry) {
-    static constexpr std::array<const char*, 15> majorNames{"Cb", "Gb", "Db", "Ab", "Eb", "Bb", "F", "C",
+    static constexpr std::array<const char*, 15> MajorNames{"Cb", "Gb", "Db", "Ab", "Eb", "Bb", "F", "C",
                                                             "G",  "D",  "A",  "E",  "B",  "F#", "C#"};
-    static constexpr std::array<const char*, 15> minorNames{"Ab", "Eb", "Bb", "F",  "C",  "G",  "D", "A",
+    static constexpr std::array<const char*, 15> MinorNames{"Ab", "Eb", "Bb", "F",  "C",  "G",  "D", "A",
                                                             "E",  "B",  "F#", "C#", "G#", "D#", "A#"};
     const auto index = static_cast<std::size_t>(std::clamp(entry.sharps(), -7, 7) + 7);
-    return entry.minor() ? fmt::format("{} minor", minorNames[index]) : fmt::format("{} major", majorNames[index]);
+    return entry.minor() ? fmt::format("{} minor", MinorNames[index]) : fmt::format("{} major", MajorNames[index]);
 }
 
 std::string as_string(const TL::Meter& entry) {
@@ -42,12 +42,12 @@ std::string as_string(const TL::Meter& entry) {
 }
 
 std::string as_string(const TL::Tempo& entry, const TL::Meter& meter) {
-    const unsigned int clocksPerClick = meter.clocks_per_click() == 0 ? clocksPerQuarter : meter.clocks_per_click();
+    const unsigned int clocksPerClick = meter.clocks_per_click() == 0 ? ClocksPerQuarter : meter.clocks_per_click();
     return WithTwoDecimalsAtMost(ClicksPerMinute(entry, clocksPerClick));
 }
 
 std::string as_string(const TL::Tempo& entry) {
-    return WithTwoDecimalsAtMost(ClicksPerMinute(entry, clocksPerQuarter));
+    return WithTwoDecimalsAtMost(ClicksPerMinute(entry, ClocksPerQuarter));
 }
 
 std::string as_string(const TL::PageNum& entry) {

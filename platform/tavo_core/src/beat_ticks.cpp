@@ -10,7 +10,7 @@
 namespace {
 
 // Far above any song, and little enough that clicks of absurd length cannot exhaust memory.
-constexpr std::size_t mostGeneratedBeats = 1U << 20U;
+constexpr std::size_t MostGeneratedBeats = 1U << 20U;
 
 /// Lays clicks over the written beats in one sweep. What lies before the sweep is final; only a click that starts
 /// inside an earlier one takes beats back. `Beats` is a sequence of beats that grows and shrinks at its end.
@@ -96,11 +96,11 @@ private:
             takenBack_.push_back({std::move(laid_.back())});
     }
 
-    /// The clicks behind the beat that was laid last, which is their first.
+    /// The clicks after the beat that was laid last, which is their first.
     void Generate_(unsigned int step, unsigned int end) {
         unsigned int number = laid_.back().beat() + 1;
         std::uint64_t tick = std::uint64_t{laid_.back().abs_time()} + step;
-        for (; tick < end && generated_ < mostGeneratedBeats; tick += step, ++number, ++generated_) {
+        for (; tick < end && generated_ < MostGeneratedBeats; tick += step, ++number, ++generated_) {
             DropBefore_(tick);
             if (HasNext_() && Next_().abs_time() == tick) {
                 if (Next_().bar_number() != laid_.back().bar_number()) number = 1;

@@ -9,17 +9,17 @@
 /// The words and limits of the `.logdata` format, in the order in which an edit's fields are written.
 namespace tavo_core::logdata {
 
-inline constexpr std::string_view formatName = "logdata";
-inline constexpr unsigned int formatVersion = 1;
+inline constexpr std::string_view FormatName = "logdata";
+inline constexpr unsigned int FormatVersion = 1;
 
-inline constexpr std::size_t longestText = 4096;  // bytes
-inline constexpr std::size_t mostSongs = 10000;
-inline constexpr std::size_t mostArguments = 256;
-inline constexpr int highestCount = 9999;
-inline constexpr int longestClick = 128;  // thirty-second notes
-inline constexpr float highestTempoScale = 100.0F;
-inline constexpr float lowestGainDb = -60.0F;
-inline constexpr float highestGainDb = 12.0F;
+inline constexpr std::size_t LongestText = 4096;  // bytes
+inline constexpr std::size_t MostSongs = 10000;
+inline constexpr std::size_t MostArguments = 256;
+inline constexpr int HighestCount = 9999;
+inline constexpr int LongestClick = 128;  // thirty-second notes
+inline constexpr float HighestTempoScale = 100.0F;
+inline constexpr float LowestGainDb = -60.0F;
+inline constexpr float HighestGainDb = 12.0F;
 
 /// The fields of edits besides their kind.
 enum class Field : unsigned char {
@@ -39,13 +39,13 @@ enum class Field : unsigned char {
     Address,
     Arguments,
 };
-inline constexpr std::size_t fieldCount = 15;
-inline constexpr std::array<std::string_view, fieldCount> fieldNames{
+inline constexpr std::size_t FieldCount = 15;
+inline constexpr std::array<std::string_view, FieldCount> FieldNames{
     "start", "end",           "tick",  "maxCount", "count",  "semitones", "scale",    "thirtySecondsPerClick",
     "text",  "versionTarget", "sound", "gainDb",   "target", "address",   "arguments"};
 
 [[nodiscard]] constexpr std::string_view NameOf(Field field) {
-    return fieldNames[static_cast<std::size_t>(field)];
+    return FieldNames[static_cast<std::size_t>(field)];
 }
 
 }  // namespace tavo_core::logdata

@@ -12,14 +12,14 @@ namespace tavo_core {
 namespace {
 
 bool IsWithin(const std::string& text) {
-    return text.size() <= logdata::longestText && kit::IsUtf8(text);
+    return text.size() <= logdata::LongestText && kit::IsUtf8(text);
 }
 
 bool IsWithin(const CL::Vamp& edit) {
-    return edit.int_value() >= 0 && edit.int_value() <= logdata::highestCount;
+    return edit.int_value() >= 0 && edit.int_value() <= logdata::HighestCount;
 }
 bool IsWithin(const CL::Repeat& edit) {
-    return edit.int_value() >= 0 && edit.int_value() <= logdata::highestCount;
+    return edit.int_value() >= 0 && edit.int_value() <= logdata::HighestCount;
 }
 bool IsWithin(const CL::Cut&) {
     return true;
@@ -32,17 +32,17 @@ bool IsWithin(const CL::Transposition& edit) {
            edit.int_value() <= CL::Transposition::HighestSemitones;
 }
 bool IsWithin(const CL::TempoScale& edit) {
-    return edit.float_value() > 0 && edit.float_value() <= logdata::highestTempoScale;
+    return edit.float_value() > 0 && edit.float_value() <= logdata::HighestTempoScale;
 }
 bool IsWithin(const CL::Click& edit) {
-    return edit.int_value() >= 1 && edit.int_value() <= logdata::longestClick;
+    return edit.int_value() >= 1 && edit.int_value() <= logdata::LongestClick;
 }
 bool IsWithin(const CL::Caesura& edit) {
     return IsWithin(edit.value());
 }
 bool IsWithin(const CL::Sfx& edit) {
-    return IsWithin(edit.sound()) && edit.gain_db() >= logdata::lowestGainDb &&
-           edit.gain_db() <= logdata::highestGainDb;
+    return IsWithin(edit.sound()) && edit.gain_db() >= logdata::LowestGainDb &&
+           edit.gain_db() <= logdata::HighestGainDb;
 }
 bool IsWithin(const CL::Osc& edit) {
     const auto isArgumentWithin = [](const CL::OscArgument& argument) {
@@ -51,7 +51,7 @@ bool IsWithin(const CL::Osc& edit) {
         return text == nullptr || IsWithin(*text);
     };
     return IsWithin(edit.target()) && IsWithin(edit.address()) && edit.address().starts_with('/') &&
-           edit.arguments().size() <= logdata::mostArguments &&
+           edit.arguments().size() <= logdata::MostArguments &&
            std::all_of(edit.arguments().begin(), edit.arguments().end(), isArgumentWithin);
 }
 bool IsWithin(const CL::Marker& edit) {
@@ -71,7 +71,7 @@ bool IsWithin(const CL::SongLog& songLog) {
 
 bool LiesWithinFormat(const CL::ChangeLog& log) {
     const auto& songLogs = log.GetSongLogs();
-    return IsWithin(log.GetShowName()) && songLogs.size() <= logdata::mostSongs &&
+    return IsWithin(log.GetShowName()) && songLogs.size() <= logdata::MostSongs &&
            std::all_of(songLogs.begin(), songLogs.end(), [](const auto& song) {
                return !song.first.empty() && IsWithin(song.first) && IsWithin(song.second);
            });

@@ -51,7 +51,7 @@ public:
         const std::size_t illFormed = kit::FindIllFormedUtf8(text_);
         if (illFormed != std::string::npos)
             throw std::runtime_error(
-                fmt::format("{}, line {}: the text is not well-formed UTF-8.", name_, LineOf(text_, illFormed)));
+                fmt::format("{}, line {}: the text is not well-formed UTF-8", name_, LineOf(text_, illFormed)));
         WatchedIterator begin(text_.data(), reached_);
         WatchedIterator end(text_.data() + text_.size(), reached_);
         nlohmann::json::sax_parse(begin, end, this);
@@ -62,13 +62,13 @@ public:
     bool boolean(bool) { return Take(Value{.type = Value::Type::Boolean, .number = 0, .integer = 0, .text = {}}); }
     bool number_integer(std::int64_t number) { return Take(Value::Whole(number)); }
     bool number_unsigned(std::uint64_t number) {
-        constexpr auto highest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-        return Take(Value::Whole(static_cast<std::int64_t>(std::min(number, highest))));
+        constexpr auto Highest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+        return Take(Value::Whole(static_cast<std::int64_t>(std::min(number, Highest))));
     }
     bool number_float(double number, const std::string& token) { return Take(Value::Fraction(number, token)); }
     bool string(std::string& text) {
-        if (text.size() > logdata::longestText)
-            Fail(fmt::format("a text is longer than {} bytes", logdata::longestText));
+        if (text.size() > logdata::LongestText)
+            Fail(fmt::format("a text is longer than {} bytes", logdata::LongestText));
         return Take(Value::Text(std::move(text)));
     }
     bool binary(nlohmann::json::binary_t&) { Fail("there is no binary data in a change log"); }
@@ -79,8 +79,8 @@ public:
     bool start_array(std::size_t);
     bool end_array();
     bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception& error) {
-        constexpr int numberOverflow = 406;
-        if (error.id == numberOverflow) Fail("a number is too large");
+        constexpr int NumberOverflow = 406;
+        if (error.id == NumberOverflow) Fail("a number is too large");
         Fail("the text is not valid JSON");
     }
 
@@ -121,7 +121,7 @@ void Reader::Fail(const std::string& problem) const {
                                      : fmt::format(", song \"{}\"", Shorten(songNumber_));
     }
     if (state_ >= State::Edit) place += fmt::format(", edit {}", editsBegun_);
-    throw std::runtime_error(place + ": " + problem + ".");
+    throw std::runtime_error(place + ": " + problem);
 }
 
 void Reader::FailForType() const {
@@ -148,8 +148,8 @@ bool Reader::start_object(std::size_t) {
             state_ = State::Root;
             return true;
         case State::Songs:
-            if (++songsBegun_ > logdata::mostSongs)
-                Fail(fmt::format("there are more than {} songs", logdata::mostSongs));
+            if (++songsBegun_ > logdata::MostSongs)
+                Fail(fmt::format("there are more than {} songs", logdata::MostSongs));
             state_ = State::Song;
             songKeys_.clear();
             songNumber_.clear();
@@ -172,11 +172,11 @@ bool Reader::key(std::string& name) {
         if (edit_.HasKey(name)) Fail(fmt::format("\"{}\" is there twice", key_));
         return true;
     }
-    static constexpr std::array<std::string_view, 5> rootNames{"format", "formatVersion", "show", "version", "songs"};
-    static constexpr std::array<std::string_view, 3> songNames{"number", "attacca", "edits"};
+    static constexpr std::array<std::string_view, 5> RootNames{"format", "formatVersion", "show", "version", "songs"};
+    static constexpr std::array<std::string_view, 3> SongNames{"number", "attacca", "edits"};
     const bool inRoot = state_ == State::Root;
-    const bool known = inRoot ? std::find(rootNames.begin(), rootNames.end(), name) != rootNames.end()
-                              : std::find(songNames.begin(), songNames.end(), name) != songNames.end();
+    const bool known = inRoot ? std::find(RootNames.begin(), RootNames.end(), name) != RootNames.end()
+                              : std::find(SongNames.begin(), SongNames.end(), name) != SongNames.end();
     if (!known) Fail(fmt::format("{} has no \"{}\"", inRoot ? "a change log" : "a song", key_));
     auto& seen = inRoot ? rootKeys_ : songKeys_;
     if (std::find(seen.begin(), seen.end(), name) != seen.end()) Fail(fmt::format("\"{}\" is there twice", key_));
@@ -235,8 +235,8 @@ bool Reader::Take(Value value) {
             if (!edit_.Take(key_, std::move(value))) FailForType();
             break;
         case State::Arguments:
-            if (edit_.CountArguments() == logdata::mostArguments)
-                Fail(fmt::format("there are more than {} arguments", logdata::mostArguments));
+            if (edit_.CountArguments() == logdata::MostArguments)
+                Fail(fmt::format("there are more than {} arguments", logdata::MostArguments));
             if (!edit_.TakeArgument(std::move(value))) FailForType();
             break;
         default:
@@ -248,14 +248,14 @@ bool Reader::Take(Value value) {
 void Reader::TakeRootValue(const Value& value) {
     if (key_ == "formatVersion") {
         if (value.type != Value::Type::Whole) FailForType();
-        if (value.integer != logdata::formatVersion)
+        if (value.integer != logdata::FormatVersion)
             Fail(fmt::format("the format version is {}, and only {} can be read", value.integer,
-                             logdata::formatVersion));
+                             logdata::FormatVersion));
         return;
     }
     if (key_ == "songs" || value.type != Value::Type::Text) FailForType();
-    if (key_ == "format" && value.text != logdata::formatName)
-        Fail(fmt::format("\"format\" is \"{}\", not \"{}\"", Shorten(value.text), logdata::formatName));
+    if (key_ == "format" && value.text != logdata::FormatName)
+        Fail(fmt::format("\"format\" is \"{}\", not \"{}\"", Shorten(value.text), logdata::FormatName));
     if (key_ == "show") log_.SetShowName(value.text);
     if (key_ == "version") {
         try {

@@ -40,7 +40,7 @@ void Append(std::string& to, std::string_view text) {
     to += '"';
 }
 
-// JSON has no word for what is no number; the reader refuses the null.
+// JSON has no word for what is not a number; the reader refuses the null.
 void Append(std::string& to, float number) {
     to += std::isfinite(number) ? ShortestText(number) : "null";
 }
@@ -66,9 +66,9 @@ void Append(std::string& to, const std::vector<CL::OscArgument>& arguments) {
 const std::string& HeadOf(Field field) {
     // Never destroyed, as all tables here: threads may still write while the process ends.
     static const auto& heads = []() -> const auto& {
-        auto& made = *new std::array<std::string, logdata::fieldCount>;
+        auto& made = *new std::array<std::string, logdata::FieldCount>;
         for (std::size_t i = 0; i < made.size(); ++i)
-            made[i] = fmt::format(",\"{}\":", logdata::fieldNames[i]);
+            made[i] = fmt::format(",\"{}\":", logdata::FieldNames[i]);
         return made;
     }
     ();
@@ -161,8 +161,8 @@ std::string WriteSong(const std::string& number, const CL::SongLog& songLog) {
 }
 
 std::string WriteChangeLog(const CL::ChangeLog& log) {
-    std::string text = fmt::format("{{\"format\":\"{}\",\"formatVersion\":{},\n\"show\":", logdata::formatName,
-                                   logdata::formatVersion);
+    std::string text = fmt::format("{{\"format\":\"{}\",\"formatVersion\":{},\n\"show\":", logdata::FormatName,
+                                   logdata::FormatVersion);
     Append(text, log.GetShowName());
     text += fmt::format(",\n\"version\":\"{}\",\n\"songs\":[", log.GetVersion().GetAsString());
     for (bool isFirst = true; const auto& [number, songLog] : log.GetSongLogs()) {

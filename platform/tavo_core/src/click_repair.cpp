@@ -23,7 +23,7 @@ void AddReason(std::string& reasons, const std::string& reason) {
     reasons += (reasons.empty() ? "" : "; ") + reason;
 }
 
-/// The click as it fits behind those that end by `freeFrom`; empty where nothing is left of it. `reasons` tells what
+/// The click as it fits after those that end by `freeFrom`; empty where nothing is left of it. `reasons` tells what
 /// was done and why, and stays empty where the click fits as it is.
 std::optional<Click> Fit(const Click& click, const TL::Timeline& timeline, unsigned int freeFrom,
                          std::string& reasons) {

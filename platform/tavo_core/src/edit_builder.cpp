@@ -17,12 +17,12 @@ namespace tavo_core {
 
 namespace {
 
-constexpr std::string_view kindKey = "kind";
+constexpr std::string_view KindKey = "kind";
 
 std::optional<logdata::Field> FindField(std::string_view key) {
-    const auto found = std::find(logdata::fieldNames.begin(), logdata::fieldNames.end(), key);
-    if (found == logdata::fieldNames.end()) return std::nullopt;
-    return static_cast<logdata::Field>(found - logdata::fieldNames.begin());
+    const auto found = std::find(logdata::FieldNames.begin(), logdata::FieldNames.end(), key);
+    if (found == logdata::FieldNames.end()) return std::nullopt;
+    return static_cast<logdata::Field>(found - logdata::FieldNames.begin());
 }
 
 std::optional<unsigned char> FindKind(const std::string& name) {
@@ -35,8 +35,8 @@ std::optional<unsigned char> FindKind(const std::string& name) {
 }  // namespace
 
 std::string Shorten(std::string_view text) {
-    constexpr std::size_t longestQuote = 64;
-    std::string quote(text.substr(0, kit::CutUtf8(text, longestQuote)));
+    constexpr std::size_t LongestQuote = 64;
+    std::string quote(text.substr(0, kit::CutUtf8(text, LongestQuote)));
     std::replace_if(
         quote.begin(), quote.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
     return quote.size() < text.size() ? quote + "..." : quote;
@@ -74,18 +74,18 @@ void EditsOfSong::MoveTo(CL::SongLog& songLog) {
 }
 
 bool EditBuilder::KnowsKey(std::string_view key) const {
-    return key == kindKey || FindField(key).has_value();
+    return key == KindKey || FindField(key).has_value();
 }
 
 bool EditBuilder::HasKey(std::string_view key) const {
-    if (key == kindKey) return kind_.has_value();
+    if (key == KindKey) return kind_.has_value();
     const auto field = FindField(key);
     if (field == Field::Arguments) return arguments_.has_value();
     return field && fields_[static_cast<std::size_t>(*field)].has_value();
 }
 
 bool EditBuilder::Take(std::string_view key, Value value) {
-    if (key == kindKey) {
+    if (key == KindKey) {
         if (value.type != Value::Type::Text) return false;
         kind_ = std::move(value.text);
         return true;
@@ -112,14 +112,14 @@ bool EditBuilder::TakeArgument(Value value) {
 void EditBuilder::AddTo(EditsOfSong& edits) {
     if (!kind_) throw BadEdit("the edit lacks \"kind\"");
     const auto code = FindKind(*kind_);
-    if (!code) throw BadEdit(fmt::format("there is no edit of the kind \"{}\"", Shorten(*kind_)));
+    if (!code) throw BadEdit(fmt::format("\"{}\" is not a kind of edit", Shorten(*kind_)));
     if (*code == codes::Caesura || *code == codes::Marker || *code == codes::Osc)
         AddPointTo(edits, *code);
     else
         AddPairedTo(edits, *code);
 
     for (std::size_t i = 0; i < fields_.size(); ++i) {
-        if (fields_[i]) throw BadEdit(fmt::format("the kind \"{}\" has no \"{}\"", *kind_, logdata::fieldNames[i]));
+        if (fields_[i]) throw BadEdit(fmt::format("the kind \"{}\" has no \"{}\"", *kind_, logdata::FieldNames[i]));
     }
     if (arguments_) throw BadEdit(fmt::format("the kind \"{}\" has no \"arguments\"", *kind_));
 }
@@ -130,9 +130,9 @@ void EditBuilder::AddPairedTo(EditsOfSong& edits, unsigned char code) {
     const unsigned int end = TakeUnsigned(Field::End);
     switch (code) {
         case codes::Vamp:
-            return edits.Add(CL::Vamp(start, end, TakeInt(Field::MaxCount, 0, highestCount)));
+            return edits.Add(CL::Vamp(start, end, TakeInt(Field::MaxCount, 0, HighestCount)));
         case codes::Repeat:
-            return edits.Add(CL::Repeat(start, end, TakeInt(Field::Count, 0, highestCount)));
+            return edits.Add(CL::Repeat(start, end, TakeInt(Field::Count, 0, HighestCount)));
         case codes::Cut:
             return edits.Add(CL::Cut(start, end));
         case codes::Fermata:
@@ -144,12 +144,12 @@ void EditBuilder::AddPairedTo(EditsOfSong& edits, unsigned char code) {
                 start, end,
                 TakeInt(Field::Semitones, CL::Transposition::LowestSemitones, CL::Transposition::HighestSemitones)));
         case codes::Click:
-            return edits.Add(CL::Click(start, end, TakeInt(Field::ThirtySecondsPerClick, 1, longestClick)));
+            return edits.Add(CL::Click(start, end, TakeInt(Field::ThirtySecondsPerClick, 1, LongestClick)));
         default:
             break;
     }
     std::string sound = TakeText(Field::Sound);
-    const float gainDb = TakeFloat(Field::GainDb, lowestGainDb, highestGainDb);
+    const float gainDb = TakeFloat(Field::GainDb, LowestGainDb, HighestGainDb);
     if (code == codes::Sfx)
         edits.Add(CL::Sfx(start, end, std::move(sound), gainDb));
     else
@@ -199,14 +199,14 @@ float EditBuilder::TakeFloat(Field field, float lowest, float highest) {
 }
 
 float EditBuilder::TakeTempoScale() {
-    const float scale = TakeFloat(Field::Scale, 0.0F, logdata::highestTempoScale);
+    const float scale = TakeFloat(Field::Scale, 0.0F, logdata::HighestTempoScale);
     if (scale == 0.0F) throw BadEdit("\"scale\" must be above 0");
     return scale;
 }
 
 std::string EditBuilder::TakeText(Field field) {
     Value value = TakeOut(field);
-    if (value.type != Value::Type::Text) throw BadEdit(fmt::format("\"{}\" must be a text", logdata::NameOf(field)));
+    if (value.type != Value::Type::Text) throw BadEdit(fmt::format("\"{}\" must be text", logdata::NameOf(field)));
     return std::move(value.text);
 }
 

@@ -86,7 +86,7 @@ private:
     [[nodiscard]] float TakeTempoScale();
 
     std::optional<std::string> kind_;
-    std::array<std::optional<Value>, logdata::fieldCount> fields_;
+    std::array<std::optional<Value>, logdata::FieldCount> fields_;
     std::optional<std::vector<CL::OscArgument>> arguments_;
 };
 

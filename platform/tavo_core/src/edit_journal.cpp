@@ -60,7 +60,7 @@ bool AreChangesSaved(const journal::Text& text, const std::string& logPath) {
 
 journal::Text ReadFileOf(const std::string& logPath) {
     const std::string path = EditJournal::PathFor(logPath);
-    return journal::Read(kit::ReadFile(path, journal::longestFile), path);
+    return journal::Read(kit::ReadFile(path, journal::LongestFile), path);
 }
 
 std::string RefuseForeign(const std::string& logPath, const journal::Text& text) {
@@ -96,10 +96,10 @@ struct EditJournal::Impl {
     }
 
     void AppendLine(const std::string& line, std::uint64_t chainBefore, std::uint64_t chainAfter) {
-        if (line.size() > journal::longestFile - file->GetSize())
+        if (line.size() > journal::LongestFile - file->GetSize())
             throw std::runtime_error(
                 fmt::format("the journal \"{}\" would become larger than {} bytes: save the change log first",
-                            PathFor(logPath), journal::longestFile));
+                            PathFor(logPath), journal::LongestFile));
         const std::uintmax_t size = file->GetSize();
         file->Append(line);
         lastSize = size;
@@ -157,7 +157,7 @@ void EditJournal::Append(const LogChange& change, const ChangeLog& after) {
 }
 
 void EditJournal::TakeBackLast() {
-    if (!impl_->lastSize) throw std::runtime_error("The journal has no line to be taken back.");
+    if (!impl_->lastSize) throw std::runtime_error("the journal has no line to be taken back");
     impl_->file->Truncate(*impl_->lastSize);
     impl_->chain = impl_->lastChain;
     impl_->hasOrigin = *impl_->lastSize != 0;

@@ -61,7 +61,7 @@ std::string CheckPlace(const Edit& edit, const TL::Timeline& timeline, Speaker& 
             return fmt::format("the {}'s end, {}, does not lie after its start, {}", DescribeKind(edit),
                                speaker.Place(edit.end()), speaker.Place(edit.start()));
         if (edit.end() > end)
-            return fmt::format("the {} from {} to tick {} ends behind the song, whose end is tick {}",
+            return fmt::format("the {} from {} to tick {} ends after the song, whose end is tick {}",
                                DescribeKind(edit), speaker.Place(edit.start()), edit.end(), end);
     }
     const bool liesBehind = edit.start() > end || (edit.start() == end && !MayStandAtEnd<Edit>);
@@ -74,22 +74,22 @@ std::string CheckPlace(const Edit& edit, const TL::Timeline& timeline, Speaker& 
 // --- the values of each kind ---
 
 std::string CheckText(const char* what, const std::string& text) {
-    if (text.size() > tavo_core::logdata::longestText)
-        return fmt::format("the {} is longer than {} bytes", what, tavo_core::logdata::longestText);
+    if (text.size() > tavo_core::logdata::LongestText)
+        return fmt::format("the {} is longer than {} bytes", what, tavo_core::logdata::LongestText);
     if (!kit::IsUtf8(text)) return fmt::format("the {} is not UTF-8", what);
     return {};
 }
 
 std::string CheckValue(const Vamp& edit, const TL::Timeline&) {
-    constexpr int highest = tavo_core::logdata::highestCount;
-    if (edit.int_value() >= 0 && edit.int_value() <= highest) return {};
-    return fmt::format("a vamp's maximum of {} passes is not from 0 to {}", edit.int_value(), highest);
+    constexpr int Highest = tavo_core::logdata::HighestCount;
+    if (edit.int_value() >= 0 && edit.int_value() <= Highest) return {};
+    return fmt::format("a vamp's maximum of {} passes is not from 0 to {}", edit.int_value(), Highest);
 }
 
 std::string CheckValue(const Repeat& edit, const TL::Timeline&) {
-    constexpr int highest = tavo_core::logdata::highestCount;
-    if (edit.int_value() >= FewestPasses && edit.int_value() <= highest) return {};
-    return fmt::format("a repeat of {} passes is not from {} to {}", edit.int_value(), FewestPasses, highest);
+    constexpr int Highest = tavo_core::logdata::HighestCount;
+    if (edit.int_value() >= FewestPasses && edit.int_value() <= Highest) return {};
+    return fmt::format("a repeat of {} passes is not from {} to {}", edit.int_value(), FewestPasses, Highest);
 }
 
 std::string CheckValue(const Cut&, const TL::Timeline&) {
@@ -136,10 +136,10 @@ std::string CheckValue(const Sfx& edit, const TL::Timeline&) {
     if (sound.empty()) return "a sound needs the name of a file";
     const bool leavesShow = sound.front() == '/' || ("/" + sound + "/").find("/../") != std::string::npos;
     if (leavesShow) return fmt::format("the sound \"{}\" does not lie in the show directory", sound);
-    constexpr float lowest = tavo_core::logdata::lowestGainDb;
-    constexpr float highest = tavo_core::logdata::highestGainDb;
-    if (!(edit.gain_db() >= lowest && edit.gain_db() <= highest))
-        return fmt::format("a gain of {:g} dB is not from {:g} to {:g}", edit.gain_db(), lowest, highest);
+    constexpr float Lowest = tavo_core::logdata::LowestGainDb;
+    constexpr float Highest = tavo_core::logdata::HighestGainDb;
+    if (!(edit.gain_db() >= Lowest && edit.gain_db() <= Highest))
+        return fmt::format("a gain of {:g} dB is not from {:g} to {:g}", edit.gain_db(), Lowest, Highest);
     return CheckText("sound's name", sound);
 }
 
@@ -147,9 +147,9 @@ std::string CheckValue(const Osc& edit, const TL::Timeline&) {
     const std::string& address = edit.address();
     // OSC 1.0 keeps these out of the names of methods; the pattern characters may stand in a message's address.
     if (address.size() < 2 || address.front() != '/' || address.find_first_of(" #\t\n\r") != std::string::npos)
-        return fmt::format("\"{}\" is no OSC address: it begins with / and holds no blank and no #", address);
-    if (edit.arguments().size() > tavo_core::logdata::mostArguments)
-        return fmt::format("an OSC message has at most {} arguments", tavo_core::logdata::mostArguments);
+        return fmt::format("\"{}\" is not an OSC address: it must begin with / and hold no blank and no #", address);
+    if (edit.arguments().size() > tavo_core::logdata::MostArguments)
+        return fmt::format("an OSC message has at most {} arguments", tavo_core::logdata::MostArguments);
     for (const OscArgument& argument : edit.arguments()) {
         const auto* number = std::get_if<float>(&argument);
         if (number != nullptr && !std::isfinite(*number)) return "an OSC argument is not a finite number";

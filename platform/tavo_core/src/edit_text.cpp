@@ -81,7 +81,7 @@ std::string DescribeValue(const cmn::TavoEvent& edit) {
         case codes::Osc:
             return DescribeMessage(dynamic_cast<const Osc&>(edit));
         default:
-            throw std::logic_error("The event is no edit.");
+            throw std::logic_error("the event is not an edit");
     }
 }
 

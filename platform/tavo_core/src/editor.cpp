@@ -125,7 +125,7 @@ struct Editor::Impl {
 
 LogChange Editor::Impl::Commit(const ChangesLog& change) {
     if (ShareHeld() != known)
-        throw std::runtime_error("Another change log has become active: it needs an editor of its own.");
+        throw std::runtime_error("another change log has become active: it needs an editor of its own");
     std::shared_ptr<ChangeLog> next;
     LogChange made;
     {
@@ -149,7 +149,7 @@ LogChange Editor::Impl::Commit(const ChangesLog& change) {
 void Editor::Impl::Swap(const LogChange& change, std::shared_ptr<ChangeLog>& next) {
     holder.Replace([&](const ChangeLog& current) {
         if (&current != known.get())
-            throw std::runtime_error("Another change log became active while this one was edited.");
+            throw std::runtime_error("another change log became active while this one was edited");
         if (!IsSameChange(Compare(current, *next), change)) {
             // Somebody wrote in place since the copy was made: the change is made again upon that.
             next = std::make_shared<ChangeLog>(current);
@@ -383,12 +383,12 @@ bool Editor::CanRedo() const {
 }
 
 std::vector<std::string> Editor::Undo() {
-    if (!CanUndo()) throw std::logic_error("There is nothing to undo.");
+    if (!CanUndo()) throw std::logic_error("there is nothing to undo");
     return impl_->Move(impl_->undo, impl_->redo);
 }
 
 std::vector<std::string> Editor::Redo() {
-    if (!CanRedo()) throw std::logic_error("There is nothing to redo.");
+    if (!CanRedo()) throw std::logic_error("there is nothing to redo");
     return impl_->Move(impl_->redo, impl_->undo);
 }
 
@@ -412,14 +412,14 @@ void Editor::NoteSaved(const std::string& logPath) {
         if (impl_->journal == nullptr) impl_->journal = std::make_unique<EditJournal>(impl_->journaledLog);
         if (impl_->journal->GetRefusal().empty()) impl_->journal->EndAsSavedIn(kit::path::basename(logPath));
     } catch (const std::runtime_error&) {
-        // The journal stays; whoever reads it sees that its changes are saved.
+        // The journal stays; its reader sees that its changes are saved.
     }
     impl_->journal.reset();
     impl_->journaledLog = logPath;
     try {
         NoteChangedInPlace();
     } catch (const std::runtime_error&) {
-        // The next edit tries again and tells.
+        // The next edit tries again and reports it.
     }
 }
 

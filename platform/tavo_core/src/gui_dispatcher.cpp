@@ -21,7 +21,7 @@ namespace notify {
 
 namespace {
 
-constexpr std::array<const char*, 19> notificationNames{
+constexpr std::array<const char*, 19> NotificationNames{
     "Playhead",
     "Marker",
     "SongTitle",
@@ -42,7 +42,7 @@ constexpr std::array<const char*, 19> notificationNames{
     "PlaybackStopped",
     "NoNextSong",
 };
-static_assert(notificationNames.size() == static_cast<std::size_t>(GuiNotificationType::NoNextSong) + 1);
+static_assert(NotificationNames.size() == static_cast<std::size_t>(GuiNotificationType::NoNextSong) + 1);
 
 /// The dispatcher whose thread this is.
 thread_local const void* dispatcherOfThisThread = nullptr;
@@ -59,18 +59,18 @@ thread_local Batches batches;
 /// or leave no memory to say it with.
 template <class Operation>
 void LogWhatIsThrown(Operation&& operation) noexcept {
-    constexpr const char* sourceFile = "platform/tavo_core/src/gui_dispatcher";
-    constexpr const char* unknown = "Unknown exception.";
+    constexpr const char* SourceFile = "platform/tavo_core/src/gui_dispatcher";
+    constexpr const char* Unknown = "Unknown exception.";
     try {
         try {
             operation();
         } catch (const std::exception& error) {
-            TavoLogException(error.what() != nullptr ? error.what() : unknown, sourceFile, __LINE__);
+            TavoLogException(error.what() != nullptr ? error.what() : Unknown, SourceFile, __LINE__);
         } catch (...) {
-            TavoLogException(unknown, sourceFile, __LINE__);
+            TavoLogException(Unknown, SourceFile, __LINE__);
         }
     } catch (...) {
-        kit::AppendToThreadExceptionLog(unknown);
+        kit::AppendToThreadExceptionLog(Unknown);
     }
 }
 
@@ -78,7 +78,7 @@ void LogWhatIsThrown(Operation&& operation) noexcept {
 
 const char* GuiNotificationName(GuiNotificationType type) {
     const auto index = static_cast<std::size_t>(type);
-    return index < notificationNames.size() ? notificationNames[index] : "";
+    return index < NotificationNames.size() ? NotificationNames[index] : "";
 }
 
 /// Order of locks: listenersMutex, queueMutex. A handler runs with neither held.

@@ -15,74 +15,74 @@ namespace tavo_core::journal {
 
 namespace {
 
-constexpr std::string_view formatName = "logdata journal";
-constexpr unsigned int formatVersion = 1;
-constexpr std::uintmax_t longestLog = 64U << 20U;
+constexpr std::string_view FormatName = "logdata journal";
+constexpr unsigned int FormatVersion = 1;
+constexpr std::uintmax_t LongestLog = 64U << 20U;
 
-constexpr std::string_view checkBegin = "{\"check\":\"";
-constexpr std::string_view checkEnd = "\",";
-constexpr std::size_t checkDigits = 16;
-constexpr std::string_view stateKey = "\"state\":\"";
-constexpr std::string_view stateEndMark = "\",";
+constexpr std::string_view CheckBegin = "{\"check\":\"";
+constexpr std::string_view CheckEnd = "\",";
+constexpr std::size_t CheckDigits = 16;
+constexpr std::string_view StateKey = "\"state\":\"";
+constexpr std::string_view StateEndMark = "\",";
 
 std::string AsHex(std::uint64_t hash) {
     return fmt::format("{:016x}", hash);
 }
 
-/// `members` are those of a JSON object behind its first one, with the closing brace.
+/// `members` are those of a JSON object after its first one, with the closing brace.
 std::string MakeLine(const std::string& members, std::uint64_t& chain) {
     chain = Hash(members, chain);
-    return fmt::format("{}{}{}{}\n", checkBegin, AsHex(chain), checkEnd, members);
+    return fmt::format("{}{}{}{}\n", CheckBegin, AsHex(chain), CheckEnd, members);
 }
 
 /// The members of a line whose checksum is right; none for any other.
 std::optional<std::string> TakeMembers(std::string_view line, std::uint64_t& chain) {
-    const std::size_t before = checkBegin.size() + checkDigits + checkEnd.size();
-    if (line.size() < before || !line.starts_with(checkBegin)) return std::nullopt;
-    if (line.substr(before - checkEnd.size(), checkEnd.size()) != checkEnd) return std::nullopt;
+    const std::size_t before = CheckBegin.size() + CheckDigits + CheckEnd.size();
+    if (line.size() < before || !line.starts_with(CheckBegin)) return std::nullopt;
+    if (line.substr(before - CheckEnd.size(), CheckEnd.size()) != CheckEnd) return std::nullopt;
     const std::string_view members = line.substr(before);
     const std::uint64_t hash = Hash(members, chain);
-    if (line.substr(checkBegin.size(), checkDigits) != AsHex(hash)) return std::nullopt;
+    if (line.substr(CheckBegin.size(), CheckDigits) != AsHex(hash)) return std::nullopt;
     chain = hash;
     return std::string(members);
 }
 
 CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, const std::string& place) {
-    const std::size_t stateEnd = members.find(stateEndMark);
-    if (stateEnd == std::string_view::npos) throw std::runtime_error(place + ": the line is no change.");
-    stateAfter = members.substr(stateKey.size(), stateEnd - stateKey.size());
-    return CL::ReadLogChange("{" + std::string(members.substr(stateEnd + stateEndMark.size())), place);
+    const std::size_t stateEnd = members.find(StateEndMark);
+    if (stateEnd == std::string_view::npos) throw std::runtime_error(place + ": the line is not a change");
+    stateAfter = members.substr(StateKey.size(), stateEnd - StateKey.size());
+    return CL::ReadLogChange("{" + std::string(members.substr(stateEnd + StateEndMark.size())), place);
 }
 
 Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
     Origin origin;
     try {
-        if (object.at("format") != formatName) throw std::runtime_error(name + " is no journal of a change log.");
-        if (object.at("formatVersion") != formatVersion)
-            throw std::runtime_error(fmt::format("{}: the format version is not {}.", name, formatVersion));
+        if (object.at("format") != FormatName) throw std::runtime_error(name + " is not a journal of a change log");
+        if (object.at("formatVersion") != FormatVersion)
+            throw std::runtime_error(fmt::format("{}: the format version is not {}", name, FormatVersion));
         origin.logName = object.at("log").get<std::string>();
         if (!object.at("bytes").is_null()) origin.bytes = object.at("bytes").get<std::uintmax_t>();
         origin.hash = object.at("hash").get<std::string>();
     } catch (const nlohmann::json::exception&) {
-        throw std::runtime_error(name + " is no journal of a change log.");
+        throw std::runtime_error(name + " is not a journal of a change log");
     }
     return origin;
 }
 
 void ReadMembers(const std::string& members, Text& text, const std::string& name, const std::string& place) {
-    if (text.origin && members.starts_with(stateKey)) {
+    if (text.origin && members.starts_with(StateKey)) {
         text.changes.push_back(ReadChange(members, text.stateAfter, place));
         text.savedIn.clear();
         return;
     }
     const nlohmann::json object = nlohmann::json::parse("{" + members, nullptr, false);
     if (!text.origin) {
-        if (!object.is_object()) throw std::runtime_error(name + " is no journal of a change log.");
+        if (!object.is_object()) throw std::runtime_error(name + " is not a journal of a change log");
         text.origin = ReadOrigin(object, name);
     } else if (object.is_object() && object.contains("savedIn") && object["savedIn"].is_string()) {
         text.savedIn = object["savedIn"].get<std::string>();
     } else {
-        throw std::runtime_error(place + ": the line is neither a change nor a note of saving.");
+        throw std::runtime_error(place + ": the line is neither a change nor a note of saving");
     }
 }
 
@@ -107,7 +107,7 @@ std::string HashOfEdits(const CL::ChangeLog& log) {
 Origin FindOrigin(const std::string& logPath) {
     Origin origin{kit::path::basename(logPath), std::nullopt, ""};
     if (!std::filesystem::exists(logPath)) return origin;
-    const std::string bytes = kit::ReadFile(logPath, longestLog);
+    const std::string bytes = kit::ReadFile(logPath, LongestLog);
     origin.bytes = bytes.size();
     origin.hash = AsHex(Hash(bytes));
     return origin;
@@ -116,8 +116,8 @@ Origin FindOrigin(const std::string& logPath) {
 std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
     const nlohmann::json logName = origin.logName;
     return MakeLine(
-        fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"}}", formatName,
-                    formatVersion, logName.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
+        fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"}}", FormatName,
+                    FormatVersion, logName.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
                     origin.bytes ? std::to_string(*origin.bytes) : "null", origin.hash),
         chain);
 }
@@ -125,7 +125,7 @@ std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
 std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain) {
     // The members of the change's object follow those of the line's.
     const std::string text = CL::WriteLogChange(change);
-    return MakeLine(fmt::format("{}{}{}{}", stateKey, stateAfter, stateEndMark, std::string_view(text).substr(1)), chain);
+    return MakeLine(fmt::format("{}{}{}{}", StateKey, stateAfter, StateEndMark, std::string_view(text).substr(1)), chain);
 }
 
 std::string WriteSavedIn(const std::string& logName, std::uint64_t& chain) {
@@ -145,10 +145,10 @@ Text Read(const std::string& text, const std::string& name) {
             end == text.size() ? std::nullopt
                                : TakeMembers(std::string_view(text).substr(from, end - from), read.chain);
         if (!members) {
-            if (lineNumber == 1 && !isLast) throw std::runtime_error(name + " is no journal of a change log.");
+            if (lineNumber == 1 && !isLast) throw std::runtime_error(name + " is not a journal of a change log");
             read.problems.push_back(
-                isLast ? fmt::format("{}: the last line is not whole, its change was never finished.", name)
-                       : fmt::format("{}, line {}: the line is damaged, the changes from there on are lost.", name,
+                isLast ? fmt::format("{}: the last line is not whole, its change was never finished", name)
+                       : fmt::format("{}, line {}: the line is damaged, the changes from there on are lost", name,
                                      lineNumber));
             break;
         }

@@ -12,7 +12,7 @@
 /// saved in. A line is a JSON object that begins with a checksum of all that follows and of the lines before.
 namespace tavo_core::journal {
 
-inline constexpr std::uintmax_t longestFile = 256U << 20U;
+inline constexpr std::uintmax_t LongestFile = 256U << 20U;
 
 /// A 64-bit FNV-1a hash, going on from `before`.
 [[nodiscard]] std::uint64_t Hash(std::string_view bytes, std::uint64_t before = 0xcbf29ce484222325U);
@@ -40,7 +40,7 @@ struct Origin {
 struct Text {
     std::optional<Origin> origin;
     std::vector<CL::LogChange> changes;
-    /// HashOfEdits behind the last change.
+    /// HashOfEdits after the last change.
     std::string stateAfter;
     std::string savedIn;
     /// Bytes of the lines that are good, from the start, and the last one's checksum.
@@ -49,7 +49,7 @@ struct Text {
     std::vector<std::string> problems;
 };
 /// Reads a journal's text up to the first line that is torn or damaged. Throws std::runtime_error with one sentence
-/// where it is no journal; `name` stands for the file.
+/// where it is not a journal; `name` stands for the file.
 [[nodiscard]] Text Read(const std::string& text, const std::string& name);
 
 }  // namespace tavo_core::journal

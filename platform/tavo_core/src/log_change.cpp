@@ -186,8 +186,8 @@ private:
 };
 
 std::string DescribeFollowing(unsigned char attacca) {
-    constexpr std::string_view words[] = {"normal", "attacca", "skip"};
-    return attacca < std::size(words) ? std::string(words[attacca]) : std::to_string(attacca);
+    constexpr std::string_view Words[] = {"normal", "attacca", "skip"};
+    return attacca < std::size(Words) ? std::string(Words[attacca]) : std::to_string(attacca);
 }
 
 void DescribeSong(const SongChange& change, const TL::BarPositions& positions, std::vector<std::string>& lines) {

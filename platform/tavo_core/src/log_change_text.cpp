@@ -18,8 +18,8 @@ namespace CL {
 namespace {
 
 // Quotation marks inside a JSON text are escaped, so that these stand nowhere else.
-constexpr std::string_view removedKey = "{\"removed\":";
-constexpr std::string_view addedKey = ",\"added\":";
+constexpr std::string_view RemovedKey = "{\"removed\":";
+constexpr std::string_view AddedKey = ",\"added\":";
 
 /// Edits as a change log on one line: its writer and reader are the only ones for edits.
 std::string WriteEdits(const LogChange& change, bool removed) {
@@ -33,7 +33,7 @@ std::string WriteEdits(const LogChange& change, bool removed) {
                 },
                 any);
         }
-        // Two states that differ tell that it changes.
+        // Two states that differ say that it changes.
         if (song.attacca) songLog.SetAttacca(removed ? song.attacca->before : song.attacca->after);
     }
     std::string text = tavo_core::WriteChangeLog(log);
@@ -45,15 +45,15 @@ std::string WriteEdits(const LogChange& change, bool removed) {
 }  // namespace
 
 std::string WriteLogChange(const LogChange& change) {
-    return fmt::format("{}{}{}{}}}", removedKey, WriteEdits(change, true), addedKey, WriteEdits(change, false));
+    return fmt::format("{}{}{}{}}}", RemovedKey, WriteEdits(change, true), AddedKey, WriteEdits(change, false));
 }
 
 LogChange ReadLogChange(std::string_view text, const std::string& name) {
-    const std::size_t addedAt = text.find(addedKey);
-    if (!text.starts_with(removedKey) || addedAt == std::string_view::npos || text.back() != '}')
-        throw std::runtime_error(name + ": the line is no change.");
-    const std::size_t addedFrom = addedAt + addedKey.size();
-    const ChangeLog removed = tavo_core::ReadChangeLog(std::string(text.substr(removedKey.size(), addedAt - removedKey.size())), name);
+    const std::size_t addedAt = text.find(AddedKey);
+    if (!text.starts_with(RemovedKey) || addedAt == std::string_view::npos || text.back() != '}')
+        throw std::runtime_error(name + ": the line is not a change");
+    const std::size_t addedFrom = addedAt + AddedKey.size();
+    const ChangeLog removed = tavo_core::ReadChangeLog(std::string(text.substr(RemovedKey.size(), addedAt - RemovedKey.size())), name);
     const ChangeLog added =
         tavo_core::ReadChangeLog(std::string(text.substr(addedFrom, text.size() - 1 - addedFrom)), name);
 

@@ -20,7 +20,7 @@ void LogHolder::Replace(const std::function<std::shared_ptr<ChangeLog>(const Cha
 }
 
 ChangeLog& LogHolder::GetOrThrow_() const {
-    if (log_ == nullptr) throw std::logic_error("There is no change log in use.");
+    if (log_ == nullptr) throw std::logic_error("no change log is in use: load one first");
     return *log_;
 }
 

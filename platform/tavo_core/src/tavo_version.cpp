@@ -29,7 +29,7 @@ void TAVOVersion::SetWithString(std::string_view text) {
     const auto minorRead = point == std::string_view::npos ? std::nullopt : ReadNumber(text.substr(point + 1));
     if (!majorRead || !minorRead)
         throw std::invalid_argument("\"" + std::string(text.substr(0, 64)) +
-                                    "\" is not a version: expected two numbers from 0 to 65535 with a point between.");
+                                    "\" is not a version: expected two numbers from 0 to 65535 with a point between");
     major_number = *majorRead;
     minor_number = *minorRead;
 }

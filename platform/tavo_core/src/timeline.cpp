@@ -21,7 +21,7 @@ unsigned char PageNum::code() const {
 }
 
 std::vector<int> Timeline::GetAllowedClickValuesAtTickIndex(unsigned int tickIndex) const {
-    constexpr unsigned int longestClick = 128;
+    constexpr unsigned int LongestClick = 128;
     const Meter* meter = meters_.FindInForceAt(tickIndex);
     if (meter == nullptr && !meters_.empty()) meter = &meters_.front();
     const unsigned int numerator = meter == nullptr ? 4 : meter->numerator();
@@ -29,7 +29,7 @@ std::vector<int> Timeline::GetAllowedClickValuesAtTickIndex(unsigned int tickInd
 
     std::vector<int> values;
     if (numerator == 0 || denominator == 0) return values;
-    for (unsigned int value = 1; value <= longestClick; ++value) {
+    for (unsigned int value = 1; value <= LongestClick; ++value) {
         if (numerator * 32 % (denominator * value) == 0) values.push_back(static_cast<int>(value));
     }
     return values;

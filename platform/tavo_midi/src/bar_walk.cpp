@@ -13,7 +13,7 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr std::uint64_t kLastTick = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint64_t LastTickOfBars = std::numeric_limits<std::uint32_t>::max();
 
 /// The number that a label is; empty for any other text.
 std::optional<std::uint64_t> NumberOf(const std::string& label) {
@@ -72,7 +72,7 @@ bool BarWalk::FirstMeterIsPickup() const {
 BarWalk::Bar BarWalk::NextBar(std::uint64_t begin) {
     Bar bar{begin, BarLine(++barsSinceOrigin_)};
     if (nextMeter_ < meters_.size()) bar.end = std::min<std::uint64_t>(bar.end, meters_[nextMeter_].abs_time());
-    if (bar.end > kLastTick) Fail(fmt::format("has a bar that ends after tick {}", kLastTick));
+    if (bar.end > LastTickOfBars) Fail(fmt::format("has a bar that ends after tick {}", LastTickOfBars));
     return bar;
 }
 

@@ -13,7 +13,7 @@ const std::vector<std::string>& frameRateStrings = *new std::vector<std::string>
 std::string ConvertFrameRateToString(FrameRate frameRate) {
     const auto index = static_cast<std::size_t>(frameRate);
     if (index >= frameRateStrings.size())
-        throw std::out_of_range(fmt::format("{} is not a frame rate: the values are 0 to 3.", index));
+        throw std::out_of_range(fmt::format("{} is not a frame rate: the values are 0 to 3", index));
     return frameRateStrings[index];
 }
 
@@ -22,7 +22,7 @@ FrameRate ConvertStringToFrameRate(const std::string& text) {
         if (frameRateStrings[index] == text) return static_cast<FrameRate>(index);
     }
     throw std::out_of_range(
-        fmt::format("\"{}\" is not a frame rate: it is one of {}.", text, fmt::join(frameRateStrings, ", ")));
+        fmt::format("\"{}\" is not a frame rate: choose one of {}", text, fmt::join(frameRateStrings, ", ")));
 }
 
 }  // namespace tavo_midi

@@ -19,8 +19,8 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr unsigned int kClocksPerQuarter = 24;
-constexpr double kMicrosecondsPerMinute = 60e6;
+constexpr unsigned int ClocksPerQuarter = 24;
+constexpr double MicrosecondsPerMinute = 60e6;
 
 struct MarkerText {
     std::uint32_t tick = 0;
@@ -109,7 +109,7 @@ struct HowToPlay::Impl {
                                 : std::max<std::uint32_t>(tempo->microseconds_per_quarter(), 1);
     }
     [[nodiscard]] double WrittenClicksPerMinute() const {
-        return kMicrosecondsPerMinute / MicrosecondsPerQuarter() * kClocksPerQuarter / ClocksPerClick();
+        return MicrosecondsPerMinute / MicrosecondsPerQuarter() * ClocksPerQuarter / ClocksPerClick();
     }
     /// The marker in force; an empty one at the position where there is none.
     [[nodiscard]] MarkerText Marker() const {
@@ -184,7 +184,7 @@ void HowToPlay::Impl::Load(const CL::SongLog& songLog, const TL::Timeline& timel
 int HowToPlay::Impl::ClickLength() const {
     if (const int edited = EditedClick(); edited > 0) return edited;
     const TL::Meter& meter = Meter();
-    return meter.clocks_per_click() * meter.thirty_seconds_per_quarter() / static_cast<int>(kClocksPerQuarter);
+    return meter.clocks_per_click() * meter.thirty_seconds_per_quarter() / static_cast<int>(ClocksPerQuarter);
 }
 
 double HowToPlay::Impl::ClocksPerClick() const {
@@ -192,7 +192,7 @@ double HowToPlay::Impl::ClocksPerClick() const {
     unsigned int clocks = meter.clocks_per_click();
     if (const int edited = EditedClick(); edited > 0)
         clocks = CL::Click(0, 0, edited).ClocksPerClick(meter.thirty_seconds_per_quarter());
-    return clocks == 0 ? kClocksPerQuarter : clocks;
+    return clocks == 0 ? ClocksPerQuarter : clocks;
 }
 
 HowToPlay::SongEnd::SongEnd() : std::out_of_range("no bar begins later in this song") {}

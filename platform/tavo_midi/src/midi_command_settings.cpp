@@ -3,36 +3,46 @@
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <stdexcept>
+#include <nlohmann/json.hpp>
 
-#include "json_reader.h"
 #include "kit/file.h"
+#include "kit/json_object.h"
 #include "kit/path.h"
 
 namespace tavo_midi::midi_commands {
 
 namespace {
 
-constexpr std::uintmax_t kMostBytes = 1U << 20U;
+using Json = nlohmann::ordered_json;
 
-unsigned char Byte(const JsonReader& reader, const char* key, std::uint64_t highest) {
-    return static_cast<unsigned char>(reader.Number(key, highest));
+constexpr std::uintmax_t MostCommandBytes = 1U << 20U;
+
+unsigned char ReadByte(const kit::JsonValue& value, std::uint32_t highest) {
+    return static_cast<unsigned char>(value.AsUnsigned(highest));
 }
 
-void ReadCommand(const JsonReader& entry, CommandSettings& settings) {
-    const std::string name = entry.Text("command");
-    for (const auto& [command, commandName] : commandNames) {
-        if (commandName != name) continue;
-        LearnedCommand message{Byte(entry, "status", 255), 0, 0};
-        if (entry.Has("data1")) message.data1 = Byte(entry, "data1", 127);
-        if (HasValue(message.status)) message.data2 = entry.Has("data2") ? Byte(entry, "data2", 127) : AnyValue;
-        if (settings.commands.contains(command)) entry.Fail(fmt::format("\"{}\" has a message already", name));
-        const std::string problem = FindProblem(settings.commands, command, message);
-        if (!problem.empty()) entry.Fail(problem.substr(0, problem.size() - 1));
-        settings.commands[command] = message;
-        return;
-    }
-    entry.Fail(fmt::format("\"{}\" is not a command", name));
+unsigned char ReadCommandName(const kit::JsonValue& value) {
+    const std::string name = value.AsText();
+    for (const auto& [command, commandName] : commandNames)
+        if (commandName == name) return command;
+    value.FailAs("must be the name of a command");
+}
+
+void ReadCommand(kit::JsonObject entry, CommandSettings& settings) {
+    const unsigned char command = ReadCommandName(entry.Get("command"));
+    LearnedCommand message{ReadByte(entry.Get("status"), 255), 0, 0};
+    if (HasValue(message.status)) message.data2 = AnyValue;
+    entry.Read("data1", [&](const kit::JsonValue& value) { message.data1 = ReadByte(value, 127); });
+    entry.Read("data2", [&](const kit::JsonValue& value) {
+        const unsigned char data2 = ReadByte(value, 127);
+        if (HasValue(message.status)) message.data2 = data2;
+    });
+    if (settings.commands.contains(command))
+        entry.Fail(fmt::format("is a second message for {}", commandNames.at(command)));
+    const std::string problem = FindProblem(settings.commands, command, message);
+    if (!problem.empty()) entry.Fail("cannot be used: " + problem);
+    entry.WarnOfOtherKeys(settings.warnings);
+    settings.commands[command] = message;
 }
 
 }  // namespace
@@ -50,15 +60,15 @@ bool HasAnyValue(const LearnedCommand& message) {
 std::string FindProblem(const std::map<unsigned char, LearnedCommand>& commands, unsigned char command,
                         const LearnedCommand& message) {
     if (!allowedStatuses.contains(message.status))
-        return fmt::format("A message with status {} cannot give a command.", message.status);
-    if (message.data1 > 127) return fmt::format("{} is not a data byte of MIDI: it is above 127.", message.data1);
+        return fmt::format("a message with status {} cannot give a command", message.status);
+    if (message.data1 > 127) return fmt::format("{} is not a data byte of MIDI: it is above 127", message.data1);
     if (message.data2 > 127 && message.data2 != AnyValue)
-        return fmt::format("{} is not a value of MIDI: it is above 127.", message.data2);
+        return fmt::format("{} is not a value of MIDI: it is above 127", message.data2);
     for (const auto& [other, taken] : commands) {
         const bool isSame = taken.status == message.status && (message.status >= 0xF0 || taken.data1 == message.data1);
         if (other == command || !isSame) continue;
         if (!HasAnyValue(taken) && !HasAnyValue(message) && taken.data2 != message.data2) continue;
-        return fmt::format("{} cannot be given by {}: it gives {} already.", commandNames.at(command),
+        return fmt::format("{} cannot be given by {}, which gives {} already", commandNames.at(command),
                            DescribeMessage(message), commandNames.at(other));
     }
     return {};
@@ -67,18 +77,18 @@ std::string FindProblem(const std::map<unsigned char, LearnedCommand>& commands,
 CommandSettings ReadCommandSettings(const std::string& path) {
     CommandSettings settings;
     if (!std::filesystem::exists(path)) return settings;
-    try {
-        const Json json = ParseJson(kit::ReadFile(path, kMostBytes), kit::path::basename(path));
-        const JsonReader reader(json, kit::path::basename(path));
-        reader.ForEach("commands", [&](const JsonReader& entry) { ReadCommand(entry, settings); });
-        if (reader.Has("source")) settings.sourceName = reader.Text("source");
-        RemoteControl& remote = settings.remoteControl;
-        if (reader.Has("showControl")) remote.showControl = reader.Flag("showControl");
-        if (reader.Has("machineControl")) remote.machineControl = reader.Flag("machineControl");
-        if (reader.Has("deviceNumber")) remote.deviceNumber = Byte(reader, "deviceNumber", 126);
-    } catch (const std::runtime_error& problem) {
-        throw std::runtime_error(fmt::format("The MIDI commands cannot be read: {}.", problem.what()));
-    }
+    const kit::JsonText json(kit::ReadFile(path, MostCommandBytes), kit::path::basename(path));
+    kit::JsonObject reader = json.Object();
+    reader.Read("commands", [&](const kit::JsonValue& list) {
+        for (const kit::JsonValue& entry : list.AsList())
+            ReadCommand(entry.AsObject(), settings);
+    });
+    reader.Read("source", [&](const kit::JsonValue& value) { settings.sourceName = value.AsText(); });
+    RemoteControl& remote = settings.remoteControl;
+    reader.Read("showControl", [&](const kit::JsonValue& value) { remote.showControl = value.AsFlag(); });
+    reader.Read("machineControl", [&](const kit::JsonValue& value) { remote.machineControl = value.AsFlag(); });
+    reader.Read("deviceNumber", [&](const kit::JsonValue& value) { remote.deviceNumber = ReadByte(value, 126); });
+    reader.WarnOfOtherKeys(settings.warnings);
     return settings;
 }
 

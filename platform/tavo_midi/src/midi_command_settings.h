@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/midi_commands.h"
 
@@ -12,6 +13,8 @@ struct CommandSettings {
     std::map<unsigned char, LearnedCommand> commands;
     RemoteControl remoteControl;
     std::string sourceName;
+    /// A sentence for each key of the file that is not known; they are ignored, and lost when the file is written.
+    std::vector<std::string> warnings;
 };
 
 /// A missing file gives the defaults. Throws std::runtime_error with one sentence that names the file.

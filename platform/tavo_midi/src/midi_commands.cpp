@@ -58,7 +58,7 @@ std::optional<LearnedCommand> MakeLearned(Bytes message) {
 void CheckCommand(unsigned char command) {
     if (!commandNames.contains(command))
         throw std::out_of_range(
-            fmt::format("There is no MIDI command {}: the last one is {}.", command, commandNames.rbegin()->first));
+            fmt::format("there is no MIDI command {}: the last one is {}", command, commandNames.rbegin()->first));
 }
 
 const std::string& GetCallbackName(Command command) {
@@ -162,7 +162,7 @@ struct MidiCommands::Impl {
         try {
             Save();
         } catch (const std::exception& problem) {
-            // There is no caller to tell: the message came from a port.
+            // There is no caller to report to: the message came from a port.
             learnProblem = problem.what();
         }
         return true;
@@ -261,6 +261,11 @@ bool MidiCommands::IsMidiCommandLearning(unsigned char command) const {
     return impl_->learning && impl_->learning->command == command;
 }
 
+std::vector<std::string> MidiCommands::GetSettingsWarnings() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.warnings;
+}
+
 std::string MidiCommands::GetLearnProblem() const {
     const std::lock_guard lock(impl_->mutex);
     return impl_->learnProblem;
@@ -306,7 +311,7 @@ void MidiCommands::SetCommandFilter(CommandFilter filter, ReleaseListener releas
 void MidiCommands::SetRemoteControl(const RemoteControl& remoteControl) {
     if (remoteControl.deviceNumber > 126)
         throw std::invalid_argument(
-            fmt::format("{} is not a device number: it is above 126.", remoteControl.deviceNumber));
+            fmt::format("{} is not a device number: it is above 126", remoteControl.deviceNumber));
     const std::lock_guard lock(impl_->mutex);
     impl_->settings.remoteControl = remoteControl;
     impl_->Save();

@@ -22,17 +22,17 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr std::size_t kMostPorts = 256;
-constexpr std::size_t kPieceBytes = 23;
+constexpr std::size_t MostPorts = 256;
+constexpr std::size_t PieceBytes = 23;
 /// Room for 0.8 s of 10 000 messages a second.
-constexpr std::size_t kPieces = 8192;
+constexpr std::size_t Pieces = 8192;
 /// Above ordinary threads, below all that make sound or time code.
-constexpr int kPriority = 3;
+constexpr int DeliveryPriority = 3;
 
 struct Piece {
     std::int64_t arrivalNs = 0;
     unsigned char size = 0;
-    unsigned char bytes[kPieceBytes] = {};
+    unsigned char bytes[PieceBytes] = {};
 };
 
 std::set<unsigned char> MakeAllowedStatuses() {
@@ -47,7 +47,7 @@ std::set<unsigned char> MakeAllowedStatuses() {
 std::vector<MidiEndPoint> ListEndPoints(bool sources) {
     std::vector<MidiEndPoint> endPoints;
     for (std::string& name : MidiSystem::Get().GetNames(sources)) {
-        if (endPoints.size() == kMostPorts) break;
+        if (endPoints.size() == MostPorts) break;
         endPoints.push_back({static_cast<unsigned char>(endPoints.size()), std::move(name)});
     }
     return endPoints;
@@ -80,7 +80,7 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
     std::int64_t arrivalNs = 0;
     MidiParser parser{[this](MidiParser::Message message) { Notify(message, std::chrono::nanoseconds(arrivalNs)); }};
 
-    kit::SpscQueue<Piece, kPieces> queue;
+    kit::SpscQueue<Piece, Pieces> queue;
     std::atomic<std::uint64_t> dropped{0};
     sem_t arrived{};
     std::atomic<bool> mustEnd{false};
@@ -106,13 +106,13 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
     }
 
     void Take(std::span<const unsigned char> bytes, std::chrono::nanoseconds time) override {
-        const std::size_t pieces = (bytes.size() + kPieceBytes - 1) / kPieceBytes;
+        const std::size_t pieces = (bytes.size() + PieceBytes - 1) / PieceBytes;
         if (queue.GetRoom() < pieces) {
             dropped.fetch_add(pieces, std::memory_order_relaxed);
             return;
         }
         while (!bytes.empty()) {
-            Piece piece{time.count(), static_cast<unsigned char>(std::min(bytes.size(), kPieceBytes)), {}};
+            Piece piece{time.count(), static_cast<unsigned char>(std::min(bytes.size(), PieceBytes)), {}};
             std::copy_n(bytes.begin(), piece.size, piece.bytes);
             static_cast<void>(queue.Push(piece));
             bytes = bytes.subspan(piece.size);
@@ -126,13 +126,13 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
         while (!mustEnd) {
             while (sem_wait(&arrived) != 0) {
             }
-            // The lock is let go between pieces, for those who wait to disconnect.
+            // The lock is let go between chunks, for those who wait to disconnect.
             while (DeliverPieceOrLog()) {
             }
         }
     }
 
-    /// What throws although no listener did, such as a lack of memory for a long message, costs one piece.
+    /// What throws although no listener did, such as a lack of memory for a long message, costs one chunk.
     bool DeliverPieceOrLog() {
         try {
             return DeliverPiece();
@@ -198,8 +198,8 @@ void MidiMessageDispatcher::ConnectSourceByIndex(unsigned char index) {
     const std::vector<std::string> names = MidiSystem::Get().GetNames(true);
     if (index >= names.size())
         throw std::out_of_range(
-            names.empty() ? fmt::format("There is no MIDI input {}: the system has none.", index)
-                          : fmt::format("There is no MIDI input {}: the last one is {}.", index, names.size() - 1));
+            names.empty() ? fmt::format("there is no MIDI input {}: the system has none", index)
+                          : fmt::format("there is no MIDI input {}: the last one is {}", index, names.size() - 1));
     ConnectSourceByName(names[index]);
 }
 
@@ -209,7 +209,7 @@ void MidiMessageDispatcher::ConnectSourceByName(const std::string& name) {
     if (!impl_->deliveryThread.joinable()) {
         impl_->deliveryThread = std::thread([impl = impl_.get()] { impl->DeliverArrivals(); });
         // A press must not wait for what else the machine computes. Where that is not permitted, it may have to.
-        static_cast<void>(MakeRealTime(impl_->deliveryThread, kPriority));
+        static_cast<void>(MakeRealTime(impl_->deliveryThread, DeliveryPriority));
     }
     MidiSystem::Get().Want(*impl_, name);
 }

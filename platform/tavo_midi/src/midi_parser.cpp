@@ -4,8 +4,8 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr unsigned char kSystemExclusive = 0xF0;
-constexpr unsigned char kEndOfExclusive = 0xF7;
+constexpr unsigned char SystemExclusive = 0xF0;
+constexpr unsigned char EndOfExclusive = 0xF7;
 
 /// Bytes of a message with that status; 0 for those that MIDI does not define.
 std::size_t LengthOf(unsigned char status) {
@@ -59,13 +59,13 @@ void MidiParser::FeedByte_(unsigned char byte) {
 }
 
 void MidiParser::FeedStatus_(unsigned char status) {
-    if (status == kEndOfExclusive && isSystemExclusive_) {
+    if (status == EndOfExclusive && isSystemExclusive_) {
         EndSystemExclusive_();
         return;
     }
     // A System Exclusive message that another status interrupts is lost.
     Reset();
-    if (status == kSystemExclusive) {
+    if (status == SystemExclusive) {
         message_.push_back(status);
         isSystemExclusive_ = true;
         isTooLong_ = false;
@@ -92,14 +92,14 @@ void MidiParser::FeedData_(unsigned char byte) {
     if (message_.size() < length_) return;
     deliver_(message_);
     // Running status: only channel messages may leave theirs out.
-    if (message_.front() < kSystemExclusive)
+    if (message_.front() < SystemExclusive)
         message_.resize(1);
     else
         Reset();
 }
 
 void MidiParser::EndSystemExclusive_() {
-    message_.push_back(kEndOfExclusive);
+    message_.push_back(EndOfExclusive);
     if (!isTooLong_) deliver_(message_);
     Reset();
 }

@@ -16,7 +16,7 @@ namespace tavo_midi {
 namespace {
 
 /// How often a system that announces nothing is looked at, and how often one that is not there is looked for.
-constexpr std::chrono::milliseconds kLookInterval{250};
+constexpr std::chrono::milliseconds LookInterval{250};
 
 bool Contains(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
@@ -89,12 +89,12 @@ void MidiSystem::SendOnce(const std::string& destinationName, std::span<const un
         if (FindPorts_() != nullptr) ports = ports_;
     }
     // Off the lock, for nobody else is to wait for the device; the ports stay as long as they are used here.
-    if (!ports) throw std::runtime_error("There is no MIDI system: neither a JACK server runs nor another one.");
+    if (!ports) throw std::runtime_error("there is no MIDI system: neither JACK nor another one is running");
     if (!Contains(ports->GetDestinationNames(), destinationName))
-        throw std::runtime_error(fmt::format("There is no MIDI output \"{}\".", destinationName));
+        throw std::runtime_error(fmt::format("there is no MIDI output \"{}\"", destinationName));
     const auto output = ports->OpenOutput(destinationName);
     if (!output->Send(message))
-        throw std::runtime_error(fmt::format("The MIDI output \"{}\" does not take the message.", destinationName));
+        throw std::runtime_error(fmt::format("the MIDI output \"{}\" does not take the message", destinationName));
     // A closed port forgets what it has not sent yet.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
@@ -204,7 +204,7 @@ void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) 
     if (!isThere) {
         wanted.connection->Close();
         wanted.isOpen = false;
-        Report_(wanted, "has gone; it is taken up again when it is back");
+        Report_(wanted, "was lost; it will reconnect when it returns");
         return;
     }
     try {
@@ -250,7 +250,7 @@ void MidiSystem::Watch_(const std::stop_token& stop) {
         Tell_();
         {
             std::unique_lock lock(wakeMutex_);
-            wake_.wait_for(lock, stop, kLookInterval, [this] { return mustLook_; });
+            wake_.wait_for(lock, stop, LookInterval, [this] { return mustLook_; });
             mustLook_ = false;
         }
         const std::lock_guard lock(mutex_);
@@ -263,7 +263,7 @@ MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text) {
     if (text == "jack") return MidiSystemChoice::Jack;
     if (text == "rtmidi") return MidiSystemChoice::RtMidi;
     if (text == "none") return MidiSystemChoice::None;
-    throw std::out_of_range(fmt::format("\"{}\" is not a MIDI system: it is one of auto, jack, rtmidi, none.", text));
+    throw std::out_of_range(fmt::format("\"{}\" is not a MIDI system: choose auto, jack, rtmidi or none", text));
 }
 
 void SetMidiPortsOpener(std::shared_ptr<MidiPortsOpener> opener) {

@@ -85,7 +85,7 @@ private:
     std::shared_ptr<MidiPorts> ports_;
     std::vector<Wanted> wanted_;
     int users_ = 0;
-    std::vector<MidiPortReport> reports_;  ///< not told yet
+    std::vector<MidiPortReport> reports_;  ///< not reported yet
     bool isLookProblemLogged_ = false;     ///< not again until a look succeeds
     std::jthread watcher_;
 

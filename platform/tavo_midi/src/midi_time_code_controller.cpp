@@ -199,8 +199,8 @@ void MidiTimeCodeController::SetOutputPortIndex(unsigned int index) {
     const std::vector<std::string> names = MidiSystem::Get().GetNames(false);
     if (index >= names.size())
         throw std::out_of_range(
-            names.empty() ? fmt::format("There is no MIDI output {}: the system has none.", index)
-                          : fmt::format("There is no MIDI output {}: the last one is {}.", index, names.size() - 1));
+            names.empty() ? fmt::format("there is no MIDI output {}: the system has none", index)
+                          : fmt::format("there is no MIDI output {}: the last one is {}", index, names.size() - 1));
     SetOutputPortName(names[index]);
 }
 
@@ -211,6 +211,11 @@ std::string MidiTimeCodeController::GetOutputPortName() const {
 
 void MidiTimeCodeController::SetOutputPortName(const std::string& name) {
     impl_->SetConnection([&] { impl_->settings.outputName = name; });
+}
+
+std::vector<std::string> MidiTimeCodeController::GetSettingsWarnings() const {
+    const std::lock_guard lock(impl_->mutex);
+    return impl_->settings.warnings;
 }
 
 MidiTimeCodeController::JumpRule MidiTimeCodeController::GetJumpRule() const {
@@ -246,7 +251,7 @@ void MidiTimeCodeController::SetSongOffset(const std::string& songNumber, std::o
             return;
         }
         if (!IsTimeCode(*offset, settings.frameRate))
-            throw std::out_of_range(fmt::format("The offset of song {} is not a time code of {} frames a second.",
+            throw std::out_of_range(fmt::format("the offset of song {} is not a time code of {} frames a second",
                                                 songNumber, ConvertFrameRateToString(settings.frameRate)));
         settings.songOffsets[songNumber] = *offset;
     });

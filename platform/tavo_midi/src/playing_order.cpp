@@ -10,20 +10,20 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr unsigned int kDigitBits = 8;
-constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
+constexpr unsigned int DigitBits = 8;
+constexpr std::size_t Digits = std::size_t{1} << DigitBits;
 
 std::uint64_t OrderOf(const MidiEvent& event) {
-    static constexpr std::array<std::uint8_t, 16> ranks{0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 1, 1, 1, 1, 1, 1};
-    return std::uint64_t{event.tick} << 2U | ranks[event.status >> 4U];
+    static constexpr std::array<std::uint8_t, 16> Ranks{0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 1, 1, 1, 1, 1, 1};
+    return std::uint64_t{event.tick} << 2U | Ranks[event.status >> 4U];
 }
 
 std::size_t DigitOf(const MidiEvent& event, unsigned int shift) {
-    return OrderOf(event) >> shift & (kDigits - 1);
+    return OrderOf(event) >> shift & (Digits - 1);
 }
 
 // A song has fewer events than 32 bits can count.
-using Counts = std::array<std::uint32_t, kDigits>;
+using Counts = std::array<std::uint32_t, Digits>;
 
 Counts CountDigits(const std::vector<MidiEvent>& events, unsigned int shift) {
     Counts counts{};
@@ -45,14 +45,14 @@ std::vector<MidiEvent> PutInPlayingOrder(std::vector<MidiEvent> events) {
         const std::uint64_t order = OrderOf(event);
         isInOrder = isInOrder && order >= highest;
         highest = std::max(highest, order);
-        ++counts[0][order & (kDigits - 1)];
-        ++counts[1][order >> kDigitBits & (kDigits - 1)];
-        ++counts[2][order >> 2 * kDigitBits & (kDigits - 1)];
+        ++counts[0][order & (Digits - 1)];
+        ++counts[1][order >> DigitBits & (Digits - 1)];
+        ++counts[2][order >> 2 * DigitBits & (Digits - 1)];
     }
     if (isInOrder) return events;
     std::vector<MidiEvent> sorted(events.size());
-    for (unsigned int digit = 0; highest >> digit * kDigitBits != 0; ++digit) {
-        const unsigned int shift = digit * kDigitBits;
+    for (unsigned int digit = 0; highest >> digit * DigitBits != 0; ++digit) {
+        const unsigned int shift = digit * DigitBits;
         Counts places = digit < counts.size() ? counts[digit] : CountDigits(events, shift);
         std::uint32_t next = 0;
         for (std::uint32_t& place : places)

@@ -10,8 +10,8 @@ namespace {
 
 using Bytes = std::span<const unsigned char>;
 
-constexpr unsigned char kAllDevices = 0x7F;
-constexpr std::size_t kTimeBytes = 5;
+constexpr unsigned char AllDevices = 0x7F;
+constexpr std::size_t TimeBytes = 5;
 
 /// The cue number at the front of `data`: digits and points up to a zero byte or the end. A list and a path may follow.
 std::optional<std::string> ReadCueNumber(Bytes data) {
@@ -22,13 +22,13 @@ std::optional<std::string> ReadCueNumber(Bytes data) {
     return number;
 }
 
-/// Show Control: the data behind `F0 7F device 02 format`, without the end.
+/// Show Control: the data after `F0 7F device 02 format`, without the end.
 std::optional<RemoteRequest> ReadShowControl(unsigned char command, Bytes data) {
     RemoteRequest request;
     switch (command) {
         case 0x04:  // TIMED_GO: the time of the transition means nothing to a song
-            if (data.size() < kTimeBytes) return std::nullopt;
-            data = data.subspan(kTimeBytes);
+            if (data.size() < TimeBytes) return std::nullopt;
+            data = data.subspan(TimeBytes);
             [[fallthrough]];
         case 0x01:  // GO
             request.command = Play;
@@ -65,7 +65,7 @@ std::optional<std::chrono::nanoseconds> ReadLocate(Bytes data) {
         ConvertFramesToNanoseconds(ConvertTimeCodeToFrames(timeCode, frameRate), frameRate));
 }
 
-/// Machine control: the data behind `F0 7F device 06`, without the end.
+/// Machine control: the data after `F0 7F device 06`, without the end.
 std::optional<RemoteRequest> ReadMachineControl(unsigned char command, Bytes data) {
     RemoteRequest request{CommandDoor::MachineControl, {}, {}, {}};
     switch (command) {
@@ -94,15 +94,15 @@ std::optional<RemoteRequest> ReadRemoteMessage(Bytes message, const RemoteContro
     const bool isRealTimeUniversal =
         message.size() >= 6 && message[0] == 0xF0 && message[1] == 0x7F && message.back() == 0xF7;
     if (!isRealTimeUniversal) return std::nullopt;
-    if (message[2] != remoteControl.deviceNumber && message[2] != kAllDevices) return std::nullopt;
+    if (message[2] != remoteControl.deviceNumber && message[2] != AllDevices) return std::nullopt;
     const Bytes rest = message.subspan(4, message.size() - 5);
-    constexpr unsigned char showControl = 0x02;
-    constexpr unsigned char machineControl = 0x06;
-    if (message[3] == showControl && remoteControl.showControl && rest.size() >= 2) {
-        const bool isForUs = rest[0] == kAllDevices || (rest[0] & 0xF0U) == 0x10;  // all types, and sound
+    constexpr unsigned char ShowControl = 0x02;
+    constexpr unsigned char MachineControl = 0x06;
+    if (message[3] == ShowControl && remoteControl.showControl && rest.size() >= 2) {
+        const bool isForUs = rest[0] == AllDevices || (rest[0] & 0xF0U) == 0x10;  // all types, and sound
         return isForUs ? ReadShowControl(rest[1], rest.subspan(2)) : std::nullopt;
     }
-    if (message[3] == machineControl && remoteControl.machineControl && !rest.empty())
+    if (message[3] == MachineControl && remoteControl.machineControl && !rest.empty())
         return ReadMachineControl(rest[0], rest.subspan(1));
     return std::nullopt;
 }

@@ -72,6 +72,8 @@ ShowData UnpackShowData(std::string_view bytes, const std::string& name) {
     const ShowJson json = ReadShowJson(archive.Read(ShowJsonName, MaxShowJsonBytes), place);
     ShowData show;
     show.SetTitle(json.title);
+    for (const std::string& warning : json.warnings)
+        show.AddWarning(warning);
     SongReader songs(archive, name, show);
     for (std::size_t index = 0; index < json.songs.size(); ++index) {
         const bool isLast = index + 1 == json.songs.size();
@@ -87,7 +89,7 @@ ShowData UnpackShowData(std::string_view bytes, const std::string& name) {
 
 std::string PackShowData(const std::string& title, const std::vector<ShowSong>& songs) {
     CheckText(title, "title");
-    ShowJson json{title, {}};
+    ShowJson json{title, {}, {}};
     std::map<std::string, const std::string*> files;
     for (const ShowSong& song : songs) {
         CheckText(song.options.number, "number");

@@ -3,15 +3,19 @@
 #include <fmt/format.h>
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <utility>
 
-#include "json_reader.h"
+#include "kit/json_object.h"
+#include "tavo_midi/show_file.h"
 
 namespace tavo_midi {
 
 namespace {
 
-constexpr std::uint64_t kFormatVersion = 1;
+using Json = nlohmann::ordered_json;
+
+constexpr std::uint32_t FormatVersion = 1;
 
 Json ToJson(const ShowJsonSong& song) {
     const SongOptions& options = song.options;
@@ -33,39 +37,51 @@ Json ToJson(const ShowJsonSong& song) {
     return json;
 }
 
-void ReadBarLabels(const JsonReader& reader, SongOptions& options) {
-    reader.ForEach("barLabels", [&](const JsonReader& entry) {
-        BarLabel label{static_cast<std::size_t>(entry.Number("bar")), entry.Text("label")};
+void ReadBarLabels(const kit::JsonValue& list, SongOptions& options, std::vector<std::string>& warnings) {
+    for (const kit::JsonValue& value : list.AsList()) {
+        kit::JsonObject entry(value);
+        const kit::JsonValue bar = entry.Get("bar");
+        BarLabel label{bar.AsUnsigned(), entry.Get("label").AsText()};
         if (!options.barLabels.empty() && label.bar <= options.barLabels.back().bar)
-            entry.Fail("\"bar\" is not after the bar before it");
+            bar.FailAs(fmt::format("must be above {}, that of the label before it", options.barLabels.back().bar));
+        entry.WarnOfOtherKeys(warnings);
         options.barLabels.push_back(std::move(label));
-    });
+    }
 }
 
-void ReadPages(const JsonReader& reader, SongOptions& options) {
-    reader.ForEach("pages", [&](const JsonReader& entry) {
-        const std::uint32_t tick = entry.Tick("tick");
-        if (!options.pages.empty() && tick < options.pages.back().abs_time())
-            entry.Fail("\"tick\" is before that of the page before it");
-        options.pages.emplace_back(tick, static_cast<unsigned int>(entry.Number("number", 1000000)));
-    });
+void ReadPages(const kit::JsonValue& list, SongOptions& options, std::vector<std::string>& warnings) {
+    constexpr std::uint32_t HighestPage = 1000000;
+    for (const kit::JsonValue& value : list.AsList()) {
+        kit::JsonObject entry(value);
+        const kit::JsonValue tick = entry.Get("tick");
+        if (!options.pages.empty() && tick.AsUnsigned() < options.pages.back().abs_time())
+            tick.FailAs(
+                fmt::format("must be at least {}, that of the page before it", options.pages.back().abs_time()));
+        options.pages.emplace_back(tick.AsUnsigned(), entry.Get("number").AsUnsigned(HighestPage));
+        entry.WarnOfOtherKeys(warnings);
+    }
 }
 
-ShowJsonSong ReadSong(const JsonReader& reader) {
+ShowJsonSong ReadSong(kit::JsonObject reader, std::vector<std::string>& warnings) {
     ShowJsonSong song;
     SongOptions& options = song.options;
-    options.number = reader.Text("number");
-    if (options.number.empty()) reader.Fail("\"number\" is empty");
-    options.title = reader.Text("title");
-    song.smfName = reader.Text("smf");
-    if (song.smfName.empty() || song.smfName == ShowJsonName) reader.Fail("\"smf\" names no Standard MIDI File");
-    if (reader.Has("sequence")) options.sequence = static_cast<std::size_t>(reader.Number("sequence", 65535));
-    options.startTick = reader.Tick("startTick");
-    if (reader.Has("endTick")) options.endTick = reader.Tick("endTick");
-    if (reader.Has("pickupBeats")) options.pickupBeats = reader.Decimal("pickupBeats");
-    ReadBarLabels(reader, options);
-    ReadPages(reader, options);
-    reader.ForEach("effects", [](const JsonReader&) {});
+    options.number = reader.Get("number").AsFilledText();
+    options.title = reader.Get("title").AsText();
+    const kit::JsonValue smf = reader.Get("smf");
+    song.smfName = smf.AsFilledText();
+    if (song.smfName == ShowJsonName) smf.FailAs("must be the name of a Standard MIDI File");
+    reader.Read("sequence", [&](const kit::JsonValue& value) { options.sequence = value.AsUnsigned(65535); });
+    options.startTick = reader.Get("startTick").AsUnsigned();
+    reader.Read("endTick", [&](const kit::JsonValue& value) { options.endTick = value.AsUnsigned(); });
+    reader.Read("pickupBeats", [&](const kit::JsonValue& value) { options.pickupBeats = value.AsNumber(); });
+    reader.Read("barLabels", [&](const kit::JsonValue& value) { ReadBarLabels(value, options, warnings); });
+    reader.Read("pages", [&](const kit::JsonValue& value) { ReadPages(value, options, warnings); });
+    // No effect has a form yet.
+    reader.Read("effects", [](const kit::JsonValue& value) {
+        for (const kit::JsonValue& effect : value.AsList())
+            static_cast<void>(effect.AsObject());
+    });
+    reader.WarnOfOtherKeys(warnings);
     return song;
 }
 
@@ -74,7 +90,7 @@ ShowJsonSong ReadSong(const JsonReader& reader) {
 std::string WriteShowJson(const ShowJson& show) {
     Json json;
     json["title"] = show.title;
-    json["formatVersion"] = kFormatVersion;
+    json["formatVersion"] = FormatVersion;
     json["songs"] = Json::array();
     for (const ShowJsonSong& song : show.songs)
         json["songs"].push_back(ToJson(song));
@@ -82,15 +98,16 @@ std::string WriteShowJson(const ShowJson& show) {
 }
 
 ShowJson ReadShowJson(const std::string& text, const std::string& place) {
-    const Json json = ParseJson(text, place);
-    const JsonReader reader(json, place);
-    const std::uint64_t version = reader.Number("formatVersion");
-    if (version != kFormatVersion)
-        reader.Fail(fmt::format("the format version is {}, but only {} can be read", version, kFormatVersion));
+    const kit::JsonText json(text, place, {.bytes = MaxShowJsonBytes});
+    kit::JsonObject reader = json.Object();
+    const kit::JsonValue version = reader.Get("formatVersion");
+    if (version.AsUnsigned() != FormatVersion)
+        version.Fail(fmt::format("is {}, but only {} can be read", version.AsUnsigned(), FormatVersion));
     ShowJson show;
-    show.title = reader.Text("title");
-    if (!reader.Has("songs")) reader.Fail("\"songs\" is missing");
-    reader.ForEach("songs", [&](const JsonReader& song) { show.songs.push_back(ReadSong(song)); });
+    show.title = reader.Get("title").AsText();
+    for (const kit::JsonValue& song : reader.Get("songs").AsList())
+        show.songs.push_back(ReadSong(song.AsObject(), show.warnings));
+    reader.WarnOfOtherKeys(show.warnings);
     return show;
 }
 

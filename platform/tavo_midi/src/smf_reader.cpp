@@ -10,11 +10,11 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr std::size_t kChunkHeadBytes = 8;
-constexpr std::size_t kHeaderBytes = 6;
-constexpr std::size_t kMostTracks = 65535;
+constexpr std::size_t ChunkHeadBytes = 8;
+constexpr std::size_t HeaderBytes = 6;
+constexpr std::size_t MostTracks = 65535;
 /// About what an event takes in a file; nothing depends on it but the number of times that memory is taken.
-constexpr std::size_t kUsualEventBytes = 3;
+constexpr std::size_t UsualEventBytes = 3;
 
 std::uint32_t BigEndian(std::string_view bytes, std::size_t at, std::size_t count) {
     std::uint32_t value = 0;
@@ -31,9 +31,9 @@ std::uint32_t BigEndian(std::string_view bytes, std::size_t at, std::size_t coun
 std::size_t ReadHeader(std::string_view bytes, const std::string& name, Smf& smf, std::size_t& trackCount) {
     if (bytes.empty()) Fail(name, "is empty");
     if (bytes.substr(0, 4) != "MThd") Fail(name, "is not a Standard MIDI File: it does not begin with MThd");
-    if (bytes.size() < kChunkHeadBytes + kHeaderBytes) Fail(name, "breaks off inside its header");
+    if (bytes.size() < ChunkHeadBytes + HeaderBytes) Fail(name, "breaks off inside its header");
     const std::size_t length = BigEndian(bytes, 4, 4);
-    if (length < kHeaderBytes) Fail(name, fmt::format("has a header of {} bytes, where 6 is the least", length));
+    if (length < HeaderBytes) Fail(name, fmt::format("has a header of {} bytes, where 6 is the least", length));
     smf.format = static_cast<int>(BigEndian(bytes, 8, 2));
     trackCount = BigEndian(bytes, 10, 2);
     const std::uint32_t division = BigEndian(bytes, 12, 2);
@@ -43,23 +43,23 @@ std::size_t ReadHeader(std::string_view bytes, const std::string& name, Smf& smf
              "cannot be used: its division counts SMPTE frames, but every position here is a tick per quarter note");
     if (division == 0) Fail(name, "has a division of 0 ticks per quarter note");
     smf.ticksPerQuarter = static_cast<std::uint16_t>(division);
-    if (length > bytes.size() - kChunkHeadBytes) Fail(name, "breaks off inside its header");
-    return kChunkHeadBytes + length;
+    if (length > bytes.size() - ChunkHeadBytes) Fail(name, "breaks off inside its header");
+    return ChunkHeadBytes + length;
 }
 
 /// Reads every track chunk from `at` on.
 void ReadChunks(std::string_view bytes, const std::string& name, std::size_t at, std::size_t announced, Smf& smf) {
     SmfTrackReader reader(bytes, name, smf);
     std::size_t number = 0;
-    while (bytes.size() - at >= kChunkHeadBytes) {
-        const std::size_t begin = at + kChunkHeadBytes;
+    while (bytes.size() - at >= ChunkHeadBytes) {
+        const std::size_t begin = at + ChunkHeadBytes;
         const std::size_t length = BigEndian(bytes, at + 4, 4);
         const bool isCutOff = length > bytes.size() - begin;
         const std::size_t end = isCutOff ? bytes.size() : begin + length;
         const bool isTrack = bytes.substr(at, 4) == "MTrk";
         at = end;
         if (!isTrack) continue;
-        if (++number > kMostTracks) Fail(name, fmt::format("has more than {} tracks", kMostTracks));
+        if (++number > MostTracks) Fail(name, fmt::format("has more than {} tracks", MostTracks));
         try {
             reader.Read(number, begin, end, isCutOff);
         } catch (const std::runtime_error& error) {
@@ -77,7 +77,7 @@ Smf ReadSmf(std::string_view bytes, const std::string& name) {
     Smf smf;
     std::size_t announced = 0;
     const std::size_t firstChunk = ReadHeader(bytes, name, smf, announced);
-    smf.events.reserve(bytes.size() / kUsualEventBytes);
+    smf.events.reserve(bytes.size() / UsualEventBytes);
     ReadChunks(bytes, name, firstChunk, announced, smf);
     if (smf.tracks.empty() && announced != 0) Fail(name, fmt::format("announces {} tracks and has none", announced));
     return smf;

@@ -13,28 +13,28 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr std::uint8_t kNoteOff = 0x80;
-constexpr std::uint8_t kNoteOn = 0x90;
-constexpr std::uint8_t kProgramChange = 0xC0;
-constexpr std::uint8_t kChannelPressure = 0xD0;
-constexpr std::uint8_t kSysex = 0xF0;
-constexpr std::uint8_t kSongPosition = 0xF2;
-constexpr std::uint8_t kSongSelect = 0xF3;
-constexpr std::uint8_t kTimeCodeQuarter = 0xF1;
-constexpr std::uint8_t kSysexEnd = 0xF7;
-constexpr std::uint8_t kMeta = 0xFF;
+constexpr std::uint8_t NoteOff = 0x80;
+constexpr std::uint8_t NoteOn = 0x90;
+constexpr std::uint8_t ProgramChange = 0xC0;
+constexpr std::uint8_t ChannelPressure = 0xD0;
+constexpr std::uint8_t Sysex = 0xF0;
+constexpr std::uint8_t SongPosition = 0xF2;
+constexpr std::uint8_t SongSelect = 0xF3;
+constexpr std::uint8_t TimeCodeQuarter = 0xF1;
+constexpr std::uint8_t SysexEnd = 0xF7;
+constexpr std::uint8_t Meta = 0xFF;
 
-constexpr std::uint8_t kMetaTrackName = 0x03;
-constexpr std::uint8_t kMetaMarker = 0x06;
-constexpr std::uint8_t kMetaCuePoint = 0x07;
-constexpr std::uint8_t kMetaPort = 0x21;
-constexpr std::uint8_t kMetaEndOfTrack = 0x2F;
-constexpr std::uint8_t kMetaTempo = 0x51;
-constexpr std::uint8_t kMetaMeter = 0x58;
-constexpr std::uint8_t kMetaKey = 0x59;
+constexpr std::uint8_t MetaTrackName = 0x03;
+constexpr std::uint8_t MetaMarker = 0x06;
+constexpr std::uint8_t MetaCuePoint = 0x07;
+constexpr std::uint8_t MetaPort = 0x21;
+constexpr std::uint8_t MetaEndOfTrack = 0x2F;
+constexpr std::uint8_t MetaTempo = 0x51;
+constexpr std::uint8_t MetaMeter = 0x58;
+constexpr std::uint8_t MetaKey = 0x59;
 
-constexpr std::size_t kMaxSysexMessages = 65536;
-constexpr unsigned int kHighestPort = 15;
+constexpr std::size_t MaxSysexMessages = 65536;
+constexpr unsigned int HighestPort = 15;
 
 std::size_t KeyIndex(const MidiEvent& event) {
     return (event.status & 0x0FU) * 128U + event.data1;
@@ -134,11 +134,11 @@ bool SmfTrackReader::ReadEvents() {
             status = runningStatus_;
             --at_;
         }
-        if (status < kSysex)
+        if (status < Sysex)
             ReadChannelMessage(status);
-        else if (status == kSysex || status == kSysexEnd)
+        else if (status == Sysex || status == SysexEnd)
             ReadSysexPacket(status);
-        else if (status != kMeta)
+        else if (status != Meta)
             SkipSystemMessage(status);
         else if (!ReadMeta())
             return true;
@@ -149,11 +149,11 @@ bool SmfTrackReader::ReadEvents() {
 // Nearly all of a file are channel messages not far apart in time: these are read here with everything at hand, up to
 // the first event that is not quite plain, which the general reader takes.
 void SmfTrackReader::ReadPlainChannelMessages() {
-    constexpr std::size_t kLongestPlain = 5;
-    constexpr std::uint32_t kHighestPlainTick = std::numeric_limits<std::uint32_t>::max() - (1U << 14U);
+    constexpr std::size_t LongestPlain = 5;
+    constexpr std::uint32_t HighestPlainTick = std::numeric_limits<std::uint32_t>::max() - (1U << 14U);
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(bytes_.data());
     std::uint8_t running = runningStatus_;
-    while (end_ - at_ >= kLongestPlain && tick_ < kHighestPlainTick) {
+    while (end_ - at_ >= LongestPlain && tick_ < HighestPlainTick) {
         const std::uint8_t* next = bytes + at_;
         std::uint32_t delta = *next++;
         if (delta >= 0x80) delta = (delta & 0x7FU) << 7U | *next;
@@ -164,8 +164,8 @@ void SmfTrackReader::ReadPlainChannelMessages() {
         const std::uint8_t status = isRunning ? running : *next;
         next += isRunning ? 0 : 1;
         const std::uint8_t kind = status & 0xF0U;
-        const bool hasTwo = kind != kProgramChange && kind != kChannelPressure;
-        if (status < kNoteOff || status >= kSysex || (next[0] | (hasTwo ? next[1] : 0)) >= 0x80) break;
+        const bool hasTwo = kind != ProgramChange && kind != ChannelPressure;
+        if (status < NoteOff || status >= Sysex || (next[0] | (hasTwo ? next[1] : 0)) >= 0x80) break;
         running = status;
         tick_ += delta;
         at_ = static_cast<std::size_t>(next - bytes) + (hasTwo ? 2 : 1);
@@ -178,15 +178,15 @@ void SmfTrackReader::ReadChannelMessage(std::uint8_t status) {
     runningStatus_ = status;
     MidiEvent event{tick_, status, ReadDataByte(), 0, port_};
     const std::uint8_t kind = status & 0xF0U;
-    if (kind != kProgramChange && kind != kChannelPressure) event.data2 = ReadDataByte();
+    if (kind != ProgramChange && kind != ChannelPressure) event.data2 = ReadDataByte();
     AddChannelMessage(event);
 }
 
 void SmfTrackReader::AddChannelMessage(const MidiEvent& event) {
     const std::uint8_t kind = event.status & 0xF0U;
-    if (kind > kNoteOn)
+    if (kind > NoteOn)
         smf_.events.push_back(event);
-    else if (kind == kNoteOn && event.data2 != 0)
+    else if (kind == NoteOn && event.data2 != 0)
         AddNoteOn(event);
     else
         AddNoteOff(event);
@@ -215,8 +215,8 @@ void SmfTrackReader::DropLateNoteOff(const MidiEvent& noteOn) {
 
 void SmfTrackReader::AddNoteOff(const MidiEvent& event) {
     MidiEvent noteOff = event;
-    if (event.status >= kNoteOn) {
-        noteOff.status = static_cast<std::uint8_t>(kNoteOff | (event.status & 0x0FU));
+    if (event.status >= NoteOn) {
+        noteOff.status = static_cast<std::uint8_t>(NoteOff | (event.status & 0x0FU));
         noteOff.data2 = 0;
     }
     KeyState& key = keys_[KeyIndex(event)];
@@ -235,27 +235,27 @@ void SmfTrackReader::AddNoteOff(const MidiEvent& event) {
 bool SmfTrackReader::ReadMeta() {
     const std::uint8_t type = ReadByte();
     // Nothing of an end of track but its type matters.
-    if (type == kMetaEndOfTrack) return false;
+    if (type == MetaEndOfTrack) return false;
     std::size_t length = 0;
     const std::size_t at = ReadLengthAndSkip("a meta event", length);
     switch (type) {
-        case kMetaTrackName:
+        case MetaTrackName:
             if (track_.name.empty()) track_.name = kit::ToUtf8Line(bytes_.substr(at, length));
             break;
-        case kMetaMarker:
-        case kMetaCuePoint:
+        case MetaMarker:
+        case MetaCuePoint:
             track_.markers.emplace_back(tick_, kit::ToUtf8Line(bytes_.substr(at, length)));
             break;
-        case kMetaPort:
+        case MetaPort:
             ReadPort(at, length);
             break;
-        case kMetaTempo:
+        case MetaTempo:
             ReadTempo(at, length);
             break;
-        case kMetaMeter:
+        case MetaMeter:
             ReadMeter(at, length);
             break;
-        case kMetaKey:
+        case MetaKey:
             ReadKey(at, length);
             break;
         default:
@@ -265,7 +265,7 @@ bool SmfTrackReader::ReadMeta() {
 }
 
 void SmfTrackReader::ReadPort(std::size_t at, std::size_t length) {
-    if (length < 1 || ByteAt(at) > kHighestPort) return WarnAt(at, "the MIDI port is not from 0 to 15 and is left out");
+    if (length < 1 || ByteAt(at) > HighestPort) return WarnAt(at, "the MIDI port is not from 0 to 15 and is left out");
     port_ = ByteAt(at);
 }
 
@@ -274,13 +274,13 @@ void SmfTrackReader::ReadTempo(std::size_t at, std::size_t length) {
     if (length >= 3)
         microseconds =
             std::uint32_t{ByteAt(at)} << 16U | std::uint32_t{ByteAt(at + 1)} << 8U | std::uint32_t{ByteAt(at + 2)};
-    if (microseconds == 0) return WarnAt(at, "the tempo is no number of microseconds and is left out");
+    if (microseconds == 0) return WarnAt(at, "the tempo is not a number of microseconds and is left out");
     track_.tempos.emplace_back(tick_, microseconds);
 }
 
 void SmfTrackReader::ReadMeter(std::size_t at, std::size_t length) {
-    constexpr std::uint8_t kHighestPower = 7;
-    if (length < 2 || ByteAt(at) == 0 || ByteAt(at + 1) > kHighestPower)
+    constexpr std::uint8_t HighestPower = 7;
+    if (length < 2 || ByteAt(at) == 0 || ByteAt(at + 1) > HighestPower)
         return WarnAt(at, "the meter is none that can be written and is left out");
     const auto denominator = static_cast<std::uint8_t>(1U << ByteAt(at + 1));
     std::uint8_t clocksPerClick = length > 2 ? ByteAt(at + 2) : 0;
@@ -301,23 +301,23 @@ void SmfTrackReader::ReadSysexPacket(std::uint8_t status) {
     std::size_t length = 0;
     const std::size_t at = ReadLengthAndSkip("a system-exclusive message", length);
     const std::string_view packet = bytes_.substr(at, length);
-    if (status == kSysex) {
+    if (status == Sysex) {
         DropUnfinishedSysex();
         isInSysex_ = true;
-        unfinishedSysex_.assign(1, kSysex);
+        unfinishedSysex_.assign(1, Sysex);
     } else if (!isInSysex_) {
         return WarnAt(at, "raw bytes outside a system-exclusive message are left out");
     }
     unfinishedSysex_.insert(unfinishedSysex_.end(), packet.begin(), packet.end());
-    if (unfinishedSysex_.back() == kSysexEnd) FinishSysex();
+    if (unfinishedSysex_.back() == SysexEnd) FinishSysex();
 }
 
 void SmfTrackReader::FinishSysex() {
-    if (smf_.sysex.size() == kMaxSysexMessages)
-        Fail(at_, fmt::format("there are more than {} system-exclusive messages", kMaxSysexMessages));
+    if (smf_.sysex.size() == MaxSysexMessages)
+        Fail(at_, fmt::format("there are more than {} system-exclusive messages", MaxSysexMessages));
     const std::size_t index = smf_.sysex.size();
     smf_.sysex.push_back(unfinishedSysex_);
-    smf_.events.push_back({tick_, kSysex, static_cast<std::uint8_t>(index & 0xFFU),
+    smf_.events.push_back({tick_, Sysex, static_cast<std::uint8_t>(index & 0xFFU),
                            static_cast<std::uint8_t>(index >> 8U & 0xFFU), static_cast<std::uint8_t>(index >> 16U)});
     isInSysex_ = false;
 }
@@ -329,8 +329,8 @@ void SmfTrackReader::DropUnfinishedSysex() {
 
 void SmfTrackReader::SkipSystemMessage(std::uint8_t status) {
     WarnAt(at_ - 1, "a system message other than a system-exclusive one has no place in a file and is left out");
-    if (status == kTimeCodeQuarter || status == kSongSelect) static_cast<void>(ReadDataByte());
-    if (status == kSongPosition) {
+    if (status == TimeCodeQuarter || status == SongSelect) static_cast<void>(ReadDataByte());
+    if (status == SongPosition) {
         static_cast<void>(ReadDataByte());
         static_cast<void>(ReadDataByte());
     }

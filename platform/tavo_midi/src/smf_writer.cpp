@@ -13,8 +13,8 @@ namespace tavo_midi {
 namespace {
 
 constexpr std::uint32_t LongestDelta = 0x0FFFFFFF;
-constexpr std::uint8_t Meta = 0xFF;
-constexpr std::uint8_t Sysex = 0xF0;
+constexpr std::uint8_t MetaStatus = 0xFF;
+constexpr std::uint8_t SysexStatus = 0xF0;
 
 enum MetaType : std::uint8_t {
     TrackName = 0x03,
@@ -56,7 +56,7 @@ struct TimedBytes {
 std::string MakeMeta(MetaType type, const std::string& content) {
     Demand(content.size() <= LongestDelta, "a text is too long");
     std::string bytes;
-    bytes += static_cast<char>(Meta);
+    bytes += static_cast<char>(MetaStatus);
     bytes += static_cast<char>(type);
     AppendVariableLength(bytes, static_cast<std::uint32_t>(content.size()));
     return bytes + content;
@@ -71,7 +71,7 @@ std::string MakeTempo(const TL::Tempo& tempo) {
 }
 
 std::string MakeMeter(const TL::Meter& meter) {
-    Demand(meter.numerator() > 0 && std::has_single_bit(meter.denominator()), "a meter is no time signature");
+    Demand(meter.numerator() > 0 && std::has_single_bit(meter.denominator()), "a meter is not a time signature");
     std::string content;
     AppendNumber(content, meter.numerator(), 1);
     AppendNumber(content, static_cast<std::uint64_t>(std::countr_zero(meter.denominator())), 1);
@@ -117,11 +117,11 @@ public:
         tick_ = tick;
     }
     void AppendEvent(const MidiEvent& event, const Smf& smf) {
-        if (event.status == Sysex) {
+        if (event.status == SysexStatus) {
             AppendSysex(event.tick, smf.sysex.at(SongData::SysexIndex(event)));
             return;
         }
-        Demand(event.status >= 0x80 && event.status < Sysex, "an event is no channel message");
+        Demand(event.status >= 0x80 && event.status < SysexStatus, "an event is not a channel message");
         Demand(event.data1 < 0x80 && event.data2 < 0x80, "a data byte is above 127");
         if (event.port != port_) {
             port_ = event.port;
@@ -141,9 +141,9 @@ public:
 
 private:
     void AppendSysex(std::uint32_t tick, const std::vector<std::uint8_t>& message) {
-        Demand(message.size() >= 2 && message.front() == Sysex && message.size() <= LongestDelta,
+        Demand(message.size() >= 2 && message.front() == SysexStatus && message.size() <= LongestDelta,
                "a system-exclusive message is not whole");
-        std::string bytes{static_cast<char>(Sysex)};
+        std::string bytes{static_cast<char>(SysexStatus)};
         AppendVariableLength(bytes, static_cast<std::uint32_t>(message.size() - 1));
         bytes.append(message.begin() + 1, message.end());
         Append(tick, bytes);

@@ -11,7 +11,7 @@ namespace {
 
 __extension__ using UnsignedWide = unsigned __int128;
 
-constexpr std::uint32_t kLastTick = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint32_t LastTick = std::numeric_limits<std::uint32_t>::max();
 
 /// a * b / divisor, rounded down; the product may need 128 bits, which cost more than the usual 64.
 std::uint64_t MultiplyAndDivide(UnsignedWide a, std::uint64_t b, std::uint64_t divisor) {
@@ -39,7 +39,7 @@ void TempoMap::BuildSearch() {
     for (const Segment& segment : segments_)
         times_.push_back(segment.tickMicroseconds);
     while (segments_.size() % BlockSize != 0)
-        AppendSegment(kLastTick, segments_.back().microsecondsPerQuarter);
+        AppendSegment(LastTick, segments_.back().microsecondsPerQuarter);
     blockTicks_.reserve(segments_.size() / BlockSize);
     for (std::size_t i = 0; i < segments_.size(); i += BlockSize)
         blockTicks_.push_back(segments_[i].tick);
@@ -99,7 +99,7 @@ const TempoMap::Segment& TempoMap::SegmentAtTime(std::uint64_t tickMicroseconds)
 std::uint32_t TempoMap::GetTick(std::uint64_t tickMicroseconds) const {
     const Segment& segment = SegmentAtTime(tickMicroseconds);
     const std::uint64_t ticks = (tickMicroseconds - segment.tickMicroseconds) / segment.microsecondsPerQuarter;
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(segment.tick + ticks, kLastTick));
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(segment.tick + ticks, LastTick));
 }
 
 std::uint64_t TempoMap::FrameOfTick(std::uint32_t tick, std::uint32_t framesPerSecond) const {

@@ -12,8 +12,8 @@ namespace tavo_midi {
 
 namespace {
 
-constexpr std::int64_t kDroppedPerMinute = 2;
-constexpr std::int64_t kMinutesPerDay = 24 * 60;
+constexpr std::int64_t DroppedPerMinute = 2;
+constexpr std::int64_t MinutesPerDay = 24 * 60;
 
 /// The addresses that a second has, the missing ones included.
 std::int64_t CountPerSecond(FrameRate frameRate) {
@@ -27,7 +27,7 @@ std::int64_t CountPerSecond(FrameRate frameRate) {
             return 30;
     }
     throw std::out_of_range(
-        fmt::format("{} is not a frame rate: the values are 0 to 3.", static_cast<unsigned int>(frameRate)));
+        fmt::format("{} is not a frame rate: the values are 0 to 3", static_cast<unsigned int>(frameRate)));
 }
 
 bool Drops(FrameRate frameRate) {
@@ -46,22 +46,22 @@ FrameRateFraction GetFrameRateFraction(FrameRate frameRate) {
 }
 
 std::int64_t GetFramesPerDay(FrameRate frameRate) {
-    const std::int64_t addresses = kMinutesPerDay * 60 * CountPerSecond(frameRate);
-    return Drops(frameRate) ? addresses - kDroppedPerMinute * (kMinutesPerDay - kMinutesPerDay / 10) : addresses;
+    const std::int64_t addresses = MinutesPerDay * 60 * CountPerSecond(frameRate);
+    return Drops(frameRate) ? addresses - DroppedPerMinute * (MinutesPerDay - MinutesPerDay / 10) : addresses;
 }
 
 bool IsTimeCode(const TimeCode& timeCode, FrameRate frameRate) {
     const auto within = [](int value, std::int64_t end) { return value >= 0 && value < end; };
     if (!within(timeCode.hours, 24) || !within(timeCode.minutes, 60) || !within(timeCode.seconds, 60)) return false;
     if (!within(timeCode.frames, CountPerSecond(frameRate))) return false;
-    const bool isDropped = timeCode.minutes % 10 != 0 && timeCode.seconds == 0 && timeCode.frames < kDroppedPerMinute;
+    const bool isDropped = timeCode.minutes % 10 != 0 && timeCode.seconds == 0 && timeCode.frames < DroppedPerMinute;
     return !Drops(frameRate) || !isDropped;
 }
 
 std::int64_t ConvertTimeCodeToFrames(const TimeCode& timeCode, FrameRate frameRate) {
     const std::int64_t minutes = timeCode.hours * 60 + timeCode.minutes;
     const std::int64_t address = (minutes * 60 + timeCode.seconds) * CountPerSecond(frameRate) + timeCode.frames;
-    return Drops(frameRate) ? address - kDroppedPerMinute * (minutes - minutes / 10) : address;
+    return Drops(frameRate) ? address - DroppedPerMinute * (minutes - minutes / 10) : address;
 }
 
 TimeCode ConvertFramesToTimeCode(std::int64_t frames, FrameRate frameRate) {
@@ -69,13 +69,13 @@ TimeCode ConvertFramesToTimeCode(std::int64_t frames, FrameRate frameRate) {
     std::int64_t address = (frames % day + day) % day;
     const std::int64_t count = CountPerSecond(frameRate);
     if (Drops(frameRate)) {
-        const std::int64_t perMinute = 60 * count - kDroppedPerMinute;
-        const std::int64_t perTenMinutes = 10 * perMinute + kDroppedPerMinute;
+        const std::int64_t perMinute = 60 * count - DroppedPerMinute;
+        const std::int64_t perTenMinutes = 10 * perMinute + DroppedPerMinute;
         const std::int64_t tens = address / perTenMinutes;
         const std::int64_t rest = address % perTenMinutes;
         // The first of ten minutes drops nothing and is longer by as much.
-        const std::int64_t minutes = rest < kDroppedPerMinute ? 0 : (rest - kDroppedPerMinute) / perMinute;
-        address += kDroppedPerMinute * (9 * tens + minutes);
+        const std::int64_t minutes = rest < DroppedPerMinute ? 0 : (rest - DroppedPerMinute) / perMinute;
+        address += DroppedPerMinute * (9 * tens + minutes);
     }
     const auto part = [](std::int64_t value) { return static_cast<int>(value); };
     return {part(address / (3600 * count)), part(address / (60 * count) % 60), part(address / count % 60),
@@ -84,12 +84,12 @@ TimeCode ConvertFramesToTimeCode(std::int64_t frames, FrameRate frameRate) {
 
 std::int64_t ConvertNanosecondsToFrames(std::int64_t nanoseconds, FrameRate frameRate) {
     const FrameRateFraction rate = GetFrameRateFraction(frameRate);
-    return DivideDown(Wide{nanoseconds} * rate.numerator, Wide{rate.denominator} * nanosecondsPerSecond);
+    return DivideDown(Wide{nanoseconds} * rate.numerator, Wide{rate.denominator} * NanosecondsPerSecond);
 }
 
 std::int64_t ConvertFramesToNanoseconds(std::int64_t frames, FrameRate frameRate) {
     const FrameRateFraction rate = GetFrameRateFraction(frameRate);
-    return DivideUp(Wide{frames} * rate.denominator * nanosecondsPerSecond, rate.numerator);
+    return DivideUp(Wide{frames} * rate.denominator * NanosecondsPerSecond, rate.numerator);
 }
 
 std::string ConvertTimeCodeToString(const TimeCode& timeCode, FrameRate frameRate) {
@@ -105,7 +105,7 @@ TimeCode ConvertStringToTimeCode(const std::string& text, FrameRate frameRate) {
                                     &timeCode.seconds, &separator, &timeCode.frames, &length) == 5 &&
                         static_cast<std::size_t>(length) == text.size() && (separator == ':' || separator == ';');
     if (!isRead || !IsTimeCode(timeCode, frameRate))
-        throw std::out_of_range(fmt::format("\"{}\" is not a time code of {} frames a second, such as 01:00:00:00.",
+        throw std::out_of_range(fmt::format("\"{}\" is not a time code of {} frames a second, such as 01:00:00:00",
                                             text, ConvertFrameRateToString(frameRate)));
     return timeCode;
 }

@@ -30,8 +30,8 @@ unsigned int TimeCodeConverter::GetTickIndex(double seconds, double tempoScale) 
     // One tick-microsecond more: a time that GetSeconds gave may have been rounded down by less than that.
     const double written = std::floor(seconds * tempoScale * second + 0.5);
     if (!(written > 0)) return 0;
-    constexpr auto kBeyond = static_cast<double>(std::numeric_limits<std::uint64_t>::max());
-    if (written >= kBeyond) return std::numeric_limits<unsigned int>::max();
+    constexpr auto Beyond = static_cast<double>(std::numeric_limits<std::uint64_t>::max());
+    if (written >= Beyond) return std::numeric_limits<unsigned int>::max();
     return impl_->tempoMap.GetTick(static_cast<std::uint64_t>(written));
 }
 

@@ -9,12 +9,12 @@ namespace tavo_midi {
 namespace {
 
 /// The eight quarter frames of a whole address take two frames.
-constexpr std::int64_t kQuartersPerPair = 8;
+constexpr std::int64_t QuartersPerPair = 8;
 
 }  // namespace
 
 std::int64_t TimeCodeGenerator::CountUnits(std::chrono::nanoseconds time) const {
-    return DivideToNearest(Wide{time.count()} * unitsPerSecond_, nanosecondsPerSecond);
+    return DivideToNearest(Wide{time.count()} * unitsPerSecond_, NanosecondsPerSecond);
 }
 
 void TimeCodeGenerator::Post(const Order& order) {
@@ -40,8 +40,8 @@ bool TimeCodeGenerator::Next(std::int64_t from, std::int64_t end, TimeCodeMessag
         BeginAt_(from, message);
         return true;
     }
-    const std::int64_t pair = nextQuarter_ / kQuartersPerPair;
-    const int piece = static_cast<int>(nextQuarter_ % kQuartersPerPair);
+    const std::int64_t pair = nextQuarter_ / QuartersPerPair;
+    const int piece = static_cast<int>(nextQuarter_ % QuartersPerPair);
     const TimeCode timeCode = ConvertFramesToTimeCode(pair * 2, current_.frameRate);
     message.at = quarterAt;
     message.bytes[0] = 0xF1;
@@ -60,8 +60,8 @@ std::int64_t TimeCodeGenerator::GetQuarterAt_() const {
     const FrameRateFraction rate = GetFrameRateFraction(current_.frameRate);
     const Wide quartersPerSecond = Wide{4} * rate.numerator;
     const Wide distance =
-        Wide{nextQuarter_} * rate.denominator * nanosecondsPerSecond - Wide{current_.positionNs} * quartersPerSecond;
-    return current_.at + DivideToNearest(distance * unitsPerSecond_, quartersPerSecond * nanosecondsPerSecond);
+        Wide{nextQuarter_} * rate.denominator * NanosecondsPerSecond - Wide{current_.positionNs} * quartersPerSecond;
+    return current_.at + DivideToNearest(distance * unitsPerSecond_, quartersPerSecond * NanosecondsPerSecond);
 }
 
 /// A full frame for the moment; quarter frames follow from the next pair of frames on.
@@ -69,12 +69,12 @@ void TimeCodeGenerator::BeginAt_(std::int64_t at, TimeCodeMessage& message) {
     rolls_ = current_.rolls;
     const std::int64_t elapsed = rolls_ ? at - current_.at : 0;
     const std::int64_t positionNs =
-        current_.positionNs + DivideDown(Wide{elapsed} * nanosecondsPerSecond, unitsPerSecond_);
+        current_.positionNs + DivideDown(Wide{elapsed} * NanosecondsPerSecond, unitsPerSecond_);
     const FrameRate frameRate = current_.frameRate;
     const FrameRateFraction rate = GetFrameRateFraction(frameRate);
     const Wide quartersPerSecond = Wide{4} * rate.numerator;
-    nextQuarter_ = kQuartersPerPair * DivideUp(Wide{positionNs} * quartersPerSecond,
-                                               kQuartersPerPair * Wide{rate.denominator} * nanosecondsPerSecond);
+    nextQuarter_ = QuartersPerPair * DivideUp(Wide{positionNs} * quartersPerSecond,
+                                              QuartersPerPair * Wide{rate.denominator} * NanosecondsPerSecond);
     message.at = at;
     message.bytes =
         MakeFullFrame(ConvertFramesToTimeCode(ConvertNanosecondsToFrames(positionNs, frameRate), frameRate), frameRate);

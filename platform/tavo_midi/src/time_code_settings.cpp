@@ -2,23 +2,31 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <charconv>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
 
-#include "json_reader.h"
 #include "kit/file.h"
+#include "kit/json_object.h"
 #include "kit/path.h"
 
 namespace tavo_midi {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
 using JumpRule = MidiTimeCodeController::JumpRule;
 
-constexpr std::uintmax_t kMostBytes = 1U << 20U;
-constexpr const char* kLocate = "locate";
-constexpr const char* kRunOn = "runOn";
+constexpr std::uintmax_t MostTimeCodeBytes = 1U << 20U;
+constexpr const char* Locate = "locate";
+constexpr const char* RunOn = "runOn";
+constexpr std::array<std::pair<std::string_view, JumpRule>, 2> JumpRules{
+    {{Locate, JumpRule::Locate}, {RunOn, JumpRule::RunOn}}};
 
 /// "7" of song "7b"; 0 for a song without a number.
 int ReadLeadingNumber(const std::string& songNumber) {
@@ -27,49 +35,48 @@ int ReadLeadingNumber(const std::string& songNumber) {
     return read.ec == std::errc() && number > 0 ? number : 0;
 }
 
-JumpRule ReadJumpRule(const JsonReader& reader) {
-    const std::string text = reader.Text("onJump");
-    if (text == kLocate) return JumpRule::Locate;
-    if (text == kRunOn) return JumpRule::RunOn;
-    reader.Fail(fmt::format("\"onJump\" is \"{}\", neither \"{}\" nor \"{}\"", text, kLocate, kRunOn));
+FrameRate ReadFrameRate(const kit::JsonValue& value) {
+    std::vector<std::pair<std::string, FrameRate>> words;
+    for (const std::string& word : frameRateStrings)
+        words.emplace_back(word, ConvertStringToFrameRate(word));
+    return value.AsOneOf(words);
 }
 
-TimeCodeSettings ReadSettings(const JsonReader& reader) {
+TimeCode ReadOffset(const kit::JsonValue& value, FrameRate frameRate) {
+    const std::string text = value.AsText();
+    try {
+        return ConvertStringToTimeCode(text, frameRate);
+    } catch (const std::out_of_range&) {
+        value.FailAs(fmt::format("must be a time code of {} frames a second such as 01:00:00:00",
+                                 ConvertFrameRateToString(frameRate)));
+    }
+}
+
+TimeCodeSettings ReadSettings(kit::JsonObject reader) {
     TimeCodeSettings settings;
-    if (reader.Has("active")) settings.isActive = reader.Flag("active");
-    if (reader.Has("frameRate")) settings.frameRate = ConvertStringToFrameRate(reader.Text("frameRate"));
-    if (reader.Has("output")) settings.outputName = reader.Text("output");
-    if (reader.Has("onJump")) settings.jumpRule = ReadJumpRule(reader);
-    if (reader.Has("hoursAreSongNumbers")) settings.hoursAreSongNumbers = reader.Flag("hoursAreSongNumbers");
-    reader.ForEach("songOffsets", [&](const JsonReader& entry) {
-        settings.songOffsets[entry.Text("song")] = ConvertStringToTimeCode(entry.Text("offset"), settings.frameRate);
+    reader.Read("active", [&](const kit::JsonValue& value) { settings.isActive = value.AsFlag(); });
+    reader.Read("frameRate", [&](const kit::JsonValue& value) { settings.frameRate = ReadFrameRate(value); });
+    reader.Read("output", [&](const kit::JsonValue& value) { settings.outputName = value.AsText(); });
+    reader.Read("onJump", [&](const kit::JsonValue& value) { settings.jumpRule = value.AsOneOf(JumpRules); });
+    reader.Read("hoursAreSongNumbers",
+                [&](const kit::JsonValue& value) { settings.hoursAreSongNumbers = value.AsFlag(); });
+    reader.Read("songOffsets", [&](const kit::JsonValue& list) {
+        for (const kit::JsonValue& value : list.AsList()) {
+            kit::JsonObject entry(value);
+            settings.songOffsets[entry.Get("song").AsText()] = ReadOffset(entry.Get("offset"), settings.frameRate);
+            entry.WarnOfOtherKeys(settings.warnings);
+        }
     });
+    reader.WarnOfOtherKeys(settings.warnings);
     return settings;
-}
-
-/// A sentence as it stands inside of another one.
-std::string WithoutFullStop(std::string sentence) {
-    if (sentence.ends_with('.')) sentence.pop_back();
-    return sentence;
 }
 
 }  // namespace
 
 TimeCodeSettings ReadTimeCodeSettings(const std::string& path) {
     if (!std::filesystem::exists(path)) return {};
-    const auto fail = [&](const std::exception& problem) {
-        return std::runtime_error(fmt::format("The settings of MIDI time code cannot be read from {}: {}.",
-                                              kit::path::basename(path), WithoutFullStop(problem.what())));
-    };
-    try {
-        const std::string name = kit::path::basename(path);
-        const Json json = ParseJson(kit::ReadFile(path, kMostBytes), name);
-        return ReadSettings(JsonReader(json, name));
-    } catch (const std::runtime_error& problem) {
-        throw fail(problem);
-    } catch (const std::out_of_range& problem) {
-        throw fail(problem);
-    }
+    const kit::JsonText json(kit::ReadFile(path, MostTimeCodeBytes), kit::path::basename(path));
+    return ReadSettings(json.Object());
 }
 
 void WriteTimeCodeSettings(const std::string& path, const TimeCodeSettings& settings) {
@@ -77,7 +84,7 @@ void WriteTimeCodeSettings(const std::string& path, const TimeCodeSettings& sett
     json["active"] = settings.isActive;
     json["frameRate"] = ConvertFrameRateToString(settings.frameRate);
     json["output"] = settings.outputName;
-    json["onJump"] = settings.jumpRule == JumpRule::Locate ? kLocate : kRunOn;
+    json["onJump"] = settings.jumpRule == JumpRule::Locate ? Locate : RunOn;
     json["hoursAreSongNumbers"] = settings.hoursAreSongNumbers;
     json["songOffsets"] = Json::array();
     for (const auto& [song, offset] : settings.songOffsets)

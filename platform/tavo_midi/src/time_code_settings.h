@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/midi_time_code_controller.h"
 
@@ -15,6 +16,8 @@ struct TimeCodeSettings {
     MidiTimeCodeController::JumpRule jumpRule = MidiTimeCodeController::JumpRule::Locate;
     bool hoursAreSongNumbers = false;
     std::map<std::string, TimeCode> songOffsets;
+    /// A sentence for each key of the file that is not known; they are ignored, and lost when the file is written.
+    std::vector<std::string> warnings;
 };
 
 /// A missing file gives the defaults. Throws std::runtime_error with one sentence that names the file.

@@ -18,9 +18,9 @@ namespace {
 using SteadyTime = std::chrono::steady_clock::time_point;
 
 /// A waking thread is late by less than this nearly always; the rest of the time it spins.
-constexpr std::int64_t kSpinNs = 200'000;
+constexpr std::int64_t SpinNs = 200'000;
 /// Above ordinary threads, below those of JACK, which are at 5 and above.
-constexpr int kPriority = 4;
+constexpr int TimeCodePriority = 4;
 
 std::int64_t NowNs() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -28,9 +28,9 @@ std::int64_t NowNs() {
 
 }  // namespace
 
-TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(nanosecondsPerSecond) {
+TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(NanosecondsPerSecond) {
     thread_ = std::thread([this] { Work_(); });
-    isRealTime_ = MakeRealTime(thread_, kPriority);
+    isRealTime_ = MakeRealTime(thread_, TimeCodePriority);
 }
 
 TimeCodeThread::~TimeCodeThread() {
@@ -98,7 +98,7 @@ bool TimeCodeThread::WaitUntilNear_(std::unique_lock<std::mutex>& lock, std::int
     if (at == TimeCodeGenerator::Never)
         changed_.wait(lock, isDisturbed);
     else
-        disturbed = changed_.wait_until(lock, SteadyTime(std::chrono::nanoseconds(at - kSpinNs)), isDisturbed);
+        disturbed = changed_.wait_until(lock, SteadyTime(std::chrono::nanoseconds(at - SpinNs)), isDisturbed);
     isChanged_ = false;
     return !disturbed;
 }

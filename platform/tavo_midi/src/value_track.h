@@ -37,7 +37,7 @@ public:
     [[nodiscard]] const std::vector<std::uint32_t>& Ticks() const { return ticks_; }
     [[nodiscard]] const std::vector<Value>& Values() const { return values_; }
 
-    /// Remembers where `tick` lies, so that look-ups there and just behind it are cheap.
+    /// Remembers where `tick` lies, so that look-ups there and just after it are cheap.
     void Follow(std::uint32_t tick) { count_ = CountAt(tick); }
     /// The same for a tick that may lie anywhere.
     void Find(std::uint32_t tick) { count_ = CountNotAfter<std::uint32_t>(ticks_, tick); }

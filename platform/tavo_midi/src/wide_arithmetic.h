@@ -19,6 +19,6 @@ constexpr std::int64_t DivideToNearest(Wide dividend, Wide divisor) {
     return DivideDown(2 * dividend + divisor, 2 * divisor);
 }
 
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
 
 }  // namespace tavo_midi

@@ -34,9 +34,9 @@ public:
 }  // namespace
 
 bool IsOwnPortName(std::string_view name) {
-    constexpr std::string_view own = "tavo";
-    return name.starts_with(own) && name.size() > own.size() &&
-           (name[own.size()] == ':' || name[own.size()] == '-' || name[own.size()] == ' ');
+    constexpr std::string_view Own = "tavo";
+    return name.starts_with(Own) && name.size() > Own.size() &&
+           (name[Own.size()] == ':' || name[Own.size()] == '-' || name[Own.size()] == ' ');
 }
 
 void InstallMidiPorts() {

@@ -28,16 +28,16 @@ using tavo_midi::TimeCodeGenerator;
 using tavo_midi::TimeCodeMessage;
 using tavo_midi::TimeCodeOrder;
 
-constexpr std::size_t kSlots = 4;
-constexpr std::size_t kLongestSent = 255;
+constexpr std::size_t Slots = 4;
+constexpr std::size_t LongestSent = 255;
 /// After so many cycles a new connection is there for all clients: one may still be in the cycle before.
-constexpr int kSettledCycles = 2;
-/// A server that has made no cycle for so long stands still: it is as good as gone.
-constexpr std::chrono::seconds kStandstill{1};
+constexpr int SettledCycles = 2;
+/// A server that has made no cycle for so long hangs: it is as good as gone.
+constexpr std::chrono::seconds Standstill{1};
 
 struct SentMessage {
     unsigned char size = 0;
-    unsigned char bytes[kLongestSent] = {};
+    unsigned char bytes[LongestSent] = {};
 };
 
 /// What one port needs in the process callback. A slot is handed over by its port: the callback touches the rest only
@@ -94,7 +94,7 @@ public:
     JackMidiPorts(jack_client_t* client, std::function<void()> wake)
         : client_(client),
           wake_(std::move(wake)),
-          standstill_(kStandstill +
+          standstill_(Standstill +
                       std::chrono::milliseconds(4000) * jack_get_buffer_size(client) / jack_get_sample_rate(client)),
           lastCycleNs_(SteadyNs()) {
         handOvers_.fetch_add(1, std::memory_order_release);
@@ -129,20 +129,20 @@ private:
     class Output;
 
     template <class SlotType>
-    SlotType& TakeSlot_(std::array<SlotType, kSlots>& slots);
+    SlotType& TakeSlot_(std::array<SlotType, Slots>& slots);
     /// Registers the slot's port and connects it with `otherName`, or throws and frees the slot.
     jack_port_t* Connect_(Slot& slot, const std::string& ownName, unsigned long flags, const std::string& otherName);
     void FreeSlot_(Slot& slot);
     /// "out", "out 2".
     template <class SlotType>
-    [[nodiscard]] static std::string NameSlot_(const char* name, const std::array<SlotType, kSlots>& slots,
+    [[nodiscard]] static std::string NameSlot_(const char* name, const std::array<SlotType, Slots>& slots,
                                                const SlotType& slot) {
         return &slot == slots.data() ? name : fmt::format("{} {}", name, &slot - slots.data() + 1);
     }
     [[nodiscard]] bool IsConnectionMade_(const std::string& ownPrefix, const std::string& destinationName) const;
     [[nodiscard]] std::vector<std::string> List_(unsigned long flags) const;
 
-    /// For callbacks on the thread that tells of ports and of the server's end: it is older than the object, and
+    /// For callbacks on the thread that reports ports and the server's end: it is older than the object, and
     /// libjack gives it the object's address without anything that orders memory between threads.
     static JackMidiPorts* TakeOver(void* self) {
         static_cast<void>(handOvers_.load(std::memory_order_acquire));
@@ -178,8 +178,8 @@ private:
     std::atomic<std::int64_t> lastCycleNs_;
     std::atomic<unsigned int> cycles_{0};
     std::mutex mutex_;  ///< guards which slots are taken
-    std::array<InputSlot, kSlots> inputs_;
-    std::array<OutputSlot, kSlots> outputs_;
+    std::array<InputSlot, Slots> inputs_;
+    std::array<OutputSlot, Slots> outputs_;
     // The process callback's. The server's counter of frames, which wraps after a day, written out; the same moment and
     // the server's own clock as against the steady clock.
     std::int64_t cycleStart_ = 0;
@@ -210,7 +210,7 @@ public:
     Output& operator=(const Output&) = delete;
 
     bool Send(std::span<const unsigned char> message) override {
-        if (message.empty() || message.size() > kLongestSent) return false;
+        if (message.empty() || message.size() > LongestSent) return false;
         SentMessage sent{static_cast<unsigned char>(message.size()), {}};
         std::copy(message.begin(), message.end(), sent.bytes);
         const std::lock_guard lock(mutex_);
@@ -229,10 +229,10 @@ private:
 };
 
 template <class SlotType>
-SlotType& JackMidiPorts::TakeSlot_(std::array<SlotType, kSlots>& slots) {
+SlotType& JackMidiPorts::TakeSlot_(std::array<SlotType, Slots>& slots) {
     const std::lock_guard lock(mutex_);
     const auto free = std::find_if(slots.begin(), slots.end(), [](const Slot& slot) { return !slot.isTaken; });
-    if (free == slots.end()) throw std::runtime_error("JACK gives no further MIDI port.");
+    if (free == slots.end()) throw std::runtime_error("JACK has no further MIDI port");
     free->isTaken = true;
     return *free;
 }
@@ -260,8 +260,8 @@ jack_port_t* JackMidiPorts::Connect_(Slot& slot, const std::string& ownName, uns
     }
     if (opened && opened->isConnected) return opened->port;
     FreeSlot_(slot);
-    if (!opened) throw std::runtime_error("The JACK server does not answer.");
-    throw std::runtime_error(fmt::format("JACK does not connect the MIDI port \"{}\".", otherName));
+    if (!opened) throw std::runtime_error("the JACK server does not respond");
+    throw std::runtime_error(fmt::format("JACK does not connect the MIDI port \"{}\"", otherName));
 }
 
 void JackMidiPorts::FreeSlot_(Slot& slot) {
@@ -302,7 +302,7 @@ bool JackMidiPorts::WaitForConnection(const std::string& ownPrefix, const std::s
     while (GetIsAlive() && std::chrono::steady_clock::now() < end) {
         if (!madeAt && IsConnectionMade_(ownPrefix, destinationName)) madeAt = cycles_;
         // The cycle in which it was seen may have begun for its client before.
-        if (madeAt && cycles_ - *madeAt >= unsigned{kSettledCycles}) return true;
+        if (madeAt && cycles_ - *madeAt >= unsigned{SettledCycles}) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return false;
@@ -370,7 +370,7 @@ void JackMidiPorts::Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t fr
         slot.port = nullptr;
         return;
     }
-    if (slot.connectedCycles < kSettledCycles) {
+    if (slot.connectedCycles < SettledCycles) {
         if (jack_port_connected(port) > 0) ++slot.connectedCycles;
         return;
     }

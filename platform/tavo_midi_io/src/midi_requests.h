@@ -13,8 +13,8 @@
 
 namespace tavo_midi_io {
 
-/// Makes the requests to a MIDI system, one after the other on a thread of its own: a JACK server that stands still
-/// never answers, and whoever asks it would hang. Thread-safe; a request may make others.
+/// Makes the requests to a MIDI system, one after the other on a thread of its own: a JACK server that hangs
+/// never responds, and a thread that asks it would hang too. Thread-safe; a request may make others.
 class MidiRequests {
 public:
     /// Longer than any answer takes on a busy machine.

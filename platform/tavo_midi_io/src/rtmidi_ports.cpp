@@ -48,7 +48,7 @@ std::shared_ptr<Object> MakeByRequest(Arguments... arguments) {
         return std::shared_ptr<Object>(new Object(arguments...),
                                        [](Object* object) { MidiRequests::Get().Close([object] { delete object; }); });
     });
-    if (!made) throw std::runtime_error("The MIDI system does not answer.");
+    if (!made) throw std::runtime_error("the MIDI system does not respond");
     return std::move(*made);
 }
 
@@ -60,7 +60,7 @@ struct OpenPort {
         const std::vector<std::string> names = NamePorts(midi);
         const auto found = std::find(names.begin(), names.end(), name);
         if (found != names.end()) midi.openPort(static_cast<unsigned int>(found - names.begin()), ownName);
-        if (!midi.isPortOpen()) throw std::runtime_error(fmt::format("The MIDI port \"{}\" cannot be opened.", name));
+        if (!midi.isPortOpen()) throw std::runtime_error(fmt::format("the MIDI port \"{}\" cannot be opened", name));
     }
 
     Midi midi;
@@ -113,10 +113,10 @@ public:
     RtMidiOutput(RtMidi::Api api, const std::string& name, std::shared_ptr<JackPorts> server)
         : server_(std::move(server)), port_(MakeByRequest<Port>(api, name)) {
         if (server_ && !server_->WaitForConnection("tavo-out", name))
-            throw std::runtime_error(fmt::format("JACK does not connect the MIDI output \"{}\".", name));
+            throw std::runtime_error(fmt::format("JACK does not connect the MIDI output \"{}\"", name));
     }
     bool Send(std::span<const unsigned char> message) override {
-        // RtMidi would wait for ever once a server that is gone has left its buffer full.
+        // RtMidi would wait forever once a server that is gone has left its buffer full.
         if (server_ && !server_->GetIsAlive()) return false;
         const std::lock_guard lock(mutex_);
         port_->out.midi.sendMessage(message.data(), message.size());

@@ -28,7 +28,7 @@ public:
 
 /// Whether a JACK server runs; never starts one.
 [[nodiscard]] bool IsJackServerRunning();
-/// Null where no server runs, or one that stands still. `wake` is called on the server's threads when ports come and go
+/// Null where no server runs, or one that hangs. `wake` is called on the server's threads when ports come and go
 /// and when it dies.
 [[nodiscard]] std::shared_ptr<JackPorts> OpenJackMidiPorts(std::function<void()> wake);
 /// Null where RtMidi finds no MIDI system. Changes are not announced: the watching thread has to look.

@@ -5,7 +5,7 @@
 namespace tavo_midi_io {
 
 /// Does the work of a JACK callback. JACK ends its threads with pthread_cancel wherever they are; in the middle of C++
-/// that ends the program, or leaves a lock taken. No destructor runs behind the last line, where the end may come.
+/// that ends the program, or leaves a lock taken. No destructor runs after the last line, where the end may come.
 template <class Work>
 void DoUncancelled(Work work) {
     int before = 0;

@@ -179,7 +179,7 @@ private:
 
     int_type FailIfBytesFollow() {
         const std::uint64_t end = GetChunkStart(chunk_) + cipher_.size();
-        if (end < fileBytes_) Fail("has bytes behind its last", chunk_);
+        if (end < fileBytes_) Fail("has bytes after its last", chunk_);
         return traits_type::eof();
     }
 

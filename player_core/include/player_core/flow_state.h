@@ -109,7 +109,7 @@ struct FlowState {
     double tempoScale = 1.0;  ///< what the operator has set; the edits' share follows from song and tick
     int transposition = 0;    ///< likewise, in semitones
 
-    bool vampLamp = false;  ///< as the display was told last
+    bool vampLamp = false;  ///< as the display was last sent
     gui::DisplayState display;
 
     bool operator==(const FlowState&) const = default;

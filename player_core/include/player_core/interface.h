@@ -56,8 +56,9 @@ public:
 /// constructor. Queries of the show data or the editor need that. It owns the show data, the editor and the MIDI
 /// objects; the change log is the process-wide active one. Positions are tick indices.
 ///
-/// Transport and state operations may be called on the host's thread and on the MIDI thread alike; they take the locks
-/// of what they call and none of their own. A display feed must be installed.
+/// Transport, state and MIDI operations may be called on the host's thread and on the MIDI thread alike; they take the
+/// locks of what they call and none of their own, so none of them is for an audio callback. A display feed must be
+/// installed. Files, versions and timeline operations are for the host's thread.
 class Interface {
 public:
     /// Names the calling thread "Parent", sets the process's directories and the thread exception log, makes the newest
@@ -106,26 +107,34 @@ public:
 
     // Transport.
 
-    /// Each goes to the player's operation of its name, and throws what that throws, unless it says more.
+    /// Each goes to the player's operation of its name, and throws what that throws, unless it says more. It waits for
+    /// the player's and flow control's locks, not for sound.
     void Play();
     /// While a caesura stands pending and the player is not faded, cancels the caesura instead. `flag` goes to the
     /// player; the display pauses whatever it says.
     void Pause(bool flag);
-    /// The player's UserRequestedStop: the display is told and pauses.
+    /// The player's UserRequestedStop: the display is notified and pauses.
     void Stop();
+    /// Leaves a vamp, fermata or caesura and plays on, and the display goes on.
     void Continue();
+    /// The same without the display.
     void FlowControlExit();
+    /// Whether playing or not.
     void Seek(unsigned int tickIndex);
+    /// To the previous marker.
     void SeekLeft();
+    /// To the next marker.
     void SeekRight();
     void SeekToNextMeasure();
     void SeekToPreviousMeasure();
+    /// In show order. What comes of it after the last song, or before the first, is the player's.
     void NextSong();
     void PrevSong();
     /// Stops if playing; playback is not started again.
     void LoadSong(std::string songNumber);
     /// The same and seeks; plays on if playback ran before, faded or not.
     void LoadSongAtTime(std::string songNumber, unsigned int tickIndex);
+    /// `onDone` is called at silence, on a thread of the player's.
     void Fade(std::function<void()> onDone, float seconds);
     void CancelFade();
     /// A factor, and semitones; UserControls says how far they go.
@@ -133,7 +142,7 @@ public:
     void SetTransposition(int semitones);
     /// After a cut [start, end) was added.
     void MovePlayheadOutOfCut(unsigned int start, unsigned int end);
-    /// Tells the player that another change log is active. It stops and stands where it was, or behind a cut that now
+    /// Notifies the player that another change log is active. It stops and stays where it was, or after a cut that now
     /// covers that place.
     void LoadNewChangeLog();
     /// Sends the whole display on the calling thread, and wakes the display feed.
@@ -163,6 +172,8 @@ public:
 
     // MIDI commands.
 
+    /// Each goes to the operation of midi_commands::MidiCommands of its name or to the dispatcher, and throws what that
+    /// throws. What changes a command writes a file before it returns.
     void LearnMidiCommand(unsigned char command);
     [[nodiscard]] bool IsMidiCommandLearning(unsigned char command);
     [[nodiscard]] std::map<unsigned char, midi_commands::LearnedCommand> GetLearnedCommands();
@@ -170,16 +181,21 @@ public:
     void UnsetMidiCommand(unsigned char command);
     /// The MIDI status bytes that a command may use, ascending.
     [[nodiscard]] std::vector<int> GetAllowedCommandStatuses();
+    /// Whether an input is connected, and its index. These and the two lists look at the ports, which may block for
+    /// some seconds.
     [[nodiscard]] bool HasMidiSource();
     [[nodiscard]] unsigned char GetConnectedSourceIndex();
+    /// This program's own ports are left out.
     [[nodiscard]] std::vector<MidiEndPoint> GetMidiSources();
     [[nodiscard]] std::vector<MidiEndPoint> GetMidiDestinations();
 
     // MIDI time code.
 
+    /// Each goes to MidiTimeCodeController's operation of its name, blocks as that does, and throws what that throws.
     void ActivateMidiTimeCode();
     void CancelMidiTimeCode();
     [[nodiscard]] bool GetMidiTimeCodeIsActive();
+    /// FrameRate's numeric value, 0 to 3.
     [[nodiscard]] unsigned char GetFrameRate();
     void SetFrameRate(unsigned char frameRate);
     [[nodiscard]] std::string GetFrameRateAsString();
@@ -191,7 +207,7 @@ public:
 
     // The end.
 
-    /// Before the host exits without destroying its objects: tells all threads to finish, waits for none, and blocks
+    /// Before the host exits without destroying its objects: asks all threads to finish, waits for none, and blocks
     /// for 100 ms. No display handler is called any more.
     void PrepareForExit();
     /// Before the host destroys its objects: ends the threads of the display feed, the player and the MIDI objects, and
@@ -200,6 +216,7 @@ public:
 
     // The show's files.
 
+    /// Not owned by the caller; another one after LoadChangeLogEditor, null before Initialize.
     [[nodiscard]] CL::Editor* GetChangeLogEditor() { return changeLogEditor_.get(); }
     [[nodiscard]] std::string GetShowDirectory();
     /// Bare file names; the score's may be empty.
@@ -221,7 +238,7 @@ public:
     void SetChangelogFilename(std::string name);
     /// "1.3": the version of the active change log, as it will be or was saved.
     [[nodiscard]] std::string GetLogVersion();
-    /// Saves nothing. A text that is no version throws std::invalid_argument with a sentence and changes nothing.
+    /// Saves nothing. A text that is not a version throws std::invalid_argument with a sentence and changes nothing.
     void SetLogVersion(std::string text);
     /// Bare file names of all versions, by version text.
     [[nodiscard]] std::map<std::string, std::string, kit::NumericStringCompare> GetLogMap();

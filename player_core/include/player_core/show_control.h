@@ -304,7 +304,7 @@ private:
     bool seekIsOwn_ = false;  // the next seek is made by flow control itself
     // The end of a cut that such a seek was sent to: whoever moves the playhead there goes on with that seek.
     std::optional<unsigned int> ownCutEnd_;
-    bool vampLampIsOn_ = false;     // as the display was told last
+    bool vampLampIsOn_ = false;     // as the display was last sent
     std::uint64_t buildCount_ = 0;  // tells that the structures were rebuilt while the lock was released
     std::shared_ptr<const CL::ChangeLog> songLogOwner_;
     const tavo_midi::SongData* songData_ = nullptr;

@@ -120,7 +120,7 @@ void PlaceReader::ReadPedal(const pugi::xml_node& pedal) {
     if (type == "start" || type == "change" || type == "resume") AddPedal(true);
 }
 
-/// "To" or "D.S. al" with a sign behind it, which then says where to go and not that the sign's place is here. No value
+/// "To" or "D.S. al" with a sign after it, which then says where to go and not that the sign's place is here. No value
 /// where no sign stands beside words.
 std::optional<WrittenMark> ReadOrderWithSign(const pugi::xml_node& direction) {
     std::string words;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int Loudest = 127;
 constexpr int Step = 16;
-/// How far behind a hairpin the mark may stand that it leads to.
+/// How far after a hairpin the mark may stand that it leads to.
 constexpr Units ReachQuarters = 2;
 
 struct NamedLevel {
@@ -88,7 +88,7 @@ private:
         const int from = GetLevel(begin);
         const auto goal = levels_.lower_bound(end);
         int to = std::clamp(isLouder ? from + Step : from - Step, 1, Loudest);
-        // A mark against the hairpin's direction, p behind a crescendo, is a new beginning.
+        // A mark against the hairpin's direction, p after a crescendo, is a new beginning.
         const bool leadsThere =
             goal != levels_.end() && goal->first <= end + reach_ && (goal->second > from) == isLouder;
         if (leadsThere) to = goal->second;

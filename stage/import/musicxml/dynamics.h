@@ -15,7 +15,7 @@ inline constexpr int PlainVelocity = 80;
 bool AddDynamics(Reading& reading, PartReading& part, std::uint32_t bar, Units position, const pugi::xml_node& dynamics,
                  std::optional<int> sounding);
 
-/// Adds what is no <dynamics> element.
+/// Adds what is not a <dynamics> element.
 void AddDynamicEvent(Reading& reading, PartReading& part, const DynamicEvent& event);
 
 /// The velocity of a share of forte in hundredths (<sound dynamics>, <note dynamics>): 100 is 90. No value for none.

@@ -15,7 +15,7 @@ void FindFittedBars(Reading& reading);
 [[nodiscard]] Units FitLength(const Reading& reading, const BarFit& fit, Units length, const pugi::xml_node& note);
 
 /// Chooses the score's meter for a bar that all parts have been read of: where the parts' meters differ, that of the
-/// first part whose meter is as long as the bar really is, or the first part's. A part whose own differs is told of
+/// first part whose meter is as long as the bar really is, or the first part's. A part whose own differs is reported
 /// once.
 void SettleMeter(Reading& reading, BarDraft& bar);
 

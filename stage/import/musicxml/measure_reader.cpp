@@ -72,7 +72,7 @@ void MeasureReader::ReadPrint(const pugi::xml_node& print) {
 }
 
 void MeasureReader::MoveBack(Units duration) {
-    if (duration > cursor_) reading_.Warn("a backup goes behind the beginning of the measure");
+    if (duration > cursor_) reading_.Warn("a backup goes back beyond the beginning of the measure");
     cursor_ = std::max(Units{0}, cursor_ - duration);
 }
 

@@ -17,7 +17,7 @@ namespace stage::musicxml {
 [[nodiscard]] std::optional<WrittenKey> ReadKey(const pugi::xml_node& key, int addedFifths);
 
 /// Sharps that an instrument's transposition adds to its written key: its semitones, and the steps of the staff where
-/// it tells them.
+/// it gives them.
 [[nodiscard]] int GetFifths(int semitones, std::optional<int> steps);
 
 /// "3+2/8", "senza misura"; "3 flats, minor" for sentences.

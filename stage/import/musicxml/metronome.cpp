@@ -30,7 +30,7 @@ constexpr auto NoteQuarters = std::to_array<std::pair<std::string_view, double>>
 });
 constexpr int MaxDots = 10;
 
-/// Beat units, as "quarter" and the dots behind it; 0 where there is none at this place.
+/// Beat units, as "quarter" and the dots after it; 0 where there is none at this place.
 double ReadBeatUnit(pugi::xml_node& node) {
     if (std::string_view(node.name()) != "beat-unit") return 0;
     const std::string name = ReadLine(node);

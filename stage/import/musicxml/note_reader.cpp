@@ -18,7 +18,7 @@ namespace stage::musicxml {
 namespace {
 
 constexpr int MaxKey = 127;
-/// The snare drum, for a drum that neither the file nor its name tells.
+/// The snare drum, for a drum that neither the file nor its name reveals.
 constexpr int UnknownDrumKey = 38;
 constexpr std::int64_t MaxVoice = 65535;
 

@@ -8,10 +8,9 @@
 namespace stage::musicxml {
 
 /// The music of a played score as MIDI events, one list for each part in ascending order of tick; at one tick note-offs
-/// come first, then what is no note, then note-ons.
-///   - Each instrument has a channel: the one that the score asks for where it is free, drums channel 10; behind
-///   fifteen
-///     instruments the next port goes on. Program, volume and pan are set at the beginning.
+/// come first, then what is not a note, then note-ons.
+///   - Each instrument has a channel: the one that the score asks for where it is free, drums channel 10; past
+///     fifteen instruments the next port goes on. Program, volume and pan are set at the beginning.
 ///   - Ties are joined in playing order. A tie into a bar that does not follow ends with its bar.
 ///   - Grace notes before the beat sound before it; those on the beat take half of the note that they belong to, of a
 ///     dotted one two thirds.

@@ -17,7 +17,7 @@ namespace {
 /// What a jump leads to.
 enum class Aim { Any, Fine, Coda };
 
-/// Bars and marks on the way, for each bar that there may be: a bar full of marks is not repeated for ever.
+/// Bars and marks on the way, for each bar that there may be: a bar full of marks is not repeated forever.
 constexpr std::size_t MostWork = 16;
 
 bool Holds(const std::vector<int>& numbers, int number) {
@@ -40,7 +40,7 @@ Aim FindAim(const WrittenBar& bar) {
     return aim;
 }
 
-/// Where a sign that is jumped to stands: the index of the first bar behind it.
+/// Where a sign that is jumped to stands: the index of the first bar after it.
 struct Target {
     std::size_t bar;
     std::string label;
@@ -74,11 +74,11 @@ public:
     PlayedOrder Go() {
         order_.notes = plan_.notes;
         std::size_t bar = 0;
-        EnterPassagesAt(bar, -1);
+        EnterPassagesAt(bar);
         while (bar < bars_.size()) {
             if (const Ending* ending = FindSkippedEnding(bar)) {
                 bar = ending->end;
-                EnterPassagesAt(bar, -1);
+                EnterPassagesAt(bar);
                 continue;
             }
             work_ += 1 + bars_[bar].marks.size();
@@ -97,11 +97,9 @@ public:
     }
 
 private:
-    const RepeatedPassage& PassageAt(int index) const { return plan_.passages[static_cast<std::size_t>(index)]; }
-    int& PassOf(int index) { return pass_[static_cast<std::size_t>(index)]; }
     [[nodiscard]] int GetPass(std::size_t bar) const {
-        const int passage = plan_.innermost[bar];
-        return passage < 0 ? static_cast<int>(times_[bar]) : pass_[static_cast<std::size_t>(passage)];
+        const std::optional<PassageIndex> passage = plan_.innermost[bar];
+        return passage ? pass_[*passage] : static_cast<int>(times_[bar]);
     }
 
     void Play(std::size_t bar) {
@@ -109,19 +107,18 @@ private:
         order_.bars.push_back({static_cast<std::uint32_t>(bar), times_[bar], static_cast<std::uint32_t>(GetPass(bar))});
     }
 
-    void Enter(int passage) {
-        const auto index = static_cast<std::size_t>(passage);
+    void Enter(PassageIndex index) {
         const bool isReplay = hasJumped_ && wasEntered_[index] && !plan_.passages[index].repeatsAfterJump;
         pass_[index] = isReplay ? plan_.passages[index].times : 1;
         wasEntered_[index] = true;
     }
 
     /// Begins the passages that begin with the bar; after going back in one, only those inside it.
-    void EnterPassagesAt(std::size_t bar, int wentBackIn) {
+    void EnterPassagesAt(std::size_t bar, std::optional<PassageIndex> wentBackIn = std::nullopt) {
         if (bar >= bars_.size()) return;
-        const std::vector<int>& passages = plan_.beginsAt[bar];
+        const std::vector<PassageIndex>& passages = plan_.beginsAt[bar];
         auto first = passages.begin();
-        if (wentBackIn >= 0) first = std::next(std::find(passages.begin(), passages.end(), wentBackIn));
+        if (wentBackIn) first = std::next(std::find(passages.begin(), passages.end(), *wentBackIn));
         for (; first != passages.end(); ++first)
             Enter(*first);
     }
@@ -129,16 +126,16 @@ private:
     std::size_t JumpTo(std::size_t bar, Aim aim) {
         hasJumped_ = true;
         aim_ = aim;
-        for (int passage = plan_.innermost[bar]; passage >= 0; passage = PassageAt(passage).parent)
-            Enter(passage);
+        for (auto passage = plan_.innermost[bar]; passage; passage = plan_.passages[*passage].parent)
+            Enter(*passage);
         return bar;
     }
 
     [[nodiscard]] const Ending* FindSkippedEnding(std::size_t bar) {
-        if (plan_.endingAt[bar] < 0) return nullptr;
-        const auto index = static_cast<std::size_t>(plan_.endingAt[bar]);
+        if (!plan_.endingAt[bar]) return nullptr;
+        const EndingIndex index = *plan_.endingAt[bar];
         const Ending& ending = plan_.endings[index];
-        if (ending.passage >= 0) return Holds(ending.numbers, PassOf(ending.passage)) ? nullptr : &ending;
+        if (ending.passage) return Holds(ending.numbers, pass_[*ending.passage]) ? nullptr : &ending;
         if (ending.chain == index) ++arrivals_[index];
         const int arrival = arrivals_[ending.chain];
         return Holds(ending.numbers, arrival) || !IsInChain(ending.chain, arrival) ? nullptr : &ending;
@@ -152,12 +149,12 @@ private:
 
     /// Whether no repeat around the bar plays it once more.
     [[nodiscard]] bool IsLastTime(std::size_t bar) {
-        for (int passage = plan_.innermost[bar]; passage >= 0; passage = PassageAt(passage).parent)
-            if (PassOf(passage) < FindLastPass(passage, bar)) return false;
+        for (auto passage = plan_.innermost[bar]; passage; passage = plan_.passages[*passage].parent)
+            if (pass_[*passage] < FindLastPass(*passage, bar)) return false;
         return true;
     }
-    [[nodiscard]] int FindLastPass(int passage, std::size_t bar) const {
-        const int times = PassageAt(passage).times;
+    [[nodiscard]] int FindLastPass(PassageIndex passage, std::size_t bar) const {
+        const int times = plan_.passages[passage].times;
         auto after = std::upper_bound(plan_.endings.begin(), plan_.endings.end(), bar,
                                       [](std::size_t wanted, const Ending& ending) { return wanted < ending.begin; });
         if (after == plan_.endings.begin()) return times;
@@ -185,14 +182,14 @@ private:
     std::optional<std::size_t> FindNext(std::size_t bar) {
         if (EndsHere(bar)) return std::nullopt;
         if (const auto target = TakeJump(bar)) return target;
-        const int passage = plan_.goesBack[bar];
-        if (passage >= 0 && PassOf(passage) < PassageAt(passage).times) {
-            ++PassOf(passage);
-            const std::size_t begin = PassageAt(passage).begin;
+        const std::optional<PassageIndex> passage = plan_.goesBack[bar];
+        if (passage && pass_[*passage] < plan_.passages[*passage].times) {
+            ++pass_[*passage];
+            const std::size_t begin = plan_.passages[*passage].begin;
             EnterPassagesAt(begin, passage);
             return begin;
         }
-        EnterPassagesAt(bar + 1, -1);
+        EnterPassagesAt(bar + 1);
         return bar + 1;
     }
 

@@ -26,7 +26,7 @@ struct PlayedOrder {
     std::vector<std::string> notes;
 };
 
-/// The bars in the order in which they are played. repeat_plan.h tells which repeat signs and endings belong together.
+/// The bars in the order in which they are played. repeat_plan.h says which repeat signs and endings belong together.
 ///   - A bar in an ending is played in that ending's passes only. Endings without a repeat count how often they are
 ///     reached.
 ///   - D.C. and D.S. are taken at the end of their bar when its repeats are done, once; where they name passes, once in

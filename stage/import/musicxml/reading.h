@@ -70,7 +70,7 @@ struct PartReading {
     std::map<int, OpenSlur> slurs;
     std::map<int, OpenSlur> slurStopsAhead;
     std::vector<DynamicEvent> dynamics;
-    /// Oddities that are told once a part.
+    /// Oddities that are reported once a part.
     std::set<std::string> told;
 };
 

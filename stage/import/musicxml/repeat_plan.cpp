@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace stage::musicxml {
@@ -20,14 +21,14 @@ bool HasJumps(const std::vector<WrittenBar>& bars) {
 class Planner {
 public:
     explicit Planner(const std::vector<WrittenBar>& bars) : bars_(bars) {
-        plan_.innermost.assign(bars.size(), -1);
-        plan_.goesBack.assign(bars.size(), -1);
-        plan_.endingAt.assign(bars.size(), -1);
+        plan_.innermost.resize(bars.size());
+        plan_.goesBack.resize(bars.size());
+        plan_.endingAt.resize(bars.size());
     }
 
     RepeatPlan Plan() {
         FindEndings();
-        passageOfChain_.assign(plan_.endings.size(), -1);
+        passageOfChain_.resize(plan_.endings.size());
         MatchSigns();
         NestPassages();
         FindPassagesOfEndings();
@@ -35,13 +36,12 @@ public:
         CountPasses();
         NestPassages();  // again: endings have made passages longer
         for (std::size_t i = 0; i < plan_.endings.size(); ++i)
-            plan_.endingAt[plan_.endings[i].begin] = static_cast<int>(i);
+            plan_.endingAt[plan_.endings[i].begin] = i;
         return std::move(plan_);
     }
 
 private:
     void Note(std::string sentence) { plan_.notes.push_back(std::move(sentence)); }
-    RepeatedPassage& PassageAt(int index) { return plan_.passages[static_cast<std::size_t>(index)]; }
 
     /// An ending whose stop is not written lasts to the next sign that goes back, else for its bar.
     std::size_t FindEndOfEnding(std::size_t begin) {
@@ -62,12 +62,12 @@ private:
                 const bool isBeside = !plan_.endings.empty() && plan_.endings.back().end == bar;
                 const std::size_t chain = isBeside ? plan_.endings.back().chain : plan_.endings.size();
                 end = FindEndOfEnding(bar);
-                plan_.endings.push_back({bar, end, bars_[bar].endingStart->numbers, -1, chain});
+                plan_.endings.push_back({bar, end, bars_[bar].endingStart->numbers, std::nullopt, chain});
             } else if (bars_[bar].endingStart) {
                 Note(fmt::format("the ending over {} has no number and is played in every pass", NameBar(bars_, bar)));
                 end = FindEndOfEnding(bar);
             } else if (bars_[bar].endingStop && bar >= end) {
-                Note(fmt::format("an ending stops behind {} and begins nowhere", NameBar(bars_, bar)));
+                Note(fmt::format("an ending stops after {} and begins nowhere", NameBar(bars_, bar)));
             }
         }
     }
@@ -106,28 +106,28 @@ private:
     void ClosePassage(std::size_t bar) {
         Ending* ending = FindEndingAround(bar);
         const bool isOwnRepeat = ending != nullptr && !open_.empty() && LiesInside(open_.back(), bar, *ending);
-        if (ending != nullptr && !isOwnRepeat && passageOfChain_[ending->chain] >= 0) return GoBackAlso(*ending, bar);
+        if (ending != nullptr && !isOwnRepeat && passageOfChain_[ending->chain]) return GoBackAlso(*ending, bar);
         const std::size_t begin = open_.empty() ? implicitBegin_ : open_.back();
         if (!open_.empty()) open_.pop_back();
-        const int index = static_cast<int>(plan_.passages.size());
+        const PassageIndex index = plan_.passages.size();
         RepeatedPassage& passage = plan_.passages.emplace_back();
-        passage = {begin, bar + 1, {bar}, bars_[bar].repeatTimes, bars_[bar].repeatsAfterJump};
+        passage = {begin, bar + 1, {bar}, bars_[bar].repeatTimes, bars_[bar].repeatsAfterJump, false, std::nullopt};
         if (ending != nullptr && !LiesInside(begin, bar, *ending)) GiveEndingTo(index, *ending);
         plan_.goesBack[bar] = index;
         if (open_.empty()) implicitBegin_ = bar + 1;
     }
 
-    void GiveEndingTo(int passage, Ending& ending) {
+    void GiveEndingTo(PassageIndex passage, Ending& ending) {
         ending.passage = passage;
-        int& ofChain = passageOfChain_[ending.chain];
-        if (ofChain < 0) ofChain = passage;
+        std::optional<PassageIndex>& ofChain = passageOfChain_[ending.chain];
+        if (!ofChain) ofChain = passage;
     }
 
     /// The passage of the endings before this one goes back at its end, too.
     void GoBackAlso(Ending& ending, std::size_t bar) {
-        const int index = passageOfChain_[ending.chain];
+        const PassageIndex index = passageOfChain_[ending.chain].value();
         GiveEndingTo(index, ending);
-        RepeatedPassage& passage = PassageAt(index);
+        RepeatedPassage& passage = plan_.passages[index];
         passage.repeatBars.push_back(bar);
         passage.times = std::max(passage.times, bars_[bar].repeatTimes);
         passage.repeatsAfterJump = passage.repeatsAfterJump || bars_[bar].repeatsAfterJump;
@@ -138,30 +138,30 @@ private:
 
     void FindPassagesOfEndings() {
         for (Ending& ending : plan_.endings) {
-            if (ending.passage < 0) ending.passage = passageOfChain_[ending.chain];
-            if (ending.passage < 0) ending.passage = FindPassageEndingBefore(ending);
-            if (ending.passage < 0) ending.passage = FindPassageAround(ending);
-            if (ending.passage < 0) continue;
-            GiveEndingTo(ending.passage, ending);
-            RepeatedPassage& passage = PassageAt(ending.passage);
+            if (!ending.passage) ending.passage = passageOfChain_[ending.chain];
+            if (!ending.passage) ending.passage = FindPassageEndingBefore(ending);
+            if (!ending.passage) ending.passage = FindPassageAround(ending);
+            if (!ending.passage) continue;
+            GiveEndingTo(*ending.passage, ending);
+            RepeatedPassage& passage = plan_.passages[*ending.passage];
             passage.hasEndings = true;
             passage.end = std::max(passage.end, ending.end);
         }
     }
 
     /// Behind a repeat without a first ending may stand a second one.
-    [[nodiscard]] int FindPassageEndingBefore(const Ending& ending) const {
-        if (ending.begin == 0 || ending.numbers.front() == 1) return -1;
+    [[nodiscard]] std::optional<PassageIndex> FindPassageEndingBefore(const Ending& ending) const {
+        if (ending.begin == 0 || ending.numbers.front() == 1) return std::nullopt;
         return plan_.goesBack[ending.begin - 1];
     }
 
-    [[nodiscard]] int FindPassageAround(const Ending& ending) {
-        for (int index = plan_.innermost[ending.begin]; index >= 0; index = PassageAt(index).parent) {
-            const RepeatedPassage& passage = PassageAt(index);
+    [[nodiscard]] std::optional<PassageIndex> FindPassageAround(const Ending& ending) const {
+        for (auto index = plan_.innermost[ending.begin]; index; index = plan_.passages[*index].parent) {
+            const RepeatedPassage& passage = plan_.passages[*index];
             const bool isRepeatInside = LiesInside(passage.begin, passage.repeatBars.front(), ending);
             if (ending.end <= passage.end && !isRepeatInside) return index;
         }
-        return -1;
+        return std::nullopt;
     }
 
     /// Endings without a repeat are for the passes that jumps make; without jumps they mean nothing.
@@ -169,7 +169,7 @@ private:
         if (HasJumps(bars_)) return;
         std::vector<Ending> kept;
         for (Ending& ending : plan_.endings) {
-            if (ending.passage >= 0) {
+            if (ending.passage) {
                 const bool goesOn = !kept.empty() && kept.back().end == ending.begin;
                 ending.chain = goesOn ? kept.back().chain : kept.size();
                 kept.push_back(std::move(ending));
@@ -184,7 +184,7 @@ private:
     void CountPasses() {
         std::vector<std::vector<Ending*>> endingsOf(plan_.passages.size());
         for (Ending& ending : plan_.endings)
-            if (ending.passage >= 0) endingsOf[static_cast<std::size_t>(ending.passage)].push_back(&ending);
+            if (ending.passage) endingsOf[*ending.passage].push_back(&ending);
         for (std::size_t i = 0; i < plan_.passages.size(); ++i) {
             RepeatedPassage& passage = plan_.passages[i];
             passage.times = std::max(passage.times, 1);
@@ -206,7 +206,7 @@ private:
             passage.times = highest;
             FillGaps(highest, endings);
         } else {
-            // The bars behind the only ending are its last pass, unless the count says that it is played in all.
+            // The bars after the only ending are its last pass, unless the count says that it is played in all.
             const bool isPlayedInAll = passage.times > 2 && passage.times <= highest;
             passage.times = isPlayedInAll ? highest : highest + 1;
         }
@@ -232,23 +232,24 @@ private:
 
     void NestPassages() {
         plan_.beginsAt.assign(bars_.size(), {});
-        std::vector<int> order(plan_.passages.size());
-        for (std::size_t i = 0; i < order.size(); ++i)
-            order[i] = static_cast<int>(i);
-        std::stable_sort(order.begin(), order.end(), [this](int a, int b) {
-            return std::pair(PassageAt(a).begin, PassageAt(b).end) < std::pair(PassageAt(b).begin, PassageAt(a).end);
+        std::vector<RepeatedPassage>& passages = plan_.passages;
+        std::vector<PassageIndex> order(passages.size());
+        std::iota(order.begin(), order.end(), PassageIndex{0});
+        std::stable_sort(order.begin(), order.end(), [&](PassageIndex a, PassageIndex b) {
+            return std::pair(passages[a].begin, passages[b].end) < std::pair(passages[b].begin, passages[a].end);
         });
-        std::vector<int> open;
+        std::vector<PassageIndex> open;
+        const auto last = [&] { return open.empty() ? std::nullopt : std::optional(open.back()); };
         auto next = order.begin();
         for (std::size_t bar = 0; bar < bars_.size(); ++bar) {
-            while (!open.empty() && PassageAt(open.back()).end <= bar)
+            while (!open.empty() && passages[open.back()].end <= bar)
                 open.pop_back();
-            for (; next != order.end() && PassageAt(*next).begin == bar; ++next) {
-                PassageAt(*next).parent = open.empty() ? -1 : open.back();
+            for (; next != order.end() && passages[*next].begin == bar; ++next) {
+                passages[*next].parent = last();
                 plan_.beginsAt[bar].push_back(*next);
                 open.push_back(*next);
             }
-            plan_.innermost[bar] = open.empty() ? -1 : open.back();
+            plan_.innermost[bar] = last();
         }
     }
 
@@ -257,7 +258,7 @@ private:
 
     const std::vector<WrittenBar>& bars_;
     RepeatPlan plan_;
-    std::vector<int> passageOfChain_;  // by the chain's first ending; -1 for none
+    std::vector<std::optional<PassageIndex>> passageOfChain_;  // by the chain's first ending
     /// First bars of the passages that no sign has closed yet, and of one that has no forward sign.
     std::vector<std::size_t> open_;
     std::size_t implicitBegin_ = 0;
@@ -277,8 +278,8 @@ std::string NameBar(const std::vector<WrittenBar>& bars, std::size_t bar) {
         --before;
     if (before == 0) return fmt::format("bar number {} of the file", bar + 1);
     const std::size_t distance = bar - before + 1;
-    if (distance == 1) return "the bar behind bar " + bars[before - 1].label;
-    return fmt::format("the bar {} bars behind bar {}", distance, bars[before - 1].label);
+    if (distance == 1) return "the bar after bar " + bars[before - 1].label;
+    return fmt::format("the bar {} bars after bar {}", distance, bars[before - 1].label);
 }
 
 }  // namespace stage::musicxml

@@ -1,12 +1,34 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "stage/import/musicxml/written_score.h"
 
 namespace stage::musicxml {
+
+// A repeat with two endings as it is printed, the bars' numbers and their indices:
+//
+//                         1.     2.
+//                        _____  _____
+//     |  1  |: 2  3  4  |  5  :|  6  |  7  |
+//        0     1  2  3     4      5     6
+//
+// One passage, [1, 6), since its last ending is part of it; repeatBars {4}, times 2, hasEndings. Two endings, [4, 5)
+// with number 1 and [5, 6) with number 2: they stand side by side, are one chain, and count the passes of that passage.
+// Played: 1 2 3 4 5 2 3 4 6 7.
+//
+// A sign that goes back closes the forward sign that was opened last, so passages lie inside one another or apart:
+//
+//     |: 1  |: 2  :|  3  :|     [0, 3) is the parent of [1, 2); played: 1 2 2 3 1 2 2 3
+//        0     1      2
+
+/// One of RepeatPlan::passages.
+using PassageIndex = std::size_t;
+/// One of RepeatPlan::endings.
+using EndingIndex = std::size_t;
 
 /// A passage between repeat signs, its endings included. Bars are indices, ranges half-open.
 struct RepeatedPassage {
@@ -18,8 +40,8 @@ struct RepeatedPassage {
     int times = 2;
     bool repeatsAfterJump = false;
     bool hasEndings = false;
-    /// Index of the innermost passage around this one; -1 without.
-    int parent = -1;
+    /// The innermost passage around this one.
+    std::optional<PassageIndex> parent;
 };
 
 /// Bars that sound in some passes only.
@@ -27,23 +49,23 @@ struct Ending {
     std::size_t begin = 0;
     std::size_t end = 0;
     std::vector<int> numbers;
-    /// Index of the passage whose passes are meant; -1: how often playback arrives here.
-    int passage = -1;
-    /// Index of the first of the endings that stand side by side.
-    std::size_t chain = 0;
+    /// The passage whose passes are meant; without one the numbers count how often playback arrives here.
+    std::optional<PassageIndex> passage;
+    /// The first of the endings that stand side by side.
+    EndingIndex chain = 0;
 };
 
 /// Which repeat signs and endings belong together.
 struct RepeatPlan {
     std::vector<RepeatedPassage> passages;
     std::vector<Ending> endings;
-    /// By bar; -1 for none: the innermost passage around it, the passage that goes back at its end, the ending that
+    /// By bar, if there is one: the innermost passage around it, the passage that goes back at its end, the ending that
     /// begins there.
-    std::vector<int> innermost;
-    std::vector<int> goesBack;
-    std::vector<int> endingAt;
+    std::vector<std::optional<PassageIndex>> innermost;
+    std::vector<std::optional<PassageIndex>> goesBack;
+    std::vector<std::optional<EndingIndex>> endingAt;
     /// By bar: the passages that begin there, outer ones first.
-    std::vector<std::vector<int>> beginsAt;
+    std::vector<std::vector<PassageIndex>> beginsAt;
     /// What was odd, a sentence each.
     std::vector<std::string> notes;
 };
@@ -52,11 +74,11 @@ struct RepeatPlan {
 inline constexpr std::size_t MaxRepeatDepth = 64;
 
 /// Finds what belongs together. A sign that goes back belongs to the last open forward sign; without one the passage
-/// begins behind the last one, or with the score. Endings side by side belong to one passage and decide how often it
-/// is played; a single one that goes back leaves its last pass to the bars behind it.
+/// begins after the last one, or with the score. Endings side by side belong to one passage and decide how often it
+/// is played; a single one that goes back leaves its last pass to the bars after it.
 [[nodiscard]] RepeatPlan PlanRepeats(const std::vector<WrittenBar>& bars);
 
-/// "bar 12"; "the bar behind bar 12" where nothing is printed.
+/// "bar 12"; "the bar after bar 12" where nothing is printed.
 [[nodiscard]] std::string NameBar(const std::vector<WrittenBar>& bars, std::size_t bar);
 
 }  // namespace stage::musicxml

@@ -23,7 +23,7 @@ namespace {
 constexpr Units MostNumerator = 255;
 constexpr Units FinestDenominator = 128;
 
-/// What tells an operator or a conductor how the show goes on, not how to play.
+/// What shows an operator or a conductor how the show goes on, not how to play.
 constexpr std::array<const char*, 9> CueWords{"vamp",     "safety",   "attacca", "segue",     "cue",
                                               "dialogue", "applause", "tacet",   "underscore"};
 
@@ -217,13 +217,13 @@ private:
 
 SongGrid::SongGrid(const WrittenScore& score, const PlayedOrder& order)
     : unitsPerQuarter_(std::max<Units>(score.unitsPerQuarter, 1)), starts_{0} {
-    constexpr Units most = std::numeric_limits<std::int32_t>::max() / ScoreTicksPerQuarter;
+    constexpr Units Most = std::numeric_limits<std::int32_t>::max() / ScoreTicksPerQuarter;
     starts_.reserve(order.bars.size() + 1);
     for (const PlayedBar& played : order.bars) {
         const Units length = score.bars[played.bar].length;
-        if (length > most * unitsPerQuarter_ - starts_.back())
+        if (length > Most * unitsPerQuarter_ - starts_.back())
             throw std::runtime_error(
-                fmt::format("the music is longer than {} quarter notes at {}", most, NameBar(score.bars, played.bar)));
+                fmt::format("the music is longer than {} quarter notes at {}", Most, NameBar(score.bars, played.bar)));
         starts_.push_back(starts_.back() + length);
     }
 }

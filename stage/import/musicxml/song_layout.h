@@ -26,7 +26,7 @@ public:
     [[nodiscard]] Units GetBarStart(std::size_t played) const { return starts_[played]; }
     [[nodiscard]] std::uint32_t GetBarTick(std::size_t played) const { return ToTick(starts_[played]); }
     [[nodiscard]] std::uint32_t GetEndTick() const { return ToTick(starts_.back()); }
-    /// Of a place counted from the beginning; a place behind the end is the end.
+    /// Of a place counted from the beginning; a place after the end is the end.
     [[nodiscard]] std::uint32_t ToTick(Units position) const;
 
 private:
@@ -39,7 +39,7 @@ struct SongLayout {
     std::vector<TL::Tempo> tempos;
     std::vector<TL::Meter> meters;
     std::vector<TL::Key> keys;
-    /// Rehearsal marks, and words that tell how the show goes on; from the second time on with the time, "A (2)".
+    /// Rehearsal marks, and words that say how the show goes on; from the second time on with the time, "A (2)".
     std::vector<CL::Marker> markers;
     /// Where another page begins, numbered as the score prints them, else from 1.
     std::vector<TL::PageNum> pages;

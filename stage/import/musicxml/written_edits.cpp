@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "stage/import/musicxml/repeat_plan.h"
@@ -70,9 +71,8 @@ private:
         std::vector<bool> isVamp(plan_.passages.size(), false);
         ForEachMark(MarkKind::Words, [&](std::size_t bar, const WrittenMark& mark) {
             if (!HoldsWord(mark.text, "vamp")) return;
-            const int passage = plan_.innermost[bar];
-            if (passage >= 0)
-                isVamp[static_cast<std::size_t>(passage)] = true;
+            if (const std::optional<PassageIndex> passage = plan_.innermost[bar])
+                isVamp[*passage] = true;
             else
                 Note(fmt::format("\"{}\" in {} stands over no repeat and is a marker only", mark.text,
                                  NameBar(score_.bars, bar)));
@@ -96,7 +96,7 @@ private:
 
     void NameEndingsOfJumps() {
         for (const Ending& ending : plan_.endings)
-            if (ending.passage < 0)
+            if (!ending.passage)
                 Note(fmt::format("the ending over {} is for a jump, which no edit can say: it is played",
                                  NameBars(ending.begin, ending.end)));
     }
@@ -106,7 +106,8 @@ private:
         const auto name = [&](MarkKind kind, const char* jump) {
             ForEachMark(kind, [&](std::size_t bar, const WrittenMark&) {
                 hasJumps = true;
-                Note(fmt::format("the {} in {} is no edit: playback goes on there", jump, NameBar(score_.bars, bar)));
+                Note(fmt::format("the {} in {} is not an edit: playback goes on there", jump,
+                                 NameBar(score_.bars, bar)));
             });
         };
         name(MarkKind::DaCapo, "D.C.");

@@ -32,8 +32,8 @@ struct WrittenKey {
 enum class MarkKind {
     Tempo,      ///< value: quarter notes a minute
     Fermata,    ///< over a note or rest that lasts `length`; over a bar line at the bar's end
-    Breath,     ///< behind the note that ends here
-    Caesura,    ///< behind the note that ends here
+    Breath,     ///< after the note that ends here
+    Caesura,    ///< after the note that ends here
     Rehearsal,  ///< text
     Words,      ///< text: "Vamp", "attacca", "Etwas langsam."; words that order a jump are that mark instead
     Segno,      ///< text: its label, mostly empty
@@ -124,7 +124,7 @@ struct WrittenNote {
     std::uint32_t bar = 0;
     std::uint16_t part = 0;
     std::uint16_t instrument = 0;
-    /// From the bar's beginning; may lie behind the bar's length only where the score writes it so.
+    /// From the bar's beginning; may lie beyond the bar's length only where the score writes it so.
     Units position = 0;
     /// 0 for a grace note.
     Units length = 0;

@@ -28,10 +28,10 @@ public:
     }
     [[nodiscard]] bool try_lock() {
         std::uint32_t free = 0;
-        return state_.compare_exchange_strong(free, kWriter, std::memory_order_acquire, std::memory_order_relaxed);
+        return state_.compare_exchange_strong(free, Writer, std::memory_order_acquire, std::memory_order_relaxed);
     }
     void unlock() {
-        std::uint32_t unwanted = kWriter;
+        std::uint32_t unwanted = Writer;
         if (!state_.compare_exchange_strong(unwanted, 0, std::memory_order_release, std::memory_order_relaxed))
             UnlockSlowly();
     }
@@ -40,21 +40,21 @@ public:
         if (!try_lock_shared()) LockSharedSlowly();
     }
     [[nodiscard]] bool try_lock_shared() {
-        const std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? kWriter | kWriterWaits : kWriter;
+        const std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? Writer | WriterWaits : Writer;
         return TryLockShared(obstacles);
     }
     void unlock_shared() {
         --sharedHoldsOfThread_;
         const std::uint32_t before = state_.fetch_sub(1, std::memory_order_release);
-        if ((before & ~kReaderWaits) == (kWriterWaits | 1)) WakeWriter();
+        if ((before & ~ReaderWaits) == (WriterWaits | 1)) WakeWriter();
     }
 
 private:
     // Below the flags, the number of readers inside.
-    static constexpr std::uint32_t kWriter = 1U << 31;
-    static constexpr std::uint32_t kWriterWaits = 1U << 30;
-    static constexpr std::uint32_t kReaderWaits = 1U << 29;
-    static constexpr std::uint32_t kReaders = kReaderWaits - 1;
+    static constexpr std::uint32_t Writer = 1U << 31;
+    static constexpr std::uint32_t WriterWaits = 1U << 30;
+    static constexpr std::uint32_t ReaderWaits = 1U << 29;
+    static constexpr std::uint32_t Readers = ReaderWaits - 1;
 
     bool TryLockShared(std::uint32_t obstacles) {
         std::uint32_t state = state_.load(std::memory_order_relaxed);

@@ -2,16 +2,16 @@
 
 namespace tavo_audio {
 
-/// What the audio engine asks of, and tells, the transport it plays for. All operations may be called on the engine's
-/// thread; they take locks, so they are thread-safe but not real-time safe. Nobody owns or destroys an object through
-/// this class.
+/// What the audio engine asks of, and reports to, the transport it plays for. All operations may be called on the
+/// engine's thread; they take locks, so they are thread-safe but not real-time safe. Nobody owns or destroys an object
+/// through this class.
 class PlayerOutputInterface {
 public:
     /// Playback stands at a caesura whose stop has not been performed yet.
     virtual bool HasPendingCaesura() = 0;
     /// The song played now runs on into the next one without a stop.
     virtual bool CurrentSongIsAttacca() = 0;
-    /// Playback has stopped at a caesura: tell the display.
+    /// Playback has stopped at a caesura: notify the display.
     virtual void GUINotifyCaesura() = 0;
     /// The change log was replaced while playback goes on.
     virtual void OnNewChangeLog() = 0;

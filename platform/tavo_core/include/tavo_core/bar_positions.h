@@ -14,7 +14,7 @@ namespace TL {
 ///   17:3      its third beat,
 ///   17:3+120  120 ticks after that beat,
 ///   t9600     a tick, also "tick 9600",
-///   start, end  the song's first tick and the first one behind it.
+///   start, end  the song's first tick and the first one after it.
 /// A bar's label wins over the other readings; of several bars with one label the first is meant. The object copies
 /// what it needs of the timeline. A value; const operations only after construction.
 class BarPositions {
@@ -34,7 +34,7 @@ public:
     /// The first tick of the place. Throws std::out_of_range where the song has no such bar or beat, and
     /// std::invalid_argument where the text names no place; either with one sentence.
     [[nodiscard]] unsigned int FindStartTick(std::string_view place) const;
-    /// The tick where a range that is said to go "to" the place ends: behind the whole bar where the place is a bar,
+    /// The tick where a range that is said to go "to" the place ends: after the whole bar where the place is a bar,
     /// otherwise the tick itself. Throws as FindStartTick does.
     [[nodiscard]] unsigned int FindEndTick(std::string_view place) const;
 

@@ -8,7 +8,7 @@
 
 namespace CL {
 
-/// The changes made to a change log since its file was written: a file beside the log, its name and ".journal" behind
+/// The changes made to a change log since its file was written: a file beside the log, its name with ".journal" after
 /// it. JSON texts (RFC 8259), one a line, each with a checksum that also covers the lines before it: first which
 /// content of which log the journal belongs to, then the changes, each durable before Append returns. A crash at any
 /// moment leaves all changes that were appended, and perhaps one torn line, which reading leaves out. A file of one

@@ -15,7 +15,7 @@ namespace CL {
 [[nodiscard]] std::string DescribePlace(const cmn::TavoEvent& edit, const TL::BarPositions& positions);
 
 /// What the edit does beyond its place: "3 times", "90%", "up 2 semitones"; empty where the kind says it all. Throws
-/// std::logic_error for an event that is no edit.
+/// std::logic_error for an event that is not an edit.
 [[nodiscard]] std::string DescribeValue(const cmn::TavoEvent& edit);
 
 /// "1/8", "3/16": a length in thirty-second notes as a fraction of a whole note.

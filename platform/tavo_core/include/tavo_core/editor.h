@@ -26,13 +26,13 @@ unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::st
 
 /// Looks up and edits a change log where it is held against a show's timelines: the active change log, or one of a show
 /// that is edited but not played. An edit makes a copy of the log, changes it, writes the change to the journal and
-/// then puts the copy in the log's place, so that flow control's pointers into the old one stay good until it is told
-/// of the new one; telling it is the caller's part. Looking up is thread-safe; editing is for one thread. Takes the
-/// holder's lock itself, for moments only; call it without.
+/// then puts the copy in the log's place, so that flow control's pointers into the old one stay good until it is
+/// notified of the new one; notifying it is the caller's part. Looking up is thread-safe; editing is for one thread.
+/// Takes the holder's lock itself, for moments only; call it without.
 class Editor {
 public:
     /// Edits the active change log. `timelines` outlives the object. Click edits that do not fit the meters are changed
-    /// or dropped in the log at once; GetModifiedClickEdits tells which. std::logic_error where there is no log.
+    /// or dropped in the log at once; GetModifiedClickEdits says which. std::logic_error where there is no log.
     explicit Editor(const TL::ShowTimelines& timelines);
     /// Edits the log that `holder`, which outlives the object, has at this moment. A log has one editor at a time.
     Editor(const TL::ShowTimelines& timelines, LogHolder& holder);

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-/// The one-byte codes by which events tell their kind, and the names the production knows the kinds by.
+/// The one-byte codes by which events say what kind they are, and the names the production knows the kinds by.
 namespace codes {
 
 // The timeline's entries.
@@ -34,7 +34,8 @@ inline constexpr unsigned char Osc = 'Q';
 /// Edit name by code ("Vamp", "Tempo Scale", ...). Holds the kinds of edits only. Never destroyed.
 extern const std::map<unsigned char, std::string>& editNameByTavoEventCode;
 
-/// The edit name of `code`; an empty name for a code that is no edit's. Thread-safe, until the very end of the process.
+/// The edit name of `code`; an empty name for a code that is not an edit's. Thread-safe, until the very end of the
+/// process.
 [[nodiscard]] const std::string& EditName(unsigned char code);
 
 }  // namespace codes

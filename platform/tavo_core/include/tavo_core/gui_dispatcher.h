@@ -7,7 +7,7 @@
 
 namespace notify {
 
-/// What a display is told.
+/// What a display is sent.
 enum class GuiNotificationType : std::uint8_t {
     Playhead,               ///< number: tick index
     Marker,                 ///< tick, text; an empty text clears the marker
@@ -47,7 +47,7 @@ struct GuiNotification {
 /// thread; with no handler registered they do next to nothing. Nothing is lost, with two exceptions that lose no
 /// state: a playhead that still waits to be delivered is dropped when a newer one is sent, which takes its own place
 /// at the end (so a status may be heard before the playhead it followed, never after a later one); and a handler that
-/// already heard of the vamp lamp's state is not told it again. What a handler throws is logged and the handler kept.
+/// already heard of the vamp lamp's state is not sent it again. What a handler throws is logged and the handler kept.
 /// Not real-time safe.
 class GuiDispatcher {
 public:
@@ -73,7 +73,7 @@ public:
     /// then on. For a process that is about to exit; there is no way back.
     void PrepareForExit();
 
-    // One for each kind; what the arguments mean is told at GuiNotificationType.
+    // One for each kind; GuiNotificationType says what the arguments mean.
     void SendPlayhead(int tickIndex);
     void SendMarker(unsigned int tickIndex, const std::string& text);
     void SendSongTitle(const std::string& title);

@@ -58,7 +58,7 @@ void Apply(const LogChange& change, ChangeLog& log);
 
 /// One line for each edit: "song 7: vamp bars 12 to 16 removed"; an edit removed and one of its kind added that share
 /// a start or an end are one line: "song 7: vamp bars 12 to 16 changed to vamp bars 12 to 18". A song that the show
-/// does not have is told in ticks.
+/// does not have is given in ticks.
 [[nodiscard]] std::vector<std::string> DescribeChange(const LogChange& change, const TL::ShowTimelines& timelines);
 
 }  // namespace CL

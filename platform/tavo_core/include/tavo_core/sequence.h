@@ -78,7 +78,7 @@ public:
     T& operator[](std::size_t index) { return *elements_[index]; }
     const T& operator[](std::size_t index) const { return *elements_[index]; }
 
-    /// Inserts behind every element whose tick is not greater, and returns the element that is now in the sequence.
+    /// Inserts after every element whose tick is not greater, and returns the element that is now in the sequence.
     T& Add(T element) {
         const auto place =
             std::upper_bound(elements_.begin(), elements_.end(), element.abs_time(),

@@ -7,7 +7,7 @@
 
 namespace TL {
 
-/// The songs of a show as whoever edits them needs to know them.
+/// The songs of a show as an editor needs to know them.
 class ShowTimelines {
 public:
     /// In show order.

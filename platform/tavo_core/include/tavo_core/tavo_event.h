@@ -19,7 +19,7 @@ public:
     virtual unsigned int start() const;
     /// First tick after what the event covers; abs_time() for an event that covers nothing.
     virtual unsigned int end() const;
-    /// One byte that tells the kind; the codes are listed in event_codes.h.
+    /// One byte that says what kind it is; the codes are listed in event_codes.h.
     virtual unsigned char code() const = 0;
     /// The event's value as a display shows it; empty for a kind that has none.
     virtual std::string value() const;

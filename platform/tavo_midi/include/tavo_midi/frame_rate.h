@@ -16,7 +16,7 @@ enum class FrameRate : unsigned char {
 /// The display names of the frame rates, in the order of their values. Never destroyed.
 extern const std::vector<std::string>& frameRateStrings;
 
-/// The display name. Any thread. A value that is no frame rate throws std::out_of_range with a sentence.
+/// The display name. Any thread. A value that is not a frame rate throws std::out_of_range with a sentence.
 [[nodiscard]] std::string ConvertFrameRateToString(FrameRate frameRate);
 /// The frame rate of a display name. Any thread. A text that is none throws std::out_of_range with a sentence.
 [[nodiscard]] FrameRate ConvertStringToFrameRate(const std::string& text);

@@ -46,7 +46,7 @@ public:
     virtual void SetData(const CL::SongLog& songLog, const TL::Timeline& timeline, unsigned int ticksPerQuarter);
     virtual ~HowToPlay();
 
-    /// The beat, told by GetBarString.
+    /// The beat that GetBarString shows.
     bool UpdateBar();
     bool UpdateMeter();
     /// The length of a click.
@@ -103,7 +103,7 @@ public:
     [[nodiscard]] unsigned int GetMicrosecondsPerQuarter() const;
 
     /// Clicks left to the song's end: those after the position and before the end tick, and the end itself; 0 at the
-    /// end and behind it.
+    /// end and after it.
     [[nodiscard]] int GetClicksToSongEnd() const;
     /// First tick of the first bar that begins after `tickIndex`; throws SongEnd.
     [[nodiscard]] unsigned int GetNextMeasureTickIndex(unsigned int tickIndex) const;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/midi_message_dispatcher.h"
 
@@ -31,7 +32,7 @@ constexpr unsigned char AnyValue = 0xFF;
 struct LearnedCommand {
     unsigned char status = 0;
     unsigned char data1 = 0;
-    /// A value that must match, or AnyValue. A note's velocity 0 is AnyValue, too: it is no note-on. Without meaning
+    /// A value that must match, or AnyValue. A note's velocity 0 is AnyValue, too: it is not a note-on. Without meaning
     /// for messages that have no second data byte.
     unsigned char data2 = 0;
     /// False for one that was learned but not set: it is shown and gives nothing.
@@ -76,7 +77,7 @@ struct DeliveredCommand {
     std::optional<Command> command;                  ///< nothing for loadSong and locate
     std::optional<std::string> songNumber;           ///< loadSong's
     std::optional<std::chrono::nanoseconds> locate;  ///< locate's: time code since 00:00:00:00
-    /// Whether its release will be told of: that of a note or a controller, not of a program change or a sequencer.
+    /// Whether its release will be reported: that of a note or a controller, not of a program change or a sequencer.
     bool hasRelease = false;
 };
 
@@ -105,6 +106,9 @@ public:
     MidiCommands(const MidiCommands&) = delete;
     MidiCommands& operator=(const MidiCommands&) = delete;
 
+    /// A sentence for each key of the file, as it was read, that is not known and was ignored.
+    [[nodiscard]] std::vector<std::string> GetSettingsWarnings() const;
+
     /// The next allowed message is assigned to `command` and is not carried out. One that gives another command is
     /// refused with a sentence (GetLearnProblem), and learning goes on. An unknown command throws std::out_of_range.
     void LearnMidiCommand(unsigned char command);
@@ -131,9 +135,9 @@ public:
     /// first, let everything pass. Both are called on the thread that delivers, one call at a time, under no lock of
     /// this object: they may call all of it but the destructor. A message that asks for a song and then for a command
     /// or a place is asked for in that order, and ends where the song is refused, for the rest was meant for that song.
-    /// What is taken for learning is no command. A release is told of whether its press was let through or not, before
-    /// a command that the same message gives. When this has returned, the functions before are not called any more,
-    /// unless it was called from inside of one: it waits for a call on another thread.
+    /// What is taken for learning is not a command. A release is reported whether its press was let through or not,
+    /// before a command that the same message gives. When this has returned, the functions before are not called any
+    /// more, unless it was called from inside of one: it waits for a call on another thread.
     void SetCommandFilter(CommandFilter filter, ReleaseListener released = {});
 
     /// Throws std::invalid_argument with a sentence for a device number above 126.

@@ -102,7 +102,7 @@ void SetMidiPortsOpener(std::shared_ptr<MidiPortsOpener> opener);
 [[nodiscard]] MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text);
 
 /// Chooses the MIDI system of the process, "auto" at first. Connections are closed and made again by name where the new
-/// system has the port. That no system is there is no error: nothing is listed until one appears. Thread-safe; may
+/// system has the port. A missing system is not an error: nothing is listed until one appears. Thread-safe; may
 /// block for some seconds where a port is waited for and the system does not answer.
 void SetMidiSystemChoice(MidiSystemChoice choice);
 /// Puts a host's own MIDI system in the place of the choice; null takes it away again. Thread-safe. The old ports are
@@ -125,7 +125,7 @@ struct MidiPortReport {
     std::string sentence;  ///< for the operator
 };
 
-/// Sets who is told of chosen ports that come and go; an empty function takes it away. Called on the thread that
+/// Sets who is notified of chosen ports that come and go; an empty function takes it away. Called on the thread that
 /// watches the ports ("MIDI ports"), under no lock; it must not destroy MIDI objects, and what it throws is logged.
 /// When this has returned, the function before is not called any more, unless this was called from inside of it: it
 /// waits for a call on another thread. Thread-safe.

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/frame_rate.h"
 #include "tavo_midi/midi_ports.h"
@@ -36,6 +37,9 @@ public:
     MidiTimeCodeController(const MidiTimeCodeController&) = delete;
     MidiTimeCodeController& operator=(const MidiTimeCodeController&) = delete;
 
+    /// A sentence for each key of the file, as it was read, that is not known and was ignored.
+    [[nodiscard]] std::vector<std::string> GetSettingsWarnings() const;
+
     /// Opens the chosen output, now or when it comes; where the music moves, time code goes on from there. May block
     /// for some seconds where the MIDI system does not answer.
     void ActivateMidiTimeCode();
@@ -43,8 +47,8 @@ public:
     void CancelMidiTimeCode();
     [[nodiscard]] bool GetIsActive() const;
     [[nodiscard]] FrameRate GetFrameRate() const;
-    /// Song offsets that are no address of the new rate become the nearest one in the same second. A value that is no
-    /// frame rate throws std::out_of_range with a sentence.
+    /// Song offsets that are not addresses of the new rate become the nearest one in the same second. A value that is
+    /// not a frame rate throws std::out_of_range with a sentence.
     void SetFrameRate(FrameRate frameRate);
     /// Index of the output; 0 while none is chosen or it is not there. This and the next two look at the ports, which
     /// may block for some seconds.
@@ -67,8 +71,8 @@ public:
     void SetHoursAreSongNumbers(bool hoursAreSongNumbers);
     /// Where the song begins, from 00:00:00:00 or from its hour; nothing is 00:00:00:00.
     [[nodiscard]] std::optional<TimeCode> GetSongOffset(const std::string& songNumber) const;
-    /// Throws std::out_of_range with a sentence for what is no address of the frame rate; otherwise sends the song's
-    /// new place at once.
+    /// Throws std::out_of_range with a sentence for what is not an address of the frame rate; otherwise sends the
+    /// song's new place at once.
     void SetSongOffset(const std::string& songNumber, std::optional<TimeCode> offset);
 
     /// Time code at the song's beginning, from 00:00:00:00: its hour and its offset.

@@ -22,7 +22,7 @@ public:
     [[nodiscard]] const std::string& GetTitle() const { return title_; }
     void SetTitle(std::string title) { title_ = std::move(title); }
 
-    /// The songs in show order. A song keeps its address while others are added behind it.
+    /// The songs in show order. A song keeps its address while others are added after it.
     [[nodiscard]] const std::deque<SongData>& GetSongs() const { return songs_; }
     /// Appends; a number that is there already throws std::invalid_argument.
     SongData& AddSong(SongData song);

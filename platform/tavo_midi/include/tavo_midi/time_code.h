@@ -44,7 +44,7 @@ struct FrameRateFraction {
 
 /// "01:02:03:04"; at 29.97 drop with a semicolon before the frames.
 [[nodiscard]] std::string ConvertTimeCodeToString(const TimeCode& timeCode, FrameRate frameRate);
-/// Takes either separator. A text that is no address of the frame rate throws std::out_of_range with a sentence.
+/// Takes either separator. A text that is not an address of the frame rate throws std::out_of_range with a sentence.
 [[nodiscard]] TimeCode ConvertStringToTimeCode(const std::string& text, FrameRate frameRate);
 
 /// The ten bytes of a full frame (MIDI 1.0, real-time universal System Exclusive, to all devices).
