@@ -11,12 +11,12 @@
 namespace {
 
 /// A line for every bar would bury what matters; with none nobody would know that it plays.
-constexpr unsigned int BarsBetweenLines = 4;
+constexpr long BarsPerLine = 4;
 
 }  // namespace
 
 PlayAccount::PlayAccount(stage::LiveShow& show)
-    : show_(show), lines_(show, [this](const std::string& sentence) { Print_(sentence); }) {}
+    : show_(show), lines_(show, [](const std::string& sentence) { Print_(sentence); }) {}
 
 void PlayAccount::Run() {
     const stage::LiveStatus status = show_.GetStatus();
@@ -83,7 +83,7 @@ void PlayAccount::TellBar_(std::uint32_t tick) {
     const auto& bars = positions_->GetBars();
     const auto bar = std::find_if(bars.begin(), bars.end(),
                                   [&](const TL::BarPositions::Bar& each) { return each.startTick == tick; });
-    if (bar == bars.end() || ++barsUntold_ < BarsBetweenLines) return;
+    if (bar == bars.end() || (bar - bars.begin() + 1) % BarsPerLine != 0) return;
     Print_("bar " + bar->label);
 }
 
@@ -124,12 +124,11 @@ void PlayAccount::OnMessage(const std::string& sentence) {
 }
 
 void PlayAccount::Print_(const std::string& line) {
-    barsUntold_ = 0;
     std::cout << line << std::endl;
     // Whoever read it may be back.
     if (!std::cout) std::cout.clear();
 }
 
 std::string PlayAccount::Place_(std::uint32_t tick) const {
-    return positions_ ? positions_->DescribeTick(tick) : fmt::format("tick {}", tick);
+    return positions_ ? "bar " + positions_->DescribeTick(tick) : fmt::format("tick {}", tick);
 }

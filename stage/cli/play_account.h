@@ -26,7 +26,7 @@ public:
 private:
     void TellBar_(std::uint32_t tick);
     void TellJump_(const stage::LiveEvent& event);
-    void Print_(const std::string& line);
+    static void Print_(const std::string& line);
     [[nodiscard]] std::string Place_(std::uint32_t tick) const;
 
     stage::LiveShow& show_;
@@ -34,5 +34,4 @@ private:
     const tavo_midi::SongData* song_ = nullptr;
     std::optional<TL::BarPositions> positions_;
     std::string status_;
-    unsigned int barsUntold_ = 0;  // since the last line
 };

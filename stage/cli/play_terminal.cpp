@@ -4,10 +4,12 @@
 
 #include <csignal>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "stage/live/describe_press.h"
+#include "tavo_core/bar_positions.h"
 
 namespace {
 
@@ -47,10 +49,15 @@ void PlayTerminal::Run() {
 }
 
 void PlayTerminal::OfferResume(const stage::Take& take) {
-    offered_ = &take;
-    control_.AskToResume(
-        fmt::format("The last performance broke off in song {}. Go on from there? Y goes on, N begins anew.",
-                    take.lastState->song));
+    const FlowState& state = *take.lastState;
+    try {
+        const TL::BarPositions positions(show_.GetSession().GetShow().GetSongData(state.song).GetTimeline());
+        control_.AskToResume(fmt::format("The last show broke off in song {} at bar {}. Go on from there (Y/N)?",
+                                         state.song, positions.DescribeTick(state.tick)));
+        offered_ = &take;
+    } catch (const std::out_of_range& problem) {
+        OnMessage(fmt::format("The last show broke off and cannot be resumed: {}", problem.what()));
+    }
 }
 
 void PlayTerminal::ReadKeys_(Moment now) {

@@ -68,12 +68,12 @@ public:
         return answer.substr(0, answer.find('\n'));
     }
 
-    /// Until the text is on the terminal; a failure after a minute without.
+    /// Until the text is on the terminal; a failure after 20 seconds without.
     bool WaitFor(const std::string& text) {
         return WaitUntil([&] { return Capture().find(text) != std::string::npos; }, "\"" + text + "\" on it");
     }
     bool WaitUntil(const std::function<bool()>& isSo, const std::string& what) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (!isSo()) {
             if (std::chrono::steady_clock::now() > end) {
                 ADD_FAILURE() << "the terminal never had " << what << ":\n" << Capture();
