@@ -7,6 +7,7 @@
 #include "kit/file.h"
 #include "stage/control/script.h"
 #include "stage/session/show_session.h"
+#include "tavo_core/event_codes.h"
 #include "tests/stage/small_show.h"
 
 namespace {
@@ -40,7 +41,7 @@ TEST_F(TakeTest, WrittenTake_IsReadAsItWasNoted) {
     FlowState state;
     state.song = "1";
     state.tick = 1920;
-    state.loops = {{1, 0, 1920, 0, 3, false}};
+    state.loops = {{codes::Vamp, 0, 1920, 0, 3, false}};
     {
         stage::TakeWriter writer(Path(), settings_, data_);
         writer.NoteCommand(MakeRecord({Verb::Load, {std::string("1")}, {Door::Automatic, "start"}, 1, {}}, 0), {});
