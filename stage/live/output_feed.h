@@ -19,6 +19,7 @@ public:
     void NoteFormat(const OutputFormat& format) noexcept override { clock_.NoteFormat(format); }
 
     [[nodiscard]] FrameRing& GetRing() { return ring_; }
+    [[nodiscard]] const FrameRing& GetRing() const { return ring_; }
     [[nodiscard]] const DeviceClock& GetClock() const { return clock_; }
     /// Periods that did not find all their frames, and the frames that were missing in them. Any thread.
     [[nodiscard]] std::uint64_t CountLatePeriods() const { return latePeriods_.load(std::memory_order_relaxed); }
