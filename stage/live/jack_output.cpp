@@ -126,13 +126,9 @@ private:
     int Process_(jack_nframes_t frames) {
         auto* const left = static_cast<float*>(jack_port_get_buffer(ports_[0], frames));
         auto* const right = static_cast<float*>(jack_port_get_buffer(ports_[1], frames));
-        jack_nframes_t cycleFrames = 0;
-        jack_time_t now = 0;
-        jack_time_t next = 0;
-        float periodMicroseconds = 0;
-        jack_get_cycle_times(client_.get(), &cycleFrames, &now, &next, &periodMicroseconds);
-        // JACK's clock is the system's monotonic one.
-        source_.TakeFrames(left, right, frames, std::chrono::microseconds(now));
+        // JACK's own times are of another clock, which drifts against the steady one. This one is read without a system
+        // call.
+        source_.TakeFrames(left, right, frames, std::chrono::steady_clock::now().time_since_epoch());
         return 0;
     }
 
