@@ -14,6 +14,7 @@
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/gui_dispatcher.h"
 #include "tavo_midi/midi_message_dispatcher.h"
+#include "tavo_midi/midi_ports.h"
 
 namespace stage {
 
@@ -66,6 +67,10 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
     renderer_ = std::make_unique<LiveRenderer>(*session_, feed_, options_.rendering);
     shown_.isLocked = options_.isLocked;
     shown_.showTitle = session_->GetShow().GetTitle();
+    for (const std::string& warning : session_->GetWarnings())
+        NoteMessage_(warning);
+    tavo_midi::SetMidiPortListener(
+        [this](const tavo_midi::MidiPortReport& report) { NoteMessage_(report.sentence); });
     if (!session_->GetRecoveredEdits().empty()) {
         session_->RecoverEdits();
         NoteMessage_("Edits that were not saved when the last session ended were made again; they still have to be "
@@ -74,6 +79,7 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
 }
 
 LiveShow::~LiveShow() {
+    tavo_midi::SetMidiPortListener({});
     // Nobody renders from here on, and what was pressed last is in the take.
     renderer_.reset();
     keeper_.reset();
