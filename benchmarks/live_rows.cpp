@@ -24,8 +24,7 @@ using stage::OutputChoice;
 using stage::Verb;
 
 double Now() {
-    return static_cast<double>(
-        std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count());
+    return static_cast<double>(std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count());
 }
 
 class Deaf final : public stage::LiveListener {
@@ -80,8 +79,7 @@ public:
         // The device took frames up to here when it began its last period; those after it come one period later.
         const auto taken = static_cast<double>(live_.show->GetFeed().GetRing().CountTaken());
         const double begins = static_cast<double>(moment->count()) + 1e9 * format.periodFrames / format.framesPerSecond;
-        const double played =
-            begins + 1e9 * (static_cast<double>(event.frame) - taken) / format.framesPerSecond;
+        const double played = begins + 1e9 * (static_cast<double>(event.frame) - taken) / format.framesPerSecond;
         const std::lock_guard lock(mutex_);
         leads_.Add(std::max(0.0, played - now));
     }

@@ -51,9 +51,8 @@ std::string MakeTakePath(const PlayWords& words) {
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
     localtime_r(&now, &parts);
-    const std::string name =
-        fmt::format("{:04}-{:02}-{:02}_{:02}-{:02}-{:02}", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
-                    parts.tm_hour, parts.tm_min, parts.tm_sec);
+    const std::string name = fmt::format("{:04}-{:02}-{:02}_{:02}-{:02}-{:02}", parts.tm_year + 1900, parts.tm_mon + 1,
+                                         parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     std::string path = kit::path::Join(folder, name + ".take");
     for (int more = 2; std::filesystem::exists(path, error); ++more)
         path = kit::path::Join(folder, fmt::format("{}_{}.take", name, more));
@@ -144,7 +143,8 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     CLI::App* command = app.add_subcommand("play", "Perform a show live");
     command->add_option("show", words->showPath, "The show's directory");
     command->add_option("--song", words->song, "The song that stands ready first; the show's first without it");
-    command->add_option("--output", words->output, "auto, jack, rtaudio, null or file:PATH; without it as settings.json says");
+    command->add_option("--output", words->output,
+                        "auto, jack, rtaudio, null or file:PATH; without it as settings.json says");
     command->add_option("--device", words->device, "The device's name, or the beginning of the JACK ports' names");
     command->add_option("--rate", words->framesPerSecond, "Frames a second, where the output can choose")
         ->check(CLI::IsMember({44100, 48000, 88200, 96000}))
@@ -152,14 +152,16 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     command->add_option("--period", words->periodFrames, "Frames that the output takes at a time, where it can choose")
         ->check(CLI::Range(32, 2048))
         ->capture_default_str();
-    command->add_option("--lead", words->leadFrames,
-                        "Frames that are kept ready for the output; 0 is a period and a block")
+    command
+        ->add_option("--lead", words->leadFrames,
+                     "Frames that are kept ready for the output; 0 is a period and a block")
         ->check(CLI::Range(0, 4096))
         ->capture_default_str();
     command->add_option("--when-lost", words->whenLost, "While no device plays the show waits (hold) or goes on (run)")
         ->check(CLI::IsMember({"hold", "run"}))
         ->capture_default_str();
-    command->add_option("--take", words->takePath, "Where the take is written; without it into the show's folder takes");
+    command->add_option("--take", words->takePath,
+                        "Where the take is written; without it into the show's folder takes");
     command->add_flag("--no-take", words->makesNoTake, "Write no take");
     command->add_flag("--resume", words->resumes, "Go on where the last take broke off");
     command->add_flag("--locked", words->isLocked, "Take no edits, and do not quit by accident");
@@ -167,11 +169,10 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     command->add_flag("--headless", words->isHeadless, "Read presses as lines, print what happens as lines of JSON");
     command->add_flag("--beats", words->printsBeats, "With --headless: report every beat, not only bars");
     command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with");
-    command->footer(
-        "What an operator can press, a line each with --headless:\n" + stage::MakeVerbHelp() +
-        "  status              where the show stands, as a line of JSON\n\n"
-        "Examples:\n"
-        "  stage play myshow\n"
-        "  stage play myshow --song 3 --output null --headless");
+    command->footer("What an operator can press, a line each with --headless:\n" + stage::MakeVerbHelp() +
+                    "  status              where the show stands, as a line of JSON\n\n"
+                    "Examples:\n"
+                    "  stage play myshow\n"
+                    "  stage play myshow --song 3 --output null --headless");
     command->callback([words] { Play(*words); });
 }

@@ -103,7 +103,9 @@ private:
         ReadLatency_();
     }
 
-    static int OnProcess_(jack_nframes_t frames, void* self) { return static_cast<JackOutput*>(self)->Process_(frames); }
+    static int OnProcess_(jack_nframes_t frames, void* self) {
+        return static_cast<JackOutput*>(self)->Process_(frames);
+    }
     static int OnBufferSize_(jack_nframes_t frames, void* self) {
         auto& output = *static_cast<JackOutput*>(self);
         output.periodFrames_ = frames;
@@ -144,7 +146,8 @@ private:
     // To the ports whose names begin with `device`, or to the hardware's first two.
     void Connect_(const std::string& device) {
         const std::string pattern = device.empty() ? "" : "^" + Quote_(device);
-        const unsigned long flags = JackPortIsInput | (device.empty() ? static_cast<unsigned long>(JackPortIsPhysical) : 0UL);
+        const unsigned long flags =
+            JackPortIsInput | (device.empty() ? static_cast<unsigned long>(JackPortIsPhysical) : 0UL);
         const std::unique_ptr<const char*, FreePorts> found(
             jack_get_ports(client_.get(), pattern.empty() ? nullptr : pattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags));
         std::size_t connected = 0;

@@ -14,8 +14,7 @@ namespace stage {
 class OutputFeed final : public FrameSource {
 public:
     // FrameSource.
-    void TakeFrames(float* left, float* right, std::uint32_t frames,
-                    std::chrono::nanoseconds moment) noexcept override;
+    void TakeFrames(float* left, float* right, std::uint32_t frames, std::chrono::nanoseconds moment) noexcept override;
     void NoteFormat(const OutputFormat& format) noexcept override { clock_.NoteFormat(format); }
 
     [[nodiscard]] FrameRing& GetRing() { return ring_; }

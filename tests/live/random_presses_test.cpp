@@ -39,8 +39,8 @@ std::ostream& operator<<(std::ostream& out, const Place& place) {
 
 Place FindPlace(stage::ShowSession& session) {
     stage::StagePlayer& player = session.GetStagePlayer();
-    return {session.GetCurrentSongNumber(), player.GetEngine().GetPosition(),
-            player.GetUserControls().GetTempoScale(), player.GetStageShowControl().Snapshot().loops.size()};
+    return {session.GetCurrentSongNumber(), player.GetEngine().GetPosition(), player.GetUserControls().GetTempoScale(),
+            player.GetStageShowControl().Snapshot().loops.size()};
 }
 
 class Deaf final : public stage::LiveListener {
@@ -56,10 +56,9 @@ public:
 class RandomPresses : public test_support::SmallShow {
 protected:
     void SetUp() override {
-        for (const char* edit :
-             {"add vamp --song 1 --from 2 --to 2", "add repeat --song 1 --from 4 --to 4 --times 2",
-              "add fermata --song 1 --from 6:3 --to 6:4", "add caesura --song 1 --at 8:1",
-              "add cut --song 1 --from 10 --to 11", "attacca --song 1 attacca"})
+        for (const char* edit : {"add vamp --song 1 --from 2 --to 2", "add repeat --song 1 --from 4 --to 4 --times 2",
+                                 "add fermata --song 1 --from 6:3 --to 6:4", "add caesura --song 1 --at 8:1",
+                                 "add cut --song 1 --from 10 --to 11", "attacca --song 1 attacca"})
             ASSERT_EQ(0, Edit(edit).exitCode) << edit;
     }
 

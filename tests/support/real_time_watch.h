@@ -12,8 +12,8 @@
 #include <cstdlib>
 
 /// Counts what a stretch of code does that may make it wait: calls of the system (Linux' syscall user dispatch),
-/// allocations and locks (its own malloc, free and pthread_mutex_lock in place of the library's). Included by one source
-/// of a program.
+/// allocations and locks (its own malloc, free and pthread_mutex_lock in place of the library's). Included by one
+/// source of a program.
 namespace test_support {
 
 class RealTimeWatch {
@@ -55,10 +55,18 @@ public:
         Scope& operator=(const Scope&) = delete;
     };
 
-    static void Reset() { systemCalls_ = allocations_ = locks_ = 0; }
-    static int CountSystemCalls() { return systemCalls_; }
-    static int CountAllocations() { return allocations_; }
-    static int CountLocks() { return locks_; }
+    static void Reset() {
+        systemCalls_ = allocations_ = locks_ = 0;
+    }
+    static int CountSystemCalls() {
+        return systemCalls_;
+    }
+    static int CountAllocations() {
+        return allocations_;
+    }
+    static int CountLocks() {
+        return locks_;
+    }
 
     static void NoteAllocation() noexcept {
         if (isWatching_) ++allocations_;
