@@ -33,6 +33,7 @@ constexpr Group Groups[] = {
     {"control", bench::AddControlRows},
     {"score", bench::AddScoreRows},
     {"midi", bench::AddMidiRows},
+    {"live", bench::AddLiveRows},
 };
 
 void PrintUsage() {

@@ -22,6 +22,7 @@ void AddRenderRows(Table& table, const Effort& effort);
 /// Part of the former: what rendering and other threads wait for each other.
 void AddRenderLockRows(Table& table, const Effort& effort);
 void AddControlRows(Table& table, const Effort& effort);
+void AddLiveRows(Table& table, const Effort& effort);
 void AddScoreRows(Table& table, const Effort& effort);
 void AddMidiRows(Table& table, const Effort& effort);
 /// Part of the former: time code's look-ups.

@@ -15,6 +15,7 @@
 #include "stage/control/take.h"
 #include "stage/live/live_show.h"
 #include "stage/live/real_time.h"
+#include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
 #include "tavo_midi_io/install_midi_ports.h"
 
@@ -23,7 +24,7 @@ namespace {
 struct PlayWords {
     std::string showPath;
     std::string song;
-    std::string output = "auto";
+    std::string output;
     std::string device;
     std::string takePath;
     std::string whenLost = "hold";
@@ -73,9 +74,23 @@ std::optional<stage::Take> FindBrokenTake(const std::string& showPath) {
     return std::nullopt;
 }
 
+/// What the words say, and otherwise the show's settings.
 stage::OutputChoice MakeOutputChoice(const PlayWords& words) {
-    stage::OutputChoice choice = stage::ParseOutputChoice(words.output);
-    choice.device = words.device;
+    stage::OutputChoice choice;
+    if (!words.output.empty()) {
+        choice = stage::ParseOutputChoice(words.output);
+    } else if (!words.showPath.empty()) {
+        using Backend = stage::Settings::Backend;
+        const stage::Settings settings = stage::ReadSettings(kit::path::Join(words.showPath, "settings.json"));
+        if (!settings.outputs.empty()) {
+            const stage::Settings::Output& output = settings.outputs.front();
+            choice.device = output.device;
+            if (output.backend == Backend::Jack) choice.kind = stage::OutputChoice::Kind::Jack;
+            if (output.backend == Backend::RtAudio) choice.kind = stage::OutputChoice::Kind::RtAudio;
+            if (output.backend == Backend::None) choice.kind = stage::OutputChoice::Kind::Null;
+        }
+    }
+    if (!words.device.empty()) choice.device = words.device;
     choice.framesPerSecond = words.framesPerSecond;
     choice.periodFrames = words.periodFrames;
     return choice;
@@ -147,7 +162,8 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     CLI::App* command = app.add_subcommand("play", "Perform a show live");
     command->add_option("show", words->showPath, "The show's directory");
     command->add_option("--song", words->song, "The song that stands ready first; the show's first without it");
-    command->add_option("--output", words->output, "auto, jack, rtaudio, null or file:PATH")->capture_default_str();
+    command->add_option("--output", words->output,
+                        "auto, jack, rtaudio, null or file:PATH; without it as settings.json says");
     command->add_option("--device", words->device, "The device's name, or the beginning of the JACK ports' names");
     command->add_option("--rate", words->framesPerSecond, "Frames a second, where the output can choose")
         ->check(CLI::IsMember({44100, 48000, 88200, 96000}))

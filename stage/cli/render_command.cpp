@@ -116,8 +116,8 @@ void Render(const RenderWords& words) {
     const Script script = ReadScript(words);
     if (words.songs.empty() && !script.take) throw CLI::RequiredError("--song");
     const std::uint32_t framesPerSecond = script.take ? script.take->framesPerSecond : FramesPerSecond;
-    stage::ShowSession::Options sessionOptions = script.take ? stage::MakeTakeSessionOptions(*script.take)
-                                                             : stage::MakeOfflineSessionOptions(framesPerSecond);
+    stage::ShowSession::Options sessionOptions =
+        script.take ? stage::MakeTakeSessionOptions(*script.take) : stage::MakeOfflineSessionOptions(framesPerSecond);
     sessionOptions.soundFont = words.soundFontPath;
     // A render hears no MIDI input: whatever is learned on this machine stays out of it.
     stage::ShowSession session(words.showPath, words.showPath, sessionOptions);
@@ -148,8 +148,10 @@ void AddRenderCommand(CLI::App& app, int& /*exitCode*/) {
     auto words = std::make_shared<RenderWords>();
     CLI::App* command = app.add_subcommand("render", "Play songs with their edits into a sound file");
     command->add_option("show", words->showPath, "The show's directory")->required();
-    command->add_option("--song", words->songs, "Which songs: 3, or 3..7; attaccas are followed anyway. A take says it itself");
-    command->add_option("--script", words->scriptPath, "What the operator does, or a take; without it an automatic one plays");
+    command->add_option("--song", words->songs,
+                        "Which songs: 3, or 3..7; attaccas are followed anyway. A take says it itself");
+    command->add_option("--script", words->scriptPath,
+                        "What the operator does, or a take; without it an automatic one plays");
     command->add_option("--out", words->outPath, "A .wav or .flac file, 24 bit, 48 kHz, or none")->default_str(NoFile);
     command->add_option("--trace", words->tracePath, "Write what happens as lines of text to this file; - prints it");
     command->add_flag("--trace-beats", words->traceBeats, "Trace every beat, not only bars");

@@ -31,8 +31,8 @@ std::string DescribeLength(const Take& take) {
 }
 
 std::size_t Count(const Take& take, TakeLine::Kind kind) {
-    return static_cast<std::size_t>(
-        std::count_if(take.lines.begin(), take.lines.end(), [kind](const TakeLine& line) { return line.kind == kind; }));
+    return static_cast<std::size_t>(std::count_if(take.lines.begin(), take.lines.end(),
+                                                  [kind](const TakeLine& line) { return line.kind == kind; }));
 }
 
 void ListTakes(const std::string& showPath) {
@@ -45,8 +45,12 @@ void ListTakes(const std::string& showPath) {
         return;
     }
     std::sort(paths.begin(), paths.end());
-    TextTable table({{"take"}, {"length", TextTable::Align::Right}, {"presses", TextTable::Align::Right},
-                     {"refused", TextTable::Align::Right}, {"edits log"}, {"ended"}});
+    TextTable table({{"take"},
+                     {"length", TextTable::Align::Right},
+                     {"presses", TextTable::Align::Right},
+                     {"refused", TextTable::Align::Right},
+                     {"edits log"},
+                     {"ended"}});
     for (const std::string& path : paths) {
         const std::string name = std::filesystem::path(path).filename().string();
         try {
@@ -82,8 +86,8 @@ void ShowTake(const std::string& path) {
         if (line.kind == TakeLine::Kind::Command) {
             table.AddRow({line.time, into, line.place, DescribePress(line.text), line.door});
         } else if (line.kind == TakeLine::Kind::Refused) {
-            table.AddRow({line.time, into, line.place, fmt::format("REFUSED {}: {}", DescribePress(line.text), line.sentence),
-                          line.door});
+            table.AddRow({line.time, into, line.place,
+                          fmt::format("REFUSED {}: {}", DescribePress(line.text), line.sentence), line.door});
         } else if (line.kind == TakeLine::Kind::Device) {
             table.AddRow({line.time, into, "", line.text, "device"});
         }

@@ -126,7 +126,7 @@ private:
     std::deque<CommandRecord> records_;  // guarded by recordMutex_
 
     std::mutex postMutex_;
-    std::deque<Posted> posted_;            // guarded by postMutex_
+    std::deque<Posted> posted_;                // guarded by postMutex_
     std::atomic<std::size_t> postedCount_{0};  // written under postMutex_
 };
 

@@ -47,7 +47,8 @@ std::string WithoutHashes(const std::string& text) {
 }
 
 std::string WithoutLineEnds(std::string text) {
-    std::replace_if(text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
     return text;
 }
 
@@ -195,9 +196,9 @@ std::string FindNewestTake(const std::string& showPath) {
 
 TakeWriter::TakeWriter(const std::string& path, const TakeSettings& settings, const tavo_midi::ShowData& show)
     : path_(path), show_(show) {
-    kit::WriteNewFileDurably(path, fmt::format("{}rate {} block {} advance {} log {}\n", FirstWord,
-                                               settings.framesPerSecond, settings.blockFrames, settings.advanceFrames,
-                                               settings.changeLog));
+    kit::WriteNewFileDurably(path,
+                             fmt::format("{}rate {} block {} advance {} log {}\n", FirstWord, settings.framesPerSecond,
+                                         settings.blockFrames, settings.advanceFrames, settings.changeLog));
     thread_ = std::thread([this] { Run_(""); });
 }
 

@@ -114,8 +114,8 @@ struct Take {
 [[nodiscard]] bool IsTake(std::string_view text);
 /// The settings in a take's first line. Throws std::invalid_argument with one sentence without a full stop.
 [[nodiscard]] TakeSettings ReadTakeSettings(std::string_view firstLine);
-/// Reads a take, also one whose last line was torn off by a crash. Throws std::runtime_error with one sentence that names
-/// the file and the line for what is no take.
+/// Reads a take, also one whose last line was torn off by a crash. Throws std::runtime_error with one sentence that
+/// names the file and the line for what is no take.
 [[nodiscard]] Take ReadTake(const std::string& path);
 
 /// The folder of a show's takes, and the path of the newest take in it; empty where there is none.

@@ -163,7 +163,14 @@ constexpr VerbRow Rows[] = {
      [](P& p, const C& c) { p.Edit(c.GetText()); }, true},
     {Verb::Undo, "undo", {}, false, false, "takes back the last edit", [](P& p, const C&) { p.UndoEdit(); }, true},
     {Verb::Redo, "redo", {}, false, false, "makes it again", [](P& p, const C&) { p.RedoEdit(); }, true},
-    {Verb::Save, "save", {}, false, false, "saves the edits as the next version", [](P& p, const C&) { p.SaveEdits(); }, true},
+    {Verb::Save,
+     "save",
+     {},
+     false,
+     false,
+     "saves the edits as the next version",
+     [](P& p, const C&) { p.SaveEdits(); },
+     true},
     {Verb::Quit, "quit", {}, false, false, "ends the show", [](P& p, const C&) { p.Quit(); }},
 };
 

@@ -74,8 +74,8 @@ private:
     std::vector<ChannelState> chaseStates_;
     float* left_ = nullptr;  // where the instruments' next frame goes
     float* right_ = nullptr;
-    std::vector<StereoBuffer> silentGroups_;  // where that of the others goes
-    std::uint32_t unwrittenFrames_ = 0;       // before there, without their gains yet
+    std::vector<StereoBuffer> silentGroups_;        // where that of the others goes
+    std::uint32_t unwrittenFrames_ = 0;             // before there, without their gains yet
     std::array<float, CutOffFrames> cutOffLeft_{};  // what fades away after a cut
     std::array<float, CutOffFrames> cutOffRight_{};
     std::uint32_t cutOffPosition_ = CutOffFrames;

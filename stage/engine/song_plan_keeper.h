@@ -63,9 +63,9 @@ private:
     bool isWanted_ = false;
     bool isWorking_ = false;
     bool isEnding_ = false;
-    std::shared_ptr<const Ready> ready_;   // of the song that follows
+    std::shared_ptr<const Ready> ready_;    // of the song that follows
     std::shared_ptr<const Ready> loading_;  // of the one that is about to be loaded
-    std::shared_ptr<const Ready> used_;  // given out; it goes on the keeper's thread
+    std::shared_ptr<const Ready> used_;     // given out; it goes on the keeper's thread
 
     std::thread thread_;
 };

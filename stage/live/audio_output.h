@@ -76,18 +76,19 @@ struct OutputChoice {
 
 /// Something that a show can be played on.
 struct OutputDevice {
-    std::string output;  ///< "jack", "rtaudio" or "null", as ParseOutputChoice reads it
-    std::string name;    ///< for OutputChoice::device
+    std::string output;                          ///< "jack", "rtaudio" or "null", as ParseOutputChoice reads it
+    std::string name;                            ///< for OutputChoice::device
     std::vector<std::uint32_t> framesPerSecond;  ///< those that it offers
     std::uint32_t periodFrames = 0;              ///< 0 where it can be chosen
     bool isDefault = false;
 };
 
-/// All that are there just now; null is always one of them. Blocks, for two seconds where a JACK server does not answer.
+/// All that are there just now; null is always one of them. Blocks, for two seconds where a JACK server does not
+/// answer.
 [[nodiscard]] std::vector<OutputDevice> ListOutputDevices();
 
-/// Plays a tone of 440 Hz at -20 dBFS, the left side first and then the right one, a second each, and returns what it was
-/// played on. Throws as OpenOutput does.
+/// Plays a tone of 440 Hz at -20 dBFS, the left side first and then the right one, a second each, and returns what it
+/// was played on. Throws as OpenOutput does.
 std::string PlayTestTone(const OutputChoice& choice);
 
 // Each kind by itself.

@@ -103,7 +103,9 @@ private:
         ReadLatency_();
     }
 
-    static int OnProcess_(jack_nframes_t frames, void* self) { return static_cast<JackOutput*>(self)->Process_(frames); }
+    static int OnProcess_(jack_nframes_t frames, void* self) {
+        return static_cast<JackOutput*>(self)->Process_(frames);
+    }
     static int OnBufferSize_(jack_nframes_t frames, void* self) {
         auto& output = *static_cast<JackOutput*>(self);
         output.periodFrames_ = frames;
@@ -126,13 +128,9 @@ private:
     int Process_(jack_nframes_t frames) {
         auto* const left = static_cast<float*>(jack_port_get_buffer(ports_[0], frames));
         auto* const right = static_cast<float*>(jack_port_get_buffer(ports_[1], frames));
-        jack_nframes_t cycleFrames = 0;
-        jack_time_t now = 0;
-        jack_time_t next = 0;
-        float periodMicroseconds = 0;
-        jack_get_cycle_times(client_.get(), &cycleFrames, &now, &next, &periodMicroseconds);
-        // JACK's clock is the system's monotonic one.
-        source_.TakeFrames(left, right, frames, std::chrono::microseconds(now));
+        // JACK's own times are of another clock, which drifts against the steady one. This one is read without a system
+        // call.
+        source_.TakeFrames(left, right, frames, std::chrono::steady_clock::now().time_since_epoch());
         return 0;
     }
 
@@ -148,7 +146,8 @@ private:
     // To the ports whose names begin with `device`, or to the hardware's first two.
     void Connect_(const std::string& device) {
         const std::string pattern = device.empty() ? "" : "^" + Quote_(device);
-        const unsigned long flags = JackPortIsInput | (device.empty() ? static_cast<unsigned long>(JackPortIsPhysical) : 0UL);
+        const unsigned long flags =
+            JackPortIsInput | (device.empty() ? static_cast<unsigned long>(JackPortIsPhysical) : 0UL);
         const std::unique_ptr<const char*, FreePorts> found(
             jack_get_ports(client_.get(), pattern.empty() ? nullptr : pattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags));
         std::size_t connected = 0;

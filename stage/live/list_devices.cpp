@@ -24,7 +24,8 @@ void ListJackPorts(std::vector<OutputDevice>& devices) {
         jack_free(ports);
     }
     for (const std::string& name : names)
-        devices.push_back({"jack", name, {jack_get_sample_rate(client)}, jack_get_buffer_size(client), name == "system"});
+        devices.push_back(
+            {"jack", name, {jack_get_sample_rate(client)}, jack_get_buffer_size(client), name == "system"});
     jack_client_close(client);
 }
 
@@ -36,7 +37,10 @@ void ListRtAudioDevices(std::vector<OutputDevice>& devices) {
             try {
                 const RtAudio::DeviceInfo info = audio.getDeviceInfo(index);
                 if (!info.probed || info.outputChannels < 2) continue;
-                devices.push_back({"rtaudio", info.name, {info.sampleRates.begin(), info.sampleRates.end()}, 0,
+                devices.push_back({"rtaudio",
+                                   info.name,
+                                   {info.sampleRates.begin(), info.sampleRates.end()},
+                                   0,
                                    info.isDefaultOutput});
             } catch (const RtAudioError&) {
                 // One that cannot be asked cannot be played on.

@@ -29,11 +29,11 @@ struct LiveEvent {
 
     Kind kind = Kind::Started;
     EngineEvent::Reason reason = EngineEvent::Reason::Loop;  ///< of Jumped
-    std::int64_t frame = 0;  ///< since the session began
+    std::int64_t frame = 0;                                  ///< since the session began
     std::uint32_t fromTick = 0;
     std::uint32_t tick = 0;
-    std::uint32_t missingFrames = 0;              ///< of Late
-    const tavo_midi::SongData* song = nullptr;    ///< the one that is in; lives as long as the session
+    std::uint32_t missingFrames = 0;            ///< of Late
+    const tavo_midi::SongData* song = nullptr;  ///< the one that is in; lives as long as the session
 };
 
 }  // namespace stage

@@ -84,9 +84,8 @@ std::string LiveJson::Write(const LiveEvent& event) {
     if (event.kind == LiveEvent::Kind::Bar || event.kind == LiveEvent::Kind::Beat) {
         if (!positions_) return "";
         const auto& bars = positions_->GetBars();
-        const bool isBar = std::any_of(bars.begin(), bars.end(), [&](const TL::BarPositions::Bar& bar) {
-            return bar.startTick == event.tick;
-        });
+        const bool isBar = std::any_of(bars.begin(), bars.end(),
+                                       [&](const TL::BarPositions::Bar& bar) { return bar.startTick == event.tick; });
         line["event"] = NameOf(isBar ? LiveEvent::Kind::Bar : LiveEvent::Kind::Beat);
     }
     if (positions_) line["bar"] = positions_->DescribeTick(event.tick);

@@ -22,8 +22,8 @@ namespace stage {
 /// posted to the session's desk. Blocks have one size and lie on one grid from the session's first frame on, whatever
 /// the device asks for: so a replay of the same commands at the same frames sounds the same.
 ///
-/// How far ahead is decided anew for each block. One with a seam, where a press decides how playback goes on, waits until
-/// the device needs it in its next period.
+/// How far ahead is decided anew for each block. One with a seam, where a press decides how playback goes on, waits
+/// until the device needs it in its next period.
 class LiveRenderer final : private EngineSubscriber {
 public:
     struct Options {

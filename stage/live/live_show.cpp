@@ -14,6 +14,7 @@
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/gui_dispatcher.h"
 #include "tavo_midi/midi_message_dispatcher.h"
+#include "tavo_midi/midi_ports.h"
 
 namespace stage {
 
@@ -43,9 +44,9 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
     // The session keeps the rate that it was opened with, whatever becomes of the device.
     OutputChoice choice = options_.output;
     const OutputFormat format = ProbeOutput(choice);
-    session_ = std::make_unique<ShowSession>(
-        showPath, options_.settingsDirectory.empty() ? showPath : options_.settingsDirectory,
-        MakeSessionOptions(options_, format.framesPerSecond));
+    session_ = std::make_unique<ShowSession>(showPath,
+                                             options_.settingsDirectory.empty() ? showPath : options_.settingsDirectory,
+                                             MakeSessionOptions(options_, format.framesPerSecond));
     choice.framesPerSecond = format.framesPerSecond;
     session_->SetQuitHandler([this] { isEnding_ = true; });
     handler_ = notify::guiDispatcher.AddHandler([this](const notify::GuiNotification& notification) {
@@ -66,14 +67,19 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
     renderer_ = std::make_unique<LiveRenderer>(*session_, feed_, options_.rendering);
     shown_.isLocked = options_.isLocked;
     shown_.showTitle = session_->GetShow().GetTitle();
+    for (const std::string& warning : session_->GetWarnings())
+        NoteMessage_(warning);
+    tavo_midi::SetMidiPortListener([this](const tavo_midi::MidiPortReport& report) { NoteMessage_(report.sentence); });
     if (!session_->GetRecoveredEdits().empty()) {
         session_->RecoverEdits();
-        NoteMessage_("Edits that were not saved when the last session ended were made again; they still have to be "
-                     "saved.");
+        NoteMessage_(
+            "Edits that were not saved when the last session ended were made again; they still have to be "
+            "saved.");
     }
 }
 
 LiveShow::~LiveShow() {
+    tavo_midi::SetMidiPortListener({});
     // Nobody renders from here on, and what was pressed last is in the take.
     renderer_.reset();
     keeper_.reset();

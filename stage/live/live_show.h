@@ -69,8 +69,8 @@ public:
     [[nodiscard]] OutputKeeper::State GetOutputState() const { return keeper_->GetState(); }
     [[nodiscard]] const std::string& GetTakePath() const { return takePath_; }
 
-    /// Leaves the command for the next block. What edits is carried out at once on the calling thread, which must be the
-    /// host's, and may wait for the disk. The record is delivered.
+    /// Leaves the command for the next block. What edits is carried out at once on the calling thread, which must be
+    /// the host's, and may wait for the disk. The record is delivered.
     void Press(Command command);
 
     /// Reads a line of a script's language without its moment: "exit", "tempo 90%". Throws std::invalid_argument with

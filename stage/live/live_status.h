@@ -16,10 +16,10 @@ struct LiveStatus {
     enum class Motion : std::uint8_t { NoSong, Stopped, Playing, Paused, Fading, Holding };
 
     struct Loop {
-        std::string kind;  ///< "vamp", "repeat" or "fermata"
+        std::string kind;   ///< "vamp", "repeat" or "fermata"
         std::string place;  ///< "bars 12 to 15"
         int pass = 1;
-        int limit = 0;  ///< 0 without one
+        int limit = 0;        ///< 0 without one
         bool isLeft = false;  ///< it was released: its end is played over
     };
 
@@ -59,11 +59,11 @@ struct LiveStatus {
     std::uint32_t leadFrames = 0;
     std::uint64_t latePeriods = 0;
     double longestBlockMs = 0;  ///< since the status before
-    std::string midiInput;  ///< the port's name; empty without one
+    std::string midiInput;      ///< the port's name; empty without one
     std::string takeProblem;
 
-    std::deque<CommandRecord> presses;   ///< the last ones, the newest last
-    std::deque<std::string> messages;    ///< likewise
+    std::deque<CommandRecord> presses;  ///< the last ones, the newest last
+    std::deque<std::string> messages;   ///< likewise
 };
 
 }  // namespace stage

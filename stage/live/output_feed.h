@@ -14,11 +14,11 @@ namespace stage {
 class OutputFeed final : public FrameSource {
 public:
     // FrameSource.
-    void TakeFrames(float* left, float* right, std::uint32_t frames,
-                    std::chrono::nanoseconds moment) noexcept override;
+    void TakeFrames(float* left, float* right, std::uint32_t frames, std::chrono::nanoseconds moment) noexcept override;
     void NoteFormat(const OutputFormat& format) noexcept override { clock_.NoteFormat(format); }
 
     [[nodiscard]] FrameRing& GetRing() { return ring_; }
+    [[nodiscard]] const FrameRing& GetRing() const { return ring_; }
     [[nodiscard]] const DeviceClock& GetClock() const { return clock_; }
     /// Periods that did not find all their frames, and the frames that were missing in them. Any thread.
     [[nodiscard]] std::uint64_t CountLatePeriods() const { return latePeriods_.load(std::memory_order_relaxed); }

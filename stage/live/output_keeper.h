@@ -24,16 +24,16 @@ class OutputKeeper {
 public:
     struct State {
         bool isPlaying = false;
-        std::string name;           ///< of the output, also while it is lost
-        std::string problem;        ///< why it does not play, one sentence; empty while it does
+        std::string name;     ///< of the output, also while it is lost
+        std::string problem;  ///< why it does not play, one sentence; empty while it does
         OutputFormat format;
         std::uint64_t deviceOverruns = 0;
         unsigned int timesLost = 0;
     };
 
     /// Opens the output. Throws as OpenOutput does; where the machine has an output of that kind, but not just now, it
-    /// is waited for instead if `waits`. `onChange` is called on the keeper's thread with a sentence whenever the output
-    /// is lost or back, or has something to say. `feed` outlives the object.
+    /// is waited for instead if `waits`. `onChange` is called on the keeper's thread with a sentence whenever the
+    /// output is lost or back, or has something to say. `feed` outlives the object.
     OutputKeeper(const OutputChoice& choice, OutputFeed& feed, WhenLost whenLost, bool waits,
                  std::function<void(const std::string& sentence)> onChange);
     ~OutputKeeper();

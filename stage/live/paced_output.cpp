@@ -1,4 +1,5 @@
-// Outputs without a device: a thread that takes frames at the pace of the clock, and drops them or writes them to a file.
+// Outputs without a device: a thread that takes frames at the pace of the clock, and drops them or writes them to a
+// file.
 
 #include <fmt/format.h>
 

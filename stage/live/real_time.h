@@ -13,9 +13,9 @@ enum class RealTimePriority : int {
     Device = 68,
 };
 
-/// Has the calling thread scheduled before all ordinary ones (POSIX SCHED_FIFO) and treats numbers too small to be heard
-/// as zero, which some processors compute slowly with. False where this user may not: the thread is then an ordinary
-/// one. Blocks for microseconds.
+/// Has the calling thread scheduled before all ordinary ones (POSIX SCHED_FIFO) and treats numbers too small to be
+/// heard as zero, which some processors compute slowly with. False where this user may not: the thread is then an
+/// ordinary one. Blocks for microseconds.
 bool BecomeRealTime(RealTimePriority priority);
 
 /// Takes that back for the calling thread.

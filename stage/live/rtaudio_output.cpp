@@ -43,9 +43,8 @@ public:
             audio_.reset();
         }
         if (!problem_.empty()) throw std::runtime_error(fmt::format("no sound device can be opened: {}", problem_));
-        throw std::runtime_error(choice.device.empty()
-                                     ? "there is no sound device that RtAudio finds"
-                                     : fmt::format("there is no sound device \"{}\"", choice.device));
+        throw std::runtime_error(choice.device.empty() ? "there is no sound device that RtAudio finds"
+                                                       : fmt::format("there is no sound device \"{}\"", choice.device));
     }
     ~RtAudioOutput() override {
         try {

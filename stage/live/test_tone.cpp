@@ -1,7 +1,7 @@
+#include <fmt/format.h>
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <fmt/format.h>
 #include <numbers>
 #include <stdexcept>
 #include <thread>

@@ -209,16 +209,17 @@ void ShowSession::TellPlayerBetweenBlocks_(const CL::LogChange& change) {
     std::promise<CommandRecord> decided;
     std::future<CommandRecord> record = decided.get_future();
     const unsigned int shown = GetGuiUpdate().GetTickIndex();
-    desk_.Post({Verb::Edit,
-                {fmt::format("{}{} {}", ShownMark, shown, CL::WriteLogChange(change))},
-                {Door::Automatic, "edit"},
-                0,
-                kit::GetClock().Now()},
-               [&decided](const CommandRecord& made) { decided.set_value(made); },
-               [&] {
-                   ShowPlayheadAt(shown);
-                   TellPlayer_(change);
-               });
+    desk_.Post(
+        {Verb::Edit,
+         {fmt::format("{}{} {}", ShownMark, shown, CL::WriteLogChange(change))},
+         {Door::Automatic, "edit"},
+         0,
+         kit::GetClock().Now()},
+        [&decided](const CommandRecord& made) { decided.set_value(made); },
+        [&] {
+            ShowPlayheadAt(shown);
+            TellPlayer_(change);
+        });
     if (const CommandRecord made = record.get(); !made.IsTaken()) throw std::runtime_error(made.sentence);
 }
 

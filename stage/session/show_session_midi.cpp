@@ -66,8 +66,8 @@ Command AsCommand(const midi_commands::DeliveredCommand& delivered, const std::s
 
 }  // namespace
 
-// Whoever listens to the callback hears of it when the command is carried out. A song that is asked for lets the rest of
-// its message pass, which waits behind it and is refused with it.
+// Whoever listens to the callback hears of it when the command is carried out. A song that is asked for lets the rest
+// of its message pass, which waits behind it and is refused with it.
 bool ShowSession::PostMidiCommand_(Command command, const std::string& callbackName, bool isTheFacades) {
     const nanoseconds arrival = command.moment;
     const bool isSong = command.verb == Verb::Load;

@@ -10,6 +10,7 @@
 #include "stage/offline/offline_show.h"
 #include "tests/live/live_program.h"
 #include "tests/stage/small_show.h"
+#include "tests/support/corpus.h"
 
 namespace {
 
@@ -30,13 +31,12 @@ StereoSound RenderTake(const std::string& showPath, const std::string& takePath)
     stage::ShowSession session(showPath, showPath, stage::MakeTakeSessionOptions(*options.take));
     options.script = stage::ParseShowScript(text, takePath, session.GetShow(), "1");
     StereoSound sound;
-    stage::OfflineShow show(
-        session, options,
-        [&sound](const float* left, const float* right, std::uint32_t frames) {
-            sound.left.insert(sound.left.end(), left, left + frames);
-            sound.right.insert(sound.right.end(), right, right + frames);
-        },
-        {});
+    stage::OfflineShow show(session, options,
+                            [&sound](const float* left, const float* right, std::uint32_t frames) {
+                                sound.left.insert(sound.left.end(), left, left + frames);
+                                sound.right.insert(sound.right.end(), right, right + frames);
+                            },
+                            {});
     const stage::OfflineResult result = show.Run();
     EXPECT_TRUE(result.remarks.empty()) << result.remarks.front();
     return sound;
@@ -135,5 +135,63 @@ INSTANTIATE_TEST_SUITE_P(Jack, TakeRenderFormats,
                              return std::to_string(tested.param.framesPerSecond) + "_" +
                                     std::to_string(tested.param.periodFrames);
                          });
+
+/// A work of the corpus, and two of its songs that are played one after the other.
+struct Work {
+    const char* name;
+    const char* first;
+    const char* second;
+};
+
+class TakeRenderWorks : public testing::TestWithParam<Work> {};
+
+TEST_P(TakeRenderWorks, RecordedSongs_AreTheTakesRender) {
+    SKIP_WITHOUT_CORPUS();
+    if (test_support::IsSanitized) GTEST_SKIP() << "Music in real time needs a build without a sanitizer.";
+    if (!test_support::EnterOwnSharedMemory())
+        GTEST_SKIP() << "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
+    const test_support::TemporaryDirectory directory;
+    const std::string show = directory / "show";
+    const std::string take = directory / "work.take";
+    const std::string recording = directory / "work.raw";
+    const auto imported =
+        test_support::RunStage({"import", (test_support::CorpusPath() / GetParam().name).string(), "-o", show});
+    ASSERT_EQ(0, imported.exitCode) << imported.err;
+    const auto server = test_support::StartJackServer();
+    if (server == nullptr) GTEST_SKIP() << "No JACK server with the dummy driver can be started here.";
+    LiveProgram play({show, "--output", "jack", "--take", take, "--lead", "4096", "--song", GetParam().first});
+    play.WaitFor("song", {{"song", GetParam().first}});
+    test_support::Child recorder({SOUND_PEER, "recorder", recording, "tavo-sound:main_left", "tavo-sound:main_right"});
+    ASSERT_EQ("recording", recorder.ReadLine());
+    play.Press("play");
+    for (int bar = 0; bar < 2; ++bar)
+        play.WaitFor("bar");
+    play.Press("next-measure");
+    play.WaitFor("jump", {{"reason", "seek"}});
+    play.Press("tempo 120%");
+    play.Press("transpose -1");
+    play.WaitFor("bar");
+    play.WaitFor("bar");
+    play.Press("fade 0.5");
+    play.WaitFor("stopped");
+    play.Press(std::string("load ") + GetParam().second);
+    play.Press("play");
+    for (int bar = 0; bar < 3; ++bar)
+        play.WaitFor("bar", {{"song", GetParam().second}});
+    const nlohmann::json status = play.Status();
+    play.Quit();
+    EXPECT_EQ(0, status["latePeriods"]) << status;
+    EXPECT_EQ(0, recorder.End(SIGTERM)) << "the recorder lost frames";
+    const StereoSound recorded = test_support::ReadRecording(recording);
+    const StereoSound rendered = RenderTake(show, take);
+    const std::size_t comparable = test_support::CountComparableFrames(recorded, rendered) - NotPlayedFrames;
+    EXPECT_GT(comparable, 48000U);
+    EXPECT_LE(comparable, test_support::CountSameFrames(recorded, rendered));
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, TakeRenderWorks,
+                         testing::Values(Work{"show_schubert_muellerin", "2", "5"},
+                                         Work{"show_holmes_melodies", "11", "3"}, Work{"show_harrer_abel", "22", "4"}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
 }  // namespace

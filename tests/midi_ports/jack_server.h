@@ -137,10 +137,10 @@ inline bool EnterOwnSharedMemory() {
 /// on over those that a busy machine holds up, and loses what they send in that cycle.
 inline std::unique_ptr<Child> StartJackServer(const std::string& options = "-S", unsigned int framesPerSecond = 48000,
                                               unsigned int periodFrames = 128) {
-    auto server = std::make_unique<Child>(std::vector<std::string>{
-        "sh", "-c",
-        "exec jackd -R -P 70 " + options + " -d dummy -r " + std::to_string(framesPerSecond) + " -p " +
-            std::to_string(periodFrames) + " >/dev/null 2>&1"});
+    auto server = std::make_unique<Child>(
+        std::vector<std::string>{"sh", "-c",
+                                 "exec jackd -R -P 70 " + options + " -d dummy -r " + std::to_string(framesPerSecond) +
+                                     " -p " + std::to_string(periodFrames) + " >/dev/null 2>&1"});
     // jack_wait looks once a second only.
     Child wait(
         {"sh", "-c", "for look in $(seq 500); do jack_lsp >/dev/null 2>&1 && echo up && exit; sleep 0.02; done"});

@@ -1,5 +1,5 @@
-// sound_peer NAME FILE LEFT RIGHT: a JACK client that records what the two ports play, as 32-bit floats, left and right in
-// turn. Prints "recording" once it is connected; SIGTERM ends it, and the file is complete.
+// sound_peer NAME FILE LEFT RIGHT: a JACK client that records what the two ports play, as 32-bit floats, left and right
+// in turn. Prints "recording" once it is connected; SIGTERM ends it, and the file is complete.
 
 #include <jack/jack.h>
 #include <jack/ringbuffer.h>

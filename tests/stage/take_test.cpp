@@ -7,6 +7,7 @@
 #include "kit/file.h"
 #include "stage/control/script.h"
 #include "stage/session/show_session.h"
+#include "tavo_core/event_codes.h"
 #include "tests/stage/small_show.h"
 
 namespace {
@@ -28,9 +29,7 @@ protected:
         return record;
     }
     [[nodiscard]] std::string Path() const { return directory_ / "evening.take"; }
-    [[nodiscard]] tavo_midi::ShowData LoadData() const {
-        return tavo_midi::ShowData(Show() + "/show.showdata");
-    }
+    [[nodiscard]] tavo_midi::ShowData LoadData() const { return tavo_midi::ShowData(Show() + "/show.showdata"); }
 
     tavo_midi::ShowData data_;
     const stage::TakeSettings settings_{44100, 64, 64, "my show-1.0.logdata"};
@@ -40,7 +39,7 @@ TEST_F(TakeTest, WrittenTake_IsReadAsItWasNoted) {
     FlowState state;
     state.song = "1";
     state.tick = 1920;
-    state.loops = {{1, 0, 1920, 0, 3, false}};
+    state.loops = {{codes::Vamp, 0, 1920, 0, 3, false}};
     {
         stage::TakeWriter writer(Path(), settings_, data_);
         writer.NoteCommand(MakeRecord({Verb::Load, {std::string("1")}, {Door::Automatic, "start"}, 1, {}}, 0), {});
@@ -80,7 +79,8 @@ TEST_F(TakeTest, Take_IsAScriptOfItsCommands) {
         writer.NoteCommand(MakeRecord({Verb::Seek, {std::uint32_t{960}}, {Door::Page, "#2"}, 1, {}}, 64), {});
         writer.NoteDevice(65, "nothing");
         writer.NoteCommand(
-            MakeRecord({Verb::Edit, {std::string("{\"text\":\"a  # b\"}")}, {Door::Automatic, "edit"}, 2, {}}, 128), {});
+            MakeRecord({Verb::Edit, {std::string("{\"text\":\"a  # b\"}")}, {Door::Automatic, "edit"}, 2, {}}, 128),
+            {});
     }
     const auto lines = stage::ParseShowScript(kit::ReadFile(Path(), 1U << 20U), "take", data_, "1");
     ASSERT_EQ(2U, lines.size());

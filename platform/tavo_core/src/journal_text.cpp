@@ -125,7 +125,8 @@ std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
 std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain) {
     // The members of the change's object follow those of the line's.
     const std::string text = CL::WriteLogChange(change);
-    return MakeLine(fmt::format("{}{}{}{}", StateKey, stateAfter, StateEndMark, std::string_view(text).substr(1)), chain);
+    return MakeLine(fmt::format("{}{}{}{}", StateKey, stateAfter, StateEndMark, std::string_view(text).substr(1)),
+                    chain);
 }
 
 std::string WriteSavedIn(const std::string& logName, std::uint64_t& chain) {

@@ -28,9 +28,7 @@ std::string WriteEdits(const LogChange& change, bool removed) {
         SongLog& songLog = log.GetSongLogs()[song.songNumber];
         for (const AnyEdit& any : removed ? song.removed : song.added) {
             std::visit(
-                [&songLog](const auto& edit) {
-                    SequenceOf<std::remove_cvref_t<decltype(edit)>>(songLog).Add(edit);
-                },
+                [&songLog](const auto& edit) { SequenceOf<std::remove_cvref_t<decltype(edit)>>(songLog).Add(edit); },
                 any);
         }
         // Two states that differ say that it changes.
@@ -53,7 +51,8 @@ LogChange ReadLogChange(std::string_view text, const std::string& name) {
     if (!text.starts_with(RemovedKey) || addedAt == std::string_view::npos || text.back() != '}')
         throw std::runtime_error(name + ": the line is not a change");
     const std::size_t addedFrom = addedAt + AddedKey.size();
-    const ChangeLog removed = tavo_core::ReadChangeLog(std::string(text.substr(RemovedKey.size(), addedAt - RemovedKey.size())), name);
+    const ChangeLog removed =
+        tavo_core::ReadChangeLog(std::string(text.substr(RemovedKey.size(), addedAt - RemovedKey.size())), name);
     const ChangeLog added =
         tavo_core::ReadChangeLog(std::string(text.substr(addedFrom, text.size() - 1 - addedFrom)), name);
 
@@ -63,9 +62,7 @@ LogChange ReadLogChange(std::string_view text, const std::string& name) {
         song.removed.clear(), song.added.clear();
     const auto gather = [&change](const ChangeLog& log, std::vector<AnyEdit> SongChange::*edits) {
         for (const auto& [number, songLog] : log.GetSongLogs()) {
-            const auto named = [&songNumber = number](const SongChange& song) {
-                return song.songNumber == songNumber;
-            };
+            const auto named = [&songNumber = number](const SongChange& song) { return song.songNumber == songNumber; };
             auto song = std::find_if(change.songs.begin(), change.songs.end(), named);
             if (song == change.songs.end()) song = change.songs.insert(song, {number, {}, {}, {}});
             songLog.ForEachSequence([&](const auto& sequence) {

@@ -5,17 +5,17 @@
 /// For the parts of a program that are clients of a JACK server of their own, beside its MIDI ports.
 namespace tavo_midi_io {
 
-/// Makes the request on the thread that makes all of this process's requests to JACK, one after the other: a server that
-/// is stopped never answers, and whoever asks it would hang. False if it was not done in two seconds; it may then still
-/// be done at any later time, so what it uses belongs to it. What it throws is thrown here. Thread-safe; blocks.
+/// Makes the request on the thread that makes all of this process's requests to JACK, one after the other: a server
+/// that is stopped never answers, and whoever asks it would hang. False if it was not done in two seconds; it may then
+/// still be done at any later time, so what it uses belongs to it. What it throws is thrown here. Thread-safe; blocks.
 [[nodiscard]] bool AskJack(std::function<void()> request);
 /// Has a client closed, which is done in any case, if need be when the server goes on; waits for two seconds at most.
 /// What it throws is logged.
 void CloseJackClient(std::function<void()> request);
 
-/// Which clients the process has. libjack, asked for a client after its server has died, destroys those that the process
-/// still has under their owners' hands: so nobody opens one before all clients of the dead server have been closed.
-/// Thread-safe, without locks.
+/// Which clients the process has. libjack, asked for a client after its server has died, destroys those that the
+/// process still has under their owners' hands: so nobody opens one before all clients of the dead server have been
+/// closed. Thread-safe, without locks.
 namespace jack_clients {
 
 /// Whether a client may be opened now. To be asked within AskJack, right before.

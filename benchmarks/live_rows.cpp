@@ -1,0 +1,199 @@
+// A performance: what the device's callback costs, how late a press may come, how soon a song stands ready.
+
+#include <fmt/format.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "benchmarks/rows.h"
+#include "stage/live/live_show.h"
+#include "tests/midi_ports/jack_server.h"
+#include "tests/player_core/support/test_interface.h"
+
+namespace bench {
+
+namespace {
+
+using stage::OutputChoice;
+using stage::Verb;
+
+double Now() {
+    return static_cast<double>(std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count());
+}
+
+class Deaf final : public stage::LiveListener {
+public:
+    void OnLiveEvent(const stage::LiveEvent&) override {}
+    void OnRecord(const stage::CommandRecord&) override {}
+    void OnNotification(const notify::GuiNotification&) override {}
+    void OnMessage(const std::string&) override {}
+};
+
+/// Sixteen bars, the first of which goes round ten times a second.
+class LiveStage {
+public:
+    explicit LiveStage(const OutputChoice& output) {
+        files_.WriteMusic("evening.showdata",
+                          {test_support::MakeShowSong("1", 16), test_support::MakeShowSong("2", 400)});
+        files_.WriteLog("evening-1.3.logdata", {1, 3},
+                        [](CL::ChangeLog& log) { log.GetSongLog("1").GetVamps().Add(CL::Vamp(480, 576)); });
+        stage::LiveShow::Options options;
+        options.output = output;
+        options.settingsDirectory = files_.Settings();
+        show.emplace(files_.Show(), options);
+    }
+
+    void Press(const std::string& line) { show->Press(show->Read(line, {stage::Door::Script, ""})); }
+    void Run(double seconds) {
+        for (const double end = Now() + seconds * 1e9; Now() < end;) {
+            static_cast<void>(show->Deliver(deaf_));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    }
+
+private:
+    test_support::ShowFiles files_;
+    Deaf deaf_;
+
+public:
+    std::optional<stage::LiveShow> show;
+};
+
+/// At each loop's end: how long after the decision the device begins to play what was decided.
+class SeamWatch final : public stage::EngineSubscriber {
+public:
+    explicit SeamWatch(LiveStage& live) : live_(live) {}
+
+    void OnEngineEvent(const stage::EngineEvent& event) override {
+        if (event.kind != stage::EngineEvent::Kind::Jumped) return;
+        const double now = Now();
+        const stage::OutputFormat format = live_.show->GetFeed().GetClock().GetFormat();
+        const auto moment = live_.show->GetFeed().GetClock().GetLastMoment();
+        if (!moment) return;
+        // The device took frames up to here when it began its last period; those after it come one period later.
+        const auto taken = static_cast<double>(live_.show->GetFeed().GetRing().CountTaken());
+        const double begins = static_cast<double>(moment->count()) + 1e9 * format.periodFrames / format.framesPerSecond;
+        const double played = begins + 1e9 * (static_cast<double>(event.frame) - taken) / format.framesPerSecond;
+        const std::lock_guard lock(mutex_);
+        leads_.Add(std::max(0.0, played - now));
+    }
+    [[nodiscard]] Timing GetLeads() {
+        const std::lock_guard lock(mutex_);
+        return leads_;
+    }
+
+private:
+    LiveStage& live_;
+    std::mutex mutex_;
+    Timing leads_;
+};
+
+Timing MeasureSeams(const OutputChoice& output, double seconds) {
+    LiveStage live(output);
+    SeamWatch watch(live);
+    live.Run(0.3);
+    live.Press("load 1");
+    live.Run(0.2);
+    // Between two blocks, on the thread that renders.
+    live.show->GetSession().GetDesk().Post({Verb::Stop, {}, {stage::Door::Script, ""}, 0, {}}, {}, [&] {
+        live.show->GetSession().GetStagePlayer().GetEngine().Subscribe(watch);
+    });
+    live.Press("play");
+    live.Run(seconds);
+    live.Press("panic");
+    live.Run(0.2);
+    Timing leads = watch.GetLeads();
+    live.show.reset();
+    return leads;
+}
+
+void AddSeamRow(Table& table, const OutputChoice& output, const std::string& name, double seconds) {
+    const Timing leads = MeasureSeams(output, seconds);
+    if (leads.Rounds().empty()) return;
+    const double period = 1e9 * output.periodFrames / output.framesPerSecond;
+    table.Add({fmt::format("{}, {} frames: a press is too late before a seam, p50 / p99", name, output.periodFrames),
+               fmt::format("{}", leads.Rounds().size()), "a period", FormatTime(period),
+               fmt::format("{} / {}", FormatTime(leads.Median()), FormatTime(leads.Quantile(0.99))),
+               FormatRatio(leads.Median() / period), output.periodFrames == 128 ? "6 ms" : "", "",
+               leads.Quantile(0.99) <= 6e6 || output.periodFrames != 128});
+}
+
+void AddCallbackRow(Table& table, const Effort& effort) {
+    constexpr std::uint32_t Period = 128;
+    stage::OutputFeed feed;
+    const std::vector<float> sound(Period, 0.1F);
+    std::array<float, Period> left{};
+    std::array<float, Period> right{};
+    Timing callbacks;
+    Timing copies;
+    for (const double end = Now() + effort.secondsPerComparison * 1e9; Now() < end;) {
+        feed.GetRing().Write(sound.data(), sound.data(), Period);
+        const double begin = ReadNanoseconds(Clock::Wall);
+        feed.TakeFrames(left.data(), right.data(), Period, std::chrono::nanoseconds(1));
+        const double middle = ReadNanoseconds(Clock::Wall);
+        std::copy(sound.begin(), sound.end(), left.begin());
+        std::copy(sound.begin(), sound.end(), right.begin());
+        callbacks.Add(middle - begin);
+        copies.Add(ReadNanoseconds(Clock::Wall) - middle);
+    }
+    table.Add({"the device's callback, 128 frames, median / p99.9", fmt::format("{}", callbacks.Rounds().size()),
+               "two copies of them", FormatTime(copies.Median()),
+               fmt::format("{} / {}", FormatTime(callbacks.Median()), FormatTime(callbacks.Quantile(0.999))),
+               FormatRatio(callbacks.Median() / copies.Median()), "2 us at p99.9", "",
+               callbacks.Quantile(0.999) <= 2000});
+}
+
+void AddStartRow(Table& table, const Effort& effort) {
+    OutputChoice output;
+    output.kind = OutputChoice::Kind::Null;
+    LiveStage live(output);
+    live.Run(0.2);
+    Timing loads;
+    const int times = effort.brief ? 10 : 60;
+    for (int i = 0; i < times; ++i) {
+        const std::string wanted = i % 2 == 0 ? "2" : "1";
+        const double begin = Now();
+        live.Press("load " + wanted);
+        live.Press("play");
+        while (live.show->GetSession().GetCurrentSongNumber() != wanted ||
+               !live.show->GetSession().GetStagePlayer().GetEngine().IsRolling())
+            std::this_thread::yield();
+        loads.Add(Now() - begin);
+        live.Run(0.03);
+    }
+    const double period = 1e9 * output.periodFrames / output.framesPerSecond;
+    table.Add({"a song is loaded and plays, median / p99", fmt::format("{}", loads.Rounds().size()), "a period",
+               FormatTime(period), fmt::format("{} / {}", FormatTime(loads.Median()), FormatTime(loads.Quantile(0.99))),
+               FormatRatio(loads.Median() / period), "50 ms", "", loads.Quantile(0.99) <= 50e6});
+}
+
+}  // namespace
+
+void AddLiveRows(Table& table, const Effort& effort) {
+    AddCallbackRow(table, effort);
+    AddStartRow(table, effort);
+    const double seconds = effort.brief ? 2 : 10;
+    OutputChoice output;
+    for (const std::uint32_t period : {64U, 128U, 256U}) {
+        output.kind = OutputChoice::Kind::Null;
+        output.periodFrames = period;
+        AddSeamRow(table, output, "clock", seconds);
+    }
+    // Comes last: the process keeps its own /dev/shm.
+    if (!test_support::EnterOwnSharedMemory()) return;
+    for (const std::uint32_t period : {64U, 128U, 256U}) {
+        const auto server = test_support::StartJackServer("", 48000, period);
+        if (server == nullptr) return;
+        output.kind = OutputChoice::Kind::Jack;
+        output.periodFrames = period;
+        AddSeamRow(table, output, "JACK", seconds);
+    }
+}
+
+}  // namespace bench
