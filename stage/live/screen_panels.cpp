@@ -110,11 +110,12 @@ int PutSound(ScreenPicture& picture, const LiveStatus& status, int row, int rows
             {fmt::format("   {} Hz   {} frames   latency {}   lead {}", output.format.framesPerSecond,
                          output.format.periodFrames, DescribeLatency(output.format), status.leadFrames),
              Plain});
-    lines.push_back({{"        ", Faint},
-                     {Plural(status.latePeriods, "late block", "late blocks"), status.latePeriods > 0 ? Alarm : Plain},
-                     {"   " + Plural(output.deviceOverruns, "overrun", "overruns"), Plain},
-                     {fmt::format("   lost {}", Plural(output.timesLost, "time", "times")), Plain},
-                     {status.isRealTime ? "   real-time" : "   not real-time", Plain}});
+    lines.push_back(
+        {{"        ", Faint},
+         {Plural(status.latePeriods, "late block", "late blocks"), status.latePeriods > 0 ? Warning : Plain},
+         {"   " + Plural(output.deviceOverruns, "overrun", "overruns"), Plain},
+         {fmt::format("   lost {}", Plural(output.timesLost, "time", "times")), Plain},
+         {status.isRealTime ? "   real-time" : "   not real-time", Plain}});
     lines.push_back(
         {{"Volume  ", Faint},
          {fmt::format("master {:.0f}%   music {:.0f}%", status.masterVolume * 100, status.musicVolume * 100), Plain},

@@ -104,7 +104,7 @@ ScreenKey TranslateCharacter(char32_t character) {
 
 }  // namespace
 
-/// Standard output and standard error lead into a pipe.
+/// Standard output and standard error lead into a pipe, but for an error stream that is not the terminal.
 class ScreenTerminal::Printed {
 public:
     Printed() {
@@ -117,7 +117,8 @@ public:
         error_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
         file_ = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
         dup2(pipe[1], STDOUT_FILENO);
-        dup2(pipe[1], STDERR_FILENO);
+        // What is written down in a file is no trouble.
+        if (isatty(STDERR_FILENO) != 0) dup2(pipe[1], STDERR_FILENO);
         close(pipe[1]);
     }
     ~Printed() {
