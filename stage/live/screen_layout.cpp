@@ -242,9 +242,9 @@ ScreenPicture LayOutScreen(const LiveStatus& status, const ScreenState& state, c
     int row = 2 + roomy;
     row += PutPlace(picture, status, row);
     PutNotice(picture, state, row++);
-    const int open = row;
     row += roomy;
     PutFlow(picture, status, row++);
+    const int open = row;
     row += roomy;
     const int loops = size.rows >= 34 ? 6 : std::clamp(size.rows - 21, 1, 3);
     PutLoops(picture, status, row, loops);

@@ -20,16 +20,13 @@ constexpr std::pair<const char*, const char*> KeyRows[] = {
     {"Enter", "play"},
     {"P", "pause"},
     {"Esc", "stop; again within 2 s: panic, silence at once"},
-    {"F", "fade out in 3 s and stop"},
-    {"C", "cancel the fade"},
+    {"F C", "fade out in 3 s and stop; cancel the fade"},
     {"Left Right", "previous, next marker"},
     {"Up Down", "previous, next song; stopped: choose from a list"},
     {"0-9 G", "go to a bar: type 12 or 12:3, then Enter"},
     {"+ -", "tempo up, down by 1 %"},
     {"[ ]", "master volume down, up by 5 %"},
-    {"U R", "undo, redo the last edit"},
-    {"S", "save the edits"},
-    {"?", "these keys"},
+    {"U R S", "undo, redo the last edit; save the edits"},
     {"Q", "quit; asks while playing or locked"},
 };
 

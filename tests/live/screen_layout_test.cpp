@@ -253,13 +253,14 @@ TEST(ScreenLayout, ListOfSixtySongs_ShowsTheChosenOne) {
     }
 }
 
-TEST(ScreenLayout, AllKeys_HaveRoomOnTheUsualTerminal) {
+TEST(ScreenLayout, AllKeys_HaveRoomBelowThePlaceAndWhatIsArmed) {
     ScreenState state;
     state.mode = ScreenState::Mode::Keys;
     const std::string screen = Draw(MakeEvening(), state, Usual);
     for (const char* expected :
-         {"Space", "Enter", "Esc", "Left Right", "Up Down", "[ ]", "save the edits", "quit; asks"})
+         {"Space", "Enter", "Esc", "Left Right", "Up Down", "[ ]", "save the edits", "quit; asks", "leaves in 5 beats"})
         EXPECT_THAT(screen, HasSubstr(expected));
+    EXPECT_EQ(CountBlocks(Draw(MakeEvening(), {}, Usual)), CountBlocks(screen)) << "the digits are covered";
 }
 
 TEST(ScreenLayout, SmallTerminal_KeepsWhatMattersMost) {
