@@ -149,6 +149,23 @@ TEST_P(Recovery, ServerReturnsWithAnotherRate_ShowPlaysOnAtItsTempo) {
     EXPECT_EQ(256, status["output"]["periodFrames"]);
 }
 
+TEST_P(Recovery, ServerKilledWhileTheShowKeepsTime_MusicHasGoneOn) {
+    if (IsLeftOut()) GTEST_SKIP() << "Only with TAVO_SERVER_KILLS in this mode.";
+    play_ = std::make_unique<LiveProgram>(
+        std::vector<std::string>{Show(), "--output", "jack", "--no-take", "--when-lost", "run"});
+    play_->WaitFor("song", {{"song", "1"}});
+    play_->Press("seek 13");
+    play_->Press("play");
+    play_->WaitFor("bar", {{"bar", "14"}});
+    server_->End(SIGKILL);
+    // Nobody hears it, and it is told as it happens.
+    play_->WaitFor("bar", {{"bar", "15"}});
+    play_->WaitFor("bar", {{"bar", "16"}});
+    server_ = test_support::StartJackServer(GetParam());
+    play_->WaitFor("message", {{"sentence", "JACK is back, sound goes on."}});
+    play_->WaitFor("bar", {{"bar", "18"}});
+}
+
 TEST_P(Recovery, ServerTakesLongerPeriods_ShowPlaysOn) {
     if (IsLeftOut()) GTEST_SKIP() << "Only with TAVO_SERVER_KILLS in this mode.";
     play_->Press("play");
