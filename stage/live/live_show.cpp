@@ -40,6 +40,20 @@ void Keep(std::deque<Value>& kept, const Value& value, std::size_t most) {
 }  // namespace
 
 LiveShow::LiveShow(const std::string& showPath, const Options& options) : options_(options) {
+    try {
+        Open_(showPath);
+    } catch (...) {
+        Close_();
+        throw;
+    }
+    RecoverEdits_();
+}
+
+LiveShow::~LiveShow() {
+    Close_();
+}
+
+void LiveShow::Open_(const std::string& showPath) {
     isRealTime_ = BecomeRealTime(RealTimePriority::Host);
     // The session keeps the rate that it was opened with, whatever becomes of the device.
     OutputChoice choice = options_.output;
@@ -70,23 +84,32 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
     for (const std::string& warning : session_->GetWarnings())
         NoteMessage_(warning);
     tavo_midi::SetMidiPortListener([this](const tavo_midi::MidiPortReport& report) { NoteMessage_(report.sentence); });
-    if (!session_->GetRecoveredEdits().empty()) {
+}
+
+// A show must open, whatever becomes of them.
+void LiveShow::RecoverEdits_() {
+    if (session_->GetRecoveredEdits().empty()) return;
+    try {
         session_->RecoverEdits();
         NoteMessage_(
-            "Edits that were not saved when the last session ended were made again; they still have to be "
-            "saved.");
+            "Edits that were not saved when the last session ended were made again: they still have to be saved.");
+    } catch (const std::exception& problem) {
+        NoteMessage_(fmt::format("Edits that were not saved when the last session ended cannot be made again: {}.",
+                                 problem.what()));
     }
 }
 
-LiveShow::~LiveShow() {
+void LiveShow::Close_() {
     tavo_midi::SetMidiPortListener({});
     // Nobody renders from here on, and what was pressed last is in the take.
     renderer_.reset();
     keeper_.reset();
-    session_->GetDesk().SetRecordListener({});
-    session_->SetQuitHandler({});
+    if (session_ != nullptr) {
+        session_->GetDesk().SetRecordListener({});
+        session_->SetQuitHandler({});
+    }
     take_.reset();
-    notify::guiDispatcher.RemoveHandler(handler_);
+    if (handler_ != 0) notify::guiDispatcher.RemoveHandler(handler_);
     if (isRealTime_) BecomeOrdinary();
 }
 

@@ -90,6 +90,9 @@ public:
     void Resume(const Take& take);
 
 private:
+    void Open_(const std::string& showPath);
+    void RecoverEdits_();
+    void Close_();
     void PressEdit_(const Command& command);
     void Fail_(const Command& command, const std::string& sentence);
     void NoteRecord_(const CommandRecord& record);

@@ -109,14 +109,7 @@ void OutputKeeper::Lose_(const std::string& problem) {
     lostOverruns_ += output_->CountDeviceOverruns();
     output_.reset();
     feed_.Rest(true);
-    if (whenLost_ == WhenLost::Run) {
-        OutputChoice pacing = choice_;
-        pacing.kind = OutputChoice::Kind::Null;
-        const OutputFormat format = feed_.GetClock().GetFormat();
-        pacing.framesPerSecond = format.framesPerSecond;
-        pacing.periodFrames = std::max(format.periodFrames, 32U);
-        standIn_ = OpenPacedOutput(pacing, feed_);
-    }
+    if (whenLost_ == WhenLost::Run) StandIn_();
     {
         const std::lock_guard lock(mutex_);
         state_.isPlaying = false;
@@ -126,19 +119,25 @@ void OutputKeeper::Lose_(const std::string& problem) {
     onChange_(problem);
 }
 
+void OutputKeeper::StandIn_() {
+    OutputChoice pacing = choice_;
+    pacing.kind = OutputChoice::Kind::Null;
+    const OutputFormat format = feed_.GetClock().GetFormat();
+    pacing.framesPerSecond = format.framesPerSecond;
+    pacing.periodFrames = std::max(format.periodFrames, 32U);
+    standIn_ = OpenPacedOutput(pacing, feed_);
+}
+
 void OutputKeeper::TryToReturn_() {
     Wait_(RetryInterval);
     std::unique_ptr<AudioOutput> returned;
-    // While it is tried the two would take frames side by side.
-    const bool hadStandIn = std::exchange(standIn_, nullptr) != nullptr;
     try {
+        // The stand-in keeps time until the device is known to be there: two would take frames side by side.
+        if (standIn_ != nullptr) static_cast<void>(ProbeOutput(choice_));
+        standIn_.reset();
         returned = OpenOutput(choice_, feed_);
     } catch (const std::exception& problem) {
-        if (hadStandIn) {
-            OutputChoice pacing = choice_;
-            pacing.kind = OutputChoice::Kind::Null;
-            standIn_ = OpenPacedOutput(pacing, feed_);
-        }
+        if (whenLost_ == WhenLost::Run && standIn_ == nullptr) StandIn_();
         const std::lock_guard lock(mutex_);
         if (state_.problem.empty()) state_.problem = problem.what();
         return;

@@ -46,6 +46,7 @@ private:
     void Run_();
     void Watch_();
     void Lose_(const std::string& problem);
+    void StandIn_();
     void TryToReturn_();
     [[nodiscard]] std::string FindProblem_();
     void Publish_();

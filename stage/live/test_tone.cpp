@@ -1,4 +1,6 @@
 #include <fmt/format.h>
+
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
