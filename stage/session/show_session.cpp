@@ -144,6 +144,11 @@ void ShowSession::Restore(const std::string& state) {
         flow.preJumpTick = flow.tick;
         flow.jumpTargetTick = flow.tick;
     }
+    // Until playback has followed, what is reported is from before.
+    flow.display.seekFromTick = GetGuiUpdate().GetTickIndex();
+    flow.display.tick = flow.jumpTargetTick;
+    flow.display.seekForward = flow.display.tick > flow.display.seekFromTick;
+    flow.display.seekPending = flow.display.tick != flow.display.seekFromTick;
     player_->GetShowControl().Restore(flow);
 }
 

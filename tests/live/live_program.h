@@ -106,8 +106,4 @@ inline std::size_t CountSameFrames(const StereoSound& a, const StereoSound& b) {
     return same;
 }
 
-inline std::size_t CountComparableFrames(const StereoSound& a, const StereoSound& b) {
-    return std::min(a.left.size() - a.FindFirstSound(), b.left.size() - b.FindFirstSound());
-}
-
 }  // namespace test_support
