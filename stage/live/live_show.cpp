@@ -177,10 +177,11 @@ void LiveShow::NoteMessage_(const std::string& sentence) {
 bool LiveShow::Deliver(LiveListener& listener) {
     LiveEvent event;
     while (renderer_->TakeEvent(event)) {
-        if (event.kind == LiveEvent::Kind::Late)
-            NoteMessage_(fmt::format("{} frames came too late for the device.", event.missingFrames));
+        if (event.kind == LiveEvent::Kind::Late && std::exchange(lateFrames_, lateFrames_ + event.missingFrames) == 0)
+            firstLate_ = event;
         events_.push_back(event);
     }
+    ReportLateFrames_();
     std::deque<CommandRecord> records;
     std::deque<notify::GuiNotification> notifications;
     std::deque<std::string> messages;
@@ -212,6 +213,19 @@ bool LiveShow::Deliver(LiveListener& listener) {
         listener.OnMessage(message);
     }
     return !isEnding_;
+}
+
+// A sentence a second at most: on a machine that is too busy there would be hundreds.
+void LiveShow::ReportLateFrames_() {
+    const auto now = std::chrono::steady_clock::now();
+    if (lateFrames_ == 0 || now < nextLateReport_) return;
+    nextLateReport_ = now + std::chrono::seconds(1);
+    std::string place;
+    if (firstLate_.song != nullptr)
+        place = fmt::format(", first at {} of song {}",
+                            TL::BarPositions(firstLate_.song->GetTimeline()).DescribeTick(firstLate_.tick),
+                            firstLate_.song->GetSongNumber());
+    NoteMessage_(fmt::format("{} frames came too late for the device{}.", std::exchange(lateFrames_, 0), place));
 }
 
 void LiveShow::FollowNotification_(const notify::GuiNotification& notification) {

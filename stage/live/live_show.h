@@ -97,6 +97,7 @@ private:
     void Fail_(const Command& command, const std::string& sentence);
     void NoteRecord_(const CommandRecord& record);
     void NoteMessage_(const std::string& sentence);
+    void ReportLateFrames_();
     void FollowNotification_(const notify::GuiNotification& notification);
     void Track_(const std::string& song);
     void FillPlace_(LiveStatus& status);
@@ -124,6 +125,9 @@ private:
 
     // Used by the host's thread.
     std::deque<LiveEvent> events_;  // not heard yet
+    std::uint32_t lateFrames_ = 0;  // since the last report
+    LiveEvent firstLate_;           // of them
+    std::chrono::steady_clock::time_point nextLateReport_;
     std::string takeProblem_;
     LiveStatus shown_;  // what changes with notifications
     // Of the song and the edits that are shown. The display feed's tracker posts neutral values after holds, caesuras
