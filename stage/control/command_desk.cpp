@@ -49,12 +49,15 @@ CommandRecord CommandDesk::Admit(Command command) {
 
 void CommandDesk::Post(Command command, std::function<void(const CommandRecord&)> onDecided,
                        std::function<void()> perform) {
-    {
-        const std::lock_guard lock(postMutex_);
-        posted_.push_back({std::move(command), std::move(onDecided), std::move(perform)});
-        postedCount_ = posted_.size();
-    }
+    const std::lock_guard lock(postMutex_);
+    posted_.push_back({std::move(command), std::move(onDecided), std::move(perform)});
+    postedCount_ = posted_.size();
     if (wakeUp_) wakeUp_();
+}
+
+void CommandDesk::SetWakeUp(std::function<void()> wakeUp) {
+    const std::lock_guard lock(postMutex_);
+    wakeUp_ = std::move(wakeUp);
 }
 
 std::size_t CommandDesk::RunPosted() {

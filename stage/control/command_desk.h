@@ -76,8 +76,9 @@ public:
     /// Executes what was posted, in that order; returns how many there were. The thread that carries commands out: the
     /// host's, or in a performance the rendering one, between two blocks. Takes no lock where nothing was posted.
     std::size_t RunPosted();
-    /// Called after each Post, on the posting thread: wakes whoever calls RunPosted. Set before anybody posts.
-    void SetWakeUp(std::function<void()> wakeUp) { wakeUp_ = std::move(wakeUp); }
+    /// Called after each Post, on the posting thread: wakes whoever calls RunPosted, and calls nothing of the desk. Any
+    /// thread; when it returns, the function before is not called any more.
+    void SetWakeUp(std::function<void()> wakeUp);
 
     /// The key behind the verb was released at its door. A door from which this is never heard is not held back.
     void NoteRelease(const CommandSource& source, Verb verb);
@@ -112,7 +113,6 @@ private:
     // Constant after construction.
     CommandPerformer& performer_;
     const Options options_;
-    std::function<void()> wakeUp_;
 
     // Recursive: what a command sets off may be answered by another one. Held while the façade is called.
     std::recursive_mutex turn_;
@@ -126,6 +126,7 @@ private:
     std::deque<CommandRecord> records_;  // guarded by recordMutex_
 
     std::mutex postMutex_;
+    std::function<void()> wakeUp_;             // guarded by postMutex_
     std::deque<Posted> posted_;                // guarded by postMutex_
     std::atomic<std::size_t> postedCount_{0};  // written under postMutex_
 };

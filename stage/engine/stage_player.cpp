@@ -39,8 +39,20 @@ StagePlayer::~StagePlayer() {
 
 bool StagePlayer::ReportPosition(unsigned int* tickIndex) {
     if (!hasSong_) return false;
-    *tickIndex = heardPosition_ ? heardPosition_() : showControl_.GetWaitingJump().value_or(engine_.GetPosition());
+    {
+        const std::lock_guard lock(heardMutex_);
+        if (heardPosition_) {
+            *tickIndex = heardPosition_();
+            return true;
+        }
+    }
+    *tickIndex = showControl_.GetWaitingJump().value_or(engine_.GetPosition());
     return true;
+}
+
+void StagePlayer::SetHeardPosition(std::function<unsigned int()> heardPosition) {
+    const std::lock_guard lock(heardMutex_);
+    heardPosition_ = std::move(heardPosition);
 }
 
 double StagePlayer::GetElapsedTime() {

@@ -45,9 +45,9 @@ public:
     /// before a song is loaded.
     bool ReportPosition(unsigned int* tickIndex);
     /// What ReportPosition answers instead once a song is loaded: the position that is heard, where a device plays
-    /// later what is rendered now. Set before the display feed is started or while it is paused; called on the feed's
-    /// threads, under no lock.
-    void SetHeardPosition(std::function<unsigned int()> heardPosition) { heardPosition_ = std::move(heardPosition); }
+    /// later what is rendered now. Any thread; when it returns, the function before is not called any more. Called on
+    /// the feed's threads under a lock of its own, so it does not wait for anybody; an empty one takes it away.
+    void SetHeardPosition(std::function<unsigned int()> heardPosition);
 
     // Player.
     double GetElapsedTime() override;
@@ -108,7 +108,8 @@ private:
     // Constant after construction.
     const tavo_midi::ShowData& showData_;
     const std::uint32_t framesPerSecond_;
-    std::function<unsigned int()> heardPosition_;
+    std::mutex heardMutex_;
+    std::function<unsigned int()> heardPosition_;  // guarded by heardMutex_
     // One operation at a time. The rendering thread never waits for it: where it is taken, the engine asks again later.
     // It comes before the engine's lock and all locks of player_core. Recursive, for a song that begins in a cut calls
     // whoever moves the playhead out of it.
