@@ -22,6 +22,7 @@ struct Size {
 class Screen : public test_support::SmallShow {
 protected:
     void SetUp() override {
+        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
         EXPECT_EQ(0, Edit("add vamp --song 1 --from 2 --to 2").exitCode);
         if (!terminal_.IsOpen()) GTEST_SKIP() << "tmux cannot be started here.";
     }
@@ -49,6 +50,7 @@ class ScreenSizes : public Screen, public testing::WithParamInterface<Size> {
 protected:
     void SetUp() override {
         Screen::SetUp();
+        if (IsSkipped()) return;
         terminal_.Tmux(
             {"resize-window", "-x", std::to_string(GetParam().columns), "-y", std::to_string(GetParam().rows)});
     }
@@ -199,6 +201,7 @@ protected:
 };
 
 TEST_F(Account, Evening_IsToldInALineForEachThing) {
+    if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
     for (const char* edit : {"add vamp --song 1 --from 2 --to 2", "add fermata --song 1 --from 4:3 --to 4:4"})
         ASSERT_EQ(0, Edit(edit).exitCode);
     test_support::Child play({STAGE_BINARY, "play", Show(), "--output", "null", "--no-take"});
