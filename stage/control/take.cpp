@@ -199,7 +199,7 @@ TakeWriter::TakeWriter(const std::string& path, const TakeSettings& settings, co
     kit::WriteNewFileDurably(path,
                              fmt::format("{}rate {} block {} advance {} log {}\n", FirstWord, settings.framesPerSecond,
                                          settings.blockFrames, settings.advanceFrames, settings.changeLog));
-    thread_ = std::thread([this] { Run_(""); });
+    thread_ = std::thread([this] { Run_(); });
 }
 
 TakeWriter::~TakeWriter() {
@@ -233,11 +233,11 @@ void TakeWriter::Note_(Note note) {
     if (problem_.empty()) notes_.push_back(std::move(note));
 }
 
-void TakeWriter::Run_(std::string first) {
+void TakeWriter::Run_() {
     kit::threadNames.SetNameOfCurrentThread("take");
     try {
         kit::AppendedFile file(path_);
-        std::string text = std::move(first);
+        std::string text;
         for (bool isEnding = false; !isEnding;) {
             std::deque<Note> notes;
             {

@@ -69,7 +69,7 @@ private:
     using Note = std::variant<NotedCommand, NotedState, NotedDevice>;
 
     void Note_(Note note);
-    void Run_(std::string first);
+    void Run_();
     [[nodiscard]] std::string Describe_(const Note& note) const;
     [[nodiscard]] std::string DescribeCommand_(const NotedCommand& noted) const;
 

@@ -31,9 +31,6 @@ public:
         std::uint32_t blockFrames = 64;
         /// How far ahead of the device, in its frames, also at seams; 0 is one period and one block, and less at seams.
         std::uint32_t leadFrames = 0;
-        /// How long before the device needs it a seam's block is rendered at the latest; nothing for as soon as the
-        /// period before it has been taken, which costs a press up to one period but leaves time for a busy machine.
-        std::optional<std::chrono::nanoseconds> seamMargin;
     };
 
     /// Starts. The references outlive the object; the session is performed by it from now on.
@@ -52,8 +49,6 @@ public:
     [[nodiscard]] std::uint32_t FindHeardTick() const { return history_.FindTick(FindHeardFrame()); }
     /// For one thread: the next thing that playback did, in order, whether it is heard yet or not.
     [[nodiscard]] bool TakeEvent(LiveEvent& event) { return events_.Pop(event); }
-    /// Events that were lost because nobody took them. Any thread.
-    [[nodiscard]] std::uint64_t CountLostEvents() const { return lostEvents_; }
     /// Whether the thread runs before all ordinary ones. Any thread.
     [[nodiscard]] bool IsRealTime() const { return isRealTime_; }
     /// Frames that are kept ready for the device at most. Any thread.
@@ -93,13 +88,11 @@ private:
     std::uint32_t deviceRate_ = 0;
     std::uint64_t latePeriods_ = 0;
     std::uint64_t missingFrames_ = 0;
-    std::optional<std::chrono::nanoseconds> seamDue_;  // a block waits for this moment
     const tavo_midi::SongData* song_ = nullptr;
 
     // Synchronise themselves.
     PlayheadHistory history_;
     kit::SpscQueue<LiveEvent, 4096> events_;
-    std::atomic<std::uint64_t> lostEvents_{0};
     std::atomic<bool> isRealTime_{false};
     std::atomic<std::int64_t> longestBlock_{0};
     // The session's frame at a frame of the ring, for a device with another rate.

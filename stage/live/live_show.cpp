@@ -20,21 +20,12 @@ namespace stage {
 
 namespace {
 
-constexpr std::size_t KeptPresses = 50;
-constexpr std::size_t KeptMessages = 20;
-
 ShowSession::Options MakeSessionOptions(const LiveShow::Options& options, std::uint32_t framesPerSecond) {
     ShowSession::Options made;
     made.framesPerSecond = framesPerSecond;
     made.advanceFrames = options.rendering.blockFrames;
     made.soundFont = options.soundFont;
     return made;
-}
-
-template <class Value>
-void Keep(std::deque<Value>& kept, const Value& value, std::size_t most) {
-    kept.push_back(value);
-    if (kept.size() > most) kept.pop_front();
 }
 
 }  // namespace
@@ -195,10 +186,8 @@ bool LiveShow::Deliver(LiveListener& listener) {
         takeProblem_ = take_->GetProblem();
         if (!takeProblem_.empty()) messages.push_back(takeProblem_);
     }
-    for (const CommandRecord& record : records) {
-        Keep(shown_.presses, record, KeptPresses);
+    for (const CommandRecord& record : records)
         listener.OnRecord(record);
-    }
     for (const notify::GuiNotification& notification : notifications) {
         FollowNotification_(notification);
         listener.OnNotification(notification);
@@ -208,10 +197,8 @@ bool LiveShow::Deliver(LiveListener& listener) {
     const std::int64_t heard = renderer_->FindHeardFrame();
     for (; !events_.empty() && (!isHeard || events_.front().frame <= heard); events_.pop_front())
         listener.OnLiveEvent(events_.front());
-    for (const std::string& message : messages) {
-        Keep(shown_.messages, message, KeptMessages);
+    for (const std::string& message : messages)
         listener.OnMessage(message);
-    }
     return !isEnding_;
 }
 

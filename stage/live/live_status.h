@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "stage/control/command_desk.h"
 #include "stage/live/output_keeper.h"
 
 namespace stage {
@@ -62,8 +61,7 @@ struct LiveStatus {
     std::string midiInput;      ///< the port's name; empty without one
     std::string takeProblem;
 
-    std::deque<CommandRecord> presses;  ///< the last ones, the newest last
-    std::deque<std::string> messages;   ///< likewise
+    std::deque<std::string> messages;  ///< the last ones that the listener heard, the newest last; it fills them in
 };
 
 }  // namespace stage

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "stage/control/command_desk.h"
 #include "stage/live/live_status.h"
 #include "stage/live/screen_layout.h"
 
