@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "benchmarks/rows.h"
+#include "stage/control/take.h"
 #include "stage/live/live_show.h"
 #include "tests/midi_ports/jack_server.h"
 #include "tests/player_core/support/test_interface.h"
@@ -20,6 +22,7 @@ namespace bench {
 
 namespace {
 
+using stage::CommandSource;
 using stage::OutputChoice;
 using stage::Verb;
 
@@ -132,10 +135,12 @@ void AddCallbackRow(Table& table, const Effort& effort) {
     std::array<float, Period> right{};
     Timing callbacks;
     Timing copies;
+    std::chrono::nanoseconds moment{0};  // of a device that is in time
     for (const double end = Now() + effort.secondsPerComparison * 1e9; Now() < end;) {
         feed.GetRing().Write(sound.data(), sound.data(), Period);
         const double begin = ReadNanoseconds(Clock::Wall);
-        feed.TakeFrames(left.data(), right.data(), Period, std::chrono::nanoseconds(1));
+        moment += std::chrono::nanoseconds(1'000'000'000LL * Period / 48000);
+        feed.TakeFrames(left.data(), right.data(), Period, moment);
         const double middle = ReadNanoseconds(Clock::Wall);
         std::copy(sound.begin(), sound.end(), left.begin());
         std::copy(sound.begin(), sound.end(), right.begin());
@@ -173,11 +178,173 @@ void AddStartRow(Table& table, const Effort& effort) {
                FormatRatio(loads.Median() / period), "50 ms", "", loads.Quantile(0.99) <= 50e6});
 }
 
+/// When the device begins to take the frame that comes next, as seen from between two blocks.
+double FindTakenMoment(LiveStage& live) {
+    const stage::DeviceClock& clock = live.show->GetFeed().GetClock();
+    const stage::OutputFormat format = clock.GetFormat();
+    const auto moment = clock.GetLastMoment();
+    if (!moment) return Now();
+    const stage::FrameRing& ring = live.show->GetFeed().GetRing();
+    const double begins = static_cast<double>(moment->count()) + 1e9 * format.periodFrames / format.framesPerSecond;
+    return std::max(Now(), begins + 1e9 * static_cast<double>(ring.CountWaiting()) / format.framesPerSecond);
+}
+
+void AddPressRow(Table& table, const OutputChoice& output, const std::string& name, const Effort& effort) {
+    LiveStage live(output);
+    live.Run(0.3);
+    live.Press("load 2");
+    live.Press("play");
+    live.Run(0.3);
+    Timing waits;
+    std::mutex mutex;
+    Random random(7);
+    for (int i = 0; i < (effort.brief ? 60 : 400); ++i) {
+        std::this_thread::sleep_for(std::chrono::microseconds(3000 + random.Below(5000)));
+        const double pressed = Now();
+        live.show->GetSession().GetDesk().Post({Verb::Volume, {0.5 + i % 2 * 0.5}, {stage::Door::Script, ""}, 0, {}},
+                                               {}, [&, pressed] {
+                                                   const std::lock_guard lock(mutex);
+                                                   waits.Add(FindTakenMoment(live) - pressed);
+                                               });
+        if (i % 16 == 0) live.Run(0.005);
+    }
+    live.Run(0.1);
+    const stage::OutputFormat format = live.show->GetFeed().GetClock().GetFormat();
+    const double period = 1e9 * format.periodFrames / format.framesPerSecond;
+    const double aim =
+        1e9 * (live.show->GetRenderer().GetLeadFrames() + format.periodFrames) / format.framesPerSecond + 1e6;
+    live.show.reset();
+    const std::lock_guard lock(mutex);
+    table.Add({fmt::format("{}, {} frames: press to changed sound at the device, p50 / p99", name, format.periodFrames),
+               fmt::format("{}", waits.Rounds().size()), "a period", FormatTime(period),
+               fmt::format("{} / {}", FormatTime(waits.Median()), FormatTime(waits.Quantile(0.99))),
+               FormatRatio(waits.Median() / period), FormatTime(aim), "", waits.Quantile(0.99) <= aim});
+}
+
+/// How far beyond each beat the heard playhead is when the display is told of it.
+class BeatWatch final : public stage::LiveListener {
+public:
+    explicit BeatWatch(stage::LiveShow& show) : show_(show) {}
+
+    void OnLiveEvent(const stage::LiveEvent&) override {}
+    void OnRecord(const stage::CommandRecord&) override {}
+    void OnNotification(const notify::GuiNotification& notification) override {
+        if (notification.type != notify::GuiNotificationType::BarBeat) return;
+        // At 120 beats a minute.
+        const double ticks = show_.GetRenderer().FindHeardTick() % TicksPerBeat;
+        delays.Add(ticks / TicksPerBeat * 0.5e9);
+    }
+    void OnMessage(const std::string&) override {}
+
+    static constexpr unsigned int TicksPerBeat = 480;
+    Timing delays;
+
+private:
+    stage::LiveShow& show_;
+};
+
+void AddBeatRow(Table& table, const Effort& effort) {
+    OutputChoice output;
+    output.kind = OutputChoice::Kind::Null;
+    LiveStage live(output);
+    BeatWatch watch(*live.show);
+    live.Run(0.2);
+    live.Press("load 2");
+    live.Press("tempo 200%");
+    live.Press("play");
+    live.Run(0.1);
+    for (const double end = Now() + (effort.brief ? 6e9 : 40e9); Now() < end;) {
+        static_cast<void>(live.show->Deliver(watch));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    live.show.reset();
+    if (watch.delays.Rounds().empty()) return;
+    // Twice as fast as it is written.
+    const Timing delays = 0.5 * watch.delays;
+    constexpr double Interval = 33e6;
+    table.Add({"a beat is heard and the display is told, p50 / p99", fmt::format("{}", delays.Rounds().size()),
+               "the feed's interval", FormatTime(Interval),
+               fmt::format("{} / {}", FormatTime(delays.Median()), FormatTime(delays.Quantile(0.99))),
+               FormatRatio(delays.Median() / Interval), FormatTime(Interval + 5e6), "",
+               delays.Quantile(0.99) <= Interval + 5e6});
+}
+
+template <class IsDone>
+void Deliver(stage::LiveShow& show, const IsDone& isDone) {
+    Deaf deaf;
+    while (!isDone()) {
+        static_cast<void>(show.Deliver(deaf));
+        std::this_thread::yield();
+    }
+}
+
+/// A show of sixty songs: opened, put back to where its take broke off, ready; and what that takes of the memory.
+void AddResumeRows(Table& table, const Effort& effort) {
+    test_support::ShowFiles files;
+    std::vector<tavo_midi::ShowSong> songs;
+    for (int song = 1; song <= 60; ++song)
+        songs.push_back(test_support::MakeShowSong(std::to_string(song), 100));
+    files.WriteMusic("evening.showdata", songs);
+    files.WriteLog("evening-1.0.logdata", {1, 0}, [](CL::ChangeLog&) {});
+    stage::LiveShow::Options options;
+    options.output.kind = OutputChoice::Kind::Null;
+    options.settingsDirectory = files.Settings();
+    options.takePath = files.Show() + "/broken.take";
+    const CommandSource source{stage::Door::Script, ""};
+    {
+        stage::LiveShow show(files.Show(), options);
+        show.Press(show.Read("load 30", source));
+        Deliver(show, [&] { return show.GetSession().GetCurrentSongNumber() == "30"; });
+        show.Press(show.Read("seek 7", source));
+        show.Press(show.Read("tempo 90%", source));
+        Deliver(show, [&] { return show.GetRenderer().FindHeardTick() > 0; });
+    }
+    const stage::Take take = stage::ReadTake(options.takePath);
+    options.takePath.clear();
+    Timing resumes;
+    Timing opens;
+    for (int i = 0; i < (effort.brief ? 5 : 30); ++i) {
+        const double begin = Now();
+        stage::LiveShow show(files.Show(), options);
+        const double opened = Now();
+        show.Resume(take);
+        Deliver(show, [&] { return show.GetRenderer().FindHeardTick() > 0; });
+        resumes.Add(Now() - begin);
+        opens.Add(opened - begin);
+    }
+    table.Add({"sixty songs: opened and back where the take broke off, median / p99",
+               fmt::format("{}", resumes.Rounds().size()), "opened alone", FormatTime(opens.Median()),
+               fmt::format("{} / {}", FormatTime(resumes.Median()), FormatTime(resumes.Quantile(0.99))),
+               FormatRatio(resumes.Median() / opens.Median()), "1 s", "", resumes.Quantile(0.99) <= 1e9});
+    const Opening opening = OpenInOwnProcess(PlayShowArgument, files.Show());
+    table.Add({"a process that plays one of sixty songs, at its most", "60 songs", "", "",
+               fmt::format("{:.0f} MB", opening.peakMegabytes), "", "120 MB", "", opening.peakMegabytes < 120});
+}
+
 }  // namespace
+
+void PlayShow(const char* path) {
+    const double begin = Now();
+    stage::LiveShow::Options options;
+    options.output.kind = OutputChoice::Kind::Null;
+    stage::LiveShow show(path, options);
+    const double opened = Now();
+    const CommandSource source{stage::Door::Script, ""};
+    show.Press(show.Read("load 30", source));
+    Deliver(show, [&] { return show.GetSession().GetCurrentSongNumber() == "30"; });
+    show.Press(show.Read("play", source));
+    const auto heard = [&] { return show.GetRenderer().FindHeardTick(); };
+    Deliver(show, [&] { return heard() > 0; });
+    // A bar on, all that playing needs has been used.
+    Deliver(show, [&] { return heard() > 4 * 480; });
+    PrintOpening((opened - begin) / 1e6);
+}
 
 void AddLiveRows(Table& table, const Effort& effort) {
     AddCallbackRow(table, effort);
+    AddResumeRows(table, effort);
     AddStartRow(table, effort);
+    AddBeatRow(table, effort);
     const double seconds = effort.brief ? 2 : 10;
     OutputChoice output;
     for (const std::uint32_t period : {64U, 128U, 256U}) {
@@ -193,6 +360,7 @@ void AddLiveRows(Table& table, const Effort& effort) {
         output.kind = OutputChoice::Kind::Jack;
         output.periodFrames = period;
         AddSeamRow(table, output, "JACK", seconds);
+        AddPressRow(table, output, "JACK", effort);
     }
 }
 

@@ -31,9 +31,11 @@ constexpr Group Groups[] = {
     {"save", bench::AddSaveRows},
     {"render", bench::AddRenderRows},
     {"control", bench::AddControlRows},
+    {"c", bench::AddCLibraryRows},
     {"score", bench::AddScoreRows},
     {"midi", bench::AddMidiRows},
     {"live", bench::AddLiveRows},
+    {"osc", bench::AddOscRows},
 };
 
 void PrintUsage() {
@@ -49,6 +51,10 @@ void PrintUsage() {
 int main(int argc, char** argv) {
     if (argc == 3 && std::strcmp(argv[1], bench::OpenShowArgument) == 0) {
         bench::OpenShow(argv[2]);
+        return 0;
+    }
+    if (argc == 3 && std::strcmp(argv[1], bench::PlayShowArgument) == 0) {
+        bench::PlayShow(argv[2]);
         return 0;
     }
     bench::Effort effort;

@@ -65,39 +65,11 @@ std::vector<tavo_midi::ShowSong> MakeSongs(unsigned int count, std::size_t notes
     return songs;
 }
 
-/// What a process of its own needs to open a show.
-struct Opening {
-    double milliseconds = 0;
-    double peakMegabytes = 0;
-};
-
-Opening OpenInOwnProcess(const std::string& path) {
-    int ends[2];
-    if (pipe(ends) != 0) throw std::runtime_error("There is no pipe for a process of its own.");
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], 1);
-        close(ends[0]);
-        execl("/proc/self/exe", "benchmarks", OpenShowArgument, path.c_str(), nullptr);
-        _exit(127);
-    }
-    close(ends[1]);
-    Opening opening;
-    FILE* const answer = fdopen(ends[0], "r");
-    const bool isRead = child > 0 && answer != nullptr &&
-                        std::fscanf(answer, "%lf %lf", &opening.milliseconds, &opening.peakMegabytes) == 2;
-    if (answer != nullptr) std::fclose(answer);
-    int status = 0;
-    if (child > 0) waitpid(child, &status, 0);
-    if (!isRead || status != 0) throw std::runtime_error("The process that opens the show has failed.");
-    return opening;
-}
-
 void AddOpeningRow(Table& table, const std::string& what, const std::string& n, const std::string& path) {
     std::vector<double> milliseconds;
     double peak = 0;
     for (int i = 0; i < 5; ++i) {
-        const Opening opening = OpenInOwnProcess(path);
+        const Opening opening = OpenInOwnProcess(OpenShowArgument, path);
         milliseconds.push_back(opening.milliseconds);
         peak = std::max(peak, opening.peakMegabytes);
     }
@@ -153,11 +125,36 @@ double ReadPeakMegabytes() {
 
 }  // namespace
 
+Opening OpenInOwnProcess(const char* argument, const std::string& path) {
+    int ends[2];
+    if (pipe(ends) != 0) throw std::runtime_error("There is no pipe for a process of its own.");
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], 1);
+        close(ends[0]);
+        execl("/proc/self/exe", "benchmarks", argument, path.c_str(), nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    Opening opening;
+    FILE* const answer = fdopen(ends[0], "r");
+    const bool isRead = child > 0 && answer != nullptr &&
+                        std::fscanf(answer, "%lf %lf", &opening.milliseconds, &opening.peakMegabytes) == 2;
+    if (answer != nullptr) std::fclose(answer);
+    int status = 0;
+    if (child > 0) waitpid(child, &status, 0);
+    if (!isRead || status != 0) throw std::runtime_error("The process that opens the show has failed.");
+    return opening;
+}
+
+void PrintOpening(double milliseconds) {
+    std::printf("%f %f\n", milliseconds, ReadPeakMegabytes());
+}
+
 void OpenShow(const char* path) {
     const double start = ReadNanoseconds(Clock::Wall);
     const tavo_midi::ShowData show{std::string(path)};
-    const double milliseconds = (ReadNanoseconds(Clock::Wall) - start) / 1e6;
-    std::printf("%f %f\n", milliseconds, ReadPeakMegabytes());
+    PrintOpening((ReadNanoseconds(Clock::Wall) - start) / 1e6);
 }
 
 void AddOpenRows(Table& table, const Effort& effort) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "benchmarks/harness.h"
 
 /// Each fills its part of the table.
@@ -21,16 +23,30 @@ void AddSaveRows(Table& table, const Effort& effort);
 void AddRenderRows(Table& table, const Effort& effort);
 /// Part of the former: what rendering and other threads wait for each other.
 void AddRenderLockRows(Table& table, const Effort& effort);
+/// Part of it, too: sound effects.
+void AddSoundRows(Table& table, const Effort& effort);
 void AddControlRows(Table& table, const Effort& effort);
+void AddCLibraryRows(Table& table, const Effort& effort);
 void AddLiveRows(Table& table, const Effort& effort);
+void AddOscRows(Table& table, const Effort& effort);
 void AddScoreRows(Table& table, const Effort& effort);
 void AddMidiRows(Table& table, const Effort& effort);
 /// Part of the former: time code's look-ups.
 void AddConverterRows(Table& table, const Effort& effort);
 
-/// What a process does that was started with this argument and a path: it opens the show, and writes how many
-/// milliseconds that took.
+/// What a process does that was started with one of these and a path: it opens the show, or plays it over the null
+/// output until it is heard, and writes how many milliseconds opening took and the most memory that it has held, in MB.
 inline constexpr const char* OpenShowArgument = "--open-show";
 void OpenShow(const char* path);
+inline constexpr const char* PlayShowArgument = "--play-show";
+void PlayShow(const char* path);
+
+/// What a process of its own needs.
+struct Opening {
+    double milliseconds = 0;
+    double peakMegabytes = 0;
+};
+[[nodiscard]] Opening OpenInOwnProcess(const char* argument, const std::string& path);
+void PrintOpening(double milliseconds);
 
 }  // namespace bench

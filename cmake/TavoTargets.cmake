@@ -30,6 +30,13 @@ function(tavo_unity target batch)
     endif()
 endfunction()
 
+# tavo_ship(<target>): for what packages contain. Position-independent, for whoever makes a shared library of it; the folder that
+# it was built in does not show, so that every build gives the same bytes.
+function(tavo_ship target)
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
+endfunction()
+
 # tavo_precompile(<target> <headers>...): reads large headers of others once, where sources are compiled each by itself. The clang
 # preset does without precompiled headers, so that every source of the product is seen to include what it needs.
 function(tavo_precompile target)
@@ -54,6 +61,7 @@ function(tavo_library name folder)
             endif()
         endforeach()
         tavo_compile_flags(${name})
+        tavo_ship(${name})
         if(TAVO_UNITY)
             tavo_unity(${name} 16)
         endif()
@@ -61,18 +69,21 @@ function(tavo_library name folder)
         set(scope INTERFACE)
         add_library(${name} INTERFACE)
     endif()
-    target_include_directories(${name} ${scope} $<BUILD_INTERFACE:${root}/include> $<INSTALL_INTERFACE:include>)
+    target_include_directories(${name} ${scope} $<BUILD_INTERFACE:${root}/include> $<INSTALL_INTERFACE:include/tavo>)
     target_compile_features(${name} ${scope} cxx_std_20)
     target_link_libraries(${name} ${scope} ${ARG_DEPENDS})
 endfunction()
 
-# tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL <what>] [OPTIMISED])
+# tavo_test(<folder> <program> LINK <targets>... [TIMEOUT <seconds>] [SERIAL <what> [PATIENT <filter>]] [OPTIMISED] [IN_PARTS])
 # SERIAL is for tests that keep time with real devices: no two with the same word run at once, and the first begins at once,
-# since they wait more than they compute.
+# since they wait more than they compute. Those that PATIENT, a filter of GoogleTest's, selects have time to spare: they run
+# beside the others, one at a time.
 # The tests are not optimised, what they test is; OPTIMISED is for those that compute for long themselves.
 # All sources of tests/<folder> make one program; each of its tests is known to ctest. A folder without sources is skipped.
+# IN_PARTS: under a sanitizer, where a large program takes longer to begin than most of its tests last, ctest knows four parts of
+# it instead.
 function(tavo_test folder program)
-    cmake_parse_arguments(ARG "OPTIMISED" "TIMEOUT;SERIAL" "LINK" ${ARGN})
+    cmake_parse_arguments(ARG "OPTIMISED;IN_PARTS" "TIMEOUT;SERIAL;PATIENT" "LINK" ${ARGN})
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
     if(NOT sources)
         return()
@@ -102,9 +113,26 @@ function(tavo_test folder program)
     if(TARGET stage AND "${ARG_LINK}" MATCHES "stage_")
         add_dependencies(${program} stage)
     endif()
+    if(TAVO_SANITIZE AND ARG_IN_PARTS)
+        foreach(part RANGE 3)
+            add_test(NAME ${program}_${part} COMMAND ${program})
+            set_tests_properties(${program}_${part} PROPERTIES TIMEOUT 900 COST 500
+                                 ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${part}")
+        endforeach()
+        return()
+    endif()
     set(properties TIMEOUT ${ARG_TIMEOUT})
+    set(filter "")
+    if(ARG_SERIAL)
+        list(APPEND properties LABELS device)
+    endif()
+    if(ARG_PATIENT)
+        gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 TEST_FILTER "${ARG_PATIENT}"
+                             PROPERTIES ${properties} RESOURCE_LOCK ${ARG_SERIAL}_patient COST 1000)
+        set(filter TEST_FILTER "-${ARG_PATIENT}")
+    endif()
     if(ARG_SERIAL)
         list(APPEND properties RESOURCE_LOCK ${ARG_SERIAL} COST 1000)
     endif()
-    gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+    gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 ${filter} PROPERTIES ${properties})
 endfunction()

@@ -3,6 +3,8 @@
 
 passed=0
 failed=0
+# What failed, a line each, told again at the end: thousands of lines lie between.
+what_failed=
 
 say() { printf '\n== %s\n' "$*"; }
 
@@ -10,6 +12,7 @@ count_pass() { passed=$((passed + 1)); }
 
 count_fail() {
     failed=$((failed + 1))
+    what_failed+="$*"$'\n'
     echo "FAILED: $*"
 }
 
@@ -18,7 +21,14 @@ run_check() {
     local name=$1
     shift
     say "$name"
-    if "$@"; then count_pass; else count_fail "$name"; fi
+    rm -f build/why-failed
+    if "$@"; then
+        count_pass
+    else
+        count_fail "$name"
+        # What the check itself says of it.
+        if [[ -s build/why-failed ]]; then what_failed+=$(sed 's/^/    /' build/why-failed)$'\n'; fi
+    fi
 }
 
 # build_and_test <preset> [<target>...]: builds everything, and the targets. The build is one check, every test another one.
@@ -29,7 +39,8 @@ build_and_test() {
     if ((failed > failed_before)); then return; fi
     say "tests $preset"
     rm -f "build/$preset/tests.xml"
-    ctest --preset "$preset" -j3 --output-on-failure --output-junit tests.xml
+    # More than there are cores: those that keep time with a device wait more than they compute.
+    ctest --preset "$preset" -j5 --output-on-failure --output-junit tests.xml
     count_tests "$preset" "build/$preset/tests.xml"
 }
 
@@ -56,8 +67,34 @@ count_tests() {
     if ((total == 0)); then count_fail "$1 has no tests"; fi
     passed=$((passed + total - failures - skipped - disabled))
     failed=$((failed + failures))
+    if ((failures > 0)); then what_failed+=$(failed_tests "$1" "$2")$'\n'; fi
     if ((skipped + disabled > 0)); then echo "$((skipped + disabled)) tests of $1 were skipped"; fi
 }
 
 # read_total <attribute> <report>
 read_total() { sed -n "s/^[[:space:]]*$1=\"\([0-9]*\)\".*/\1/p" "$2" | head -n 1; }
+
+# failed_tests <preset> <report>: each failed test with the first lines that tell why, and in which of a program's tests they
+# stand where one entry is many. One that hung tells nothing but its time and where it was.
+failed_tests() {
+    awk -v preset="$1" -v most=8 '
+        /<testcase / {
+            telling = 0
+            failing = / status="fail"/
+            lines = 0
+            name = ""
+            seconds = $0; sub(/.* time="/, "", seconds); sub(/[."].*/, "", seconds)
+            if (failing) { sub(/.*<testcase name="/, ""); sub(/".*/, ""); print preset ": " $0 ", " seconds " s" }
+        }
+        !failing { next }
+        /^\[ RUN / { name = $NF; isNamed = 0 }
+        /: Failure$|ERROR: |WARNING: ThreadSanitizer|runtime error: |SUMMARY: |terminate called|what\(\): / {
+            telling = 1
+            if (!isNamed && name != "" && lines < most) { print "    in " name }
+            isNamed = 1
+        }
+        /\[  FAILED  \]/ { telling = 0 }
+        telling && lines < most { print "    " substr($0, 1, 200); ++lines }
+        /<\/testcase>/ && lines == 0 && name != "" { print "    in " name }
+    ' "$2"
+}

@@ -210,6 +210,12 @@ void ShowControl::OnCaesuraStop() {
     ResetGuiUpdate();
 }
 
+void ShowControl::LeaveCaesura_() {
+    const SeekLock lock(seekMutex_);
+    atCaesura_ = false;
+    caesuraPost_ = false;
+}
+
 void ShowControl::ResetCaesuraState(unsigned int tickIndex) {
     const SeekLock lock(seekMutex_);
     atCaesura_ = false;

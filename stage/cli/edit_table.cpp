@@ -13,14 +13,3 @@ std::string MakeEditTable(const CL::SongLog& songLog, const TL::BarPositions& po
                       CL::DescribeValue(*listed.edit)});
     return table.AsText();
 }
-
-nlohmann::ordered_json MakeEditJson(const CL::SongLog& songLog, const TL::BarPositions& positions) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const stage::ListedEdit& listed : stage::ListEdits(songLog))
-        list.push_back({{"kind", CL::DescribeKind(*listed.edit)},
-                        {"start", listed.edit->start()},
-                        {"end", listed.edit->end()},
-                        {"place", CL::DescribePlace(*listed.edit, positions)},
-                        {"value", CL::DescribeValue(*listed.edit)}});
-    return list;
-}

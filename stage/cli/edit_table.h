@@ -1,6 +1,5 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "tavo_core/bar_positions.h"
@@ -8,6 +7,3 @@
 
 /// The edits of a song as a table, a line each: kind, place and value. Empty where there are none.
 [[nodiscard]] std::string MakeEditTable(const CL::SongLog& songLog, const TL::BarPositions& positions);
-
-/// The same as JSON; docs/info-json.md describes the keys.
-[[nodiscard]] nlohmann::ordered_json MakeEditJson(const CL::SongLog& songLog, const TL::BarPositions& positions);

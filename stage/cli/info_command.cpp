@@ -11,11 +11,14 @@
 #include "stage/cli/song_summary.h"
 #include "stage/cli/text_table.h"
 #include "stage/show/edit_list.h"
+#include "stage/show/json_list.h"
 #include "stage/show/log_versions.h"
 #include "stage/show/show_directory.h"
+#include "stage/show/show_journals.h"
+#include "stage/show/song_json.h"
+#include "stage/show/song_length.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/as_string.h"
-#include "tavo_core/beat_ticks.h"
 #include "tavo_core/edit_text.h"
 #include "tavo_core/editor.h"
 #include "tavo_midi/show_data.h"
@@ -28,6 +31,7 @@ struct InfoWords {
     std::string showPath;
     std::string song;
     bool json = false;
+    bool isSheet = false;
 };
 
 using Songs = std::vector<std::reference_wrapper<const tavo_midi::SongData>>;
@@ -35,62 +39,6 @@ using Songs = std::vector<std::reference_wrapper<const tavo_midi::SongData>>;
 Songs ChooseSongs(const tavo_midi::ShowData& show, const std::string& number) {
     if (!number.empty()) return {show.GetSongData(number)};
     return {show.GetSongs().begin(), show.GetSongs().end()};
-}
-
-const CL::SongLog& FindSongLog(const CL::ChangeLog& log, const std::string& number) {
-    static const CL::SongLog none;
-    const auto found = log.GetSongLogs().find(number);
-    return found == log.GetSongLogs().end() ? none : found->second;
-}
-
-template <class Sequence, class Make>
-Json MakeList(const Sequence& sequence, Make make) {
-    Json list = Json::array();
-    for (const auto& entry : sequence)
-        list.push_back(make(entry));
-    return list;
-}
-
-TL::TimelineSequence<TL::BarsBeats> FindClickedBeats(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
-    const TL::Timeline& timeline = song.GetTimeline();
-    return ApplyClicks(timeline.GetBarsBeats(), songLog.GetClicks(), timeline.GetMeters(), song.GetTicksPerQuarter());
-}
-
-/// docs/info-json.md describes the keys; their names and order stay as they are.
-Json MakeSong(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
-    const TL::Timeline& timeline = song.GetTimeline();
-    Json json;
-    json["number"] = song.GetSongNumber();
-    json["title"] = song.GetTitle();
-    json["ticksPerQuarter"] = song.GetTicksPerQuarter();
-    json["startTick"] = timeline.GetStartTickIndex();
-    json["endTick"] = timeline.GetEndTickIndex();
-    json["seconds"] = GetWrittenSeconds(song);
-    json["bars"] = MakeList(TL::BarPositions(timeline).GetBars(), [](const auto& bar) {
-        return Json{{"label", bar.label}, {"tick", bar.startTick}};
-    });
-    json["beats"] = MakeList(timeline.GetBarsBeats(), [](const auto& beat) { return Json(beat.abs_time()); });
-    json["tempos"] = MakeList(timeline.GetTempos(), [](const auto& tempo) {
-        return Json{{"tick", tempo.abs_time()}, {"bpm", tempo.quarters_per_minute()}};
-    });
-    json["meters"] = MakeList(timeline.GetMeters(), [](const auto& meter) {
-        return Json{{"tick", meter.abs_time()}, {"numerator", meter.numerator()}, {"denominator", meter.denominator()}};
-    });
-    json["keys"] = MakeList(timeline.GetKeys(), [](const auto& key) {
-        return Json{{"tick", key.abs_time()}, {"name", as_string(key)}};
-    });
-    json["pages"] = MakeList(timeline.GetPageNums(), [](const auto& page) {
-        return Json{{"number", page.page_number()}, {"tick", page.abs_time()}};
-    });
-    json["markers"] = MakeList(songLog.GetMarkers(), [](const auto& marker) {
-        return Json{{"tick", marker.abs_time()}, {"text", marker.value()}};
-    });
-    json["attacca"] = stage::DescribeAttacca(songLog.GetAttacca());
-    json["edits"] = MakeEditJson(songLog, TL::BarPositions(timeline));
-    json["clickedBeats"] = MakeList(FindClickedBeats(song, songLog), [](const auto& beat) {
-        return Json{{"tick", beat.abs_time()}, {"bar", beat.bar_number()}, {"beat", beat.beat()}};
-    });
-    return json;
 }
 
 /// What of the edits is not played as it is written.
@@ -114,7 +62,7 @@ Deviations FindDeviations(const tavo_midi::ShowData& show, const CL::ChangeLog& 
     const auto modifiedClicks = CL::Editor(show).GetModifiedClickEdits();
     for (const tavo_midi::SongData& song : songs) {
         const std::string& number = song.GetSongNumber();
-        for (const CL::TempoScale& edit : FindSongLog(log, number).GetTempoScales()) {
+        for (const CL::TempoScale& edit : stage::FindSongLog(log, number).GetTempoScales()) {
             if (!edit.ValueWithinRange()) deviations.scales.push_back({number, &edit});
         }
         const auto clicks = modifiedClicks.find(number);
@@ -123,25 +71,17 @@ Deviations FindDeviations(const tavo_midi::ShowData& show, const CL::ChangeLog& 
     return deviations;
 }
 
-Json MakeVersionJson(const stage::LogVersion& entry) {
-    return {{"version", entry.version.GetAsString()},
-            {"file", entry.name},
-            {"edits", entry.editCount},
-            {"inUse", entry.isInUse},
-            {"unsavedChanges", entry.unsavedChanges}};
-}
-
 void PrintJson(const tavo_midi::ShowData& show, const CL::ChangeLog& log, const Songs& songs,
                const std::vector<stage::LogVersion>& versions) {
     Json json;
     json["title"] = show.GetTitle();
     json["songs"] = Json::array();
     for (const tavo_midi::SongData& song : songs)
-        json["songs"].push_back(MakeSong(song, FindSongLog(log, song.GetSongNumber())));
+        json["songs"].push_back(stage::MakeSongJson(song, stage::FindSongLog(log, song.GetSongNumber())));
     json["version"] = log.GetVersion().GetAsString();
-    json["versions"] = MakeList(versions, MakeVersionJson);
+    json["versions"] = stage::MakeJsonList(versions, stage::MakeVersionJson);
     const Deviations deviations = FindDeviations(show, log, songs);
-    json["tempoScaleWarnings"] = MakeList(deviations.scales, [](const Deviations::Scale& scale) {
+    json["tempoScaleWarnings"] = stage::MakeJsonList(deviations.scales, [](const Deviations::Scale& scale) {
         return Json{{"song", scale.song},
                     {"start", scale.edit->start()},
                     {"end", scale.edit->end()},
@@ -201,17 +141,25 @@ void PrintSong(const tavo_midi::SongData& song, const CL::SongLog& songLog) {
     const auto asText = [](const auto& entry) { return as_string(entry); };
     PrintPlaces("meter", timeline.GetMeters(), positions, asText);
     PrintPlaces("key", timeline.GetKeys(), positions, asText);
-    PrintPlaces("tempo", timeline.GetTempos(), positions, asText);
+    PrintPlaces("tempo", timeline.GetTempos(), positions, [&song](const TL::Tempo& tempo) {
+        return (song.IsGuessedTempo(tempo.abs_time()) ? "~" : "") + as_string(tempo);
+    });
     PrintPlaces("page", timeline.GetPageNums(), positions, asText);
     std::cout << fmt::format("\n  {} to the next song\n", songLog.GetAttacca() == CL::AttaccaNext ? "attacca"
                                                           : songLog.GetAttacca() == CL::AttaccaSkip
                                                               ? "skipped, passed over on the way"
                                                               : "a stop, the operator goes on");
     if (!songLog.GetClicks().empty())
-        std::cout << fmt::format("  {} beats with its clicks, {} as written\n", FindClickedBeats(song, songLog).size(),
+        std::cout << fmt::format("  {} beats with its clicks, {} as written\n", stage::CountClickedBeats(song, songLog),
                                  timeline.GetBarsBeats().size());
     const std::string edits = MakeEditTable(songLog, positions);
     if (!edits.empty()) std::cout << '\n' << edits;
+}
+
+/// Where a song's part of a sheet begins: "3  Lamplighters' Waltz (0:30)".
+std::string MakeHeading(const tavo_midi::SongData& song) {
+    return fmt::format("{}  {} ({})", song.GetSongNumber(), song.GetTitle(),
+                       stage::DescribeLength(stage::GetWrittenSeconds(song)));
 }
 
 void PrintOverview(const tavo_midi::ShowData& show, const CL::ChangeLog& log, const Songs& songs) {
@@ -232,8 +180,16 @@ void PrintInfo(const InfoWords& words) {
     PrintOverview(show, log, songs);
     if (words.song.empty()) {
         PrintVersions(versions);
-    } else {
-        PrintSong(songs.front(), FindSongLog(log, words.song));
+        for (const std::string& sentence : stage::DescribeJournals(directory))
+            std::cout << "note: " << MakePrintable(sentence) << '\n';
+    }
+    if (words.isSheet) {
+        for (const tavo_midi::SongData& song : songs) {
+            std::cout << fmt::format("\n{}\n", MakePrintable(MakeHeading(song)));
+            PrintSong(song, stage::FindSongLog(log, song.GetSongNumber()));
+        }
+    } else if (!words.song.empty()) {
+        PrintSong(songs.front(), stage::FindSongLog(log, words.song));
     }
     PrintDeviations(show, FindDeviations(show, log, songs));
 }
@@ -245,9 +201,11 @@ void AddInfoCommand(CLI::App& app, int&) {
     CLI::App* info = app.add_subcommand("info", "Shows what a show holds");
     info->add_option("SHOW", words->showPath, "The show directory")->required();
     info->add_option("--song", words->song, "Only this song, with its meters, keys, tempos and edits")->type_name("N");
+    info->add_flag("--sheet", words->isSheet, "Print the whole show on one sheet: every song as --song shows it");
     info->add_flag("--json", words->json, "Print everything as JSON for other programs");
     info->footer(
         "\ndocs/info-json.md describes the JSON form.\n"
-        "\nExamples:\n  stage info myshow\n  stage info myshow --song 3\n  stage info myshow --json");
+        "\nExamples:\n  stage info myshow\n  stage info myshow --song 3\n  stage info myshow --sheet\n"
+        "  stage info myshow --json");
     info->callback([words] { PrintInfo(*words); });
 }

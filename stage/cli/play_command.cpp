@@ -13,10 +13,16 @@
 #include "stage/cli/play_headless.h"
 #include "stage/cli/play_terminal.h"
 #include "stage/control/take.h"
+#include "stage/engine/data_directories.h"
 #include "stage/live/live_show.h"
 #include "stage/live/real_time.h"
+#include "stage/osc/osc_cues.h"
+#include "stage/osc/osc_door.h"
 #include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
+#include "stage/web/show_page.h"
+#include "stage/words/usage_problem.h"
+#include "stage/words/value_checks.h"
 #include "tavo_midi_io/install_midi_ports.h"
 
 namespace {
@@ -29,6 +35,10 @@ struct PlayWords {
     std::string takePath;
     std::string whenLost = "hold";
     std::string soundFontPath;
+    std::string web;
+    std::string webFiles;
+    std::string engraver;
+    std::string osc;
     std::uint32_t framesPerSecond = 48000;
     std::uint32_t periodFrames = 128;
     std::uint32_t leadFrames = 0;
@@ -109,10 +119,43 @@ stage::LiveShow::Options MakeOptions(const PlayWords& words) {
     return options;
 }
 
+/// The page works without what lies there.
+std::string FindEngraver() {
+    const std::string share = stage::FindOwnShareDirectory();
+    return share.empty() ? share : share + "/stage/engraver";
+}
+
+/// The show's page, and what is to be said of it.
+struct ServedPage {
+    std::unique_ptr<stage::ShowPage> page;
+    std::string sentence;
+};
+
+/// Where nobody has asked for a certain address the show goes on without a page.
+ServedPage ServePage(stage::LiveShow& show, const PlayWords& words) {
+    ServedPage served;
+    if (words.web == "off") return served;
+    stage::ShowPage::Options options;
+    if (!words.web.empty()) options.server.address = stage::ParseWebAddress(words.web);
+    options.version = STAGE_VERSION;
+    options.pageDirectory = words.webFiles;
+    options.engraverDirectory = words.engraver.empty() ? FindEngraver() : words.engraver;
+    options.passcodes = stage::ReadPasscodes(kit::path::Join(words.showPath, stage::WebPasscodes::FileName));
+    try {
+        served.page = std::make_unique<stage::ShowPage>(show, options);
+        served.sentence = fmt::format("The page is at http://{}.", AsText(served.page->GetServer().GetAddress()));
+    } catch (const std::runtime_error& problem) {
+        if (!words.web.empty()) throw;
+        served.sentence = fmt::format("The page is not served: {}.", problem.what());
+    }
+    return served;
+}
+
 /// `door` is one of the three ways in which a person or a program meets the show.
 template <class PlayDoor>
-void RunThrough(stage::LiveShow& show, PlayDoor& door, const PlayWords& words,
-                const std::optional<stage::Take>& broken) {
+void RunThrough(stage::LiveShow& show, PlayDoor& door, const PlayWords& words, const std::optional<stage::Take>& broken,
+                const std::string& pageSentence) {
+    if (!pageSentence.empty()) door.OnMessage(pageSentence);
     if (const std::string problem = stage::LockMemory(); !problem.empty()) door.OnMessage(problem);
     if (words.resumes && broken) {
         show.Resume(*broken);
@@ -129,17 +172,27 @@ std::string Perform(const PlayWords& words) {
     // Says in its own words what is missing in a directory that is no show.
     static_cast<void>(stage::ScanShowDirectory(words.showPath));
     const std::optional<stage::Take> broken = FindBrokenTake(words.showPath);
+    stage::Settings settings = stage::ReadSettings(kit::path::Join(words.showPath, "settings.json"));
+    if (!words.osc.empty()) stage::ReadListening(words.osc, settings.osc);
     tavo_midi_io::InstallMidiPorts();
-    stage::LiveShow show(words.showPath, MakeOptions(words));
+    // It outlives the thread that hands it cues.
+    stage::OscCues cues(settings.oscTargets);
+    stage::LiveShow::Options options = MakeOptions(words);
+    options.onCue = [&cues](const stage::Cue& cue, std::optional<std::chrono::nanoseconds> heard) {
+        cues.Take(cue, heard);
+    };
+    stage::LiveShow show(words.showPath, options);
+    const ServedPage served = ServePage(show, words);
+    const stage::OscDoor osc(show, settings.osc, cues);
     if (words.isHeadless) {
         PlayHeadless headless(show, words.printsBeats);
-        RunThrough(show, headless, words, broken);
+        RunThrough(show, headless, words, broken, served.sentence);
     } else if (stage::ScreenTerminal::IsAvailable()) {
         PlayTerminal terminal(show);
-        RunThrough(show, terminal, words, broken);
+        RunThrough(show, terminal, words, broken, served.sentence);
     } else {
         PlayAccount account(show);
-        RunThrough(show, account, words, broken);
+        RunThrough(show, account, words, broken, served.sentence);
     }
     return show.GetTakePath();
 }
@@ -149,7 +202,7 @@ void Play(const PlayWords& words) {
         std::cout << "A tone on the left, then on the right: " << stage::PlayTestTone(MakeOutputChoice(words)) << ".\n";
         return;
     }
-    if (words.showPath.empty()) throw CLI::RequiredError("show");
+    if (words.showPath.empty()) throw stage::UsageError("SHOW is missing");
     const std::string takePath = Perform(words);
     if (words.isHeadless) return PlayHeadless::PrintEnd();
     std::cout << "The show has ended" << (takePath.empty() ? "." : "; its take is " + takePath) << std::endl;
@@ -159,35 +212,72 @@ void Play(const PlayWords& words) {
 
 void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
     auto words = std::make_shared<PlayWords>();
-    CLI::App* command = app.add_subcommand("play", "Perform a show live");
-    command->add_option("show", words->showPath, "The show's directory");
-    command->add_option("--song", words->song, "The song that stands ready first; the show's first without it");
-    command->add_option("--output", words->output,
-                        "auto, jack, rtaudio, null or file:PATH; without it as settings.json says");
-    command->add_option("--device", words->device, "The device's name, or the beginning of the JACK ports' names");
-    command->add_option("--rate", words->framesPerSecond, "Frames a second, where the output can choose")
-        ->check(CLI::IsMember({44100, 48000, 88200, 96000}))
+    CLI::App* command = app.add_subcommand("play", "Performs a show live");
+    command->add_option("SHOW", words->showPath, "The show directory");
+    command->add_option("--song", words->song, "The song that stands ready first; the show's first without it")
+        ->type_name("N");
+    command
+        ->add_option("--output", words->output,
+                     "auto, jack, rtaudio, null or file:PATH; without it as settings.json says")
+        ->type_name("OUTPUT");
+    command->add_option("--device", words->device, "The device's name, or the beginning of the JACK ports' names")
+        ->type_name("NAME");
+    command
+        ->add_option("--rate", words->framesPerSecond,
+                     "Frames a second, 44100, 48000, 88200 or 96000, where the output can choose")
+        ->type_name("RATE")
+        ->check(stage::IsOneOf({"44100", "48000", "88200", "96000"}))
         ->capture_default_str();
-    command->add_option("--period", words->periodFrames, "Frames that the output takes at a time, where it can choose")
-        ->check(CLI::Range(32, 2048))
+    command
+        ->add_option("--period", words->periodFrames,
+                     "Frames that the output takes at a time, where it can choose, 32 to 2048")
+        ->type_name("FRAMES")
+        ->check(stage::IsWholeNumber(32, 2048))
         ->capture_default_str();
     command
         ->add_option("--lead", words->leadFrames,
-                     "Frames that are kept ready for the output; 0 is a period and a block")
-        ->check(CLI::Range(0, 4096))
+                     "Frames that are kept ready for the output, up to 4096; 0 is a period and a block")
+        ->type_name("FRAMES")
+        ->check(stage::IsWholeNumber(0, 4096))
         ->capture_default_str();
     command->add_option("--when-lost", words->whenLost, "While no device plays the show waits (hold) or goes on (run)")
-        ->check(CLI::IsMember({"hold", "run"}))
+        ->type_name("WHAT")
+        ->check(stage::IsOneOf({"hold", "run"}))
         ->capture_default_str();
-    command->add_option("--take", words->takePath,
-                        "Where the take is written; without it into the show's folder takes");
+    command->add_option("--take", words->takePath, "Where the take is written; without it into the show's folder takes")
+        ->type_name("FILE");
     command->add_flag("--no-take", words->makesNoTake, "Write no take");
     command->add_flag("--resume", words->resumes, "Go on where the last take broke off");
     command->add_flag("--locked", words->isLocked, "Take no edits, and do not quit by accident");
     command->add_flag("--test-tone", words->playsTestTone, "Play a tone on either side and end; needs no show");
     command->add_flag("--headless", words->isHeadless, "Read presses as lines, print what happens as lines of JSON");
     command->add_flag("--beats", words->printsBeats, "With --headless: report every beat, not only bars");
-    command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with");
+    command
+        ->add_option("--web", words->web,
+                     "Where the page is served: ADDRESS:PORT, or off; 127.0.0.1:7480 without it, where that is free")
+        ->type_name("WHERE");
+    command->add_option("--web-files", words->webFiles, "Serve the page's files from this directory")
+        ->type_name("DIRECTORY")
+        ->group("");
+    command->add_option("--engraver", words->engraver, "Where the page's engraver of scores is installed")
+        ->type_name("DIRECTORY")
+        ->group("");
+    command
+        ->add_option("--osc", words->osc,
+                     "Where OSC is taken: a port, an address and a port, or off; without it as settings.json says")
+        ->type_name("[ADDRESS:]PORT|off")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                stage::Settings::OscIn ignored;
+                try {
+                    stage::ReadListening(text, ignored);
+                } catch (const std::invalid_argument& problem) {
+                    return "is refused: " + std::string(problem.what());
+                }
+                return std::string();
+            },
+            ""));
+    command->add_option("--soundfont", words->soundFontPath, "The SoundFont to play with")->type_name("FILE");
     command->footer("What an operator can press, a line each with --headless:\n" + stage::MakeVerbHelp() +
                     "  status              where the show stands, as a line of JSON\n\n"
                     "Examples:\n"

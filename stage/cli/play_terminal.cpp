@@ -43,7 +43,7 @@ void PlayTerminal::Run() {
         if (stage::ScreenTerminal::IsAskedToEnd() && !std::exchange(isQuitPressed_, true))
             show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
         if (isChanged_ || now - drawn_ >= DrawingInterval) Draw_(now);
-        terminal_.Wait(KeyWait);
+        terminal_.Wait(KeyWait, show_.GetWakeUp().GetDescriptor());
     }
     static_cast<void>(show_.Deliver(*this));
 }

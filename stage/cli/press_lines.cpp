@@ -1,4 +1,5 @@
 #include "stage/cli/press_lines.h"
+#include "kit/words.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -38,9 +39,9 @@ PressLines::~PressLines() {
 void PressLines::Read() {
     if (isAskedToEnd && !std::exchange(isQuitPressed_, true))
         show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    const int ready = poll(&input, hasInput_ ? 1 : 0, WaitMilliseconds);
-    if (ready <= 0 || !hasInput_) return;
+    std::array<pollfd, 2> awaited{{{show_.GetWakeUp().GetDescriptor(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+    const int ready = poll(awaited.data(), hasInput_ ? 2 : 1, WaitMilliseconds);
+    if (ready <= 0 || awaited[1].revents == 0) return;
     std::array<char, 4096> bytes{};
     const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
     if (count <= 0) {
@@ -68,6 +69,6 @@ void PressLines::DoLine_(const std::string& line) {
             return show_.Resume(*std::exchange(offered_, nullptr));
         show_.Press(show_.Read(line, {stage::Door::Terminal, "input"}));
     } catch (const std::exception& problem) {
-        onError_(fmt::format("\"{}\": {}.", line, problem.what()));
+        onError_(fmt::format("{}: {}.", kit::Quote(line), problem.what()));
     }
 }

@@ -11,6 +11,7 @@
 #include "stage/cli/text_table.h"
 #include "stage/pages/page_packer.h"
 #include "stage/show/show_directory.h"
+#include "stage/words/value_checks.h"
 
 namespace {
 
@@ -142,7 +143,8 @@ void AddPack(CLI::App& score, const std::shared_ptr<ScoreWords>& words) {
     pack->add_option("PAGES", words->pack.paths, "PNG and SVG files, or folders that hold them")->required();
     CLI::Option* first = pack->add_option("--first", words->firstNumber,
                                           "Number the pages in their order from N on, whatever their names are")
-                             ->type_name("N");
+                             ->type_name("N")
+                             ->check(stage::IsWholeNumber(0, 4294967295));
     pack->add_flag("--replace", words->replace, "Replace the score that is there");
     pack->footer(
         "\nA page's number is the last number in its file's name: page-012.png is page 12.\n"
@@ -165,7 +167,9 @@ void AddScoreCommand(CLI::App& app, int&) {
     list->callback([words] { List(*words); });
 
     CLI::App* extract = AddOperation(*score, "extract", "Writes a page's image into a file", *words);
-    extract->add_option("PAGE", words->page, "The page's number")->required();
+    extract->add_option("PAGE", words->page, "The page's number")
+        ->required()
+        ->check(stage::IsWholeNumber(0, 4294967295));
     extract->add_option("-o,--output", words->outPath, "The file to be made")->required()->type_name("FILE");
     extract->footer("\nExample:\n  stage score extract myshow 12 -o page12.png");
     extract->callback([words] { Extract(*words); });
@@ -173,5 +177,7 @@ void AddScoreCommand(CLI::App& app, int&) {
     CLI::App* check = AddOperation(*score, "check", "Reads every page and reports whether all of it is intact", *words);
     check->footer("\nExample:\n  stage score check myshow --passphrase-file secret");
     check->callback([words] { Check(*words); });
-    score->footer("\nThe score is enciphered: without its passphrase nobody reads a page.");
+    score->footer(
+        "The score is enciphered: without its passphrase nobody reads a page.\n"
+        "\nExample:\n  stage score pack myshow pages/ --passphrase-file secret");
 }

@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <iterator>
 
 #include "stage/cli/text_table.h"
+#include "stage/show/song_length.h"
 #include "tavo_core/as_string.h"
 #include "tavo_core/bar_positions.h"
-#include "tavo_midi/tempo_map.h"
 
 namespace {
 
@@ -28,19 +28,19 @@ std::string DescribeKinds(const Sequence& sequence, const char* separator) {
     return text;
 }
 
+/// "72", guessed "~72"; "114 +6" with six changes, "~72 +~2" where one of them is guessed.
+std::string DescribeTempos(const tavo_midi::SongData& song) {
+    const auto& tempos = song.GetTimeline().GetTempos();
+    if (tempos.empty()) return "";
+    const auto isGuessed = [&song](const TL::Tempo& tempo) { return song.IsGuessedTempo(tempo.abs_time()); };
+    std::string text = fmt::format("{}{:.4g}", isGuessed(tempos[0]) ? "~" : "", tempos[0].quarters_per_minute());
+    if (tempos.size() > 1)
+        text += fmt::format(" +{}{}", std::any_of(std::next(tempos.begin()), tempos.end(), isGuessed) ? "~" : "",
+                            tempos.size() - 1);
+    return text;
+}
+
 }  // namespace
-
-double GetWrittenSeconds(const tavo_midi::SongData& song) {
-    const TL::Timeline& timeline = song.GetTimeline();
-    const tavo_midi::TempoMap tempos(timeline.GetTempos(), song.GetTicksPerQuarter());
-    return tempos.GetSeconds(song.GetMusicEndTickIndex()) - tempos.GetSeconds(timeline.GetStartTickIndex());
-}
-
-std::string DescribeLength(double seconds) {
-    const auto whole = std::llround(seconds);
-    if (whole < 3600) return fmt::format("{}:{:02}", whole / 60, whole % 60);
-    return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
-}
 
 std::string MakeSongTable(const std::vector<std::reference_wrapper<const tavo_midi::SongData>>& songs) {
     using Align = TextTable::Align;
@@ -58,17 +58,17 @@ std::string MakeSongTable(const std::vector<std::reference_wrapper<const tavo_mi
     for (const tavo_midi::SongData& song : songs) {
         const TL::Timeline& timeline = song.GetTimeline();
         const std::size_t barCount = TL::BarPositions(timeline).GetBars().size();
-        const double length = GetWrittenSeconds(song);
+        const double length = stage::GetWrittenSeconds(song);
         table.AddRow({song.GetSongNumber(), song.GetTitle(), fmt::format("{}", barCount),
-                      fmt::format("{}", timeline.GetBarsBeats().size()), fmt::format("{}", timeline.GetTempos().size()),
+                      fmt::format("{}", timeline.GetBarsBeats().size()), DescribeTempos(song),
                       DescribeKinds(timeline.GetMeters(), " "), DescribeKinds(timeline.GetKeys(), ", "),
-                      DescribeLength(length)});
+                      stage::DescribeLength(length)});
         bars += barCount;
         beats += timeline.GetBarsBeats().size();
         seconds += length;
     }
     if (songs.size() > 1)
         table.AddRow({"", fmt::format("{} songs", songs.size()), fmt::format("{}", bars), fmt::format("{}", beats), "",
-                      "", "", DescribeLength(seconds)});
+                      "", "", stage::DescribeLength(seconds)});
     return table.AsText();
 }

@@ -99,13 +99,15 @@ void ShowTake(const std::string& path) {
 
 void AddTakeCommand(CLI::App& app, int& /*exitCode*/) {
     auto words = std::make_shared<TakeWords>();
-    CLI::App* take = app.add_subcommand("take", "Tell what happened in a performance");
+    CLI::App* take = app.add_subcommand("take", "Tells what happened in a performance");
     take->require_subcommand(1);
-    CLI::App* list = take->add_subcommand("list", "The takes of a show");
-    list->add_option("SHOW", words->showPath, "The show's directory")->required();
+    CLI::App* list = take->add_subcommand("list", "Lists the takes of a show");
+    list->add_option("SHOW", words->showPath, "The show directory")->required();
+    list->footer("Example:\n  stage take list myshow");
     list->callback([words] { ListTakes(words->showPath); });
-    CLI::App* show = take->add_subcommand("show", "What was pressed in a take, and what the devices did");
+    CLI::App* show = take->add_subcommand("show", "Shows what was pressed in a take, and what the devices did");
     show->add_option("TAKE", words->takePath, "The take's file")->required();
+    show->footer("Example:\n  stage take show myshow/takes/2026-11-22_19-30-00.take");
     show->callback([words] { ShowTake(words->takePath); });
     take->footer(
         "\nA take renders to the sound of that evening: stage render SHOW --script TAKE --out evening.wav\n"

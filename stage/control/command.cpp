@@ -10,6 +10,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "kit/words.h"
 #include "tavo_core/bar_positions.h"
 
 namespace stage {
@@ -46,6 +47,29 @@ nanoseconds ReadTime(std::string_view text, const ArgumentRow& row) {
 double ReadOnOff(std::string_view text, const ArgumentRow& row) {
     if (text != "on" && text != "off") throw std::invalid_argument(fmt::format("{} is \"on\" or \"off\"", row.name));
     return text == "on" ? 1 : 0;
+}
+
+/// "master, music or click".
+std::string ListWords(std::span<const std::string_view> words) {
+    std::string text(words.front());
+    for (std::size_t i = 1; i < words.size(); ++i)
+        text += fmt::format("{}{}", i + 1 == words.size() ? " or " : ", ", words[i]);
+    return text;
+}
+
+std::string CheckWord(std::string_view word, const ArgumentRow& row) {
+    if (std::ranges::find(row.words, word) != row.words.end()) return "";
+    if (row.mayBeGroup) {
+        const bool isWord = !word.empty() && word.find_first_of(" \t\r#") == std::string_view::npos;
+        return isWord ? "" : fmt::format("{} must be one word", row.name);
+    }
+    return fmt::format("{} must be {}, not {}", row.name, ListWords(row.words), kit::Quote(word));
+}
+
+std::string ReadWord(std::string_view word, const ArgumentRow& row) {
+    const std::string problem = CheckWord(word, row);
+    if (!problem.empty()) throw std::invalid_argument(problem);
+    return std::string(word);
 }
 
 std::string_view TakeWord(std::span<const std::string_view>& words, std::string_view wanted) {
@@ -85,6 +109,8 @@ CommandArgument ReadArgument(std::span<const std::string_view>& words, const Arg
             return std::round(ReadNumber(word, row.lowest, row.highest, row.name));
         case ArgumentKind::OnOff:
             return ReadOnOff(word, row);
+        case ArgumentKind::Word:
+            return ReadWord(word, row);
         default:
             return ReadNumber(word, row.lowest, row.highest, row.name);
     }
@@ -95,6 +121,7 @@ std::string WriteArgument(const CommandArgument& argument, const ArgumentRow& ro
         case ArgumentKind::Place:
             return fmt::format("tick {}", std::get<std::uint32_t>(argument));
         case ArgumentKind::Song:
+        case ArgumentKind::Word:
         case ArgumentKind::Text:
             return std::get<std::string>(argument);
         case ArgumentKind::Time:
@@ -106,6 +133,15 @@ std::string WriteArgument(const CommandArgument& argument, const ArgumentRow& ro
         default:
             return fmt::format("{}", std::get<double>(argument));
     }
+}
+
+std::string DescribeUnknownVerb(std::string_view name) {
+    std::vector<std::string_view> known;
+    for (const VerbRow& row : GetVerbRows())
+        known.push_back(row.name);
+    const std::string_view nearest = kit::FindNearest(name, known);
+    return fmt::format("an operator cannot {}{}", kit::Quote(name),
+                       nearest.empty() ? "" : fmt::format("; did you mean {}?", nearest));
 }
 
 std::string CheckNumber(double number, const ArgumentRow& row) {
@@ -131,6 +167,8 @@ std::string CheckArgument(const CommandArgument& argument, const ArgumentRow& ro
                 return problem.what();
             }
         }
+        case ArgumentKind::Word:
+            return isOfType(std::string{}) ? CheckWord(std::get<std::string>(argument), row) : wrongType;
         case ArgumentKind::Text:
             return isOfType(std::string{}) ? "" : wrongType;
         case ArgumentKind::Time:
@@ -180,6 +218,9 @@ std::string DescribeArguments(const VerbRow& row) {
             case ArgumentKind::Text:
                 text += argument.name == "the state" ? "STATE" : "CHANGE";
                 break;
+            case ArgumentKind::Word:
+                text += argument.words.empty() ? "GROUP" : argument.isOptional ? "[OF]" : "OF";
+                break;
             case ArgumentKind::Percent:
                 text += fmt::format("{}%..{}%", argument.lowest * 100, argument.highest * 100);
                 break;
@@ -197,7 +238,7 @@ std::string MakeVerbHelp() {
     std::string text;
     for (const VerbRow& row : GetVerbRows()) {
         const std::string arguments = DescribeArguments(row);
-        text += fmt::format("  {:<20}{}\n",
+        text += fmt::format("  {:<19} {}\n",
                             arguments.empty() ? std::string(row.name) : fmt::format("{} {}", row.name, arguments),
                             row.help);
     }
@@ -218,10 +259,12 @@ std::string MakeVerbTable() {
 
 std::string CheckCommand(const Command& command, const tavo_midi::ShowData& show) {
     const VerbRow& row = GetVerbRow(command.verb);
-    if (command.arguments.size() != row.arguments.size())
+    const std::size_t given = command.arguments.size();
+    const bool isShort = given + 1 == row.arguments.size() && row.arguments.back().isOptional;
+    if (given != row.arguments.size() && !isShort)
         return fmt::format("\"{}\" takes {} argument{}, not {}", row.name, row.arguments.size(),
-                           row.arguments.size() == 1 ? "" : "s", command.arguments.size());
-    for (std::size_t i = 0; i < row.arguments.size(); ++i) {
+                           row.arguments.size() == 1 ? "" : "s", given);
+    for (std::size_t i = 0; i < given; ++i) {
         std::string problem = CheckArgument(command.arguments[i], row.arguments[i], show);
         if (!problem.empty()) return problem;
     }
@@ -231,23 +274,25 @@ std::string CheckCommand(const Command& command, const tavo_midi::ShowData& show
 Command ParseCommand(std::span<const std::string_view> words, const tavo_midi::ShowData& show, std::string& song) {
     const std::string_view name = TakeWord(words, "what the operator does");
     const VerbRow* row = FindVerbRow(name);
-    if (row == nullptr) throw std::invalid_argument(fmt::format("an operator cannot \"{}\"", name));
+    if (row == nullptr) throw std::invalid_argument(DescribeUnknownVerb(name));
     Command command;
     command.verb = row->verb;
     try {
-        for (const ArgumentRow& argument : row->arguments)
+        for (const ArgumentRow& argument : row->arguments) {
+            if (argument.isOptional && words.empty()) break;
             command.arguments.push_back(ReadArgument(words, argument, show, song));
+        }
     } catch (const std::out_of_range& problem) {
         throw std::invalid_argument(problem.what());
     }
-    if (!words.empty()) throw std::invalid_argument(fmt::format("\"{}\" is one word too many", words.front()));
+    if (!words.empty()) throw std::invalid_argument(fmt::format("{} is one word too many", kit::Quote(words.front())));
     return command;
 }
 
 std::string AsText(const Command& command) {
     const VerbRow& row = GetVerbRow(command.verb);
     std::string text(row.name);
-    for (std::size_t i = 0; i < row.arguments.size(); ++i)
+    for (std::size_t i = 0; i < command.arguments.size(); ++i)
         text += " " + WriteArgument(command.arguments.at(i), row.arguments[i]);
     return text;
 }

@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "tavo_audio/volume_type.h"
 #include "tavo_midi/show_data.h"
 
 namespace stage {
@@ -35,9 +36,14 @@ enum class Verb : std::uint8_t {
     Tempo,
     Transpose,
     Volume,
+    Mute,
+    Unmute,
+    Solo,
+    Unsolo,
     Fade,
     CancelFade,
     Attacca,
+    CountIn,
     ConductBeat,
     Restore,
     Edit,
@@ -88,6 +94,8 @@ struct Command {
     std::uint64_t id = 0;
     /// When it was pressed: on the steady clock, or on the stepped clock of a render.
     std::chrono::nanoseconds moment{0};
+    /// By which the door that pressed it knows its record again; 0 for none. Not written anywhere.
+    std::uint64_t tag = 0;
 
     bool operator==(const Command&) const = default;
 
@@ -104,9 +112,10 @@ enum class ArgumentKind : std::uint8_t {
     Song,       ///< string: the number of a song of the show
     Time,       ///< nanoseconds, written in seconds: "62.5s"
     Percent,    ///< double: a factor, written "90%"
-    Semitones,  ///< double: a whole number
+    Semitones,  ///< double: a whole number, also of beats
     Seconds,    ///< double
     OnOff,      ///< double: 1 or 0, written "on" or "off"
+    Word,       ///< string: one of the row's words
     Text,       ///< string: the rest of the line
 };
 
@@ -117,6 +126,12 @@ struct ArgumentRow {
     /// Both ends belong to the range; of kinds that are numbers.
     double lowest = 0;
     double highest = 0;
+    /// Of words.
+    std::span<const std::string_view> words = {};
+    /// Of words: it may also be the name of an output group, which whoever carries it out knows.
+    bool mayBeGroup = false;
+    /// It may be left out; such an argument is the last of its verb.
+    bool isOptional = false;
 };
 
 /// All there is to know of a verb. The grammar of scripts, the help, the check of a command's arguments and the table
@@ -143,6 +158,14 @@ struct VerbRow {
 [[nodiscard]] const VerbRow& GetVerbRow(Verb verb);
 /// Null where no verb has that name.
 [[nodiscard]] const VerbRow* FindVerbRow(std::string_view name);
+struct VolumeRow {
+    /// As `volume` takes it: "music".
+    std::string_view name;
+    tavo_audio::VolumeType type;
+};
+
+/// The volumes that `volume` sets, the master's first.
+[[nodiscard]] std::span<const VolumeRow> GetVolumeRows();
 /// How its arguments are written: "PLACE", "50%..200%"; empty where it has none.
 [[nodiscard]] std::string DescribeArguments(const VerbRow& row);
 

@@ -1,10 +1,13 @@
 #include "stage/control/command_desk.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <exception>
 #include <utility>
+
+#include "kit/words.h"
 
 namespace stage {
 
@@ -17,6 +20,25 @@ bool AreOnePress(Verb a, Verb b) {
         return verb == Verb::Play || verb == Verb::Continue || verb == Verb::Exit;
     };
     return (a == Verb::Go && isMeantByGo(b)) || (b == Verb::Go && isMeantByGo(a));
+}
+
+/// A word that is not one of its row's is the name of an output group.
+std::string FindUnknownGroup(const Command& command, const OutputGroups* groups) {
+    const VerbRow& row = GetVerbRow(command.verb);
+    for (std::size_t i = 0; i < command.arguments.size(); ++i) {
+        const ArgumentRow& argument = row.arguments[i];
+        if (!argument.mayBeGroup) continue;
+        const auto& word = std::get<std::string>(command.arguments[i]);
+        if (std::ranges::find(argument.words, word) != argument.words.end()) continue;
+        if (groups != nullptr && groups->Find(word)) continue;
+        const std::string names = groups == nullptr || groups->Count() == 0 ? "" : ": " + groups->ListNames();
+        if (argument.words.empty())
+            return fmt::format("{} must be an output group of the settings{}, not {}", argument.name, names,
+                               kit::Quote(word));
+        return fmt::format("{} must be {} or an output group of the settings{}, not {}", argument.name,
+                           fmt::join(argument.words, ", "), names, kit::Quote(word));
+    }
+    return "";
 }
 
 }  // namespace
@@ -83,6 +105,8 @@ void CommandDesk::NoteRelease(const CommandSource& source, Verb verb) {
     if (Key* key = FindKey_(source, verb)) {
         key->isHeld = false;
     } else {
+        // Whoever changes its address with every key would fill the list.
+        if (keys_.size() >= MostKeys) keys_.erase(keys_.begin());
         keys_.push_back({source, verb});
     }
 }
@@ -99,6 +123,7 @@ CommandRecord CommandDesk::Decide_(Command command) {
 
 std::string CommandDesk::FindRefusal_(const Command& command, bool hasSong) {
     std::string problem = CheckCommand(command, performer_.GetMusic());
+    if (problem.empty()) problem = FindUnknownGroup(command, performer_.GetGroups());
     if (!problem.empty()) return problem + ".";
     const VerbRow& row = GetVerbRow(command.verb);
     if (row.needsSong && !hasSong) return fmt::format("\"{}\" is refused: no song is loaded", row.name);
@@ -111,15 +136,16 @@ std::string CommandDesk::FindRefusal_(const Command& command, bool hasSong) {
 }
 
 std::string CommandDesk::FindTooSoon_(const Command& command) const {
+    const std::chrono::milliseconds pressGuard = pressGuard_;
     for (const auto& [verb, moment] : lastTaken_) {
         if (!AreOnePress(verb, command.verb)) continue;
         // Doors read their clocks on threads of their own: the later press may bear the earlier time.
         const auto distance = std::chrono::abs(command.moment - moment);
-        if (distance >= options_.pressGuard) continue;
+        if (distance >= pressGuard) continue;
         return fmt::format("\"{}\" is refused: it came {} ms after \"{}\", and presses within {} ms are one press",
                            GetVerbRow(command.verb).name,
                            std::chrono::duration_cast<std::chrono::milliseconds>(distance).count(),
-                           GetVerbRow(verb).name, options_.pressGuard.count());
+                           GetVerbRow(verb).name, pressGuard.count());
     }
     return "";
 }

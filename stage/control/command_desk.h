@@ -57,9 +57,12 @@ public:
     /// After this long without a press, a key whose release was never reported counts as released: the report may have
     /// been lost with a cable.
     static constexpr std::chrono::milliseconds LongestKeyRepeat{2000};
+    /// So many keys whose releases are reported are kept; the oldest is forgotten and then counts as released.
+    static constexpr std::size_t MostKeys = 256;
 
     /// `performer` outlives the object.
-    CommandDesk(CommandPerformer& performer, const Options& options) : performer_(performer), options_(options) {}
+    CommandDesk(CommandPerformer& performer, const Options& options)
+        : performer_(performer), options_(options), pressGuard_(options.pressGuard) {}
     CommandDesk(const CommandDesk&) = delete;
     CommandDesk& operator=(const CommandDesk&) = delete;
 
@@ -79,6 +82,10 @@ public:
     /// Called after each Post, on the posting thread: wakes whoever calls RunPosted, and calls nothing of the desk. Any
     /// thread; when it returns, the function before is not called any more.
     void SetWakeUp(std::function<void()> wakeUp);
+
+    /// The guard's time from the next press on, which was Options::pressGuard.
+    void SetPressGuard(std::chrono::milliseconds pressGuard) { pressGuard_ = pressGuard; }
+    [[nodiscard]] std::chrono::milliseconds GetPressGuard() const { return pressGuard_; }
 
     /// The key behind the verb was released at its door. A door from which this is never heard is not held back.
     void NoteRelease(const CommandSource& source, Verb verb);
@@ -113,6 +120,8 @@ private:
     // Constant after construction.
     CommandPerformer& performer_;
     const Options options_;
+
+    std::atomic<std::chrono::milliseconds> pressGuard_;
 
     // Recursive: what a command sets off may be answered by another one. Held while the façade is called.
     std::recursive_mutex turn_;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "player_core/interface.h"
+#include "stage/engine/output_groups.h"
 #include "tavo_midi/show_data.h"
 
 namespace stage {
@@ -34,6 +35,8 @@ public:
     virtual void ConductBeat(std::chrono::nanoseconds moment) = 0;
     /// Puts the song that is loaded where `state` was taken, as ToText of FlowState writes it; playback is stopped.
     virtual void Restore(const std::string& state) = 0;
+    /// From the next start on so many beats are counted in.
+    virtual void SetCountIn(unsigned int beats) = 0;
     /// Makes a change of the edits, as CL::WriteLogChange writes it.
     virtual void Edit(const std::string& change) = 0;
     virtual void UndoEdit() = 0;
@@ -42,6 +45,8 @@ public:
     virtual void SaveEdits() = 0;
     /// The show is to end.
     virtual void Quit() = 0;
+    /// The output groups; null where there can be none.
+    [[nodiscard]] virtual OutputGroups* GetGroups() { return nullptr; }
 
 protected:
     ~CommandPerformer() = default;

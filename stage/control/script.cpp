@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "kit/words.h"
 #include "stage/control/take.h"
 
 namespace stage {
@@ -61,8 +62,8 @@ private:
         } else if (word.starts_with('+') && word.ends_with('s')) {
             line.seconds = ReadNumber(word.substr(1, word.size() - 2), 0, LongestWaitSeconds, "the waiting time");
         } else {
-            throw std::invalid_argument(
-                fmt::format("a line begins with \"at PLACE\" or a waiting time such as +2.5s, not with \"{}\"", word));
+            throw std::invalid_argument(fmt::format(
+                "a line begins with \"at PLACE\" or a waiting time such as +2.5s, not with {}", kit::Quote(word)));
         }
     }
 

@@ -14,6 +14,7 @@
 #include "kit/path.h"
 #include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
+#include "kit/words.h"
 #include "stage/control/command.h"
 #include "stage/engine/engine.h"
 #include "tavo_core/bar_positions.h"
@@ -38,6 +39,12 @@ std::string WallClock() {
     return fmt::format("{:02}:{:02}:{:02}", parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
+/// "; " parts the door, the place and the sentence of a line; only the last of them may hold it.
+std::string WithoutSeams(std::string text) {
+    std::replace(text.begin(), text.end(), ';', ',');
+    return text;
+}
+
 /// In a line of a script '#' begins what is not read; within the texts of an edit it can be written otherwise.
 std::string WithoutHashes(const std::string& text) {
     std::string plain;
@@ -56,7 +63,7 @@ std::uint32_t ReadCount(std::string_view text, std::string_view what) {
     std::uint32_t count = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
     if (error != std::errc() || end != text.data() + text.size())
-        throw std::invalid_argument(fmt::format("{} must be a whole number, not \"{}\"", what, text));
+        throw std::invalid_argument(fmt::format("{} must be a whole number, not {}", what, kit::Quote(text)));
     return count;
 }
 
@@ -108,7 +115,7 @@ TakeLine ReadNote(std::string_view rest, Take& take) {
         line.place = TakePart(rest, "; ");
         line.sentence = rest;
     } else {
-        throw std::invalid_argument(fmt::format("a take does not note \"{}\"", kind));
+        throw std::invalid_argument(fmt::format("a take does not note {}", kit::Quote(kind)));
     }
     return line;
 }
@@ -274,11 +281,11 @@ std::string TakeWriter::DescribeCommand_(const NotedCommand& noted) const {
     std::string place = "no song";
     if (!record.place.song.empty()) {
         const TL::BarPositions positions(show_.GetSongData(record.place.song).GetTimeline());
-        place = fmt::format("song {}, {}", record.place.song, positions.DescribeTick(record.place.tick));
+        place = WithoutSeams(fmt::format("song {}, {}", record.place.song, positions.DescribeTick(record.place.tick)));
     }
     const std::string pressed = WithoutHashes(WithoutLineEnds(AsText(record.command)));
     std::string door(GetDoorName(record.command.source.door));
-    if (!record.command.source.name.empty()) door += " " + WithoutLineEnds(record.command.source.name);
+    if (!record.command.source.name.empty()) door += " " + WithoutSeams(WithoutLineEnds(record.command.source.name));
     if (!record.IsTaken())
         return fmt::format("{}{} refused {}{}{} {}; {}; {}\n", NoteMark, record.place.frame, pressed, Aside,
                            WallClock(), door, place, WithoutLineEnds(record.sentence));

@@ -14,6 +14,7 @@ namespace stage {
 namespace {
 
 constexpr double LongestFadeSeconds = 600;
+constexpr double MostBeatsCountedIn = 16;
 constexpr double SecondsPerDay = 24.0 * 3600;
 
 constexpr ArgumentRow Place[] = {{ArgumentKind::Place, "the place"}};
@@ -23,8 +24,23 @@ constexpr ArgumentRow Tempo[] = {
     {ArgumentKind::Percent, "the tempo", UserControls::LowestTempoScale, UserControls::HighestTempoScale}};
 constexpr ArgumentRow Semitones[] = {{ArgumentKind::Semitones, "the number of semitones",
                                       UserControls::LowestTransposition, UserControls::HighestTransposition}};
-constexpr ArgumentRow Volume[] = {{ArgumentKind::Percent, "the volume", 0, 1}};
+constexpr VolumeRow Volumes[] = {{"master", tavo_audio::Master},
+                                 {"music", tavo_audio::Synth},
+                                 {"click", tavo_audio::Click},
+                                 {"effects", tavo_audio::Effects},
+                                 {"ambience", tavo_audio::Ambience}};
+constexpr std::string_view VolumeWords[] = {Volumes[0].name, Volumes[1].name, Volumes[2].name, Volumes[3].name,
+                                            Volumes[4].name};
+static_assert(std::size(Volumes) == std::size(VolumeWords));
+constexpr ArgumentRow Volume[] = {{ArgumentKind::Percent, "the volume", 0, 1},
+                                  {.kind = ArgumentKind::Word,
+                                   .name = "what the volume is of",
+                                   .words = VolumeWords,
+                                   .mayBeGroup = true,
+                                   .isOptional = true}};
+constexpr ArgumentRow Group[] = {{.kind = ArgumentKind::Word, .name = "the group", .mayBeGroup = true}};
 constexpr ArgumentRow Fade[] = {{ArgumentKind::Seconds, "the fade's length in seconds", 0, LongestFadeSeconds}};
+constexpr ArgumentRow Beats[] = {{ArgumentKind::Semitones, "the number of beats", 0, MostBeatsCountedIn}};
 constexpr ArgumentRow Change[] = {{ArgumentKind::Text, "the change"}};
 constexpr ArgumentRow State[] = {{ArgumentKind::Text, "the state"}};
 constexpr ArgumentRow OnOff[] = {{ArgumentKind::OnOff, "attacca"}};
@@ -39,6 +55,34 @@ void GoOn(CommandPerformer& performer) {
 void SetAttacca(CommandPerformer& performer, bool isOn) {
     Interface& facade = performer.GetFacade();
     facade.SetAttacca(facade.GetCurrentSongNumber(), isOn ? CL::AttaccaNext : CL::AttaccaNormal);
+}
+
+/// The desk has seen that it is there.
+std::size_t FindGroup(CommandPerformer& performer, const std::string& name) {
+    return performer.GetGroups()->Find(name).value();
+}
+
+/// Of everything where the command does not say of what.
+void SetVolume(CommandPerformer& performer, const Command& command) {
+    tavo_audio::VolumeType type = tavo_audio::Master;
+    if (command.arguments.size() > 1) {
+        const auto& word = std::get<std::string>(command.arguments[1]);
+        const auto* row = std::ranges::find(Volumes, std::string_view(word), &VolumeRow::name);
+        if (row == std::end(Volumes)) {
+            performer.GetGroups()->SetVolume(FindGroup(performer, word), command.GetNumber());
+            return;
+        }
+        type = row->type;
+    }
+    performer.GetFacade().SetVolume(command.GetNumber(), type);
+}
+
+void Mute(CommandPerformer& performer, const Command& command, bool isMuted) {
+    performer.GetGroups()->Mute(FindGroup(performer, command.GetText()), isMuted);
+}
+
+void Solo(CommandPerformer& performer, const Command& command, bool isSolo) {
+    performer.GetGroups()->Solo(FindGroup(performer, command.GetText()), isSolo);
 }
 
 using P = CommandPerformer;
@@ -134,8 +178,15 @@ constexpr VerbRow Rows[] = {
      [](P& p, const C& c) { p.GetFacade().SetTempoScale(c.GetNumber()); }},
     {Verb::Transpose, "transpose", Semitones, false, false, "moves all notes but percussion by semitones",
      [](P& p, const C& c) { p.GetFacade().SetTransposition(static_cast<int>(c.GetNumber())); }},
-    {Verb::Volume, "volume", Volume, false, false, "sets the master volume",
-     [](P& p, const C& c) { p.GetFacade().SetVolume(c.GetNumber(), tavo_audio::Master); }},
+    {Verb::Volume, "volume", Volume, false, false, "sets master, music, click, effects, ambience or a group",
+     [](P& p, const C& c) { SetVolume(p, c); }},
+    {Verb::Mute, "mute", Group, false, false, "an output group is silent until it is unmuted",
+     [](P& p, const C& c) { Mute(p, c, true); }},
+    {Verb::Unmute, "unmute", Group, false, false, "it sounds again", [](P& p, const C& c) { Mute(p, c, false); }},
+    {Verb::Solo, "solo", Group, false, false, "of the music, only output groups that are solo sound",
+     [](P& p, const C& c) { Solo(p, c, true); }},
+    {Verb::Unsolo, "unsolo", Group, false, false, "ends that for the group",
+     [](P& p, const C& c) { Solo(p, c, false); }},
     {Verb::Fade, "fade", Fade, false, true, "fades out in so many seconds and stops",
      [](P& p, const C& c) {
          Interface& facade = p.GetFacade();
@@ -150,6 +201,8 @@ constexpr VerbRow Rows[] = {
      [](P& p, const C&) { p.GetFacade().CancelFade(); }},
     {Verb::Attacca, "attacca", OnOff, false, true, "whether the next song follows without a stop",
      [](P& p, const C& c) { SetAttacca(p, c.GetNumber() > 0); }},
+    {Verb::CountIn, "count-in", Beats, false, false, "counts so many beats in on the click before each start",
+     [](P& p, const C& c) { p.SetCountIn(static_cast<unsigned int>(c.GetNumber())); }},
     {Verb::ConductBeat,
      "conduct-beat",
      {},
@@ -159,7 +212,7 @@ constexpr VerbRow Rows[] = {
      [](P& p, const C& c) { p.ConductBeat(c.moment); }},
     {Verb::Restore, "restore", State, false, true, "goes to where a take stood, as it has written it",
      [](P& p, const C& c) { p.Restore(c.GetText()); }},
-    {Verb::Edit, "edit", Change, false, false, "changes the production's edits, as a take has written it",
+    {Verb::Edit, "edit", Change, false, false, "changes the edits as stage edit does: add vamp 12 15",
      [](P& p, const C& c) { p.Edit(c.GetText()); }, true},
     {Verb::Undo, "undo", {}, false, false, "takes back the last edit", [](P& p, const C&) { p.UndoEdit(); }, true},
     {Verb::Redo, "redo", {}, false, false, "makes it again", [](P& p, const C&) { p.RedoEdit(); }, true},
@@ -194,6 +247,10 @@ const VerbRow* FindVerbRow(std::string_view name) {
     const auto* row =
         std::find_if(std::begin(Rows), std::end(Rows), [&](const VerbRow& each) { return each.name == name; });
     return row == std::end(Rows) ? nullptr : row;
+}
+
+std::span<const VolumeRow> GetVolumeRows() {
+    return Volumes;
 }
 
 std::string_view GetDoorName(Door door) {

@@ -50,6 +50,7 @@ void Engine::Unsubscribe(EngineSubscriber& subscriber) {
 
 void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
     const Lock lock(mutex_);
+    EndCountIn_();
     PutOut_(std::exchange(plan_, std::move(plan)));
     ++interruptions_;
     clock_.SetTempoMap(plan_->GetTempoMap());
@@ -63,8 +64,12 @@ void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
     }
     playedFrames_ = 0;
     Order_({.kind = SoundOrder::Kind::EndNotes});
+    // What rang on after the song before does so still.
+    const bool ringsOn = isRolling_ || hasEnded_;
+    Order_({.kind = ringsOn ? SoundOrder::Kind::EndAmbiences : SoundOrder::Kind::EndSounds});
     const std::uint32_t fromTick = position_;
     MoveTo_(plan_->GetStartTick());
+    if (isRolling_) TakeUpAmbiences_(position_, false);
     looksOutside_ = true;
     // Where nobody renders only the last of several songs is reported.
     if (!events_.empty() && events_.back().kind == EngineEvent::Kind::SongPutIn) events_.pop_back();
@@ -74,13 +79,31 @@ void Engine::SetSong(std::shared_ptr<const SongPlan> plan) {
 void Engine::ReplacePlan(std::shared_ptr<const SongPlan> plan) {
     const Lock lock(mutex_);
     if (plan_ == nullptr || &plan_->GetSong() != &plan->GetSong()) return;
-    // The song's music and tempos are the same; only what lies on top of them is looked up anew.
-    PutOut_(std::exchange(plan_, std::move(plan)));
+    // The song's music and tempos are the same; only what lies on top of them is looked up anew, and what is held.
+    const std::shared_ptr<const SongPlan> before = std::exchange(plan_, std::move(plan));
+    EndWhatIsNotHeldAnyMore_(*before);
+    PutOut_(before);
     clock_.SetTempoMap(plan_->GetTempoMap());
+    nextEvent_ = plan_->FindEvent(nextEventTick_);
     // The cues of the tick that an advance began at have been set off.
     nextCue_ = plan_->FindCue(from_ == to_ ? to_ : from_ + 1);
     nextStop_ = 0;
+    if (from_ != to_) FindNextEventFrame_();
+    Order_({.kind = SoundOrder::Kind::FollowEdits, .plan = plan_.get()});
+    if (isRolling_ || leftCaesura_) TakeUpAmbiences_(position_, from_ != to_);
     looksOutside_ = true;
+}
+
+// An end that was to wait for a fermata's release, and whose own place playback has passed, would never come.
+void Engine::EndWhatIsNotHeldAnyMore_(const SongPlan& before) {
+    const std::vector<HeldEnd>& held = plan_->GetHeldEnds();
+    for (const HeldEnd& end : before.GetHeldEnds()) {
+        if (end.tick >= nextEventTick_ || end.until < nextEventTick_) continue;
+        const auto now = std::lower_bound(held.begin(), held.end(), end.index,
+                                          [](const HeldEnd& one, std::size_t index) { return one.index < index; });
+        if (now != held.end() && now->index == end.index && now->until >= nextEventTick_) continue;
+        Order_({.kind = SoundOrder::Kind::Play, .event = before.GetSong().GetEvents()[end.index], .plan = plan_.get()});
+    }
 }
 
 void Engine::PutOut_(std::shared_ptr<const SongPlan> plan) {
@@ -95,8 +118,17 @@ std::vector<std::shared_ptr<const SongPlan>> Engine::TakeOldPlans() {
 void Engine::Start() {
     const Lock lock(mutex_);
     if (isRolling_ || plan_ == nullptr) return;
+    if (!countIn_ && BeginCountIn_()) return;
+    EndCountIn_();
+    StartHere_();
+}
+
+void Engine::StartHere_() {
     isRolling_ = true;
     looksOutside_ = true;
+    hasEnded_ = false;
+    Order_({.kind = SoundOrder::Kind::ResumeSounds});
+    TakeUpAmbiences_(position_, from_ != to_);
     if (stoodSince_) {
         clock_.StandStill(*stoodSince_, frame_);
         toTime_ = clock_.TimeOfTick(to_);
@@ -108,6 +140,10 @@ void Engine::Start() {
 
 bool Engine::Stop() {
     const Lock lock(mutex_);
+    if (countIn_) {
+        EndCountIn_();
+        return true;
+    }
     if (!isRolling_) return false;
     StopHere_();
     return true;
@@ -119,8 +155,10 @@ void Engine::StopHere_() {
     isRolling_ = false;
     ++interruptions_;
     stoodSince_ = frame_.load();
+    const Wait wait = std::exchange(wait_, Wait::None);
+    hasEnded_ = wait == Wait::AtSongEnd;
     // A caesura that nobody has stopped at is met again.
-    if (std::exchange(wait_, Wait::None) == Wait::AtCaesura) leftCaesura_.reset();
+    if (wait == Wait::AtCaesura) leftCaesura_.reset();
     Order_({.kind = SoundOrder::Kind::EndNotes});
     // A start that nobody has heard of was none.
     if (!std::exchange(startIsToTell_, false) && !isHolding_)
@@ -149,16 +187,37 @@ void Engine::Silence() {
     Order_({.kind = SoundOrder::Kind::Silence});
 }
 
-void Engine::SetWantedTick(std::optional<std::uint32_t> tick) {
+void Engine::EndSounds() {
     const Lock lock(mutex_);
-    wantedTick_ = tick;
-    // The advance under way was planned without it. Its search found more than is used, which does no harm.
-    if (!tick || !isRolling_ || isHolding_ || *tick <= from_ || *tick >= to_) return;
-    const std::int64_t frame = clock_.TimeOfTick(*tick).Rounded();
-    if (frame < frame_) return;
-    to_ = *tick;
-    toTime_ = clock_.TimeOfTick(to_);
-    FindNextEventFrame_();
+    Order_({.kind = SoundOrder::Kind::EndSounds});
+}
+
+void Engine::EndAmbiences() {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::EndAmbiences});
+}
+
+void Engine::PauseSounds() {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::PauseSounds});
+}
+
+void Engine::SetWantedTicks(std::optional<std::uint32_t> tick, std::optional<std::uint32_t> another) {
+    const Lock lock(mutex_);
+    wantedTicks_ = {tick, another};
+    // The advance under way was planned without them. Its search found more than is used, which does no harm.
+    for (const std::optional<std::uint32_t>& wanted : wantedTicks_) {
+        if (!wanted || !isRolling_ || isHolding_ || *wanted <= from_ || *wanted >= to_) continue;
+        if (clock_.TimeOfTick(*wanted).Rounded() < frame_) continue;
+        to_ = *wanted;
+        toTime_ = clock_.TimeOfTick(to_);
+        FindNextEventFrame_();
+    }
+}
+
+void Engine::SetCountIn(unsigned int beats) {
+    const Lock lock(mutex_);
+    countInBeats_ = beats;
 }
 
 void Engine::SetSynthVolume(float volume) {
@@ -166,9 +225,29 @@ void Engine::SetSynthVolume(float volume) {
     Order_({.kind = SoundOrder::Kind::SetSynth, .level = volume});
 }
 
+void Engine::SetClickVolume(float volume) {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::SetClick, .level = volume});
+}
+
 void Engine::SetMasterVolume(float volume) {
     const Lock lock(mutex_);
     Order_({.kind = SoundOrder::Kind::SetMaster, .level = volume});
+}
+
+void Engine::SetEffectsVolume(float volume) {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::SetEffects, .level = volume});
+}
+
+void Engine::SetAmbienceVolume(float volume) {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::SetAmbience, .level = volume});
+}
+
+void Engine::SetGroupLevel(std::size_t strip, float level) {
+    const Lock lock(mutex_);
+    Order_({.kind = SoundOrder::Kind::SetGroup, .strip = static_cast<std::uint32_t>(strip), .level = level});
 }
 
 void Engine::MoveFade(float target, double seconds, std::uint32_t fade) {
@@ -180,7 +259,9 @@ void Engine::MoveFade(float target, double seconds, std::uint32_t fade) {
 
 void Engine::Order_(const SoundOrder& order) {
     if (orders_.size() >= MaxOrdersWaiting)
-        std::erase_if(orders_, [&order](const SoundOrder& earlier) { return earlier.kind == order.kind; });
+        std::erase_if(orders_, [&order](const SoundOrder& earlier) {
+            return earlier.kind == order.kind && earlier.strip == order.strip;
+        });
     orders_.push_back(order);
 }
 
@@ -197,17 +278,17 @@ void Engine::TellMove_(EngineEvent::Kind kind, std::int64_t frame, std::uint32_t
 // The rendering thread.
 
 void Engine::Render(float* left, float* right, std::uint32_t frames) {
-    const StereoBuffer group{left, right};
-    Render({&group, 1}, frames);
+    const StereoBuffer main{left, right};
+    Render({&main, 1}, frames);
 }
 
 void Engine::RenderLater(float* left, float* right, std::uint32_t frames) {
-    const StereoBuffer group{left, right};
-    RenderLater({&group, 1}, frames);
+    const StereoBuffer main{left, right};
+    RenderLater({&main, 1}, frames);
 }
 
-void Engine::Render(std::span<const StereoBuffer> groups, std::uint32_t frames) {
-    RenderLater(groups, frames);
+void Engine::Render(std::span<const StereoBuffer> pairs, std::uint32_t frames) {
+    RenderLater(pairs, frames);
     sound_.Write();
 }
 
@@ -217,11 +298,12 @@ void Engine::FinishRendering() {
     DoOrders_(lock);
 }
 
-void Engine::RenderLater(std::span<const StereoBuffer> groups, std::uint32_t frames) {
-    sound_.SetBuffers(groups);
+void Engine::RenderLater(std::span<const StereoBuffer> pairs, std::uint32_t frames) {
+    sound_.SetBuffers(pairs);
     Lock lock(mutex_);
     const std::int64_t end = frame_ + frames;
-    const EngineEvent begins{.kind = EngineEvent::Kind::BlockBegins, .frame = frame_, .plan = plan_.get()};
+    const EngineEvent begins{
+        .kind = EngineEvent::Kind::BlockBegins, .frame = frame_, .tick = position_, .plan = plan_.get()};
     lock.unlock();
     Deliver_(begins);
     lock.lock();
@@ -250,9 +332,10 @@ void Engine::MakeProgress_(Lock& lock, std::int64_t end) {
             continue;
         }
         const bool isMoving = isRolling_ && !isHolding_ && wait_ == Wait::None;
-        const std::int64_t due = isMoving && !isOverrun ? NextDueFrame_() : end;
+        std::int64_t due = isMoving && !isOverrun ? NextDueFrame_() : end;
+        if (countIn_) due = countIn_->GetNextFrame();
         if (due <= frame_) {
-            DoWhatIsDue_(lock);
+            countIn_ ? CountBeatIn_() : DoWhatIsDue_(lock);
         } else {
             RenderSound_(lock, std::min(due, end));
             turns = 0;
@@ -338,6 +421,7 @@ void Engine::SendEvent_() {
                 .transposition = transposition_,
                 .plan = plan_.get()});
     }
+    nextEventTick_ = tick + 1;
     FindNextEventFrame_();
 }
 
@@ -372,6 +456,41 @@ void Engine::UpdatePosition_() {
     } else {
         position_ = to_;
     }
+}
+
+// Whether beats are counted first, from the frame that comes next. Where playback goes on inside a beat they go as that
+// beat and those to come.
+bool Engine::BeginCountIn_() {
+    if (countInBeats_ == 0 || isHolding_) return false;
+    const std::optional<std::uint32_t> jump = flow_.GetWaitingJump();
+    const std::uint32_t tick = jump.value_or(position_);
+    if (leftCaesura_ == tick) return false;
+    const double scale = controls_.GetTempoScale();
+    const BeatAtPlace place = FindBeatAtPlace(*plan_, tick, framesPerSecond_);
+    double inside = (tick - place.tick) * place.framesPerTick / scale;
+    // On its way it stands between two ticks.
+    if (!jump && stoodSince_ && from_ != to_)
+        inside = static_cast<double>(*stoodSince_ - clock_.TimeOfTick(place.tick).Rounded());
+    countIn_.emplace(place, inside, countInBeats_, scale, frame_);
+    beatsToCountIn_ = countInBeats_;
+    return true;
+}
+
+void Engine::EndCountIn_() {
+    countIn_.reset();
+    beatsToCountIn_ = 0;
+}
+
+void Engine::CountBeatIn_() {
+    const unsigned int left = countIn_->CountBeatsLeft();
+    if (left == 0) {
+        EndCountIn_();
+        return StartHere_();
+    }
+    beatsToCountIn_ = left;
+    Order_({.kind = SoundOrder::Kind::Click, .isAccent = countIn_->IsAccent()});
+    Tell_({.kind = EngineEvent::Kind::CountIn, .frame = frame_, .tick = position_, .beats = left});
+    countIn_->TakeBeat();
 }
 
 std::optional<StageShowControl::Outside> Engine::LookOutside_() {

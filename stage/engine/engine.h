@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "stage/engine/count_in.h"
 #include "stage/engine/engine_event.h"
 #include "stage/engine/engine_sound.h"
 #include "stage/engine/frame_clock.h"
@@ -64,7 +66,14 @@ public:
     /// Plans that were put out and that rendering has done with, for the caller to destroy.
     [[nodiscard]] std::vector<std::shared_ptr<const SongPlan>> TakeOldPlans();
 
+    /// Where a count-in is set, playback begins after it, unless it goes on from a caesura or in a fermata's hold. A
+    /// start while beats are counted begins at once.
     void Start();
+    /// Beats that are counted in from the next start on; 0 for none.
+    void SetCountIn(unsigned int beats);
+    [[nodiscard]] bool IsCountingIn() const { return beatsToCountIn_ > 0; }
+    /// Beats of a count-in that are left, the one that goes on among them. Any thread.
+    [[nodiscard]] unsigned int GetBeatsToCountIn() const { return beatsToCountIn_; }
     /// Ends the notes and stops; true when it was playing.
     bool Stop();
     /// Stops at the caesura that playback waits at; false where it does not wait any more.
@@ -76,18 +85,25 @@ public:
     [[nodiscard]] bool IsAtSongEnd();
     /// Silence at once.
     void Silence();
-    /// An advance ends at this tick too, so that subscribers hear of the arrival there; none by default.
-    void SetWantedTick(std::optional<std::uint32_t> tick);
+    /// Effects and ambiences end, or stay where they are until playback is started again or put elsewhere. What
+    /// sounds at a caesura or a song's end sounds on without either.
+    void EndSounds();
+    void EndAmbiences();
+    void PauseSounds();
+    /// Effects that ring out. For the rendering thread.
+    [[nodiscard]] std::size_t CountEffects() const { return sound_.CountEffects(); }
+    /// Advances end at these ticks too, so that subscribers hear of the arrival there; none by default.
+    void SetWantedTicks(std::optional<std::uint32_t> tick, std::optional<std::uint32_t> another = {});
 
-    /// Renders the next `frames` of each group. There is at least one: the instruments sound in the first, and nothing
-    /// sounds in the others yet.
-    void Render(std::span<const StereoBuffer> groups, std::uint32_t frames);
+    /// Renders the next `frames` of each stereo pair, in the order of ListSoundOutputs. There is at least one; what
+    /// leaves by a pair that is not given is not heard. There are as many in every call.
+    void Render(std::span<const StereoBuffer> pairs, std::uint32_t frames);
     /// The same, but the last of it may be written as late as in FinishRendering, or the next call of either; cheaper
     /// where the calls go on in one long buffer. Until then the buffers must stay.
-    void RenderLater(std::span<const StereoBuffer> groups, std::uint32_t frames);
+    void RenderLater(std::span<const StereoBuffer> pairs, std::uint32_t frames);
     /// Writes it, and carries out what was ordered since.
     void FinishRendering();
-    // With a single group.
+    // With the main pair only.
     void Render(float* left, float* right, std::uint32_t frames);
     void RenderLater(float* left, float* right, std::uint32_t frames);
 
@@ -108,7 +124,26 @@ public:
     [[nodiscard]] std::uint32_t GetPosition() const { return position_; }
 
     void SetSynthVolume(float volume);
+    void SetClickVolume(float volume);
     void SetMasterVolume(float volume);
+    void SetEffectsVolume(float volume);
+    void SetAmbienceVolume(float volume);
+    /// Mixes the instruments in groups; `plan` outlives the engine. Before anything is rendered.
+    void SetGroups(const GroupPlan& plan) { sound_.SetGroups(plan); }
+    /// Null without groups; its meters may be read on any thread.
+    [[nodiscard]] const GroupMixer* GetGroups() const { return sound_.GetGroups(); }
+    /// The music leaves there as well. While nobody renders; the object outlives the engine.
+    void SetMidiOut(MidiOut& midiOut) { sound_.SetMidiOut(midiOut); }
+    /// Whether the meters measure; at first they do not. While nobody renders.
+    void SetMetered(bool isMetered) { sound_.SetMetered(isMetered); }
+    /// Of the main pair, behind all volumes. Any thread may read it.
+    [[nodiscard]] const LevelMeter& GetMainMeter() const { return sound_.GetMainMeter(); }
+    /// The level of a strip of the group mixer, in a short ramp.
+    void SetGroupLevel(std::size_t strip, float level);
+    /// Whether the click sounds on every beat; at first only where a click is edited. While nobody renders.
+    void SetClickEverywhere(bool isEverywhere) { clicksEverywhere_ = isEverywhere; }
+    /// The click is part of the first group, too, where a second one is rendered. While nobody renders.
+    void SetClickInMain(bool isInMain) { sound_.SetClickInMain(isInMain); }
     /// Moves the fader on top of the volumes. Its arrival is reported with `fade`, unless that is 0 or it is moved
     /// again before.
     void MoveFade(float target, double seconds, std::uint32_t fade);
@@ -136,7 +171,12 @@ private:
     void Tell_(EngineEvent event);
     void TellMove_(EngineEvent::Kind kind, std::int64_t frame, std::uint32_t fromTick, std::uint32_t tick);
     void Order_(const SoundOrder& order);
+    void StartHere_();
+    [[nodiscard]] bool BeginCountIn_();
+    void EndCountIn_();
+    void CountBeatIn_();
     void PutOut_(std::shared_ptr<const SongPlan> plan);
+    void EndWhatIsNotHeldAnyMore_(const SongPlan& before);
     void StopHere_();
 
     // engine_flow.cpp
@@ -150,6 +190,9 @@ private:
     void MoveTo_(std::uint32_t tick);
     void BeginAdvance_(std::uint32_t fromTick, std::uint32_t toTick);
     void SendCues_(std::uint32_t tick);
+    void TakeSoundsAlong_(std::uint32_t tick, bool isSeek);
+    void TakeUpAmbiences_(std::uint32_t tick, bool isCuePassed);
+    void SendClick_(std::uint32_t tick);
     void Hold_(std::uint32_t tick);
     void WaitAtCaesura_(std::uint32_t tick);
     void WaitAtSongEnd_();
@@ -164,6 +207,7 @@ private:
     const std::uint32_t advanceFrames_;
     // Changed while nobody renders only.
     std::vector<EngineSubscriber*> subscribers_;
+    bool clicksEverywhere_ = false;
 
     // Used by the rendering thread only.
     EngineSound sound_;
@@ -185,26 +229,31 @@ private:
     std::uint32_t to_ = 0;
     FrameTime toTime_;
     std::size_t nextEvent_ = 0;
+    std::uint32_t nextEventTick_ = 0;  // what stands before it has been played, or left out by a jump
     std::size_t nextCue_ = 0;
     std::int64_t nextEventFrame_ = 0;
     std::size_t nextStop_ = 0;
-    std::optional<std::uint32_t> wantedTick_;
+    std::array<std::optional<std::uint32_t>, 2> wantedTicks_;
     int transposition_ = 0;
     double userScale_ = 1.0;
     std::optional<std::uint32_t> leftCaesura_;  // the last stop was at this caesura and playback has not moved since
     std::optional<std::int64_t> stoodSince_;    // frame at which playback stopped on its way
-    Wait wait_ = Wait::None;                    // for the host's answer
-    bool isToAsk_ = false;                      // the host, once more
-    std::uint64_t interruptions_ = 0;           // times that playback was stopped or given a song
-    bool looksOutside_ = false;                 // something may have moved the playhead
-    bool lookedInVain_ = false;                 // flow control was busy: look again after the block
-    std::uint32_t toldTick_ = 0;                // where subscribers believe a playhead that stands to be
+    unsigned int countInBeats_ = 0;
+    std::optional<CountIn> countIn_;   // under way: playback has not begun
+    bool hasEnded_ = false;            // playback has stopped because its song was over
+    Wait wait_ = Wait::None;           // for the host's answer
+    bool isToAsk_ = false;             // the host, once more
+    std::uint64_t interruptions_ = 0;  // times that playback was stopped or given a song
+    bool looksOutside_ = false;        // something may have moved the playhead
+    bool lookedInVain_ = false;        // flow control was busy: look again after the block
+    std::uint32_t toldTick_ = 0;       // where subscribers believe a playhead that stands to be
     bool startIsToTell_ = false;
     bool isTelling_ = false;  // an event is being reported
 
     // Written under mutex_, read without: an answer one block old is as good.
     std::atomic<bool> isRolling_{false};
     std::atomic<bool> isHolding_{false};
+    std::atomic<unsigned int> beatsToCountIn_{0};
     std::atomic<std::int64_t> frame_{0};
     std::atomic<std::int64_t> playedFrames_{0};
     std::atomic<std::uint32_t> position_{0};

@@ -10,8 +10,8 @@ namespace stage {
 /// during the call.
 struct EngineEvent {
     enum class Kind : std::uint8_t {
-        /// The caller asks for frames, the first of which is `frame`. Once in each call of Render or RenderLater,
-        /// before everything else in it.
+        /// The caller asks for frames, the first of which is `frame`, and the playhead is at `tick`. Once in each call
+        /// of Render or RenderLater, before everything else in it.
         BlockBegins,
         /// Playback was started and time goes on at `tick`. Not where it was started in a fermata's hold: there time
         /// is stopped as before.
@@ -38,6 +38,8 @@ struct EngineEvent {
         /// Playback has reached the end of its song, `tick`. SongPutIn follows where an attacca leads on, Stopped
         /// elsewhere.
         SongEnded,
+        /// A beat is counted in; `beats` are left with it before playback begins.
+        CountIn,
         /// `cue` was set off, at `tick`. An OSC message has been handed to flow control's callback.
         Cue,
         /// The gain that MoveFade asked for as `fade` has arrived: reported at the end of the stretch in which it did,
@@ -53,6 +55,7 @@ struct EngineEvent {
     std::uint32_t fromTick = 0;
     std::uint32_t tick = 0;
     std::uint32_t fade = 0;
+    unsigned int beats = 0;          ///< of CountIn
     const SongPlan* plan = nullptr;  ///< of the song that is in; null before there is one
     const stage::Cue* cue = nullptr;
 };

@@ -1,6 +1,7 @@
 // The engine's part towards flow control: arrivals, jumps, holds and stops.
 
 #include <algorithm>
+#include <cmath>
 
 #include "stage/engine/engine.h"
 
@@ -89,6 +90,7 @@ Engine::Step Engine::TryToAdvance_(Lock& lock, std::uint32_t& tick) {
         flow_.SkipTo(tick);
         Order_({.kind = SoundOrder::Kind::EndNotes});
         MoveTo_(tick);
+        TakeSoundsAlong_(tick, false);
         TellJump_(EngineEvent::Reason::Cut, cutFrom, tick, false);
         return Step::Again;
     }
@@ -124,6 +126,7 @@ void Engine::TakeJump_(std::uint32_t fromTick, const StageShowControl::Arrival& 
     Order_({.kind = SoundOrder::Kind::EndNotes});
     const bool wasHolding = isHolding_;
     MoveTo_(toTick);
+    TakeSoundsAlong_(toTick, !jump.isForLoop && !stays);
     using enum EngineEvent::Reason;
     if (!stays) TellJump_(jump.isForLoop ? Loop : Seek, fromTick, toTick, wasHolding);
 }
@@ -144,6 +147,7 @@ void Engine::MoveTo_(std::uint32_t tick) {
     isHolding_ = false;
     wait_ = Wait::None;
     nextEvent_ = plan_->FindEvent(tick);
+    nextEventTick_ = tick;
     nextCue_ = plan_->FindCue(tick);
     nextStop_ = 0;
     clock_.Anchor(tick, now_, clock_.GetScaleMillionths());
@@ -170,7 +174,8 @@ std::uint32_t Engine::PlanEnd_(std::uint32_t tick, std::optional<std::uint32_t> 
     const std::uint32_t ticksLeft = plan_->GetEndTick() - tick;
     std::uint32_t end = tick + std::min(ticksLeft, clock_.CountTicks(tick, advanceFrames_));
     if (nextStop_ < stops.size()) end = std::min(end, stops[nextStop_]);
-    if (wantedTick_ && *wantedTick_ > tick) end = std::min(end, *wantedTick_);
+    for (const std::optional<std::uint32_t>& wanted : wantedTicks_)
+        if (wanted && *wanted > tick) end = std::min(end, *wanted);
     if (loopEnd && *loopEnd > tick) end = std::min(end, *loopEnd);
     return end;
 }
@@ -180,7 +185,16 @@ void Engine::BeginAdvance_(std::uint32_t fromTick, std::uint32_t toTick) {
     to_ = toTick;
     toTime_ = clock_.TimeOfTick(toTick);
     FindNextEventFrame_();
+    if (plan_->HasSoundEnd(fromTick)) Order_({.kind = SoundOrder::Kind::EndSoundsBefore, .tick = fromTick});
     SendCues_(fromTick);
+    SendClick_(fromTick);
+}
+
+// Every beat is a place where an advance begins.
+void Engine::SendClick_(std::uint32_t tick) {
+    const ClickBeat* beat = plan_->FindClickBeat(tick);
+    if (beat != nullptr && (beat->isEdited || clicksEverywhere_))
+        Order_({.kind = SoundOrder::Kind::Click, .isAccent = beat->isAccent});
 }
 
 void Engine::SendCues_(std::uint32_t tick) {
@@ -188,11 +202,37 @@ void Engine::SendCues_(std::uint32_t tick) {
     for (; nextCue_ < cues.size() && cues[nextCue_].tick <= tick; ++nextCue_) {
         const Cue& cue = cues[nextCue_];
         if (cue.tick < tick) continue;
+        if (cue.sound.sound != nullptr)
+            Order_({.kind = SoundOrder::Kind::StartSound, .plan = plan_.get(), .sound = &cue.sound});
         Tell_({.kind = EngineEvent::Kind::Cue,
                .frame = now_.Rounded(),
                .fromTick = cue.tick,
                .tick = cue.tick,
                .cue = &cue});
+    }
+}
+
+// Effects play out where the music goes round or leaves something out; a seek is for another place, and so for other
+// sounds.
+void Engine::TakeSoundsAlong_(std::uint32_t tick, bool isSeek) {
+    Order_({.kind = isSeek ? SoundOrder::Kind::EndSounds : SoundOrder::Kind::FollowJump, .tick = tick});
+    TakeUpAmbiences_(tick, false);
+}
+
+// Those that began before the tick and do not sound, at the place where they would be had playback come from there at
+// the tempo of the moment. One that begins at the tick begins with its cue, unless that has passed.
+void Engine::TakeUpAmbiences_(std::uint32_t tick, bool isCuePassed) {
+    const tavo_midi::TempoMap& tempos = plan_->GetHeardTempoMap();
+    for (const Cue& cue : plan_->GetCues()) {
+        if (cue.tick > tick) break;
+        const bool isDue = cue.sound.sound != nullptr && cue.sound.IsAmbience() && cue.sound.Covers(tick);
+        if (!isDue || (cue.tick == tick && !isCuePassed)) continue;
+        const std::uint64_t place = tempos.GetTickMicroseconds(tick) - tempos.GetTickMicroseconds(cue.tick);
+        const double seconds = static_cast<double>(place) / tempos.GetTicksPerQuarter() / 1e6 / userScale_;
+        Order_({.kind = SoundOrder::Kind::StartSound,
+                .plan = plan_.get(),
+                .sound = &cue.sound,
+                .offset = static_cast<std::uint64_t>(std::llround(seconds * framesPerSecond_))});
     }
 }
 
@@ -212,6 +252,7 @@ void Engine::WaitAtCaesura_(std::uint32_t tick) {
     wait_ = Wait::AtCaesura;
     isToAsk_ = true;
     Order_({.kind = SoundOrder::Kind::EndNotes});
+    Order_({.kind = SoundOrder::Kind::EndSoundsBefore, .tick = tick});
 }
 
 void Engine::WaitAtSongEnd_() {
@@ -219,6 +260,7 @@ void Engine::WaitAtSongEnd_() {
     position_ = to_;
     wait_ = Wait::AtSongEnd;
     isToAsk_ = true;
+    Order_({.kind = SoundOrder::Kind::EndSoundsBefore, .tick = to_});
     Tell_({.kind = EngineEvent::Kind::SongEnded, .frame = now_.Rounded(), .fromTick = to_, .tick = to_});
 }
 

@@ -9,6 +9,7 @@ namespace stage {
 class Gain {
 public:
     [[nodiscard]] bool IsMoving() const { return framesLeft_ > 0; }
+    [[nodiscard]] float GetTarget() const { return target_; }
 
     /// Reaches `target` after `frames`; 0 at once.
     void MoveTo(float target, std::uint32_t frames) {

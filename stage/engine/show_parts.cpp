@@ -9,10 +9,13 @@
 
 namespace stage {
 
-std::string ChooseSoundFont(const Settings& settings, const std::string& showPath) {
-    if (settings.soundFont.empty()) return FindDefaultSoundFont();
+std::string ResolveSoundFont(const std::string& name, const std::string& showPath) {
     // A path that is absolute replaces the show's.
-    return (std::filesystem::path(showPath) / settings.soundFont).string();
+    return (std::filesystem::path(showPath) / name).string();
+}
+
+std::string ChooseSoundFont(const Settings& settings, const std::string& showPath) {
+    return settings.soundFont.empty() ? FindDefaultSoundFont() : ResolveSoundFont(settings.soundFont, showPath);
 }
 
 std::size_t CountChannels(const tavo_midi::ShowData& show) {
@@ -21,6 +24,13 @@ std::size_t CountChannels(const tavo_midi::ShowData& show) {
         for (const tavo_midi::MidiEvent& event : song.GetEvents())
             if (event.status < 0xF0) channels = std::max(channels, ChannelOf(event) + 1);
     return channels;
+}
+
+std::vector<std::string> ListSoundOutputs(const GroupPlan& plan) {
+    std::vector<std::string> names{MainOutput, ClickOutput};
+    for (const Settings::Group& group : plan.groups)
+        if (group.output == Settings::Group::Output::Own) names.push_back(group.name);
+    return names;
 }
 
 void AddMissingSongLogs(const tavo_midi::ShowData& show) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "kit/thread_exception_log.h"
@@ -30,10 +31,15 @@ bool MakesTheSamePlan(const CL::SongLog& a, const CL::SongLog& b) {
            IsSame(a.GetCuts(), b.GetCuts());
 }
 
+// Places of the neighbours among what is ready.
+constexpr std::size_t After = 0;
+constexpr std::size_t Before = 1;
+
 }  // namespace
 
-SongPlanKeeper::SongPlanKeeper(const tavo_midi::ShowData& showData, std::function<OldPlans()> takeOldPlans)
-    : showData_(showData), takeOldPlans_(std::move(takeOldPlans)), thread_([this] { Run_(); }) {}
+SongPlanKeeper::SongPlanKeeper(const tavo_midi::ShowData& showData, SoundLibrary* sounds,
+                               std::function<OldPlans()> takeOldPlans)
+    : showData_(showData), sounds_(sounds), takeOldPlans_(std::move(takeOldPlans)), thread_([this] { Run_(); }) {}
 
 SongPlanKeeper::~SongPlanKeeper() {
     {
@@ -44,7 +50,7 @@ SongPlanKeeper::~SongPlanKeeper() {
     thread_.join();
 }
 
-void SongPlanKeeper::PrepareSongAfter(const std::string& songNumber) {
+void SongPlanKeeper::PrepareNeighbours(const std::string& songNumber) {
     {
         const std::lock_guard lock(mutex_);
         songNumber_ = songNumber;
@@ -62,7 +68,7 @@ std::shared_ptr<const SongPlanKeeper::Ready> SongPlanKeeper::FindReady_(const st
     std::shared_ptr<const Ready> found;
     {
         const std::lock_guard lock(mutex_);
-        for (const std::shared_ptr<const Ready>& ready : {loading_, ready_})
+        for (const std::shared_ptr<const Ready>& ready : {loading_, ready_[After], ready_[Before]})
             if (found == nullptr && ready != nullptr && ready->songNumber == songNumber) found = ready;
     }
     if (found == nullptr) return nullptr;
@@ -75,7 +81,7 @@ void SongPlanKeeper::Prepare(const std::string& songNumber) {
     auto loading = std::make_shared<Ready>();
     loading->songNumber = songNumber;
     loading->madeFrom = ActiveChangeLogShared()->GetSongLog(songNumber);
-    loading->plan = std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), loading->madeFrom);
+    loading->plan = std::make_shared<const SongPlan>(showData_.GetSongData(songNumber), loading->madeFrom, sounds_);
     const std::lock_guard lock(mutex_);
     loading_ = std::move(loading);
 }
@@ -84,8 +90,8 @@ std::shared_ptr<const SongPlan> SongPlanKeeper::TakeIfReady(const std::string& s
     const std::shared_ptr<const Ready> ready = FindReady_(songNumber);
     if (ready == nullptr) return nullptr;
     const std::lock_guard lock(mutex_);
-    if (ready_ == ready) used_ = std::exchange(ready_, nullptr);
-    if (loading_ == ready) used_ = std::exchange(loading_, nullptr);
+    for (std::shared_ptr<const Ready>* place : {&ready_[After], &ready_[Before], &loading_})
+        if (*place == ready) used_ = std::exchange(*place, nullptr);
     return ready->plan;
 }
 
@@ -93,7 +99,7 @@ std::shared_ptr<const SongPlan> SongPlanKeeper::Make(const std::string& songNumb
     const tavo_midi::SongData& song = showData_.GetSongData(songNumber);
     // From a copy: a writer that waits for the change log keeps readers waiting too, the rendering thread among them.
     const CL::SongLog songLog = ActiveChangeLogShared()->GetSongLog(songNumber);
-    return std::make_shared<const SongPlan>(song, songLog);
+    return std::make_shared<const SongPlan>(song, songLog, sounds_);
 }
 
 void SongPlanKeeper::Run_() {
@@ -109,9 +115,11 @@ void SongPlanKeeper::Run_() {
         // Meanwhile another song may be asked for: then there is another turn.
         lock.unlock();
         try {
-            PrepareFollower_(songNumber);
+            PrepareNeighbour_(After, tavo_ext::get_song_after, songNumber);
+            PrepareNeighbour_(Before, tavo_ext::get_song_before, songNumber);
             static_cast<void>(takeOldPlans_());
             used.reset();
+            if (sounds_ != nullptr) sounds_->Tidy();
         } catch (const std::exception& error) {
             kit::AppendToThreadExceptionLog(error.what());
         }
@@ -121,19 +129,20 @@ void SongPlanKeeper::Run_() {
     }
 }
 
-void SongPlanKeeper::PrepareFollower_(const std::string& songNumber) {
+void SongPlanKeeper::PrepareNeighbour_(std::size_t which, FindNeighbour find, const std::string& songNumber) {
     auto next = std::make_shared<Ready>();
     try {
         const ActiveChangeLogShared changeLog;
-        next->songNumber = tavo_ext::get_song_after(*changeLog, songNumber);
+        next->songNumber = find(*changeLog, songNumber);
         next->madeFrom = changeLog->GetSongLog(next->songNumber);
-    } catch (const tavo_ext::EndOfShow&) {
+    } catch (const std::out_of_range&) {  // an end of the show
         return;
     }
     if (FindReady_(next->songNumber) != nullptr) return;
-    next->plan = std::make_shared<const SongPlan>(showData_.GetSongData(next->songNumber), next->madeFrom);
+    next->plan =
+        std::make_shared<const SongPlan>(showData_.GetSongData(next->songNumber), next->madeFrom, sounds_, false);
     const std::lock_guard lock(mutex_);
-    ready_ = std::move(next);
+    ready_[which] = std::move(next);
 }
 
 }  // namespace stage

@@ -1,31 +1,12 @@
 #include "stage/engine/sound_font.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <string_view>
 #include <vector>
 
+#include "stage/engine/data_directories.h"
+
 namespace stage {
-
-namespace {
-
-std::vector<std::string> ListDataDirectories() {
-    const char* fromEnvironment = std::getenv("XDG_DATA_DIRS");
-    std::string_view rest = fromEnvironment != nullptr ? fromEnvironment : "";
-    std::vector<std::string> directories;
-    while (!rest.empty()) {
-        const std::size_t end = std::min(rest.find(':'), rest.size());
-        if (end > 0) directories.emplace_back(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-    for (const char* standard : {"/usr/local/share", "/usr/share"})
-        directories.emplace_back(standard);
-    return directories;
-}
-
-}  // namespace
 
 std::string FindDefaultSoundFont() {
     const std::vector<std::string> directories = ListDataDirectories();

@@ -1,13 +1,17 @@
 #include "stage/engine/stage_player.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <optional>
 #include <utility>
 
+#include "kit/words.h"
 #include "player_core/gui_update.h"
 #include "player_core/tavo_ext.h"
 #include "tavo_core/active_change_log.h"
+#include "tavo_core/bar_positions.h"
 #include "tavo_core/callback_dispatcher.h"
 #include "tavo_core/gui_dispatcher.h"
 
@@ -20,13 +24,14 @@ constexpr double FadeInSeconds = 0.02;
 }  // namespace
 
 StagePlayer::StagePlayer(const std::string& showDirectory, const tavo_midi::ShowData& showData, Synth& synth,
-                         std::uint32_t framesPerSecond, std::uint32_t advanceFrames)
+                         std::uint32_t framesPerSecond, std::uint32_t advanceFrames, Sounds sounds)
     : Player(showDirectory),
       showData_(showData),
       framesPerSecond_(framesPerSecond),
+      sounds_(sounds),
       showControl_(GetActiveSongNumberRef(), showData, GetUserControls()),
       engine_(showControl_, synth, *this, GetUserControls(), framesPerSecond, advanceFrames),
-      plans_(showData, [this] { return engine_.TakeOldPlans(); }) {
+      plans_(showData, sounds.library, [this] { return engine_.TakeOldPlans(); }) {
     engine_.Subscribe(*this);
     for (std::atomic<double>& volume : volumes_)
         volume = 1.0;
@@ -68,14 +73,48 @@ bool StagePlayer::IsOutputRunning() {
 void StagePlayer::PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan) {
     SetActiveSongNumber(songNumber);
     showControl_.LoadSong();
+    LookAfterSounds_(plan);
     engine_.SetSong(std::move(plan));
     hasSong_ = true;
     ResetPlayerNoFillBuffers();
     PrepareNextSong();
 }
 
+// Before the song sounds.
+void StagePlayer::LookAfterSounds_(const std::shared_ptr<const SongPlan>& plan) {
+    if (sounds_.library == nullptr) return;
+    if (sounds_.isWaitedFor)
+        for (const Cue& cue : plan->GetCues())
+            if (cue.sound.sound != nullptr) sounds_.library->Wait(*cue.sound.sound);
+    const std::lock_guard lock(soundMutex_);
+    soundPlan_ = plan;
+    areReported_.assign(plan->GetCues().size(), false);
+}
+
+std::vector<std::string> StagePlayer::TakeSoundProblems() {
+    std::vector<std::string> problems;
+    const std::lock_guard lock(soundMutex_);
+    if (soundPlan_ == nullptr) return problems;
+    const tavo_midi::SongData& song = soundPlan_->GetSong();
+    const auto add = [&](const Cue& cue, const std::string& problem) {
+        problems.push_back(fmt::format("song {}: the sound {} at {} {}", song.GetSongNumber(),
+                                       kit::Quote(cue.sound.sound->GetName()),
+                                       TL::BarPositions(song.GetTimeline()).DescribeTick(cue.tick), problem));
+    };
+    for (std::size_t i = 0; i < areReported_.size(); ++i) {
+        const Cue& cue = soundPlan_->GetCues()[i];
+        const Sound* const sound = cue.sound.sound.get();
+        if (sound == nullptr) continue;
+        if (sound->TakeLate()) add(cue, "was reached before it was in memory and begins late");
+        if (areReported_[i] || !sound->IsRead()) continue;
+        areReported_[i] = true;
+        if (!sound->GetProblem().empty()) add(cue, sound->GetProblem());
+    }
+    return problems;
+}
+
 void StagePlayer::PrepareNextSong() {
-    if (hasSong_) plans_.PrepareSongAfter(GetActiveSongNumberRef().Get());
+    if (hasSong_) plans_.PrepareNeighbours(GetActiveSongNumberRef().Get());
 }
 
 void StagePlayer::SetAttaccaState(const std::string& songNumber, unsigned char attacca) {
@@ -146,17 +185,23 @@ void StagePlayer::StandStill_() {
 
 void StagePlayer::Pause(bool flag) {
     const std::lock_guard lock(operation_);
-    if (!engine_.IsRolling()) return;
+    if (!engine_.IsRolling() && !engine_.IsCountingIn()) return;
     StandStill_();
+    engine_.PauseSounds();
     if (flag) engine_.Silence();
     SetPlayerState(PlayerState::Paused);
     notify::guiDispatcher.SendPlaybackStopped();
 }
 
+void StagePlayer::FlowControlExit() {
+    engine_.IsCountingIn() ? Play() : Player::FlowControlExit();
+}
+
 bool StagePlayer::StopIfPlaying() {
     const std::lock_guard lock(operation_);
-    const bool wasPlaying = engine_.IsRolling();
+    const bool wasPlaying = engine_.IsRolling() || engine_.IsCountingIn();
     StandStill_();
+    if (wasPlaying) engine_.EndSounds();
     SetPlayerState(PlayerState::Stopped);
     return wasPlaying;
 }
@@ -164,6 +209,7 @@ bool StagePlayer::StopIfPlaying() {
 void StagePlayer::Stop() {
     const std::lock_guard lock(operation_);
     StopIfPlaying();
+    engine_.EndSounds();
     if (hasSong_) ResetPlayerNoFillBuffers();
 }
 
@@ -213,7 +259,9 @@ void StagePlayer::JumpToInternalCut(unsigned int tickIndex) {
 
 void StagePlayer::OnNewChangeLog() {
     if (!hasSong_) return;
-    engine_.ReplacePlan(plans_.Make(GetActiveSongNumberRef().Get()));
+    std::shared_ptr<const SongPlan> plan = plans_.Make(GetActiveSongNumberRef().Get());
+    LookAfterSounds_(plan);
+    engine_.ReplacePlan(std::move(plan));
     PrepareNextSong();
 }
 
@@ -280,6 +328,9 @@ bool StagePlayer::SetVolume(double volume, tavo_audio::VolumeType type) {
     volume = std::clamp(volume, 0.0, 1.0);
     volumes_[index] = volume;
     if (type == tavo_audio::Synth) engine_.SetSynthVolume(static_cast<float>(volume));
+    if (type == tavo_audio::Click) engine_.SetClickVolume(static_cast<float>(volume));
+    if (type == tavo_audio::Effects) engine_.SetEffectsVolume(static_cast<float>(volume));
+    if (type == tavo_audio::Ambience) engine_.SetAmbienceVolume(static_cast<float>(volume));
     if (type == tavo_audio::Master) engine_.SetMasterVolume(static_cast<float>(volume));
     return true;
 }
@@ -287,6 +338,12 @@ bool StagePlayer::SetVolume(double volume, tavo_audio::VolumeType type) {
 double StagePlayer::GetVolume(tavo_audio::VolumeType type) {
     const auto index = static_cast<std::size_t>(type);
     return index < VolumeTypeCount ? volumes_[index].load() : 1.0;
+}
+
+void StagePlayer::SetGroups(const GroupPlan& plan) {
+    engine_.SetGroups(plan);
+    groups_ = std::make_unique<OutputGroups>(
+        plan, [this](std::size_t strip, float level) { engine_.SetGroupLevel(strip, level); });
 }
 
 std::uint32_t StagePlayer::ExpectFade_(std::function<void()> onDone) {

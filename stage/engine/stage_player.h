@@ -10,6 +10,7 @@
 
 #include "player_core/player.h"
 #include "stage/engine/engine.h"
+#include "stage/engine/output_groups.h"
 #include "stage/engine/song_plan_keeper.h"
 #include "stage/engine/stage_show_control.h"
 #include "stage/engine/synth.h"
@@ -24,13 +25,27 @@ namespace stage {
 /// away. Nobody conducts: ConductBeat and SetConductorMode do nothing.
 class StagePlayer : public Player, private EngineHost, private EngineSubscriber {
 public:
+    struct Sounds {
+        /// Outlives the player; null plays no effects and ambiences.
+        SoundLibrary* library = nullptr;
+        /// A song that is put in waits for its sounds, for a caller with time of its own. Otherwise what is not ready
+        /// begins late.
+        bool isWaitedFor = false;
+    };
+
     /// `showData` and `synth` outlive the object. No song is loaded.
     StagePlayer(const std::string& showDirectory, const tavo_midi::ShowData& showData, Synth& synth,
-                std::uint32_t framesPerSecond, std::uint32_t advanceFrames = Engine::DefaultAdvanceFrames);
+                std::uint32_t framesPerSecond, std::uint32_t advanceFrames = Engine::DefaultAdvanceFrames,
+                Sounds sounds = {nullptr, false});
     ~StagePlayer() override;
 
     [[nodiscard]] Engine& GetEngine() { return engine_; }
     [[nodiscard]] StageShowControl& GetStageShowControl() { return showControl_; }
+
+    /// The output groups, which the synthesizer was made for; `plan` outlives the object. Before anything is rendered.
+    void SetGroups(const GroupPlan& plan);
+    /// Null before SetGroups.
+    [[nodiscard]] OutputGroups* GetGroups() { return groups_.get(); }
 
     /// What follows the song that is in may have changed: its plan is looked after, on another thread.
     void PrepareNextSong();
@@ -38,6 +53,10 @@ public:
     void PrepareSong(const std::string& songNumber) { plans_.Prepare(songNumber); }
     /// Waits until what follows is prepared. For tests.
     void WaitForPreparation() { plans_.Wait(); }
+    /// What is wrong with the sounds of the song that is in, a sentence without a full stop each, once for each time
+    /// that the song was put in or edited; those that are still being read come later. Any thread; waits for nobody
+    /// long.
+    [[nodiscard]] std::vector<std::string> TakeSoundProblems();
     /// How often an attacca had to make its plan while it was played over.
     [[nodiscard]] unsigned int GetLatePlanCount() const { return latePlans_; }
 
@@ -58,6 +77,8 @@ public:
     void LoadSong(const std::string& songNumber) override;
     bool NextSong() override;
     void Pause(bool flag) override;
+    /// While beats are counted in it begins at once.
+    void FlowControlExit() override;
     /// Ends at silence and calls `onDone` on the rendering thread; at once where nothing plays. A seconds value that is
     /// not positive is 0.
     void Fade(std::function<void()> onDone, float seconds) override;
@@ -98,16 +119,22 @@ private:
     void PutIn_(const std::string& songNumber, std::shared_ptr<const SongPlan> plan);
     /// The song after the one that is in; nothing where that is the last.
     [[nodiscard]] std::optional<std::string> FindNextSong_();
+    void LookAfterSounds_(const std::shared_ptr<const SongPlan>& plan);
     [[nodiscard]] bool FollowAttacca_();
     void StandStill_();
     /// Has `onDone` called when the fade with the number that it returns has arrived; none before it is.
     std::uint32_t ExpectFade_(std::function<void()> onDone);
 
-    static constexpr std::size_t VolumeTypeCount = 4;
+    static constexpr std::size_t VolumeTypeCount = 5;
 
     // Constant after construction.
     const tavo_midi::ShowData& showData_;
     const std::uint32_t framesPerSecond_;
+    const Sounds sounds_;
+    std::mutex soundMutex_;  // held for some assignments only
+    // Guarded by soundMutex_.
+    std::shared_ptr<const SongPlan> soundPlan_;  // whose sounds are to be reported
+    std::vector<bool> areReported_;              // by cue
     std::mutex heardMutex_;
     std::function<unsigned int()> heardPosition_;  // guarded by heardMutex_
     // One operation at a time. The rendering thread never waits for it: where it is taken, the engine asks again later.
@@ -121,6 +148,7 @@ private:
     std::atomic<bool> isPreparedForExit_{false};
     std::atomic<unsigned int> latePlans_{0};
     Engine engine_;
+    std::unique_ptr<OutputGroups> groups_;
     std::mutex fadeMutex_;  // held for some assignments only
     // Guarded by fadeMutex_.
     std::function<void()> onFadeDone_;

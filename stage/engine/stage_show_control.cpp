@@ -25,6 +25,37 @@ void StageShowControl::LoadNewChangeLog() {
     CheckForRemainingVampRepeatOrFermata();
 }
 
+void StageShowControl::OnCaesuraStop() {
+    std::list<LoopEvent> before;
+    {
+        const std::lock_guard lock(GetSeekLock());
+        before = GetLoopEvents_().GetEvents();
+    }
+    ShowControl::OnCaesuraStop();
+    // The seek has reached the caesura, unless a cut begins there and led on to its end.
+    if (GetLastSeekTickIndex() != GetCaesuraTickIndex()) LeaveCaesura_();
+    if (CancelAgain_(before)) CheckForRemainingVampRepeatOrFermata();
+}
+
+/// Whether there is one that was cancelled before, came back and is cancelled now.
+bool StageShowControl::CancelAgain_(const std::list<LoopEvent>& before) {
+    const std::lock_guard lock(GetSeekLock());
+    LoopEventList& loops = GetLoopEvents_();
+    std::list<LoopEvent> events = loops.GetEvents();
+    bool isAnyCancelled = false;
+    for (LoopEvent& event : events) {
+        const auto earlier = std::find(before.begin(), before.end(), event);
+        if (earlier == before.end() || !earlier->canceled || event.canceled) continue;
+        event.canceled = true;
+        isAnyCancelled = true;
+    }
+    if (!isAnyCancelled) return false;
+    loops.Clear();
+    for (const LoopEvent& event : events)
+        loops.InsertLoopEvent(event);
+    return true;
+}
+
 /// The end of the fermata that playback was in and is in no more.
 std::optional<unsigned int> StageShowControl::FindLostFermata_(const FlowState& before) {
     const auto& now = GetLoopEvents_().GetEvents();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <optional>
 #include <vector>
 
@@ -20,6 +21,10 @@ public:
     /// still has, passes and releases included, and on its way to where a seek sends it: an edit elsewhere in the song
     /// must not let a vamp run out. Throws std::logic_error when no song is loaded.
     void LoadNewChangeLog() override;
+    /// Beyond the seek of the stop it keeps what the operator has decided: a vamp around the caesura that was left is
+    /// left, although the seek comes upon it anew. Where a cut begins at the caesura, playback goes on after it and the
+    /// stop is done with, so that the next caesura stops as well.
+    void OnCaesuraStop() override;
 
     /// What the engine finds when it arrives at a tick.
     struct Arrival {
@@ -66,6 +71,7 @@ public:
 private:
     [[nodiscard]] Outside LookUnderLock_();
     [[nodiscard]] std::optional<unsigned int> FindLostFermata_(const FlowState& before);
+    [[nodiscard]] bool CancelAgain_(const std::list<LoopEvent>& before);
 
     // Guarded by the seek lock.
     HowToPlay howToPlay_;

@@ -16,6 +16,7 @@ constexpr std::size_t PercussionChannel = 9;
 constexpr int Polyphony = 256;
 // Loud enough for a full pit without clipping; a single voice stays well below.
 constexpr double SynthGain = 0.4;
+constexpr int DrumBank = 128;
 
 bool IsPercussion(std::size_t channel) {
     return channel % ChannelsPerPort == PercussionChannel;
@@ -30,7 +31,8 @@ void IgnoreLog(int, const char*, void*) {}
 }  // namespace
 
 struct Synth::Fluid {
-    Fluid(std::uint32_t framesPerSecond, std::size_t channels) : settings(new_fluid_settings()) {
+    Fluid(std::uint32_t framesPerSecond, std::size_t channels, Mix mix)
+        : isUsed(channels), settings(new_fluid_settings()) {
         // A SoundFont's missing drum kits and the like are no news to a theatre; failures are reported by return
         // values.
         for (const int level : {FLUID_PANIC, FLUID_ERR, FLUID_WARN, FLUID_INFO, FLUID_DBG})
@@ -44,6 +46,11 @@ struct Synth::Fluid {
         fluid_settings_setint(settings, "synth.chorus.active", 0);
         fluid_settings_setint(settings, "synth.threadsafe-api", 0);
         fluid_settings_setint(settings, "synth.cpu-cores", 1);
+        if (mix == Mix::Groups) {
+            // An output for each channel: so a channel's group may be another one at any time.
+            fluid_settings_setint(settings, "synth.audio-channels", AsInt(channels));
+            fluid_settings_setint(settings, "synth.audio-groups", AsInt(channels));
+        }
         synth = new_fluid_synth(settings);
         if (synth == nullptr) {
             delete_fluid_settings(settings);
@@ -55,11 +62,29 @@ struct Synth::Fluid {
         delete_fluid_synth(synth);
         delete_fluid_settings(settings);
     }
+    void LoadSoundFont(const std::string& path) {
+        // Channels have an instrument from the first one on; those after it are asked for.
+        const bool isFirst = fonts.empty();
+        const int id = fluid_is_soundfont(path.c_str()) != 0 ? fluid_synth_sfload(synth, path.c_str(), isFirst ? 1 : 0)
+                                                             : FLUID_FAILED;
+        if (id == FLUID_FAILED)
+            throw std::runtime_error(fmt::format("the file \"{}\" cannot be read as a SoundFont", path));
+        fonts.push_back(fluid_synth_get_sfont_by_id(synth, id));
+    }
+    /// False where the SoundFont does not have it.
+    [[nodiscard]] bool Choose(std::size_t channel, std::size_t font, int bank, int program) const {
+        if (fluid_sfont_get_preset(fonts[font], bank, program) == nullptr) return false;
+        return fluid_synth_program_select(synth, AsInt(channel), fluid_sfont_get_id(fonts[font]), bank, program) ==
+               FLUID_OK;
+    }
     Fluid(const Fluid&) = delete;
     Fluid& operator=(const Fluid&) = delete;
 
+    /// Of each channel, whether a note was ever played on it.
+    std::vector<bool> isUsed;
     fluid_settings_t* settings = nullptr;
     fluid_synth_t* synth = nullptr;
+    std::vector<fluid_sfont_t*> fonts;
 };
 
 std::uint8_t TransposeKey(std::uint8_t key, int semitones) {
@@ -71,24 +96,27 @@ std::uint8_t TransposeKey(std::uint8_t key, int semitones) {
     return static_cast<std::uint8_t>(transposed);
 }
 
-Synth::Synth(const std::string& soundFontPath, std::uint32_t framesPerSecond, std::size_t channels) {
-    channels = std::clamp<std::size_t>((channels + ChannelsPerPort - 1) / ChannelsPerPort, 1, 16) * ChannelsPerPort;
-    fluid_ = std::make_unique<Fluid>(framesPerSecond, channels);
+Synth::Synth(const std::string& soundFontPath, std::uint32_t framesPerSecond, std::size_t channels, Mix mix) {
+    const std::size_t ports = mix == Mix::One ? 16 : 8;
+    channels = std::clamp<std::size_t>((channels + ChannelsPerPort - 1) / ChannelsPerPort, 1, ports) * ChannelsPerPort;
+    fluid_ = std::make_unique<Fluid>(framesPerSecond, channels, mix);
+    if (mix == Mix::Groups) {
+        groupOfChannel_.resize(channels);
+        outputs_.resize(2 * channels);
+    }
     states_.resize(channels);
     notes_.resize(channels * KeyCount);
     notesSounding_.resize(channels);
     for (std::size_t channel = PercussionChannel; channel < channels; channel += ChannelsPerPort)
         fluid_synth_set_channel_type(fluid_->synth, AsInt(channel), CHANNEL_TYPE_DRUM);
-    if (fluid_is_soundfont(soundFontPath.c_str()) == 0 ||
-        fluid_synth_sfload(fluid_->synth, soundFontPath.c_str(), 1) == FLUID_FAILED) {
-        throw std::runtime_error(fmt::format("the file \"{}\" cannot be read as a SoundFont", soundFontPath));
-    }
+    fluid_->LoadSoundFont(soundFontPath);
 }
 
 Synth::~Synth() = default;
 
 void Synth::Tell_(std::size_t channel, std::uint8_t status, std::uint8_t data1, std::uint8_t data2) {
     if (observer_) observer_({renderedFrames_, channel, status, data1, data2});
+    if (listener_ != nullptr) listener_->OnSynthMessage({renderedFrames_, channel, status, data1, data2});
 }
 
 void Synth::PlayNote(std::size_t channel, std::uint8_t key, std::uint8_t velocity, int transposition) {
@@ -104,6 +132,7 @@ void Synth::PlayNote(std::size_t channel, std::uint8_t key, std::uint8_t velocit
     if (note.count == 0) ++notesSounding_[channel];
     if (note.count < 255) ++note.count;
     note.soundingKey = soundingKey;
+    fluid_->isUsed[channel] = true;
     fluid_synth_noteon(AtPresent_().synth, AsInt(channel), soundingKey, velocity);
     Tell_(channel, 0x90, soundingKey, velocity);
 }
@@ -136,7 +165,7 @@ void Synth::PlayMessage(const tavo_midi::MidiEvent& event) {
             if (data1 == controller::AllSoundOff || data1 >= controller::AllNotesOff) ForgetNotes_(channel);
             return;
         case 0xC0:
-            fluid_synth_program_change(AtPresent_().synth, AsInt(channel), data1);
+            ChooseInstrument_(channel, states_[channel].program);
             break;
         case 0xD0:
             fluid_synth_channel_pressure(AtPresent_().synth, AsInt(channel), data1);
@@ -188,6 +217,12 @@ void Synth::SilenceAll(float* left, float* right, std::uint32_t frames) {
     SilenceAll();
 }
 
+void Synth::SilenceAll(std::span<const StereoBuffer> groups, std::uint32_t frames) {
+    FinishRendering();
+    WriteGroups_(groups, frames);
+    SilenceAll();
+}
+
 std::size_t Synth::CountSoundingNotes() const {
     return std::accumulate(notesSounding_.begin(), notesSounding_.end(), std::size_t{0});
 }
@@ -200,8 +235,38 @@ void Synth::SendController_(std::size_t channel, std::uint8_t number, std::uint8
 void Synth::SendProgram_(std::size_t channel, std::uint32_t program) {
     SendController_(channel, controller::BankHigh, static_cast<std::uint8_t>(program >> 14 & 0x7FU));
     SendController_(channel, controller::BankLow, static_cast<std::uint8_t>(program >> 7 & 0x7FU));
-    fluid_synth_program_change(AtPresent_().synth, AsInt(channel), static_cast<int>(program & 0x7FU));
+    ChooseInstrument_(channel, program);
     Tell_(channel, 0xC0, static_cast<std::uint8_t>(program & 0x7FU), 0);
+}
+
+// The synthesizer itself seeks a program in all SoundFonts, the last one first.
+void Synth::ChooseInstrument_(std::size_t channel, std::uint32_t program) {
+    const Fluid& fluid = AtPresent_();
+    const int number = static_cast<int>(program & 0x7FU);
+    if (fluid.fonts.size() == 1) {
+        fluid_synth_program_change(fluid.synth, AsInt(channel), number);
+        return;
+    }
+    const int bank = IsPercussion(channel) ? DrumBank : static_cast<int>(program >> 14 & 0x7FU);
+    const int otherBank = IsPercussion(channel) ? DrumBank : 0;
+    const std::size_t font = FontOf_(channel);
+    if (font > 0 && (fluid.Choose(channel, font, bank, number) || fluid.Choose(channel, font, otherBank, number)))
+        return;
+    // From here on as if there were the first one only.
+    if (fluid.Choose(channel, 0, bank, number) || fluid.Choose(channel, 0, otherBank, number) ||
+        fluid.Choose(channel, 0, otherBank, 0))
+        return;
+    fluid_synth_unset_program(fluid.synth, AsInt(channel));
+}
+
+std::size_t Synth::FontOf_(std::size_t channel) const {
+    const std::size_t group = IsGrouped_() ? groupOfChannel_[channel] : 0;
+    return group < fontOfGroup_.size() ? fontOfGroup_[group] : 0;
+}
+
+std::uint8_t Synth::AddSoundFont(const std::string& path) {
+    fluid_->LoadSoundFont(path);
+    return static_cast<std::uint8_t>(fluid_->fonts.size() - 1);
 }
 
 void Synth::ApplyStates(std::span<const ChannelState> states) {
@@ -262,10 +327,51 @@ void Synth::Render(float* left, float* right, std::uint32_t frames) {
 
 void Synth::FinishRendering() {
     if (unwrittenFrames_ == 0) return;
+    if (IsGrouped_()) {
+        WriteGroups_(nextOfGroups_, unwrittenFrames_);
+        for (StereoBuffer& group : nextOfGroups_)
+            group = {group.left + unwrittenFrames_, group.right + unwrittenFrames_};
+        unwrittenFrames_ = 0;
+        return;
+    }
     fluid_synth_write_float(fluid_->synth, static_cast<int>(unwrittenFrames_), nextLeft_, 0, 1, nextRight_, 0, 1);
     nextLeft_ += unwrittenFrames_;
     nextRight_ += unwrittenFrames_;
     unwrittenFrames_ = 0;
+}
+
+void Synth::AssignChannels(std::span<const std::uint8_t> groupOfChannel) {
+    FinishRendering();
+    for (std::size_t channel = 0; channel < std::min(groupOfChannel.size(), groupOfChannel_.size()); ++channel) {
+        const std::size_t fontBefore = FontOf_(channel);
+        groupOfChannel_[channel] = groupOfChannel[channel];
+        if (FontOf_(channel) != fontBefore) ChooseInstrument_(channel, states_[channel].program);
+    }
+}
+
+void Synth::RenderGroups(std::span<const StereoBuffer> groups, std::uint32_t frames) {
+    const bool goesOn = !nextOfGroups_.empty() && groups.front().left == nextOfGroups_.front().left + unwrittenFrames_;
+    if (!goesOn) {
+        FinishRendering();
+        nextOfGroups_.assign(groups.begin(), groups.end());
+    }
+    unwrittenFrames_ += frames;
+    renderedFrames_ += frames;
+}
+
+// The synthesizer adds each output to what is in its place: those of a group have the same one. Where nothing has
+// sounded it is spared the adding.
+void Synth::WriteGroups_(std::span<const StereoBuffer> groups, std::uint32_t frames) {
+    for (const StereoBuffer& group : groups) {
+        std::fill_n(group.left, frames, 0.0F);
+        std::fill_n(group.right, frames, 0.0F);
+    }
+    for (std::size_t channel = 0; channel < groupOfChannel_.size(); ++channel) {
+        const StereoBuffer& group = groups[std::min<std::size_t>(groupOfChannel_[channel], groups.size() - 1)];
+        outputs_[2 * channel] = fluid_->isUsed[channel] ? group.left : nullptr;
+        outputs_[2 * channel + 1] = fluid_->isUsed[channel] ? group.right : nullptr;
+    }
+    fluid_synth_process(fluid_->synth, AsInt(frames), 0, nullptr, AsInt(outputs_.size()), outputs_.data());
 }
 
 Synth::Fluid& Synth::AtPresent_() {

@@ -5,9 +5,11 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "stage/engine/channel_state.h"
+#include "stage/engine/stereo_buffer.h"
 
 namespace stage {
 
@@ -22,6 +24,15 @@ struct SynthMessage {
     bool operator==(const SynthMessage&) const = default;
 };
 
+/// Hears what the synthesizer is told, on the rendering thread; real-time safe.
+class SynthListener {
+public:
+    virtual void OnSynthMessage(const SynthMessage& message) = 0;
+
+protected:
+    ~SynthListener() = default;
+};
+
 /// The instruments: a SoundFont synthesizer (SoundFont 2.04, General MIDI) that remembers what sounds and what its
 /// channels are set to, so that playback may leave any place for any other. A note starts on the synthesizer's own grid
 /// of 64 frames. Channels are numbered over all MIDI ports, 16 each; the tenth of each port is percussion.
@@ -31,9 +42,12 @@ class Synth {
 public:
     static constexpr std::uint32_t FramesPerBlock = 64;
 
-    /// `channels` is 1 to 256, rounded up to whole ports. Throws std::runtime_error with one sentence where the
-    /// SoundFont cannot be read.
-    Synth(const std::string& soundFontPath, std::uint32_t framesPerSecond, std::size_t channels);
+    /// One that renders all channels into one place, or each into the place of its group.
+    enum class Mix : std::uint8_t { One, Groups };
+
+    /// `channels` is 1 to 256, of groups 1 to 128, rounded up to whole ports. Throws std::runtime_error with one
+    /// sentence where the SoundFont cannot be read.
+    Synth(const std::string& soundFontPath, std::uint32_t framesPerSecond, std::size_t channels, Mix mix = Mix::One);
     ~Synth();
     Synth(const Synth&) = delete;
     Synth& operator=(const Synth&) = delete;
@@ -57,6 +71,8 @@ public:
     /// The same, but first writes the `frames` that would have come next, a multiple of FramesPerBlock: a caller that
     /// fades them out spares the audience a click. They are not counted as rendered.
     void SilenceAll(float* left, float* right, std::uint32_t frames);
+    /// The same for groups.
+    void SilenceAll(std::span<const StereoBuffer> groups, std::uint32_t frames);
     [[nodiscard]] std::size_t CountSoundingNotes() const;
 
     /// Sets the channels to `states`, which has CountChannels() elements; sends only what differs.
@@ -68,8 +84,26 @@ public:
     void Render(float* left, float* right, std::uint32_t frames);
     void FinishRendering();
 
+    // With groups.
+
+    /// Loads a further SoundFont and returns its number; the first one has 0. Not real-time safe. Throws as the
+    /// constructor does.
+    std::uint8_t AddSoundFont(const std::string& path);
+    /// The number of the SoundFont of each group. What it does not have the first one plays. At first all have that.
+    /// Before anything is rendered.
+    void SetFontsOfGroups(std::vector<std::uint8_t> fontOfGroup) { fontOfGroup_ = std::move(fontOfGroup); }
+    /// The group of each channel, from the frame that comes next on; at first all are in group 0. A channel that is not
+    /// given stays where it is.
+    void AssignChannels(std::span<const std::uint8_t> groupOfChannel);
+    /// As Render, each group into its own place. As many groups in every call.
+    void RenderGroups(std::span<const StereoBuffer> groups, std::uint32_t frames);
+
     /// Reports every note, end of a note and setting that is sent; for tests and diagnostics. Empty: reports nothing.
     void SetObserver(std::function<void(const SynthMessage&)> observer) { observer_ = std::move(observer); }
+
+    /// Hears the same; null for nobody. While nobody renders.
+    void SetListener(SynthListener* listener) { listener_ = listener; }
+    [[nodiscard]] std::int64_t CountRenderedFrames() const { return renderedFrames_; }
 
 private:
     struct Fluid;
@@ -83,10 +117,14 @@ private:
     }
     /// The synthesizer at the frame that was rendered last.
     [[nodiscard]] Fluid& AtPresent_();
+    [[nodiscard]] bool IsGrouped_() const { return !groupOfChannel_.empty(); }
+    void WriteGroups_(std::span<const StereoBuffer> groups, std::uint32_t frames);
     void Tell_(std::size_t channel, std::uint8_t status, std::uint8_t data1, std::uint8_t data2);
     void StopKey_(std::size_t channel, std::uint8_t soundingKey);
     void SendController_(std::size_t channel, std::uint8_t number, std::uint8_t value);
     void SendProgram_(std::size_t channel, std::uint32_t program);
+    void ChooseInstrument_(std::size_t channel, std::uint32_t program);
+    [[nodiscard]] std::size_t FontOf_(std::size_t channel) const;
     void ApplyState_(std::size_t channel, const ChannelState& target);
     void ApplyParameters_(std::size_t channel, const ChannelState& target);
     void ForgetNotes_(std::size_t channel);
@@ -102,7 +140,13 @@ private:
     float* nextLeft_ = nullptr;
     float* nextRight_ = nullptr;
     std::uint32_t unwrittenFrames_ = 0;
+    // With groups: of each, where that goes; of each channel, its group; what the synthesizer is given, as its outputs.
+    std::vector<StereoBuffer> nextOfGroups_;
+    std::vector<std::uint8_t> groupOfChannel_;
+    std::vector<float*> outputs_;
+    std::vector<std::uint8_t> fontOfGroup_;
     std::function<void(const SynthMessage&)> observer_;
+    SynthListener* listener_ = nullptr;
 };
 
 /// The key `semitones` away, folded back by octaves into 0 to 127.

@@ -22,8 +22,8 @@ namespace fs = std::filesystem;
 
 class Files {
 public:
-    explicit Files(bool asWritten)
-        : asWritten_(asWritten), midi_(MakeMidiFileReader()), score_(MakeMusicXmlReader(asWritten)) {}
+    explicit Files(const ScoreOptions& options)
+        : options_(options), midi_(MakeMidiFileReader()), score_(MakeMusicXmlReader(options)) {}
 
     std::vector<SongOfFile> Read(const std::vector<std::string>& paths, const ReportImport& report) {
         const std::vector<std::string> files = List(paths);
@@ -37,7 +37,7 @@ public:
         if (songs_.empty()) throw std::runtime_error("the files hold no songs");
         const bool hasScore = std::any_of(files.begin(), files.end(),
                                           [this](const std::string& file) { return FindReader(file) == score_.get(); });
-        if (asWritten_ && !hasScore)
+        if (options_.asWritten && !hasScore)
             songs_.front().song.notes.insert(songs_.front().song.notes.begin(),
                                              "--written has no effect: none of the files is a MusicXML score");
         JoinPairs();
@@ -116,7 +116,7 @@ private:
         songs_ = std::move(kept);
     }
 
-    const bool asWritten_;
+    const ScoreOptions options_;
     const std::unique_ptr<SongFileReader> midi_;
     const std::unique_ptr<SongFileReader> score_;
     std::vector<SongOfFile> songs_;
@@ -124,9 +124,9 @@ private:
 
 }  // namespace
 
-std::vector<SongOfFile> ReadSongFiles(const std::vector<std::string>& paths, bool asWritten,
+std::vector<SongOfFile> ReadSongFiles(const std::vector<std::string>& paths, const ScoreOptions& options,
                                       const ReportImport& report) {
-    return Files(asWritten).Read(paths, report);
+    return Files(options).Read(paths, report);
 }
 
 }  // namespace stage

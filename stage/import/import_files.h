@@ -13,9 +13,9 @@ using ReportImport = std::function<void(std::size_t done, std::size_t total, con
 
 /// The songs of score files and of folders whose score files are meant, in the order in which people number them. A
 /// MIDI file and a score of the same song (the same number in their names, or without one the same name) are one song.
-/// `asWritten` is MakeMusicXmlReader's; where no file is such a score, a note says that it has no effect. Throws
+/// `options` are MakeMusicXmlReader's; where no file is such a score, a note says that they have no effect. Throws
 /// std::runtime_error with one sentence that names the file.
-[[nodiscard]] std::vector<SongOfFile> ReadSongFiles(const std::vector<std::string>& paths, bool asWritten,
+[[nodiscard]] std::vector<SongOfFile> ReadSongFiles(const std::vector<std::string>& paths, const ScoreOptions& options,
                                                     const ReportImport& report);
 
 }  // namespace stage

@@ -51,12 +51,23 @@ public:
             song.packed.options.sequence = sequence;
             song.packed.options.title = FindTitle(smf, sequence, titleOfName);
             if (sequence == 0) song.notes = smf.warnings;
+            if (!HasTempo(smf, sequence))
+                song.tempoAccount = {
+                    "the MIDI file gives no tempo; 120 quarters a minute are taken, its format's own "
+                    "default",
+                    true};
             songs.push_back(std::move(song));
         }
         return songs;
     }
 
 private:
+    static bool HasTempo(const tavo_midi::Smf& smf, std::size_t sequence) {
+        if (smf.format == 2) return sequence < smf.tracks.size() && !smf.tracks[sequence].tempos.empty();
+        return std::any_of(smf.tracks.begin(), smf.tracks.end(),
+                           [](const tavo_midi::SmfTrack& track) { return !track.tempos.empty(); });
+    }
+
     static std::string FindTitle(const tavo_midi::Smf& smf, std::size_t sequence, const std::string& titleOfName) {
         if (sequence >= smf.tracks.size()) return titleOfName;
         const tavo_midi::SmfTrack& track = smf.tracks[sequence];

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "stage/import/midi_fit.h"
 #include "tavo_core/bar_positions.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
@@ -16,22 +17,6 @@
 namespace stage {
 
 namespace {
-
-using Bars = std::vector<TL::BarPositions::Bar>;
-
-/// Takes ticks of the score's resolution to the MIDI file's.
-class TickScale {
-public:
-    TickScale(std::uint16_t from, std::uint16_t to) : from_(from), to_(to) {}
-
-    [[nodiscard]] std::uint32_t operator()(std::uint32_t tick) const {
-        return static_cast<std::uint32_t>((std::uint64_t{tick} * to_ + from_ / 2U) / from_);
-    }
-
-private:
-    std::uint64_t from_;
-    std::uint64_t to_;
-};
 
 class Join {
 public:
@@ -45,63 +30,44 @@ public:
 
     ImportedSong Make() {
         tavo_midi::SongOptions& options = midi_.song.packed.options;
-        options.endTick = scale_(scoreSong_.GetTimeline().GetEndTickIndex());
-        AgreeOnBars();
+        const MidiBesideScore comparison(midiSmf_, midi_.file, options);
+        const MidiFit fit = comparison.Compare(scoreSong_);
+        if (!fit.difference.empty())
+            throw std::runtime_error(fmt::format("\"{}\" and \"{}\", which beside it is taken for its score, {}{}",
+                                                 midi_.file, score_.file, fit.difference, FindWayOut(comparison)));
+        options.endTick = fit.endTick;
+        options.pickupBeats = fit.pickupBeats;
+        if (!fit.otherMeter.empty()) midi_.song.notes.push_back(fmt::format("\"{}\": {}", midi_.file, fit.otherMeter));
         TakeOptions(options);
         TakeEdits();
         midi_.song.printsPageNumbers = score_.song.printsPageNumbers;
         std::move(score_.song.notes.begin(), score_.song.notes.end(), std::back_inserter(midi_.song.notes));
+        midi_.song.unplayedBars = std::move(score_.song.unplayedBars);
+        midi_.song.scoreFile = std::move(score_.song.scoreFile);
+        midi_.song.scoreMeasures = std::move(score_.song.scoreMeasures);
         return std::move(midi_.song);
     }
 
 private:
-    [[nodiscard]] tavo_midi::SongData BuildFromMidi() const {
-        return tavo_midi::BuildSong(midiSmf_, midi_.song.packed.options, midi_.file);
-    }
-
-    /// Finds the pick-up of a MIDI file that does not mark it.
-    void AgreeOnBars() {
-        const Bars scoreBars = TL::BarPositions(scoreSong_.GetTimeline()).GetBars();
-        tavo_midi::SongData song = BuildFromMidi();
-        if (FindDifference(scoreBars, song) && SetPickup(scoreBars, song)) song = BuildFromMidi();
-        if (const std::optional<std::string> difference = FindDifference(scoreBars, song))
-            throw std::runtime_error(fmt::format("\"{}\" and \"{}\", which beside it is taken for its score, {}",
-                                                 midi_.file, score_.file, *difference));
-        const auto& events = song.GetEvents();
-        const std::uint32_t end = song.GetTimeline().GetEndTickIndex();
-        const bool goesOn = std::any_of(events.begin(), events.end(), [end](const tavo_midi::MidiEvent& event) {
-            return event.status >> 4U == 9 && event.tick >= end;
-        });
-        if (goesOn)
-            throw std::runtime_error(fmt::format(
-                "\"{}\" goes on after bar {}, the last one of \"{}\", which beside it is taken for its score",
-                midi_.file, scoreBars.back().label, score_.file));
-    }
-
-    [[nodiscard]] std::optional<std::string> FindDifference(const Bars& scoreBars,
-                                                            const tavo_midi::SongData& song) const {
-        const Bars midiBars = TL::BarPositions(song.GetTimeline()).GetBars();
-        for (std::size_t i = 0; i < std::max(scoreBars.size(), midiBars.size()); ++i) {
-            if (i >= scoreBars.size() || i >= midiBars.size())
-                return fmt::format("disagree after bar {}: one of them has {} bars and the other {}",
-                                   scoreBars[std::min(i, scoreBars.size()) - 1].label, midiBars.size(),
-                                   scoreBars.size());
-            const std::uint32_t scoreTick = scale_(scoreBars[i].startTick);
-            if (midiBars[i].startTick != scoreTick)
-                return fmt::format(
-                    "disagree at bar {}: it begins at tick {} in the MIDI file and at tick {} in the score",
-                    scoreBars[i].label, midiBars[i].startTick, scoreTick);
+    /// What to do about a MIDI file that has other bars than the score.
+    [[nodiscard]] std::string FindWayOut(const MidiBesideScore& comparison) const {
+        if (score_.song.makeOtherOrder) {
+            const ImportedSong other = score_.song.makeOtherOrder();
+            const tavo_midi::SongData song = tavo_midi::BuildSong(tavo_midi::ReadSmf(other.packed.smf, score_.file),
+                                                                  other.packed.options, score_.file);
+            const std::size_t bars = TL::BarPositions(song.GetTimeline()).GetBars().size();
+            const bool isWritten = TL::BarPositions(scoreSong_.GetTimeline()).GetBars().size() > bars;
+            if (comparison.Compare(song).difference.empty())
+                return isWritten ? fmt::format(
+                                       "; the MIDI file has the written bars, {}: import with --written, or "
+                                       "leave it out",
+                                       bars)
+                                 : fmt::format(
+                                       "; the MIDI file has the bars as they are played, {}: import without "
+                                       "--written, or leave it out",
+                                       bars);
         }
-        return std::nullopt;
-    }
-
-    bool SetPickup(const Bars& scoreBars, const tavo_midi::SongData& song) {
-        const std::uint32_t pickup = scale_(scoreBars.front().endTick) - scale_(scoreBars.front().startTick);
-        const TL::Meter& meter = song.GetTimeline().GetMeters()[0];
-        const double beat = 4.0 * midiSmf_.ticksPerQuarter / meter.denominator();
-        if (pickup == 0 || pickup >= beat * meter.numerator()) return false;
-        midi_.song.packed.options.pickupBeats = pickup / beat;
-        return true;
+        return "; leave the MIDI file out, or give it a number of its own";
     }
 
     void TakeOptions(tavo_midi::SongOptions& options) {

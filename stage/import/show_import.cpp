@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -14,9 +15,14 @@
 #include "kit/file.h"
 #include "kit/numeric_string_compare.h"
 #include "kit/path.h"
+#include "stage/import/source_scores.h"
+#include "stage/import/tempo_settings.h"
 #include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
+#include "stage/show/show_hold.h"
+#include "stage/show/version_notes.h"
 #include "tavo_core/edit_rules.h"
+#include "tavo_core/edit_text.h"
 
 namespace stage {
 
@@ -123,18 +129,30 @@ CL::SongLog MakeFirstLog(const SongOfFile& pending, const tavo_midi::SongData& s
     std::vector<CL::Marker> markers(ofReader.begin(), ofReader.end());
     if (markers.empty()) markers = song.GetScoreMarkers();
     const CL::SongLog empty;
-    std::set<std::pair<unsigned int, std::string>> seen;
+    // Programs write a marker into every track, and a rehearsal letter beside a word: a place has one.
+    std::map<unsigned int, std::string> textByTick;
+    const auto noteLeftOut = [&](const std::string& problem) {
+        notes.push_back(fmt::format("song {}: a marker is left out: {}", song.GetSongNumber(), problem));
+    };
     for (const CL::Marker& marker : markers) {
-        // Programs write a marker into every track: one of them is enough.
-        if (!seen.emplace(marker.abs_time(), marker.value()).second) continue;
-        const std::string problem = CL::CheckEdit(marker, empty, song.GetTimeline());
-        if (problem.empty()) {
-            songLog.GetMarkers().Add(marker);
-        } else {
-            notes.push_back(fmt::format("song {}: a marker is left out: {}", song.GetSongNumber(), problem));
-        }
+        std::string problem = CL::CheckEdit(marker, empty, song.GetTimeline());
+        std::string& text = textByTick[marker.abs_time()];
+        std::string joined = CL::JoinMarkerTexts(text, marker.value());
+        if (problem.empty()) problem = CL::CheckEdit(CL::Marker(marker.abs_time(), joined), empty, song.GetTimeline());
+        if (problem.empty())
+            text = std::move(joined);
+        else
+            noteLeftOut(problem);
     }
+    for (const auto& [tick, text] : textByTick)
+        if (!text.empty()) songLog.GetMarkers().Add(CL::Marker(tick, text));
     return songLog;
+}
+
+void AppendTempoAccount(const TempoAccount& account, const std::string& number, std::vector<std::string>& sentences) {
+    if (account.text.empty()) return;
+    const std::string remedy = account.isUnknown ? fmt::format(": set it with --tempo {}=BPM", number) : "";
+    sentences.push_back(fmt::format("song {}: {}{}", number, account.text, remedy));
 }
 
 /// Name of the show directory, which its files bear too.
@@ -203,8 +221,25 @@ private:
     std::vector<std::string> written_;
 };
 
+/// A score as it was imported.
+struct KeptScore {
+    std::string songNumber;
+    std::string file;
+    std::vector<std::uint32_t> measures;
+};
+
+void WriteScores(NewFiles& files, const std::vector<KeptScore>& scores) {
+    for (const KeptScore& score : scores)
+        for (const std::string& made : KeepSourceScore(files.Directory(), score.songNumber, score.file, score.measures))
+            files.Remember(made);
+}
+
 void WriteShow(const ImportRequest& request, const std::string& title, const std::vector<tavo_midi::ShowSong>& songs,
-               CL::ChangeLog& log) {
+               const std::vector<KeptScore>& scores, CL::ChangeLog& log) {
+    // A new directory appears whole; in one that is there another import may be at work.
+    std::optional<ShowHold> hold;
+    if (!IsNewOrEmpty(request.showPath)) hold.emplace(request.showPath, "an import");
+    RefuseExistingShow(request.showPath);
     NewFiles files(request.showPath);
     log.SetShowName(GetShowName(request.showPath));
     log.SetDirectory(files.Directory());
@@ -216,21 +251,27 @@ void WriteShow(const ImportRequest& request, const std::string& title, const std
         kit::WriteNewFileDurably(settingsPath, AsText(Settings{}));
         files.Remember(settingsPath);
     }
+    WriteScores(files, scores);
     // The log's name is the show's, the version and the extension; the show data share its first part. They come last:
     // without them a directory is not a show.
     const std::string showDataPath = logPath.substr(0, logPath.rfind('-')) + ".showdata";
     tavo_midi::WriteShowData(showDataPath, title, songs, tavo_midi::ExistingShow::Keep);
     files.Remember(showDataPath);
     files.Keep();
+    NoteVersion(request.showPath, log.GetVersion(), "imported");
 }
 
 }  // namespace
 
 ImportResult ImportShow(const ImportRequest& request) {
     RefuseExistingShow(request.showPath);
-    std::vector<SongOfFile> pending = ReadSongFiles(request.paths, request.asWritten, request.reportProgress);
+    std::vector<SongOfFile> pending =
+        ReadSongFiles(request.paths, {request.asWritten, request.breaths}, request.reportProgress);
     NumberSongs(pending);
+    auto tempos = request.tempos;
+    SetWrittenTempos(pending, tempos);
     SetPickups(pending, request.pickupBeats);
+    SetPlayedTempos(pending, tempos);
     NumberPages(pending);
     NameMembers(pending);
 
@@ -238,14 +279,20 @@ ImportResult ImportShow(const ImportRequest& request) {
     result.title = request.title.empty() ? GetShowName(request.showPath) : request.title;
     CL::ChangeLog log;
     std::vector<tavo_midi::ShowSong> songs;
+    std::vector<KeptScore> scores;
     for (SongOfFile& song : pending) {
         result.songs.push_back(BuildSong(song));
         result.notes.insert(result.notes.end(), song.song.notes.begin(), song.song.notes.end());
+        result.unplayedBars.insert(result.unplayedBars.end(), song.song.unplayedBars.begin(),
+                                   song.song.unplayedBars.end());
         const tavo_midi::SongData& built = result.songs.back();
+        AppendTempoAccount(song.song.tempoAccount, built.GetSongNumber(), result.guessedTempos);
         log.GetSongLogs()[built.GetSongNumber()] = MakeFirstLog(song, built, result.notes);
+        if (!song.song.scoreFile.empty())
+            scores.push_back({built.GetSongNumber(), song.song.scoreFile, std::move(song.song.scoreMeasures)});
         songs.push_back(std::move(song.song.packed));
     }
-    WriteShow(request, result.title, songs, log);
+    WriteShow(request, result.title, songs, scores, log);
     return result;
 }
 

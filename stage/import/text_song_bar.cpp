@@ -9,14 +9,14 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "tavo_midi/midi_status.h"
+
 namespace stage::text_score {
 
 namespace {
 
-constexpr int NoteOff = 0x80;
-constexpr int NoteOn = 0x90;
-constexpr int ControlChange = 0xB0;
-constexpr int ProgramChange = 0xC0;
+namespace status_byte = tavo_midi::status_byte;
+
 constexpr int AccentVelocity = 16;
 
 const std::map<std::string_view, int, std::less<>> VelocityOfWord{{"pp", 38}, {"p", 52}, {"mp", 66},
@@ -77,11 +77,11 @@ void AppendBars(const std::string& line, int number, const std::string& place, s
 }
 
 void Player::AddProgram(int program) {
-    Add(0, ProgramChange, program, 0);
+    Add(0, status_byte::ProgramChange, program, 0);
 }
 
 void Player::AddController(std::uint8_t controller, int value) {
-    Add(0, ControlChange, controller, value);
+    Add(0, status_byte::ControlChange, controller, value);
 }
 
 void Player::PlayBar(const Bar& bar, unsigned int startTick, unsigned int endTick, const std::string& place) {
@@ -178,23 +178,23 @@ void Player::AddNote(const Note& note, unsigned int startTick, unsigned int endT
         const unsigned int length = endTick - startTick;
         // A breath at the end of each note, so that repeated notes speak.
         const unsigned int sounding = note.staccato ? length / 2 : length - std::min(length / 8, 30U);
-        Add(begun.first, NoteOn, pitch, begun.second);
-        Add(startTick + std::max(sounding, 1U), NoteOff, pitch, 64);
+        Add(begun.first, status_byte::NoteOn, pitch, begun.second);
+        Add(startTick + std::max(sounding, 1U), status_byte::NoteOff, pitch, 64);
     }
     for (const auto& [pitch, begun] : held) {
-        Add(begun.first, NoteOn, pitch, begun.second);
-        Add(startTick, NoteOff, pitch, 64);
+        Add(begun.first, status_byte::NoteOn, pitch, begun.second);
+        Add(startTick, status_byte::NoteOff, pitch, 64);
     }
 }
 
 std::vector<tavo_midi::MidiEvent> Player::Finish() {
     for (const auto& [pitch, begun] : std::exchange(held_, {})) {
-        Add(begun.first, NoteOn, pitch, begun.second);
-        Add(endTick_, NoteOff, pitch, 64);
+        Add(begun.first, status_byte::NoteOn, pitch, begun.second);
+        Add(endTick_, status_byte::NoteOff, pitch, 64);
     }
     const auto order = [](const tavo_midi::MidiEvent& event) {
         const int kind = event.status & 0xF0;
-        return std::pair(event.tick, kind == NoteOff ? 0 : kind == NoteOn ? 2 : 1);
+        return std::pair(event.tick, kind == status_byte::NoteOff ? 0 : kind == status_byte::NoteOn ? 2 : 1);
     };
     std::stable_sort(events_.begin(), events_.end(), [&](const auto& a, const auto& b) { return order(a) < order(b); });
     return std::move(events_);

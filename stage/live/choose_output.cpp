@@ -4,6 +4,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "kit/words.h"
 #include "stage/live/audio_output.h"
 #include "stage/offline/audio_file.h"
 
@@ -14,9 +15,12 @@ namespace {
 /// Takes nothing: for a look at what a device plays with.
 class NoFrames final : public FrameSource {
 public:
-    void TakeFrames(float* left, float* right, std::uint32_t frames, std::chrono::nanoseconds) noexcept override {
-        std::fill_n(left, frames, 0.0F);
-        std::fill_n(right, frames, 0.0F);
+    void TakeFrames(std::span<const StereoBuffer> pairs, std::uint32_t frames,
+                    std::chrono::nanoseconds) noexcept override {
+        for (const StereoBuffer& pair : pairs) {
+            std::fill_n(pair.left, frames, 0.0F);
+            std::fill_n(pair.right, frames, 0.0F);
+        }
     }
     void NoteFormat(const OutputFormat&) noexcept override {}
 };
@@ -41,7 +45,7 @@ OutputChoice ParseOutputChoice(const std::string& text) {
             throw std::invalid_argument(fmt::format("the sound file \"{}\" must be named .wav or .flac", choice.path));
     } else {
         throw std::invalid_argument(
-            fmt::format("an output is auto, jack, rtaudio, null or file:PATH, not \"{}\"", text));
+            fmt::format("an output is auto, jack, rtaudio, null or file:PATH, not {}", kit::Quote(text)));
     }
     return choice;
 }

@@ -14,8 +14,10 @@ namespace stage {
 /// safe, both sides.
 class DeviceClock {
 public:
-    /// The device has begun a period at `moment`, in which it takes the `frames` from `firstFrame` on.
-    void NotePeriod(std::uint64_t firstFrame, std::uint32_t frames, std::chrono::nanoseconds moment) noexcept;
+    /// The device has begun a period at `moment`, in which it takes the `frames` from `firstFrame` on and is silent for
+    /// `silentFrames` after them.
+    void NotePeriod(std::uint64_t firstFrame, std::uint32_t frames, std::chrono::nanoseconds moment,
+                    std::uint32_t silentFrames = 0) noexcept;
     void NoteFormat(const OutputFormat& format) noexcept;
 
     [[nodiscard]] OutputFormat GetFormat() const noexcept;
@@ -23,6 +25,11 @@ public:
     /// last frame by more than one more period, for a device that was lost plays nothing. Negative before the first is
     /// heard.
     [[nodiscard]] std::int64_t FindHeardFrame(std::chrono::nanoseconds moment) const noexcept;
+    /// When the frame is heard that is `frame`, by the newest period; it may be one to come, which is then heard in the
+    /// next period at the earliest. Nothing before the first period, or where the device has not begun another for
+    /// eight periods before `now`: it was lost.
+    [[nodiscard]] std::optional<std::chrono::nanoseconds> FindMomentHeard(std::int64_t frame,
+                                                                          std::chrono::nanoseconds now) const noexcept;
     /// When the device began its newest period; nothing before the first.
     [[nodiscard]] std::optional<std::chrono::nanoseconds> GetLastMoment() const noexcept;
     [[nodiscard]] std::uint64_t CountPeriods() const noexcept { return periods_.load(std::memory_order_acquire); }
@@ -32,6 +39,7 @@ private:
         std::uint64_t firstFrame = 0;
         std::uint32_t frames = 0;
         std::int64_t moment = 0;
+        std::uint32_t silentFrames = 0;
     };
 
     [[nodiscard]] Period ReadPeriod_() const noexcept;
@@ -41,12 +49,14 @@ private:
     std::atomic<std::uint64_t> firstFrame_{0};
     std::atomic<std::uint32_t> frames_{0};
     std::atomic<std::int64_t> moment_{0};
+    std::atomic<std::uint32_t> silentFrames_{0};
     std::atomic<std::uint64_t> periods_{0};
 
     // By themselves: they change seldom, and one of them a period late does no harm.
     std::atomic<std::uint32_t> framesPerSecond_{48000};
     std::atomic<std::uint32_t> periodFrames_{0};
     std::atomic<std::uint32_t> latencyFrames_{0};
+    std::atomic<std::uint32_t> periodsAtOnce_{1};
 };
 
 /// What the playhead was at each of the last blocks, so that a frame which is heard later is found again. One thread

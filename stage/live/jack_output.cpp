@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <jack/jack.h>
+#include <jack/midiport.h>
 
 #include <algorithm>
 #include <array>
@@ -13,14 +14,13 @@
 #include <utility>
 #include <vector>
 
+#include "kit/words.h"
 #include "stage/live/audio_output.h"
 #include "tavo_midi_io/jack_clients.h"
 
 namespace stage {
 
 namespace {
-
-constexpr std::array<const char*, 2> PortNames{"main_left", "main_right"};
 
 void Ignore(const char* /*message*/) {}
 
@@ -83,14 +83,22 @@ public:
     }
 
 private:
+    using PortPair = std::array<jack_port_t*, 2>;
+
     void Begin_(const OutputChoice& choice) {
         jack_client_t* const client = client_.get();
         framesPerSecond_ = jack_get_sample_rate(client);
-        for (std::size_t i = 0; i < ports_.size(); ++i) {
-            ports_[i] = jack_port_register(client, PortNames[i], JACK_DEFAULT_AUDIO_TYPE,
-                                           JackPortIsOutput | JackPortIsTerminal, 0);
-            if (ports_[i] == nullptr) throw std::runtime_error("the JACK server gives no more ports");
+        Register_("main");
+        for (const OutputChoice::Pair& pair : choice.furtherPairs)
+            Register_(pair.name);
+        buffers_.resize(pairs_.size());
+        for (const std::string& name : choice.midiPorts) {
+            midiPorts_.push_back(jack_port_register(client, name.c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                                    JackPortIsOutput | JackPortIsTerminal, 0));
+            if (midiPorts_.back() == nullptr)
+                throw std::runtime_error(fmt::format("the JACK server gives no port for {}", kit::Quote(name)));
         }
+        midiBuffers_.resize(midiPorts_.size());
         jack_on_info_shutdown(client, &JackOutput::OnShutdown_, this);
         jack_set_process_callback(client, &JackOutput::OnProcess_, this);
         jack_set_buffer_size_callback(client, &JackOutput::OnBufferSize_, this);
@@ -99,8 +107,21 @@ private:
         periodFrames_ = jack_get_buffer_size(client);
         TellFormat_();
         if (jack_activate(client) != 0) throw std::runtime_error("the JACK server does not let a client play");
-        Connect_(choice.device);
+        Connect_(pairs_.front(), choice.device);
+        for (std::size_t i = 0; i < choice.furtherPairs.size(); ++i)
+            if (const std::string& device = choice.furtherPairs[i].device; !device.empty())
+                Connect_(pairs_[i + 1], device);
         ReadLatency_();
+    }
+
+    void Register_(const std::string& name) {
+        PortPair& pair = pairs_.emplace_back();
+        for (std::size_t i = 0; i < pair.size(); ++i) {
+            pair[i] = jack_port_register(client_.get(), (name + (i == 0 ? "_left" : "_right")).c_str(),
+                                         JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput | JackPortIsTerminal, 0);
+            if (pair[i] == nullptr)
+                throw std::runtime_error(fmt::format("the JACK server gives no port for {}", kit::Quote(name)));
+        }
     }
 
     static int OnProcess_(jack_nframes_t frames, void* self) {
@@ -126,39 +147,80 @@ private:
 
     // The device's callback: no lock, no allocation, no system call.
     int Process_(jack_nframes_t frames) {
-        auto* const left = static_cast<float*>(jack_port_get_buffer(ports_[0], frames));
-        auto* const right = static_cast<float*>(jack_port_get_buffer(ports_[1], frames));
+        for (std::size_t i = 0; i < pairs_.size(); ++i)
+            buffers_[i] = {static_cast<float*>(jack_port_get_buffer(pairs_[i][0], frames)),
+                           static_cast<float*>(jack_port_get_buffer(pairs_[i][1], frames))};
         // JACK's own times are of another clock, which drifts against the steady one. This one is read without a system
         // call.
-        source_.TakeFrames(left, right, frames, std::chrono::steady_clock::now().time_since_epoch());
+        source_.TakeFrames(buffers_, frames, std::chrono::steady_clock::now().time_since_epoch());
+        ProcessMidi_(frames);
         return 0;
+    }
+
+    void ProcessMidi_(jack_nframes_t frames) {
+        for (std::size_t i = 0; i < midiPorts_.size(); ++i) {
+            midiBuffers_[i] = jack_port_get_buffer(midiPorts_[i], frames);
+            jack_midi_clear_buffer(midiBuffers_[i]);
+        }
+        // Whatever listens may have been told of notes whose ends were lost with the last server.
+        if (!std::exchange(hasEndedNotes_, true)) EndNotes_();
+        MidiMessage message;
+        while (source_.TakeMidi(message))
+            if (message.port < midiBuffers_.size())
+                jack_midi_event_write(midiBuffers_[message.port], std::min(message.offset, frames - 1),
+                                      message.bytes.data(), message.size);
+    }
+
+    void EndNotes_() {
+        constexpr std::uint8_t AllNotesOff = 123;
+        for (void* const buffer : midiBuffers_) {
+            for (std::uint8_t channel = 0; channel < 16; ++channel) {
+                const std::array<std::uint8_t, 3> bytes{static_cast<std::uint8_t>(0xB0U | channel), AllNotesOff, 0};
+                jack_midi_event_write(buffer, 0, bytes.data(), bytes.size());
+            }
+        }
     }
 
     void ReadLatency_() {
         jack_latency_range_t range{};
-        jack_port_get_latency_range(ports_[0], JackPlaybackLatency, &range);
+        jack_port_get_latency_range(pairs_.front()[0], JackPlaybackLatency, &range);
         latencyFrames_ = range.max;
         TellFormat_();
     }
 
     void TellFormat_() { source_.NoteFormat(GetFormat()); }
 
-    // To the ports whose names begin with `device`, or to the hardware's first two.
-    void Connect_(const std::string& device) {
-        const std::string pattern = device.empty() ? "" : "^" + Quote_(device);
-        const unsigned long flags =
-            JackPortIsInput | (device.empty() ? static_cast<unsigned long>(JackPortIsPhysical) : 0UL);
-        const std::unique_ptr<const char*, FreePorts> found(
-            jack_get_ports(client_.get(), pattern.empty() ? nullptr : pattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags));
-        std::size_t connected = 0;
-        for (; found != nullptr && connected < ports_.size() && found.get()[connected] != nullptr; ++connected)
-            jack_connect(client_.get(), jack_port_name(ports_[connected]), found.get()[connected]);
-        if (connected == ports_.size()) return;
+    // To the port of that name and the one after it, or to those whose names begin so, or to the hardware's first two.
+    void Connect_(const PortPair& pair, const std::string& device) {
+        const std::vector<std::string> found = FindPorts_(device);
+        for (std::size_t i = 0; i < std::min(found.size(), pair.size()); ++i)
+            jack_connect(client_.get(), jack_port_name(pair[i]), found[i].c_str());
+        if (found.size() >= pair.size()) return;
         const std::lock_guard lock(remarkMutex_);
+        if (!remark_.empty()) return;
         remark_ = device.empty()
                       ? "The JACK server has no two hardware outputs: connect this program's ports by hand."
                       : fmt::format("There are no two JACK ports whose names begin with \"{}\": connect them by hand.",
                                     device);
+    }
+
+    std::vector<std::string> FindPorts_(const std::string& device) {
+        if (device.empty()) return ListPorts_("", JackPortIsInput | static_cast<unsigned long>(JackPortIsPhysical));
+        if (const std::size_t colon = device.find(':'); colon != std::string::npos) {
+            std::vector<std::string> ports = ListPorts_("^" + Quote_(device.substr(0, colon + 1)), JackPortIsInput);
+            const auto named = std::find(ports.begin(), ports.end(), device);
+            if (named != ports.end()) return {named, ports.end()};
+        }
+        return ListPorts_("^" + Quote_(device), JackPortIsInput);
+    }
+
+    std::vector<std::string> ListPorts_(const std::string& pattern, unsigned long flags) {
+        const std::unique_ptr<const char*, FreePorts> found(
+            jack_get_ports(client_.get(), pattern.empty() ? nullptr : pattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags));
+        std::vector<std::string> ports;
+        for (std::size_t i = 0; found != nullptr && found.get()[i] != nullptr; ++i)
+            ports.emplace_back(found.get()[i]);
+        return ports;
     }
 
     // Port names are looked up as regular expressions.
@@ -174,8 +236,13 @@ private:
     // Constant once the callbacks run.
     FrameSource& source_;
     Client client_;
-    std::array<jack_port_t*, 2> ports_{};
+    std::vector<PortPair> pairs_;
     std::uint32_t framesPerSecond_ = 0;
+    std::vector<jack_port_t*> midiPorts_;
+    // Used by the device's thread.
+    std::vector<void*> midiBuffers_;
+    bool hasEndedNotes_ = false;
+    std::vector<StereoBuffer> buffers_;  // of a period
     // Synchronise themselves.
     std::atomic<std::uint32_t> periodFrames_{0};
     std::atomic<std::uint32_t> latencyFrames_{0};

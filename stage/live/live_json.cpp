@@ -49,6 +49,8 @@ const char* NameOf(EngineEvent::Reason reason) {
     return reason == EngineEvent::Reason::Loop ? "loop" : "cut";
 }
 
+}  // namespace
+
 const char* NameOf(LiveStatus::Motion motion) {
     using enum LiveStatus::Motion;
     switch (motion) {
@@ -71,8 +73,6 @@ const char* NameOf(CommandRecord::Outcome outcome) {
     if (outcome == CommandRecord::Outcome::Taken) return "taken";
     return outcome == CommandRecord::Outcome::Refused ? "refused" : "failed";
 }
-
-}  // namespace
 
 std::string LiveJson::Write(const LiveEvent& event) {
     Json line{{"event", NameOf(event.kind)}};
@@ -157,52 +157,92 @@ std::string LiveJson::WriteMessage(const std::string& event, const std::string& 
     return AsLine({{"event", event}, {"sentence", sentence}});
 }
 
-std::string LiveJson::WriteStatus(const LiveStatus& status) {
+nlohmann::ordered_json LiveJson::MakeStatus(const LiveStatus& status) {
     Json loops = Json::array();
     for (const LiveStatus::Loop& loop : status.loops)
         loops.push_back({{"kind", loop.kind},
                          {"place", loop.place},
                          {"pass", loop.pass},
                          {"limit", loop.limit},
-                         {"left", loop.isLeft}});
-    Json line{{"event", "state"},
-              {"motion", NameOf(status.motion)},
-              {"song", status.song},
-              {"title", status.title},
-              {"bar", status.bar},
-              {"beat", status.beat},
-              {"tick", status.tick},
-              {"tempo", status.beatsPerMinute},
-              {"tempoScale", status.tempoScale},
-              {"scale", status.scale},
-              {"meter", status.meter},
-              {"key", status.key},
-              {"transposition", status.transposition},
-              {"page", status.page},
-              {"marker", status.marker},
-              {"nextMarker", status.nextMarker},
-              {"vampLamp", status.vampLamp},
-              {"status", status.status},
-              {"count", status.statusCount},
-              {"loops", std::move(loops)},
-              {"elapsedSeconds", status.elapsedSeconds},
-              {"volumes", {{"master", status.masterVolume}, {"music", status.musicVolume}}},
-              {"output",
-               {{"name", status.output.name},
-                {"playing", status.output.isPlaying},
-                {"problem", status.output.problem},
-                {"framesPerSecond", status.output.format.framesPerSecond},
-                {"periodFrames", status.output.format.periodFrames},
-                {"latencyFrames", status.output.format.latencyFrames},
-                {"overruns", status.output.deviceOverruns},
-                {"timesLost", status.output.timesLost}}},
-              {"realTime", status.isRealTime},
-              {"leadFrames", status.leadFrames},
-              {"latePeriods", status.latePeriods},
-              {"longestBlockMs", status.longestBlockMs},
-              {"midiInput", status.midiInput}};
+                         {"left", loop.isLeft},
+                         {"start", loop.startTick},
+                         {"end", loop.endTick}});
+    Json volumes = Json::object();
+    for (const auto& [name, factor] : status.volumes)
+        volumes[std::string(name)] = factor;
+    Json groups = Json::array();
+    for (const LiveStatus::Group& group : status.groups)
+        groups.push_back({{"name", group.name},
+                          {"volume", group.volume},
+                          {"mute", group.isMuted},
+                          {"solo", group.isSolo},
+                          {"peak", group.level.peak},
+                          {"rms", group.level.rms}});
+    Json targets = Json::array();
+    for (const LiveStatus::OscTarget& target : status.oscTargets)
+        targets.push_back(
+            {{"name", target.name}, {"problem", target.problem}, {"sent", target.sent}, {"lost", target.lost}});
+    Json line{
+        {"event", "state"},
+        {"motion", NameOf(status.motion)},
+        {"song", status.song},
+        {"title", status.title},
+        {"bar", status.bar},
+        {"beat", status.beat},
+        {"tick", status.tick},
+        {"tempo", status.beatsPerMinute},
+        {"tempoScale", status.tempoScale},
+        {"scale", status.scale},
+        {"meter", status.meter},
+        {"key", status.key},
+        {"transposition", status.transposition},
+        {"page", status.page},
+        {"marker", status.marker},
+        {"nextMarker", status.nextMarker},
+        {"vampLamp", status.vampLamp},
+        {"status", status.status},
+        {"count", status.statusCount},
+        {"loops", std::move(loops)},
+        {"elapsedSeconds", status.elapsedSeconds},
+        {"volumes", std::move(volumes)},
+        {"groups", std::move(groups)},
+        {"main",
+         {{"peak", status.mainLevel.peak}, {"rms", status.mainLevel.rms}, {"limitedFrames", status.limitedFrames}}},
+        {"output",
+         {{"name", status.output.name},
+          {"playing", status.output.isPlaying},
+          {"problem", status.output.problem},
+          {"framesPerSecond", status.output.format.framesPerSecond},
+          {"periodFrames", status.output.format.periodFrames},
+          {"latencyFrames", status.output.format.latencyFrames},
+          {"overruns", status.output.deviceOverruns},
+          {"timesLost", status.output.timesLost}}},
+        {"realTime", status.isRealTime},
+        {"leadFrames", status.leadFrames},
+        {"latePeriods", status.latePeriods},
+        {"longestBlockMs", status.longestBlockMs},
+        {"slowBlocks", status.slowBlocks},
+        {"heldUpBlocks", status.heldUpBlocks},
+        {"midiInput", status.midiInput},
+        {"timeCode",
+         {{"active", status.timeCode.isActive},
+          {"frameRate", status.timeCode.frameRate},
+          {"output", status.timeCode.output},
+          {"onJump", status.timeCode.runsOn ? "runOn" : "locate"},
+          {"rolling", status.timeCode.isRolling}}},
+        {"pressGuardMs", status.pressGuardMs},
+        {"osc",
+         {{"address", status.osc.address},
+          {"problem", status.osc.problem},
+          {"subscribers", status.osc.subscribers},
+          {"refused", status.osc.refused}}},
+        {"oscTargets", std::move(targets)}};
     if (status.leavesInBeats) line["leavesInBeats"] = *status.leavesInBeats;
-    return AsLine(line);
+    return line;
+}
+
+std::string LiveJson::WriteStatus(const LiveStatus& status) {
+    return AsLine(MakeStatus(status));
 }
 
 }  // namespace stage

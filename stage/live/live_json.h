@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,11 @@
 #include "tavo_core/gui_dispatcher.h"
 
 namespace stage {
+
+/// "playing"; "no song" before one is loaded.
+[[nodiscard]] const char* NameOf(LiveStatus::Motion motion);
+/// "taken", "refused" or "failed".
+[[nodiscard]] const char* NameOf(CommandRecord::Outcome outcome);
 
 /// What happens in a performance as JSON objects (RFC 8259), one a line without its line end; docs/live.md lists them.
 /// Not thread-safe.
@@ -27,6 +33,8 @@ public:
     [[nodiscard]] std::string Write(const notify::GuiNotification& notification);
     [[nodiscard]] static std::string WriteMessage(const std::string& event, const std::string& sentence);
     [[nodiscard]] static std::string WriteStatus(const LiveStatus& status);
+    /// The same before it is written.
+    [[nodiscard]] static nlohmann::ordered_json MakeStatus(const LiveStatus& status);
 
 private:
     [[nodiscard]] static std::string WriteValue_(const notify::GuiNotification& notification);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
@@ -54,7 +55,7 @@ LiveEvent::Kind KindOf(EngineEvent::Kind kind) {
 bool IsReported(const EngineEvent& event) {
     if (event.kind != EngineEvent::Kind::Arrived)
         return event.kind != EngineEvent::Kind::BlockBegins && event.kind != EngineEvent::Kind::Cue &&
-               event.kind != EngineEvent::Kind::FadeDone;
+               event.kind != EngineEvent::Kind::FadeDone && event.kind != EngineEvent::Kind::CountIn;
     // Playback arrives at many ticks; those where a beat may begin are reported.
     const std::vector<std::uint32_t>& stops = event.plan->GetStops();
     return std::binary_search(stops.begin(), stops.end(), event.tick);
@@ -62,15 +63,27 @@ bool IsReported(const EngineEvent& event) {
 
 }  // namespace
 
-LiveRenderer::LiveRenderer(ShowSession& session, OutputFeed& feed, const Options& options)
+LiveRenderer::LiveRenderer(ShowSession& session, OutputFeed& feed, const Options& options, CueListener onCue)
     : session_(session),
       player_(session.GetStagePlayer()),
       engine_(player_.GetEngine()),
       feed_(feed),
       options_(options),
-      framesPerSecond_(session.GetOptions().framesPerSecond) {
+      onCue_(std::move(onCue)),
+      framesPerSecond_(session.GetOptions().framesPerSecond),
+      samples_(2 * feed.GetRing().CountPairs() * options.blockFrames),
+      limiter_(framesPerSecond_),
+      delayed_(2 * (feed.GetRing().CountPairs() - 1) * DelayFrames),
+      delayBlock_(DelayFrames + options.blockFrames) {
+    session_.GetMidiOut().SetSink([this](const MidiOutEvent& event) { SendMidi_(event); });
+    for (std::size_t pair = 0; pair < feed_.GetRing().CountPairs(); ++pair) {
+        float* const left = samples_.data() + 2 * pair * options_.blockFrames;
+        pairs_.push_back({left, left + options_.blockFrames});
+    }
     engine_.Subscribe(*this);
+    engine_.SetMetered(true);
     player_.SetHeardPosition([this] { return FindHeardTick(); });
+    session_.SetMomentHeard([this](std::int64_t frame) { return FindMomentHeard(frame); });
     session_.GetDesk().SetWakeUp([this] { WakeUp(); });
     session_.SetPerformed(true);
     thread_ = std::thread([this] { Run_(); });
@@ -84,8 +97,10 @@ LiveRenderer::~LiveRenderer() {
     }
     changed_.notify_all();
     thread_.join();
+    session_.GetMidiOut().SetSink({});
     session_.GetDesk().SetWakeUp({});
     player_.SetHeardPosition({});
+    session_.SetMomentHeard({});
     engine_.Unsubscribe(*this);
 }
 
@@ -98,8 +113,10 @@ void LiveRenderer::WakeUp() {
 }
 
 std::uint32_t LiveRenderer::GetLeadFrames() const {
-    const std::uint32_t period = feed_.GetClock().GetFormat().periodFrames;
-    const std::uint32_t wanted = options_.leadFrames > 0 ? options_.leadFrames : period + options_.blockFrames;
+    const OutputFormat format = feed_.GetClock().GetFormat();
+    const std::uint32_t period = format.periodFrames;
+    const std::uint32_t atOnce = period * format.periodsAtOnce;
+    const std::uint32_t wanted = options_.leadFrames > 0 ? options_.leadFrames : atOnce + options_.blockFrames;
     // Less than a period would come too late every time.
     return std::clamp<std::uint32_t>(wanted, std::max(period, options_.blockFrames), FrameRing::Capacity / 2);
 }
@@ -116,12 +133,19 @@ std::int64_t LiveRenderer::FindHeardFrame() const {
     return anchorFrame_ + static_cast<std::int64_t>(moved);
 }
 
+std::optional<nanoseconds> LiveRenderer::FindMomentHeard(std::int64_t frame) const {
+    const double moved = static_cast<double>(frame - anchorFrame_) / framesPerDeviceFrame_;
+    return feed_.GetClock().FindMomentHeard(anchorRing_ + static_cast<std::int64_t>(moved), Now());
+}
+
 void LiveRenderer::Run_() {
     kit::threadNames.SetNameOfCurrentThread("rendering");
     isRealTime_ = BecomeRealTime(RealTimePriority::Rendering);
     FollowDevice_();
     NotePlayhead_();
     for (;;) {
+        const nanoseconds begin = Now();
+        const ThreadUse before = GetThreadUse();
         try {
             if (session_.GetDesk().RunPosted() > 0) {
                 engine_.FollowForCertain();
@@ -130,6 +154,7 @@ void LiveRenderer::Run_() {
             NoteLatePeriods_();
             if (IsBlockDue_()) {
                 RenderBlock_();
+                CountIfSlow_(begin, before);
                 continue;
             }
         } catch (const std::exception& problem) {
@@ -154,22 +179,70 @@ bool LiveRenderer::IsBlockDue_() {
     const std::optional<std::int64_t> seam = engine_.FindNextSeam();
     if (!seam || *seam >= engine_.GetFrame() + options_.blockFrames) return true;
     // The next period is served without it: whoever presses until then is heard.
-    return waiting < feed_.GetClock().GetFormat().periodFrames;
+    const OutputFormat format = feed_.GetClock().GetFormat();
+    return waiting < format.periodFrames * format.periodsAtOnce;
 }
 
 void LiveRenderer::RenderBlock_() {
     const nanoseconds begin = Now();
-    engine_.Render(left_.data(), right_.data(), options_.blockFrames);
+    EndLostNotes_();
+    engine_.Render(pairs_, options_.blockFrames);
+    limiter_.Process(pairs_.front().left, pairs_.front().right, options_.blockFrames);
+    DelayOtherPairs_();
     NotePlayhead_();
     WriteBlock_();
     const std::int64_t took = (Now() - begin).count();
     if (took > longestBlock_.load(std::memory_order_relaxed)) longestBlock_.store(took, std::memory_order_relaxed);
 }
 
+void LiveRenderer::CountIfSlow_(nanoseconds begin, const ThreadUse& before) {
+    if (Now() - begin <= Period_()) return;
+    const ThreadUse now = GetThreadUse();
+    if (now.processor - before.processor > Period_()) {
+        slowBlocks_.fetch_add(1, std::memory_order_relaxed);
+    } else if (now.waits > before.waits) {
+        heldUpBlocks_.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void LiveRenderer::DelayOtherPairs_() {
+    const std::uint32_t block = options_.blockFrames;
+    for (std::size_t channel = 2; channel < 2 * pairs_.size(); ++channel) {
+        float* const samples = samples_.data() + channel * block;
+        float* const held = delayed_.data() + (channel - 2) * DelayFrames;
+        std::copy_n(held, DelayFrames, delayBlock_.begin());
+        std::copy_n(samples, block, delayBlock_.begin() + DelayFrames);
+        std::copy_n(delayBlock_.begin(), block, samples);
+        std::copy_n(delayBlock_.begin() + block, DelayFrames, held);
+    }
+}
+
+// With the sound of its frame, at that of the device which is nearest.
+void LiveRenderer::SendMidi_(const MidiOutEvent& event) {
+    const double moved = static_cast<double>(event.frame - anchorFrame_) / framesPerDeviceFrame_;
+    const std::int64_t ring = anchorRing_ + static_cast<std::int64_t>(moved);
+    if (!feed_.PushMidi(static_cast<std::uint64_t>(std::max<std::int64_t>(ring, 0)),
+                        {0, event.port, event.size, event.bytes}))
+        hasLostMidi_ = true;
+}
+
+// The end of a note may have been among what was lost.
+void LiveRenderer::EndLostNotes_() {
+    const std::size_t ports = session_.GetMidiOut().GetPorts().size();
+    if (!hasLostMidi_ || feed_.CountRoomForMidi() < 32 * ports) return;
+    hasLostMidi_ = false;
+    for (std::size_t port = 0; port < ports; ++port)
+        for (std::uint8_t channel = 0; channel < 16; ++channel)
+            SendMidi_({engine_.GetFrame(),
+                       static_cast<std::uint8_t>(port),
+                       3,
+                       {static_cast<std::uint8_t>(0xB0U | channel), controller::AllNotesOff, 0}});
+}
+
 void LiveRenderer::WriteBlock_() {
-    if (converter_ == nullptr) return feed_.GetRing().Write(left_.data(), right_.data(), options_.blockFrames);
-    const std::uint32_t frames = converter_->Convert(left_.data(), right_.data(), options_.blockFrames);
-    feed_.GetRing().Write(converter_->GetLeft(), converter_->GetRight(), frames);
+    if (converter_ == nullptr) return feed_.GetRing().Write(pairs_, options_.blockFrames);
+    const std::uint32_t frames = converter_->Convert(pairs_, options_.blockFrames);
+    feed_.GetRing().Write(converter_->GetPairs(), frames);
 }
 
 // At the frame that comes next.
@@ -200,9 +273,9 @@ void LiveRenderer::FollowDevice_() {
     deviceRate_ = rate;
     converter_.reset();
     if (rate != framesPerSecond_)
-        converter_ = std::make_unique<RateConverter>(framesPerSecond_, rate, options_.blockFrames);
+        converter_ = std::make_unique<RateConverter>(framesPerSecond_, rate, options_.blockFrames, pairs_.size());
     anchorRing_ = static_cast<std::int64_t>(feed_.GetRing().CountWritten());
-    anchorFrame_ = engine_.GetFrame();
+    anchorFrame_ = engine_.GetFrame() - DelayFrames;
     framesPerDeviceFrame_ = static_cast<double>(framesPerSecond_) / rate;
 }
 
@@ -212,6 +285,7 @@ void LiveRenderer::Push_(const LiveEvent& event) {
 }
 
 void LiveRenderer::OnEngineEvent(const EngineEvent& event) {
+    if (event.kind == EngineEvent::Kind::Cue && onCue_) onCue_(*event.cue, FindMomentHeard(event.frame));
     if (!IsReported(event)) return;
     if (event.plan != nullptr) song_ = &event.plan->GetSong();
     Push_({.kind = KindOf(event.kind),

@@ -10,6 +10,7 @@
 #include "kit/path.h"
 #include "player_core/gui_update.h"
 #include "stage/control/command.h"
+#include "stage/engine/show_parts.h"
 #include "stage/live/real_time.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/gui_dispatcher.h"
@@ -25,7 +26,34 @@ ShowSession::Options MakeSessionOptions(const LiveShow::Options& options, std::u
     made.framesPerSecond = framesPerSecond;
     made.advanceFrames = options.rendering.blockFrames;
     made.soundFont = options.soundFont;
+    made.holdsShow = !options.isLocked;
     return made;
+}
+
+/// What leaves beside the main pair, in the order in which the engine renders it.
+std::vector<OutputChoice::Pair> ListFurtherPairs(const Settings& settings, const GroupPlan& plan) {
+    std::vector<OutputChoice::Pair> pairs;
+    for (const std::string& name : ListSoundOutputs(plan)) {
+        if (name == MainOutput) continue;
+        const auto output = std::find_if(settings.outputs.begin(), settings.outputs.end(),
+                                         [&name](const Settings::Output& each) { return each.name == name; });
+        pairs.push_back({name, output == settings.outputs.end() ? "" : output->device});
+    }
+    return pairs;
+}
+
+/// Whether somebody may wait for it: what the display shows besides comes many times a second.
+bool IsUrgent(notify::GuiNotificationType type) {
+    using Type = notify::GuiNotificationType;
+    return type == Type::StatusFlowControl || type == Type::VampOn || type == Type::VampOff || type == Type::Caesura ||
+           type == Type::PlaybackStarted || type == Type::PlaybackStopped || type == Type::NoNextSong;
+}
+
+/// A sentence on its own.
+std::string MakeReport(std::string sentence) {
+    if (!sentence.empty() && sentence[0] >= 'a' && sentence[0] <= 'z')
+        sentence[0] = static_cast<char>(sentence[0] - 'a' + 'A');
+    return sentence + ".";
 }
 
 }  // namespace
@@ -37,7 +65,11 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
         Close_();
         throw;
     }
+    for (const std::string& sentence : session_->GetLeftEdits())
+        NoteMessage(MakeReport(sentence));
     RecoverEdits_();
+    if (!options_.isLocked && !session_->GetEditingProblem().empty())
+        NoteMessage(MakeReport(session_->GetEditingProblem()));
 }
 
 LiveShow::~LiveShow() {
@@ -53,11 +85,22 @@ void LiveShow::Open_(const std::string& showPath) {
                                              options_.settingsDirectory.empty() ? showPath : options_.settingsDirectory,
                                              MakeSessionOptions(options_, format.framesPerSecond));
     choice.framesPerSecond = format.framesPerSecond;
+    choice.furtherPairs = ListFurtherPairs(session_->GetSettings(), session_->GetGroupPlan());
+    choice.midiPorts = session_->GetMidiOut().GetPorts();
+    feed_ = std::make_unique<OutputFeed>(1 + choice.furtherPairs.size());
     session_->SetQuitHandler([this] { isEnding_ = true; });
-    handler_ = notify::guiDispatcher.AddHandler([this](const notify::GuiNotification& notification) {
-        const std::lock_guard lock(mutex_);
-        notifications_.push_back(notification);
-    });
+    using Notification = notify::GuiNotification;
+    handler_ =
+        notify::guiDispatcher.AddHandler([this, last = Notification()](const Notification& notification) mutable {
+            {
+                const std::lock_guard lock(mutex_);
+                notifications_.push_back(notification);
+            }
+            // Flow control sets the same status many times a second.
+            if (!IsUrgent(notification.type) || notification == last) return;
+            last = notification;
+            wakeUp_.Ring();
+        });
     if (!options_.takePath.empty()) {
         const TakeSettings settings{format.framesPerSecond, options_.rendering.blockFrames,
                                     options_.rendering.blockFrames,
@@ -67,14 +110,16 @@ void LiveShow::Open_(const std::string& showPath) {
         takePath_ = options_.takePath;
     }
     session_->GetDesk().SetRecordListener([this](const CommandRecord& record) { NoteRecord_(record); });
-    keeper_ = std::make_unique<OutputKeeper>(choice, feed_, options_.whenLost, true,
-                                             [this](const std::string& sentence) { NoteMessage_(sentence); });
-    renderer_ = std::make_unique<LiveRenderer>(*session_, feed_, options_.rendering);
+    keeper_ = std::make_unique<OutputKeeper>(choice, *feed_, options_.whenLost, true,
+                                             [this](const std::string& sentence) { NoteMessage(sentence); });
+    renderer_ = std::make_unique<LiveRenderer>(*session_, *feed_, options_.rendering, options_.onCue);
+    if (!choice.midiPorts.empty() && keeper_->GetState().name != "JACK")
+        NoteMessage("The groups' music leaves as MIDI on JACK only.");
     shown_.isLocked = options_.isLocked;
     shown_.showTitle = session_->GetShow().GetTitle();
     for (const std::string& warning : session_->GetWarnings())
-        NoteMessage_(warning);
-    tavo_midi::SetMidiPortListener([this](const tavo_midi::MidiPortReport& report) { NoteMessage_(report.sentence); });
+        NoteMessage(MakeReport(warning));
+    tavo_midi::SetMidiPortListener([this](const tavo_midi::MidiPortReport& report) { NoteMessage(report.sentence); });
 }
 
 // A show must open, whatever becomes of them.
@@ -82,11 +127,13 @@ void LiveShow::RecoverEdits_() {
     if (session_->GetRecoveredEdits().empty()) return;
     try {
         session_->RecoverEdits();
-        NoteMessage_(
-            "Edits that were not saved when the last session ended were made again: they still have to be saved.");
+        NoteMessage(options_.isLocked
+                        ? "Edits that were not saved when the last session ended were made again for this performance."
+                        : "Edits that were not saved when the last session ended were made again: they still have to "
+                          "be saved.");
     } catch (const std::exception& problem) {
-        NoteMessage_(fmt::format("Edits that were not saved when the last session ended cannot be made again: {}.",
-                                 problem.what()));
+        NoteMessage(fmt::format("Edits that were not saved when the last session ended cannot be made again: {}.",
+                                problem.what()));
     }
 }
 
@@ -139,11 +186,27 @@ void LiveShow::PressEdit_(const Command& command) {
                 session_->Redo();
                 break;
             default:
-                NoteMessage_(fmt::format("The edits were saved as version {}.", session_->Save(false)));
+                NoteMessage(fmt::format("The edits were saved as version {}.", session_->Save(false)));
+                return NoteMade_(command);
         }
+        NoteMade_(command);
+        for (const std::string& problem : session_->GetCueProblems())
+            NoteMessage(MakeReport(problem));
     } catch (const std::exception& problem) {
         Fail_(command, problem.what());
     }
+}
+
+// An edit that nobody waits for is told as what became of it; a saving only so.
+void LiveShow::NoteMade_(const Command& command) {
+    if (command.tag == 0 && command.verb != Verb::Save) return;
+    CommandRecord record;
+    record.command = command;
+    record.place.song = session_->GetCurrentSongNumber();
+    record.place.tick = session_->GetStagePlayer().GetEngine().GetPosition();
+    record.place.frame = session_->GetStagePlayer().GetEngine().GetFrame();
+    const std::lock_guard lock(mutex_);
+    records_.push_back(std::move(record));
 }
 
 // A command that has failed already is decided in its turn like every other.
@@ -153,26 +216,42 @@ void LiveShow::Fail_(const Command& command, const std::string& sentence) {
 
 void LiveShow::NoteRecord_(const CommandRecord& record) {
     if (take_ != nullptr) take_->NoteRecord(record);
-    const std::lock_guard lock(mutex_);
-    records_.push_back(record);
+    {
+        const std::lock_guard lock(mutex_);
+        records_.push_back(record);
+    }
+    wakeUp_.Ring();
 }
 
-void LiveShow::NoteMessage_(const std::string& sentence) {
+void LiveShow::NoteMessage(const std::string& sentence) {
     if (take_ != nullptr) take_->NoteDevice(sentence);
-    const std::lock_guard lock(mutex_);
-    messages_.push_back(sentence);
+    {
+        const std::lock_guard lock(mutex_);
+        messages_.push_back(sentence);
+    }
+    wakeUp_.Ring();
 }
 
 // Reports.
 
 bool LiveShow::Deliver(LiveListener& listener) {
+    std::vector<LiveListener*> listeners = listeners_;
+    listeners.push_back(&listener);
+    const auto tell = [&listeners](auto method, const auto&... what) {
+        for (LiveListener* each : listeners)
+            (each->*method)(what...);
+    };
+    wakeUp_.Clear();
     LiveEvent event;
     while (renderer_->TakeEvent(event)) {
+        if (event.kind == LiveEvent::Kind::Song && event.song != nullptr) ReportMissingPrograms_(*event.song);
         if (event.kind == LiveEvent::Kind::Late && std::exchange(lateFrames_, lateFrames_ + event.missingFrames) == 0)
             firstLate_ = event;
         events_.push_back(event);
     }
     ReportLateFrames_();
+    for (std::string& problem : session_->GetStagePlayer().TakeSoundProblems())
+        NoteMessage(MakeReport(std::move(problem)));
     std::deque<CommandRecord> records;
     std::deque<notify::GuiNotification> notifications;
     std::deque<std::string> messages;
@@ -187,19 +266,29 @@ bool LiveShow::Deliver(LiveListener& listener) {
         if (!takeProblem_.empty()) messages.push_back(takeProblem_);
     }
     for (const CommandRecord& record : records)
-        listener.OnRecord(record);
+        tell(&LiveListener::OnRecord, record);
     for (const notify::GuiNotification& notification : notifications) {
         FollowNotification_(notification);
-        listener.OnNotification(notification);
+        tell(&LiveListener::OnNotification, notification);
     }
     // Nothing is heard while no device plays: then what was decided is told at once.
     const bool isHeard = keeper_->GetState().isPlaying;
     const std::int64_t heard = renderer_->FindHeardFrame();
-    for (; !events_.empty() && (!isHeard || events_.front().frame <= heard); events_.pop_front())
-        listener.OnLiveEvent(events_.front());
+    for (; !events_.empty() && (!isHeard || events_.front().frame <= heard); events_.pop_front()) {
+        NoteStanding_(events_.front());
+        tell(&LiveListener::OnLiveEvent, events_.front());
+    }
     for (const std::string& message : messages)
-        listener.OnMessage(message);
+        tell(&LiveListener::OnMessage, message);
+    tell(&LiveListener::OnDelivered);
     return !isEnding_;
+}
+
+// Once for each song.
+void LiveShow::ReportMissingPrograms_(const tavo_midi::SongData& song) {
+    if (!checkedSongs_.insert(song.GetSongNumber()).second) return;
+    for (std::string& missing : DescribeMissingPrograms(song, session_->GetInstrumentFonts(), session_->GetGroupPlan()))
+        NoteMessage(MakeReport(std::move(missing)));
 }
 
 // A sentence a second at most: on a machine that is too busy there would be hundreds.
@@ -212,7 +301,7 @@ void LiveShow::ReportLateFrames_() {
         place = fmt::format(", first at {} of song {}",
                             TL::BarPositions(firstLate_.song->GetTimeline()).DescribeTick(firstLate_.tick),
                             firstLate_.song->GetSongNumber());
-    NoteMessage_(fmt::format("{} frames came too late for the device{}.", std::exchange(lateFrames_, 0), place));
+    NoteMessage(fmt::format("{} frames came too late for the device{}.", std::exchange(lateFrames_, 0), place));
 }
 
 void LiveShow::FollowNotification_(const notify::GuiNotification& notification) {
@@ -232,24 +321,44 @@ void LiveShow::FollowNotification_(const notify::GuiNotification& notification) 
 }
 
 LiveStatus LiveShow::GetStatus() {
+    LiveStatus status = PeekStatus();
+    longestBlockMs_ = 0;
+    return status;
+}
+
+LiveStatus LiveShow::PeekStatus() {
     LiveStatus status = shown_;
     StagePlayer& player = session_->GetStagePlayer();
     status.song = session_->GetCurrentSongNumber();
-    status.masterVolume = player.GetVolume(tavo_audio::Master);
-    status.musicVolume = player.GetVolume(tavo_audio::Synth);
+    for (const VolumeRow& row : GetVolumeRows())
+        status.volumes.push_back({row.name, player.GetVolume(row.type)});
+    FillLevels_(status);
     status.output = keeper_->GetState();
     status.isRealTime = renderer_->IsRealTime();
     status.leadFrames = renderer_->GetLeadFrames();
-    status.latePeriods = feed_.CountLatePeriods();
-    status.longestBlockMs = static_cast<double>(renderer_->TakeLongestBlock()) / 1e6;
+    status.latePeriods = feed_->CountLatePeriods();
+    status.slowBlocks = renderer_->CountSlowBlocks();
+    status.heldUpBlocks = renderer_->CountHeldUpBlocks();
+    longestBlockMs_ = std::max(longestBlockMs_, static_cast<double>(renderer_->TakeLongestBlock()) / 1e6);
+    status.longestBlockMs = longestBlockMs_;
     status.midiInput = session_->GetMidiMessageDispatcher().GetPortName();
     status.takeProblem = takeProblem_;
     status.tempoScale = player.GetUserControls().GetTempoScale();
-    if (status.song.empty()) return status;
+    for (LiveListener* const listener : listeners_)
+        listener->AddToStatus(status);
+    if (status.song.empty()) {
+        FillSetUp_(status);
+        return status;
+    }
     status.elapsedSeconds = player.GetElapsedTime();
     Track_(status.song);
     FillPlace_(status);
     FillFlow_(status);
+    FillSetUp_(status);
+    if (const unsigned int beats = player.GetEngine().GetBeatsToCountIn(); beats > 0) {
+        status.status = "CountIn";
+        status.statusCount = static_cast<int>(beats);
+    }
     return status;
 }
 

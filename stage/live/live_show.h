@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "stage/live/output_feed.h"
 #include "stage/live/output_keeper.h"
 #include "stage/live/take_recorder.h"
+#include "stage/live/wake_up.h"
 #include "stage/session/show_session.h"
 #include "tavo_core/bar_positions.h"
 #include "tavo_core/change_log.h"
@@ -35,6 +37,10 @@ public:
     virtual void OnNotification(const notify::GuiNotification& notification) = 0;
     /// A device was lost or is back, or something else is worth a sentence.
     virtual void OnMessage(const std::string& sentence) = 0;
+    /// That was all for now; comes at every call of Deliver.
+    virtual void OnDelivered() {}
+    /// What the door wants shown of itself.
+    virtual void AddToStatus(LiveStatus& /*status*/) {}
 
 protected:
     ~LiveListener() = default;
@@ -54,6 +60,8 @@ public:
         bool isLocked = false;
         std::string soundFont;
         std::string settingsDirectory;  ///< of the MIDI layer; empty takes the show's
+        /// Hears of cues before they are heard; see LiveRenderer.
+        LiveRenderer::CueListener onCue;
     };
 
     /// Opens the show and begins to play silence. Throws what ShowSession and OpenOutput throw, one sentence.
@@ -65,24 +73,36 @@ public:
 
     [[nodiscard]] ShowSession& GetSession() { return *session_; }
     [[nodiscard]] LiveRenderer& GetRenderer() { return *renderer_; }
-    [[nodiscard]] const OutputFeed& GetFeed() const { return feed_; }
+    [[nodiscard]] const OutputFeed& GetFeed() const { return *feed_; }
     [[nodiscard]] OutputKeeper::State GetOutputState() const { return keeper_->GetState(); }
+    [[nodiscard]] bool IsLocked() const { return options_.isLocked; }
     [[nodiscard]] const std::string& GetTakePath() const { return takePath_; }
 
     /// Leaves the command for the next block. What edits is carried out at once on the calling thread, which must be
-    /// the host's, and may wait for the disk. The record is delivered.
+    /// the host's, and may wait for the disk. The record is delivered; that of an edit that was made only where the
+    /// command has a tag, for what it changed has a record of its own.
     void Press(Command command);
+    /// Tells the operator a sentence: it is delivered and stands in the take. Any thread.
+    void NoteMessage(const std::string& sentence);
 
     /// Reads a line of a script's language without its moment: "exit", "tempo 90%". Throws std::invalid_argument with
     /// one sentence without a full stop. The host's thread.
     [[nodiscard]] Command Read(const std::string& line, const CommandSource& source);
 
-    /// Reports what is heard by now. The host's thread; to be called every few milliseconds. False once the show is to
-    /// end.
+    /// Reports what is heard by now. The host's thread; to be called every few milliseconds, and as soon as the wake-up
+    /// rings. False once the show is to end.
     bool Deliver(LiveListener& listener);
+    /// Hears the same, before the one that Deliver is given; outlives the object or is removed. The host's thread.
+    void AddListener(LiveListener& listener) { listeners_.push_back(&listener); }
+    void RemoveListener(LiveListener& listener) { std::erase(listeners_, &listener); }
+    /// Rings when there is something to be delivered that cannot wait for the next few milliseconds. Others ring it to
+    /// have Deliver called soon.
+    [[nodiscard]] WakeUp& GetWakeUp() { return wakeUp_; }
 
     /// What a screen shows of the moment. The host's thread.
     [[nodiscard]] LiveStatus GetStatus();
+    /// The same for another onlooker: the longest block stays the longest for GetStatus.
+    [[nodiscard]] LiveStatus PeekStatus();
 
     /// Puts the show where a take was when it broke off: song, place, loops, holds, countdown, tempo, transposition and
     /// volumes. It does not move; "play" or "go" goes on. Throws std::runtime_error with one sentence where the take
@@ -94,13 +114,18 @@ private:
     void RecoverEdits_();
     void Close_();
     void PressEdit_(const Command& command);
+    void NoteMade_(const Command& command);
     void Fail_(const Command& command, const std::string& sentence);
     void NoteRecord_(const CommandRecord& record);
-    void NoteMessage_(const std::string& sentence);
     void ReportLateFrames_();
+    void ReportMissingPrograms_(const tavo_midi::SongData& song);
     void FollowNotification_(const notify::GuiNotification& notification);
     void Track_(const std::string& song);
+    void FillLevels_(LiveStatus& status);
+    void FillSetUp_(LiveStatus& status);
     void FillPlace_(LiveStatus& status);
+    void NoteStanding_(const LiveEvent& event);
+    [[nodiscard]] std::uint32_t FindStandingTick_() const;
     void FillFlow_(LiveStatus& status);
     [[nodiscard]] unsigned int CountBeats_(std::uint32_t tick, std::uint32_t end) const;
 
@@ -108,7 +133,7 @@ private:
     const Options options_;
     std::string takePath_;
 
-    OutputFeed feed_;
+    std::unique_ptr<OutputFeed> feed_;
     std::unique_ptr<ShowSession> session_;
     std::unique_ptr<TakeRecorder> take_;
     std::unique_ptr<LiveRenderer> renderer_;
@@ -120,16 +145,26 @@ private:
     std::deque<notify::GuiNotification> notifications_;
     std::deque<std::string> messages_;
 
+    WakeUp wakeUp_;
     std::atomic<bool> isEnding_{false};
     bool isRealTime_ = false;  // the host's thread
 
     // Used by the host's thread.
+    std::vector<LiveListener*> listeners_;
     std::deque<LiveEvent> events_;  // not heard yet
     std::uint32_t lateFrames_ = 0;  // since the last report
     LiveEvent firstLate_;           // of them
     std::chrono::steady_clock::time_point nextLateReport_;
     std::string takeProblem_;
-    LiveStatus shown_;  // what changes with notifications
+    std::set<std::string> checkedSongs_;  // what they miss in it was reported
+    double longestBlockMs_ = 0;           // since GetStatus
+    LiveStatus shown_;                    // what changes with notifications
+    /// Where a playhead that is not moving was put, and what the display feed said then.
+    struct Standing {
+        std::uint32_t tick = 0;
+        std::uint32_t shownTick = 0;
+    };
+    std::optional<Standing> standing_;
     // Of the song and the edits that are shown. The display feed's tracker posts neutral values after holds, caesuras
     // and seeks; this one tells what is in force.
     std::unique_ptr<HowToPlay> tracker_;

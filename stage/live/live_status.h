@@ -4,8 +4,10 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "stage/engine/level_meter.h"
 #include "stage/live/output_keeper.h"
 
 namespace stage {
@@ -20,6 +22,8 @@ struct LiveStatus {
         int pass = 1;
         int limit = 0;        ///< 0 without one
         bool isLeft = false;  ///< it was released: its end is played over
+        std::uint32_t startTick = 0;
+        std::uint32_t endTick = 0;  ///< the first after it
     };
 
     std::string showTitle;
@@ -38,6 +42,7 @@ struct LiveStatus {
     std::string nextMarker;
 
     double beatsPerMinute = 0;  ///< as it is heard
+    double ticksPerSecond = 0;  ///< while playback moves
     double tempoScale = 1;      ///< the operator's
     std::string scale;          ///< "90%": that of the edits as well
     int transposition = 0;      ///< in force, in semitones
@@ -50,16 +55,62 @@ struct LiveStatus {
     std::optional<unsigned int> leavesInBeats;
     double elapsedSeconds = 0;
 
-    double masterVolume = 1;
-    double musicVolume = 1;
+    struct Volume {
+        std::string_view name;  ///< the word of the verb: "music"
+        double factor = 1;
+    };
+    /// In the order of the verb's words, the master's first.
+    std::vector<Volume> volumes;
+
+    struct Group {
+        std::string name;
+        double volume = 1;
+        bool isMuted = false;
+        bool isSolo = false;
+        SoundLevel level;  ///< behind its volume and trim, before the volumes of everything
+    };
+    /// The output groups, in the settings' order.
+    std::vector<Group> groups;
+    SoundLevel mainLevel;             ///< of the main output, before the limiter
+    std::uint64_t limitedFrames = 0;  ///< that the limiter has turned down since the beginning
 
     OutputKeeper::State output;
     bool isRealTime = false;
     std::uint32_t leadFrames = 0;
     std::uint64_t latePeriods = 0;
     double longestBlockMs = 0;  ///< since the status before
-    std::string midiInput;      ///< the port's name; empty without one
+    std::uint64_t slowBlocks = 0;
+    std::uint64_t heldUpBlocks = 0;
+    std::string midiInput;  ///< the port's name; empty without one
     std::string takeProblem;
+
+    /// What other machines follow.
+    struct TimeCode {
+        bool isActive = false;
+        std::string frameRate;  ///< "29.97 drop"
+        std::string output;     ///< the port's name, there or not; empty while none is chosen
+        bool runsOn = false;    ///< over jumps of the music, which it follows otherwise
+        bool isRolling = false;
+    };
+    TimeCode timeCode;
+    int pressGuardMs = 0;
+
+    /// Where presses are taken from as OSC.
+    struct Osc {
+        std::string address;  ///< "127.0.0.1:7770"; empty where it does not listen
+        std::string problem;  ///< why it does not although it should, one sentence
+        std::size_t subscribers = 0;
+        std::uint64_t refused = 0;  ///< messages
+    };
+    /// To where cues go.
+    struct OscTarget {
+        std::string name;
+        std::string problem;     ///< why nothing gets there, one sentence; empty where nothing is known to be wrong
+        std::uint64_t sent = 0;  ///< cues
+        std::uint64_t lost = 0;
+    };
+    Osc osc;
+    std::vector<OscTarget> oscTargets;
 
     std::deque<std::string> messages;  ///< the last ones that the listener heard, the newest last; it fills them in
 };

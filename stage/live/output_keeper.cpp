@@ -19,6 +19,8 @@ constexpr auto WatchInterval = 20ms;
 constexpr auto RetryInterval = 200ms;
 /// A device that has not taken anything for so long is taken to be stopped, even on a busy machine.
 constexpr auto LongestStandstill = 1500ms;
+/// One that has just been opened may take longer to begin.
+constexpr auto LongestStart = 6s;
 
 OutputChoice::Kind KindOf(const AudioOutput& output) {
     const std::string name = output.GetName();
@@ -94,14 +96,16 @@ void OutputKeeper::Watch_() {
 
 std::string OutputKeeper::FindProblem_() {
     if (std::string problem = output_->GetProblem(); !problem.empty()) return problem;
+    if (feed_.HasRunAway())
+        return fmt::format("{} takes sound faster than it can be heard; it will be tried again.", output_->GetName());
     const auto now = std::chrono::steady_clock::now();
     const std::uint64_t periods = feed_.GetClock().CountPeriods();
-    if (periods != lastPeriods_) {
+    if (feed_.HasSettled() && periods != lastPeriods_) {
         lastPeriods_ = periods;
         lastMove_ = now;
         return "";
     }
-    if (now - lastMove_ < LongestStandstill) return "";
+    if (now - lastMove_ < (feed_.HasSettled() ? LongestStandstill : LongestStart)) return "";
     return fmt::format("{} has stopped taking sound; it will be tried again.", output_->GetName());
 }
 
@@ -144,12 +148,28 @@ void OutputKeeper::TryToReturn_() {
     }
     output_ = std::move(returned);
     lastMove_ = std::chrono::steady_clock::now();
+    if (!WaitUntilItPlays_()) {
+        output_.reset();
+        feed_.Rest(true);
+        return;
+    }
     {
         const std::lock_guard lock(mutex_);
         state_.problem.clear();
     }
     Publish_();
     onChange_(fmt::format("{} is back, sound goes on.", output_->GetName()));
+}
+
+// A device can be there again and its server not yet.
+bool OutputKeeper::WaitUntilItPlays_() {
+    while (!feed_.HasSettled()) {
+        if (!FindProblem_().empty()) return false;
+        Wait_(WatchInterval);
+        const std::lock_guard lock(mutex_);
+        if (isEnding_) return true;
+    }
+    return true;
 }
 
 void OutputKeeper::Publish_() {

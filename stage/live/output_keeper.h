@@ -47,6 +47,7 @@ private:
     void Watch_();
     void Lose_(const std::string& problem);
     void StandIn_();
+    [[nodiscard]] bool WaitUntilItPlays_();
     void TryToReturn_();
     [[nodiscard]] std::string FindProblem_();
     void Publish_();

@@ -1,9 +1,9 @@
 #include "stage/live/real_time.h"
 
 #include <fmt/format.h>
-#include <pthread.h>
-#include <sched.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/time.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,6 +13,8 @@
 #include <xmmintrin.h>
 #endif
 
+#include "kit/real_time.h"
+
 namespace stage {
 
 bool BecomeRealTime(RealTimePriority priority) {
@@ -20,14 +22,20 @@ bool BecomeRealTime(RealTimePriority priority) {
     _MM_SET_FLUSH_ZERO_MODE(_MM_FLUSH_ZERO_ON);
     _MM_SET_DENORMALS_ZERO_MODE(_MM_DENORMALS_ZERO_ON);
 #endif
-    sched_param parameters{};
-    parameters.sched_priority = static_cast<int>(priority);
-    return pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters) == 0;
+    return kit::MakeThisThreadRealTime(static_cast<int>(priority));
 }
 
 void BecomeOrdinary() {
-    sched_param parameters{};
-    pthread_setschedparam(pthread_self(), SCHED_OTHER, &parameters);
+    kit::MakeThisThreadOrdinary();
+}
+
+ThreadUse GetThreadUse() {
+    rusage use{};
+    getrusage(RUSAGE_THREAD, &use);
+    const auto toDuration = [](const timeval& time) {
+        return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+    };
+    return {toDuration(use.ru_utime) + toDuration(use.ru_stime), use.ru_nvcsw};
 }
 
 std::string LockMemory() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace stage {
@@ -20,6 +21,14 @@ bool BecomeRealTime(RealTimePriority priority);
 
 /// Takes that back for the calling thread.
 void BecomeOrdinary();
+
+/// What a thread has used so far.
+struct ThreadUse {
+    std::chrono::nanoseconds processor{0};
+    long waits = 0;  ///< times that it gave the processor up by itself: for a lock, a device, a moment
+};
+/// Of the calling thread. A call of the system, under a microsecond.
+[[nodiscard]] ThreadUse GetThreadUse();
 
 /// Keeps the program's memory from being paged out, now and later. Returns why it cannot be, one sentence; empty where
 /// it is done.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <rtaudio/RtAudio.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -11,7 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include "kit/words.h"
 #include "stage/live/audio_output.h"
+#include "stage/live/real_time.h"
 
 namespace stage {
 
@@ -43,8 +46,9 @@ public:
             audio_.reset();
         }
         if (!problem_.empty()) throw std::runtime_error(fmt::format("no sound device can be opened: {}", problem_));
-        throw std::runtime_error(choice.device.empty() ? "there is no sound device that RtAudio finds"
-                                                       : fmt::format("there is no sound device \"{}\"", choice.device));
+        throw std::runtime_error(choice.device.empty()
+                                     ? "there is no sound device that RtAudio finds"
+                                     : fmt::format("there is no sound device {}", kit::Quote(choice.device)));
     }
     ~RtAudioOutput() override {
         try {
@@ -74,15 +78,17 @@ private:
         parameters.deviceId = *device;
         parameters.nChannels = 2;
         RtAudio::StreamOptions options;
-        options.flags = RTAUDIO_NONINTERLEAVED | RTAUDIO_SCHEDULE_REALTIME;
-        options.priority = 68;
+        options.flags = RTAUDIO_NONINTERLEAVED;
+        // A sound server behind ALSA's default device passes on what its card asks for, up to all of them at once.
+        options.numberOfBuffers = 4;
         options.streamName = choice.clientName;
         unsigned int period = choice.periodFrames;
         audio_->openStream(&parameters, nullptr, RTAUDIO_FLOAT32, choice.framesPerSecond, &period,
                            &RtAudioOutput::OnProcess_, this, &options, nullptr);
         const long latency = audio_->getStreamLatency();
         format_ = {audio_->getStreamSampleRate(), period,
-                   latency > 0 ? static_cast<std::uint32_t>(latency) : period * options.numberOfBuffers};
+                   latency > 0 ? static_cast<std::uint32_t>(latency) : period * options.numberOfBuffers,
+                   std::max(options.numberOfBuffers, 1U)};
         problem_.clear();
         name_ = fmt::format("RtAudio ({})", RtAudio::getApiDisplayName(system));
         source_.NoteFormat(format_);
@@ -93,6 +99,8 @@ private:
     static int OnProcess_(void* out, void* /*in*/, unsigned int frames, double /*time*/, RtAudioStreamStatus status,
                           void* self) {
         auto& output = *static_cast<RtAudioOutput*>(self);
+        // Done here, once: RtAudio would tell the terminal, which may be showing the performance.
+        if (!std::exchange(output.isRealTime_, true)) BecomeRealTime(RealTimePriority::Device);
         if ((status & RTAUDIO_OUTPUT_UNDERFLOW) != 0) ++output.overruns_;
         auto* const left = static_cast<float*>(out);
         // Read without a system call on every machine whose clock the system shows to programs.
@@ -100,6 +108,7 @@ private:
         return 0;
     }
 
+    bool isRealTime_ = false;  // used by the device's thread
     // Constant once the stream runs.
     FrameSource& source_;
     std::unique_ptr<RtAudio> audio_;

@@ -18,6 +18,8 @@ constexpr std::chrono::seconds NoticeTime{8};
 constexpr std::chrono::milliseconds SettlingTime{500};
 constexpr std::size_t LongestEntry = 16;
 constexpr int VolumeStep = 5;
+constexpr std::size_t MasterVolume = 0;
+constexpr std::size_t MusicVolume = 1;
 constexpr std::size_t KeptOnScreen = 60;
 
 using Kind = ScreenKey::Kind;
@@ -112,9 +114,13 @@ ScreenAction ScreenControl::PressCharacter_(char32_t character, const LiveStatus
         case U'-':
             return ChangeTempo_(-1, status, now);
         case U'[':
-            return ChangeVolume_(-VolumeStep, status, now);
+            return ChangeVolume_(MasterVolume, -VolumeStep, status, now);
         case U']':
-            return ChangeVolume_(VolumeStep, status, now);
+            return ChangeVolume_(MasterVolume, VolumeStep, status, now);
+        case U'{':
+            return ChangeVolume_(MusicVolume, -VolumeStep, status, now);
+        case U'}':
+            return ChangeVolume_(MusicVolume, VolumeStep, status, now);
         case U'u':
             return PressLine("undo");
         case U'r':
@@ -230,10 +236,12 @@ ScreenAction ScreenControl::ChangeTempo_(int percent, const LiveStatus& status, 
     return PressLine(fmt::format("tempo {}%", wanted));
 }
 
-ScreenAction ScreenControl::ChangeVolume_(int percent, const LiveStatus& status, Moment now) {
-    const int wanted = std::clamp(FindBase_(wantedVolume_, status.masterVolume, now) + percent, 0, 100);
-    wantedVolume_ = {wanted, now};
-    return PressLine(fmt::format("volume {}%", wanted));
+ScreenAction ScreenControl::ChangeVolume_(std::size_t which, int percent, const LiveStatus& status, Moment now) {
+    const double shown = which < status.volumes.size() ? status.volumes[which].factor : 1;
+    std::optional<Wanted>& last = wantedVolumes_.at(which);
+    const int wanted = std::clamp(FindBase_(last, shown, now) + percent, 0, 100);
+    last = {wanted, now};
+    return PressLine(fmt::format("volume {}%{}", wanted, which == MusicVolume ? " music" : ""));
 }
 
 ScreenAction ScreenControl::Quit_(const LiveStatus& status) {

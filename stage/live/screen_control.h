@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -58,7 +59,7 @@ private:
     [[nodiscard]] ScreenAction Stop_(const LiveStatus& status, Moment now);
     [[nodiscard]] ScreenAction Choose_(int step, const LiveStatus& status);
     [[nodiscard]] ScreenAction ChangeTempo_(int percent, const LiveStatus& status, Moment now);
-    [[nodiscard]] ScreenAction ChangeVolume_(int percent, const LiveStatus& status, Moment now);
+    [[nodiscard]] ScreenAction ChangeVolume_(std::size_t which, int percent, const LiveStatus& status, Moment now);
     [[nodiscard]] ScreenAction Quit_(const LiveStatus& status);
     void Notice_(const std::string& sentence, bool isRefusal, Moment now);
 
@@ -72,7 +73,7 @@ private:
     ScreenState state_;
     std::optional<Moment> lastEscape_;
     std::optional<Wanted> wantedTempo_;
-    std::optional<Wanted> wantedVolume_;
+    std::array<std::optional<Wanted>, 2> wantedVolumes_;  ///< master, music
     Moment noticeEnd_;
 };
 

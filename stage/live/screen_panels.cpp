@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,7 +26,7 @@ constexpr std::pair<const char*, const char*> KeyRows[] = {
     {"Up Down", "previous, next song; stopped: choose from a list"},
     {"0-9 G", "go to a bar: type 12 or 12:3, then Enter"},
     {"+ -", "tempo up, down by 1 %"},
-    {"[ ]", "master volume down, up by 5 %"},
+    {"[ ]  { }", "master volume down, up by 5 %; the music's"},
     {"U R S", "undo, redo the last edit; save the edits"},
     {"Q", "quit; asks while playing or locked"},
 };
@@ -35,14 +36,42 @@ std::string DescribeLatency(const OutputFormat& format) {
     return fmt::format("{:.1f} ms", 1000.0 * format.latencyFrames / format.framesPerSecond);
 }
 
-std::string Plural(std::uint64_t count, const char* one, const char* several) {
-    return fmt::format("{} {}", count, count == 1 ? one : several);
+/// Master and music always, the others where they are turned down.
+std::string DescribeVolumes(const LiveStatus& status) {
+    std::string text;
+    for (std::size_t i = 0; i < status.volumes.size(); ++i) {
+        const auto& [name, factor] = status.volumes[i];
+        if (i < 2 || factor < 1) text += fmt::format("{}{} {:.0f}%", text.empty() ? "" : "   ", name, factor * 100);
+    }
+    return text;
 }
 
 struct Line {
     std::string text;
     ScreenStyle style;
 };
+
+std::string DescribeLevel(const SoundLevel& level) {
+    return level.peak < 1e-4F ? "silent" : fmt::format("{:.0f} dB", 20 * std::log10(level.peak));
+}
+
+/// The peaks of the main output and of the groups, with what is switched.
+std::vector<Line> DescribeLevels(const LiveStatus& status) {
+    std::vector<Line> line{{"Level   ", Faint}, {"main " + DescribeLevel(status.mainLevel), Plain}};
+    if (status.mainLevel.peak > 1) line.push_back({" limited", Warning});
+    for (const LiveStatus::Group& group : status.groups) {
+        std::string text = fmt::format("   {} {:.0f}% ", group.name, group.volume * 100);
+        if (!group.isMuted) text += DescribeLevel(group.level);
+        line.push_back({text, Plain});
+        if (group.isMuted) line.push_back({"muted", Warning});
+        if (group.isSolo) line.push_back({" solo", Warning});
+    }
+    return line;
+}
+
+std::string Plural(std::uint64_t count, const char* one, const char* several) {
+    return fmt::format("{} {}", count, count == 1 ? one : several);
+}
 
 void PutMessages(ScreenPicture& picture, const LiveStatus& status, int row, int rows, int column) {
     std::vector<std::string> lines;
@@ -113,11 +142,11 @@ int PutSound(ScreenPicture& picture, const LiveStatus& status, int row, int rows
          {"   " + Plural(output.deviceOverruns, "overrun", "overruns"), Plain},
          {fmt::format("   lost {}", Plural(output.timesLost, "time", "times")), Plain},
          {status.isRealTime ? "   real-time" : "   not real-time", Plain}});
-    lines.push_back(
-        {{"Volume  ", Faint},
-         {fmt::format("master {:.0f}%   music {:.0f}%", status.masterVolume * 100, status.musicVolume * 100), Plain},
-         {"     MIDI in  ", Faint},
-         {status.midiInput.empty() ? "none" : status.midiInput, Plain}});
+    lines.push_back({{"Volume  ", Faint},
+                     {DescribeVolumes(status), Plain},
+                     {"     MIDI in  ", Faint},
+                     {status.midiInput.empty() ? "none" : status.midiInput, Plain}});
+    if (!status.groups.empty()) lines.push_back(DescribeLevels(status));
     if (!status.takeProblem.empty()) lines.push_back({{"Take    ", Faint}, {status.takeProblem, Alarm}});
     const int taken = std::min(rows, static_cast<int>(lines.size()));
     for (int i = 0; i < taken; ++i) {

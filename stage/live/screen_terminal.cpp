@@ -244,12 +244,13 @@ void ScreenTerminal::Draw(const ScreenPicture& picture) {
     wrefresh(stdscr);
 }
 
-void ScreenTerminal::Wait(std::chrono::milliseconds time) {
+void ScreenTerminal::Wait(std::chrono::milliseconds time, int wakeUp) {
     if (!pending_.empty()) return;
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    const int ready = poll(&input, hasInput_ ? 1 : 0, static_cast<int>(time.count()));
+    std::array<pollfd, 2> awaited{{{wakeUp, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+    const int ready = poll(awaited.data(), hasInput_ ? 2 : 1, static_cast<int>(time.count()));
+    const auto& input = awaited[1];
     // The terminal is gone: the show goes on without, by its other doors.
-    if (ready > 0 && (input.revents & POLLIN) == 0) hasInput_ = false;
+    if (ready > 0 && input.revents != 0 && (input.revents & POLLIN) == 0) hasInput_ = false;
 }
 
 std::optional<ScreenKey> ScreenTerminal::ReadKey() {

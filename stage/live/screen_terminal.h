@@ -29,8 +29,8 @@ public:
     [[nodiscard]] ScreenSize GetSize() const;
     /// Draws what is different from the picture before.
     void Draw(const ScreenPicture& picture);
-    /// Waits for a key, or until the time is over.
-    void Wait(std::chrono::milliseconds time);
+    /// Waits for a key, until the time is over, or until the descriptor `wakeUp` has something to read.
+    void Wait(std::chrono::milliseconds time, int wakeUp);
     /// The next key, if one was pressed. Does not block longer than it takes to tell Esc from a key that begins with
     /// it.
     [[nodiscard]] std::optional<ScreenKey> ReadKey();

@@ -21,7 +21,9 @@ constexpr double FadeSeconds = 0.01;
 /// A second on the left, a second on the right, then silence.
 class Tone final : public FrameSource {
 public:
-    void TakeFrames(float* left, float* right, std::uint32_t frames, std::chrono::nanoseconds) noexcept override {
+    void TakeFrames(std::span<const StereoBuffer> pairs, std::uint32_t frames,
+                    std::chrono::nanoseconds) noexcept override {
+        const auto [left, right] = pairs.front();
         const double rate = framesPerSecond_;
         for (std::uint32_t i = 0; i < frames; ++i, ++played_) {
             const double seconds = static_cast<double>(played_) / rate;

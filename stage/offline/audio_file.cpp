@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sndfile.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <stdexcept>
 #include <utility>
@@ -35,10 +36,14 @@ AudioFile::AudioFile(const std::string& path, std::uint32_t framesPerSecond) : p
     info.samplerate = static_cast<int>(framesPerSecond);
     info.channels = 2;
     info.format = (isFlac ? SF_FORMAT_FLAC : SF_FORMAT_RF64) | SF_FORMAT_PCM_24;
-    SNDFILE* sound = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (sound == nullptr)
-        throw std::runtime_error(
-            fmt::format("the sound file \"{}\" cannot be created: {}", path, sf_strerror(nullptr)));
+    SNDFILE* sound = sf_open(UnfinishedPath_().c_str(), SFM_WRITE, &info);
+    if (sound == nullptr) {
+        // The library's text of a system's error begins with its own word for it.
+        const std::string reason = sf_error(nullptr) == SF_ERR_SYSTEM && errno != 0
+                                       ? std::system_category().message(errno)
+                                       : std::string(sf_strerror(nullptr));
+        throw std::runtime_error(fmt::format("the sound file \"{}\" cannot be created: {}", path, reason));
+    }
     file_ = std::make_unique<File>(sound);
     sf_command(sound, SFC_SET_CLIPPING, nullptr, SF_TRUE);
     // What stays below 4 GB becomes an ordinary WAV file when it is finished.
@@ -49,13 +54,13 @@ AudioFile::~AudioFile() {
     if (file_ == nullptr) return;
     file_.reset();
     std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
+    std::filesystem::remove(UnfinishedPath_(), ignored);
 }
 
 void AudioFile::Fail_(const std::string& problem) {
     file_.reset();
     std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
+    std::filesystem::remove(UnfinishedPath_(), ignored);
     throw std::runtime_error(fmt::format("the sound file \"{}\" cannot be written: {}", path_, problem));
 }
 
@@ -73,6 +78,9 @@ void AudioFile::Finish() {
     const int error = file_->Close();
     if (error != SF_ERR_NO_ERROR) Fail_(sf_error_number(error));
     file_.reset();
+    std::error_code failed;
+    std::filesystem::rename(UnfinishedPath_(), path_, failed);
+    if (failed) Fail_(failed.message());
 }
 
 }  // namespace stage

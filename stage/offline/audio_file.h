@@ -8,11 +8,12 @@
 namespace stage {
 
 /// Writes stereo sound to a file as it comes: 24-bit WAV (RIFF, or RF64 beyond 4 GB) or FLAC, by the name's extension.
-/// Every operation throws std::runtime_error with one sentence that names the file; a file that was not finished is
-/// removed. Not thread-safe; blocks on the disk.
+/// Until it is finished its name ends in ".unfinished", so that nobody takes what a kill left for the whole. Every
+/// operation throws std::runtime_error with one sentence that names the file; a file that was not finished is removed.
+/// Not thread-safe; blocks on the disk.
 class AudioFile {
 public:
-    /// Creates or replaces the file.
+    /// Creates the file; one of that name is replaced when it is finished.
     AudioFile(const std::string& path, std::uint32_t framesPerSecond);
     ~AudioFile();
     AudioFile(const AudioFile&) = delete;
@@ -29,6 +30,7 @@ public:
 private:
     struct File;
 
+    [[nodiscard]] std::string UnfinishedPath_() const { return path_ + ".unfinished"; }
     [[noreturn]] void Fail_(const std::string& problem);
 
     const std::string path_;

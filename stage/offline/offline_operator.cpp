@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "stage/offline/offline_show.h"
+#include "tavo_core/active_change_log.h"
 #include "tavo_core/event_codes.h"
 #include "tavo_core/song_log.h"
 
@@ -16,8 +17,6 @@ namespace stage {
 namespace {
 
 constexpr double AutomaticWaitSeconds = 2.0;
-// A vamp that nobody will leave is not played more often than this.
-constexpr int LastUnattendedPass = 16;
 // Loops within loops: more jumps than this without a press will not come to an end.
 constexpr int MaxJumpsWithoutPress = 10000;
 
@@ -32,11 +31,12 @@ std::int64_t OfflineShow::LineFrame_(const ScriptLine& line) const {
     return lastPressFrame_ + static_cast<std::int64_t>(std::llround(line.seconds * framesPerSecond_));
 }
 
-// The engine is to stop for the place that the next line waits for.
+// The engine is to stop for the place that the next line waits for, and where the render ends.
 void OfflineShow::PrepareNextLine_() {
     const ScriptLine* line = NextLine_();
     const bool isHere = line != nullptr && line->tick && line->song == song_;
-    engine_.SetWantedTick(isHere ? line->tick : std::nullopt);
+    engine_.SetWantedTicks(isHere ? line->tick : std::nullopt,
+                           song_ == options_.lastSong ? options_.toTick : std::nullopt);
 }
 
 void OfflineShow::DoWhatIsDue_() {
@@ -59,6 +59,9 @@ void OfflineShow::OnEngineEvent(const EngineEvent& event) {
             return OnHold_(event.tick);
         case EngineEvent::Kind::Released:
             return OnRelease_(event.tick);
+        case EngineEvent::Kind::CountIn:
+            if (trace_) TraceLine_(event.tick, "count-in", fmt::format("{}", event.beats));
+            return;
         case EngineEvent::Kind::Cue:
             return OnCue_(*event.cue);
         case EngineEvent::Kind::FadeDone:
@@ -71,6 +74,7 @@ void OfflineShow::OnEngineEvent(const EngineEvent& event) {
 
 void OfflineShow::OnArrival_(std::uint32_t tick) {
     NoticeSong_();
+    ForgetPassesOutside_(tick);
     // A song is listed once it plays: one that stands ready at the end was not.
     if (!std::exchange(isListed_, true)) result_.songs.push_back(song_);
     if (trace_) {
@@ -78,6 +82,7 @@ void OfflineShow::OnArrival_(std::uint32_t tick) {
         TraceLoops_(tick);
     }
     DoLinesAt_(tick);
+    if (options_.toTick == tick && song_ == options_.lastSong && !flow_.GetWaitingJump()) return Quit_();
     if (options_.script || engine_.IsRolling() || player_.GetPlayerState() != PlayerState::Paused) return;
     const auto wait = static_cast<std::int64_t>(AutomaticWaitSeconds * framesPerSecond_);
     automaticPress_ = AutomaticPress{engine_.GetFrame() + wait, true};
@@ -93,11 +98,16 @@ void OfflineShow::OnHold_(std::uint32_t tick) {
 
 void OfflineShow::DoLinesAt_(std::uint32_t tick) {
     bool isFirst = true;
+    // Where a cut begins at the caesura, playback stands here although it will go on after the cut.
+    const bool isStopped =
+        player_.GetPlayerState() == PlayerState::Paused && !engine_.IsRolling() && flow_.GetCaesuraTickIndex() == tick;
+    const std::optional<std::uint32_t> jump = flow_.GetWaitingJump();
     for (const ScriptLine* line = NextLine_(); line != nullptr && !isQuitting_; line = NextLine_()) {
         if (line->tick) {
             // After a seek or another song playback is not here any more.
-            const bool isHere =
-                line->tick == tick && line->song == song_ && flow_.GetWaitingJump().value_or(tick) == tick;
+            const std::optional<std::uint32_t> waiting = flow_.GetWaitingJump();
+            const bool stays = waiting.value_or(tick) == tick || (isStopped && waiting == jump);
+            const bool isHere = line->tick == tick && line->song == song_ && stays;
             if (!isHere || (!isFirst && line->pass > 1)) break;
             if (++arrivals_ < line->pass) break;
         } else if (line->seconds > 0 || line->frame) {
@@ -114,6 +124,7 @@ void OfflineShow::Do_(const ScriptLine& line) {
     arrivals_ = 0;
     jumpsSincePress_ = 0;
     lastPressFrame_ = engine_.GetFrame();
+    unattendedSince_ = engine_.GetFrame();
     DoCommand_(line);
     if (trace_ && line.command.verb == Verb::Exit && !flow_.GetWaitingJump()) TraceLoops_(engine_.GetPosition());
     player_.EnsureGuiIsCurrent();
@@ -173,7 +184,7 @@ void OfflineShow::OnJump_(std::uint32_t fromTick, std::uint32_t toTick, EngineEv
         TraceLine_(fromTick, reason == EngineEvent::Reason::Cut ? "cut" : "jump", details);
     }
     if (reason != EngineEvent::Reason::Loop) return;
-    CountPass_();
+    CountPass_(fromTick, toTick);
     if (!options_.script) LeaveVampAutomatically_();
 }
 
@@ -192,22 +203,53 @@ void OfflineShow::LeaveVampAutomatically_() {
 }
 
 // Ends what would go round forever: once nobody is there to leave a vamp, it is not left.
-void OfflineShow::CountPass_() {
+void OfflineShow::CountPass_(std::uint32_t fromTick, std::uint32_t toTick) {
     ++jumpsSincePress_;
-    const std::vector<LoopEvent> loops = flow_.CopyActiveLoops();
-    const bool isUnattended = NextLine_() == nullptr && options_.script;
-    const bool isEndless = isUnattended && std::any_of(loops.begin(), loops.end(), [](const LoopEvent& loop) {
-                               return loop.type == codes::Vamp && loop.maxCount == 0 && loop.count > LastUnattendedPass;
-                           });
-    if (isEndless) {
-        Remark_(
-            fmt::format("The script has run out and nobody leaves the vamp in song {}: the render ends after {} "
-                        "passes.",
-                        song_, LastUnattendedPass));
-    } else if (jumpsSincePress_ > MaxJumpsWithoutPress) {
+    if (jumpsSincePress_ > MaxJumpsWithoutPress)
         Remark_(fmt::format("The loops in song {} do not come to an end: the render ends after {} jumps.", song_,
                             MaxJumpsWithoutPress));
-    }
+    const std::vector<LoopEvent> loops = flow_.CopyActiveLoops();
+    const bool isEndlessVamp = std::any_of(loops.begin(), loops.end(), [=](const LoopEvent& loop) {
+        return loop.type == codes::Vamp && loop.maxCount == 0 && loop.start == toTick && loop.end == fromTick;
+    });
+    ForgetPassesOutside_(toTick);
+    if (!isEndlessVamp) return;
+    const auto isThis = [=](const VampPasses& vamp) { return vamp.start == toTick && vamp.end == fromTick; };
+    auto passes = std::find_if(vampPasses_.begin(), vampPasses_.end(), isThis);
+    // A stop inside it may have begun its own count anew, so flow control's is not asked.
+    if (passes == vampPasses_.end()) passes = vampPasses_.insert(passes, {toTick, fromTick});
+    if (++passes->begun <= options_.mostPasses || !IsUnattended_()) return;
+    Remark_(fmt::format(
+        "{} the vamp in song {}: the render ends after {} passes.",
+        options_.script ? "The script has run out and nobody leaves" : "The automatic operator does not come out of",
+        song_, options_.mostPasses));
+}
+
+void OfflineShow::ForgetPassesOutside_(std::uint32_t tick) {
+    std::erase_if(vampPasses_, [tick](const VampPasses& vamp) { return tick < vamp.start || tick >= vamp.end; });
+}
+
+void OfflineShow::EndOvertime_() {
+    if (isQuitting_ || song_.empty() || !engine_.IsRolling()) return;
+    // A line that waits for a place may wait in vain; one that waits for a time does not.
+    if (const ScriptLine* line = NextLine_(); line != nullptr && !line->tick) return;
+    const double seconds = static_cast<double>(engine_.GetFrame() - unattendedSince_) / framesPerSecond_;
+    if (seconds <= options_.mostOvertimeSeconds) return;
+    if (seconds - WrittenSeconds_() <= options_.mostOvertimeSeconds) return;
+    Remark_(
+        fmt::format("Song {} does not come to its end: the render ends where it has been played {:.3g} minutes longer "
+                    "than it is written.",
+                    song_, options_.mostOvertimeSeconds / 60));
+}
+
+/// How long the song lasts once through, at the tempo that the operator has set.
+double OfflineShow::WrittenSeconds_() const {
+    const tavo_midi::SongData& song = showData_.GetSongData(song_);
+    const ActiveChangeLogShared log;
+    const tavo_midi::TempoMap tempos = MakeHeardTempoMap(song, log->GetSongLog(song_));
+    const TL::Timeline& timeline = song.GetTimeline();
+    return (tempos.GetSeconds(timeline.GetEndTickIndex()) - tempos.GetSeconds(timeline.GetStartTickIndex())) /
+           player_.GetUserControls().GetTempoScale();
 }
 
 }  // namespace stage

@@ -20,6 +20,7 @@ constexpr std::uint32_t LongestPieceFrames = 4096;
 constexpr std::uint32_t AdvanceFrames = 512;
 constexpr double PauseBetweenSongsSeconds = 1.0;
 constexpr double LongestTailSeconds = 2.0;
+constexpr double LongestReverbSeconds = 30.0;
 constexpr float TailSilence = 3e-5F;  // -90 dB
 
 float FindPeak(const float* samples, std::size_t count) {
@@ -41,6 +42,7 @@ ShowSession::Options MakeOfflineSessionOptions(std::uint32_t framesPerSecond) {
     options.advanceFrames = AdvanceFrames;
     options.hasRunningFeed = false;
     options.sendsTimeCode = false;
+    options.waitsForSounds = true;
     options.editing = ShowSession::Options::Editing::Refused;
     return options;
 }
@@ -57,6 +59,7 @@ OfflineShow::OfflineShow(ShowSession& session, OfflineOptions options, SoundSink
     : session_(session),
       showData_(session.GetShow()),
       options_(std::move(options)),
+      mixesClick_(options_.mixesClick || session.GetSettings().clickInMain),
       soundSink_(std::move(soundSink)),
       player_(session.GetStagePlayer()),
       engine_(player_.GetEngine()),
@@ -65,7 +68,13 @@ OfflineShow::OfflineShow(ShowSession& session, OfflineOptions options, SoundSink
       framesPerSecond_(session.GetOptions().framesPerSecond),
       passFrames_(std::int64_t{feed_.GetInterval()} * framesPerSecond_ / 1000),
       left_(LongestPieceFrames),
-      right_(LongestPieceFrames) {
+      right_(LongestPieceFrames),
+      clickLeft_(HearsClick_() || options_.groupSink ? LongestPieceFrames : 0),
+      clickRight_(clickLeft_.size()),
+      ownOutputs_(2 * CountOwnOutputs_() * LongestPieceFrames),
+      limiter_(framesPerSecond_) {
+    engine_.SetClickEverywhere(options_.clicksEverywhere);
+    engine_.SetClickInMain(mixesClick_);
     if (traceSink) trace_ = std::make_unique<Trace>(std::move(traceSink), options_.tracesBeats);
     // After the player, which is notified first and puts in the next song.
     notify::callbackDispatcher.AddCallback(this, notify::names::stopped_at_end_of_song, [this](void*) { EndSong_(); });
@@ -88,6 +97,7 @@ OfflineResult OfflineShow::Run() {
     if (!options_.take) {
         Press_(Verb::Load, {options_.firstSong});
         BeginSong_();
+        if (options_.fromTick) Press_(Verb::Seek, {*options_.fromTick});
         KeepDisplayCurrent_();
         Press_(Verb::Play);
     } else {
@@ -98,6 +108,7 @@ OfflineResult OfflineShow::Run() {
         RenderUntil_(NextMoment_());
         PlayOn_();
     }
+    NoteSoundProblems_();
     RenderTail_();
     if (trace_) trace_->Write(engine_.GetFrame(), engine_.GetPosition(), "end", "-");
     result_.frames = engine_.GetFrame() - beginFrame;
@@ -114,6 +125,7 @@ void OfflineShow::BeginSong_() {
     const std::string before = song_;
     song_ = player_.GetActiveSongNumberRef().Get();
     isListed_ = false;
+    NoteSoundProblems_();
     if (trace_) {
         tracedLoops_.clear();
         const tavo_midi::SongData& data = showData_.GetSongData(song_);
@@ -124,6 +136,8 @@ void OfflineShow::BeginSong_() {
         TraceLine_(tick, "song", fmt::format("{} {}", song_, data.GetTitle()));
     }
     automaticPress_.reset();
+    vampPasses_.clear();
+    unattendedSince_ = engine_.GetFrame();
     PrepareNextLine_();
 }
 
@@ -143,6 +157,7 @@ void OfflineShow::PlayOn_() {
         nextPassFrame_ = (engine_.GetFrame() / passFrames_ + 1) * passFrames_;
     }
     KeepDisplayCurrent_();
+    EndOvertime_();
     if (HasNextSongToStart_() && engine_.GetFrame() >= nextStartFrame_) {
         endedSong_.clear();
         lastPressFrame_ = engine_.GetFrame();
@@ -177,29 +192,77 @@ void OfflineShow::RenderUntil_(std::int64_t frame) {
         if (options_.take)
             frames = std::min(frames, options_.take->blockFrames -
                                           static_cast<std::uint32_t>(engine_.GetFrame() % options_.take->blockFrames));
-        engine_.RenderLater(left_.data() + filledFrames_, right_.data() + filledFrames_, frames);
+        pairs_.assign(1, {left_.data() + filledFrames_, right_.data() + filledFrames_});
+        if (!clickLeft_.empty())
+            pairs_.push_back({clickLeft_.data() + filledFrames_, clickRight_.data() + filledFrames_});
+        for (std::size_t output = 0; output < CountOwnOutputs_(); ++output) {
+            float* const left = ownOutputs_.data() + 2 * output * LongestPieceFrames + filledFrames_;
+            pairs_.push_back({left, left + LongestPieceFrames});
+        }
+        engine_.RenderLater(pairs_, frames);
         filledFrames_ += frames;
     }
+}
+
+std::size_t OfflineShow::CountOwnOutputs_() const {
+    const GroupMixer* const groups = options_.groupSink ? engine_.GetGroups() : nullptr;
+    return groups != nullptr ? groups->CountOwnOutputs() : 0;
 }
 
 float OfflineShow::HandOverSound_() {
     engine_.FinishRendering();
     const std::uint32_t frames = std::exchange(filledFrames_, 0);
+    if (options_.clickSink && frames > 0) options_.clickSink(clickLeft_.data(), clickRight_.data(), frames);
+    for (std::size_t output = 0; output < CountOwnOutputs_() && frames > 0; ++output) {
+        const float* const left = ownOutputs_.data() + 2 * output * LongestPieceFrames;
+        options_.groupSink(output, left, left + LongestPieceFrames, frames);
+    }
     const float peak = std::max(FindPeak(left_.data(), frames), FindPeak(right_.data(), frames));
     result_.peak = std::max(result_.peak, peak);
-    if (soundSink_ && frames > 0) soundSink_(left_.data(), right_.data(), frames);
+    PutOutSound_(left_.data(), right_.data(), frames);
     return peak;
 }
 
-// What rings on after the last song.
+// Of the song that is in. An edit may bring more.
+void OfflineShow::NoteSoundProblems_() {
+    for (std::string& problem : player_.TakeSoundProblems()) {
+        std::vector<std::string>& noted = result_.soundProblems;
+        if (std::find(noted.begin(), noted.end(), problem) == noted.end()) noted.push_back(std::move(problem));
+    }
+}
+
+void OfflineShow::PutOutSound_(float* left, float* right, std::uint32_t frames) {
+    limiter_.Process(left, right, frames);
+    const std::uint32_t leftOut = std::min(frames, delayFrames_);
+    delayFrames_ -= leftOut;
+    if (soundSink_ && frames > leftOut) soundSink_(left + leftOut, right + leftOut, frames - leftOut);
+}
+
 void OfflineShow::RenderTail_() {
+    RenderRinging_();
+    // What the limiter still holds.
+    std::fill_n(left_.begin(), TruePeakLimiter::DelayFrames, 0.0F);
+    std::fill_n(right_.begin(), TruePeakLimiter::DelayFrames, 0.0F);
+    PutOutSound_(left_.data(), right_.data(), TruePeakLimiter::DelayFrames);
+    result_.limitedFrames = limiter_.CountLimitedFrames();
+}
+
+// What rings on after the last song: instruments for a while, the reverb and effects to their ends.
+void OfflineShow::RenderRinging_() {
     HandOverSound_();
     engine_.Stop();
+    engine_.EndAmbiences();
     const auto end = engine_.GetFrame() + static_cast<std::int64_t>(LongestTailSeconds * framesPerSecond_);
-    while (engine_.GetFrame() < end) {
-        const std::int64_t pieceEnd = std::min<std::int64_t>(engine_.GetFrame() + LongestPieceFrames, end);
+    const auto reverbEnd = engine_.GetFrame() + static_cast<std::int64_t>(LongestReverbSeconds * framesPerSecond_);
+    const auto isReverbRinging = [&] {
+        const GroupMixer* const groups = engine_.GetGroups();
+        return groups != nullptr && groups->IsReverbRinging() && engine_.GetFrame() < reverbEnd;
+    };
+    while (engine_.GetFrame() < end || engine_.CountEffects() > 0 || isReverbRinging()) {
+        std::int64_t pieceEnd = engine_.GetFrame() + LongestPieceFrames;
+        if (engine_.GetFrame() < end) pieceEnd = std::min(pieceEnd, end);
         RenderUntil_(pieceEnd);
-        if (HandOverSound_() < TailSilence) return;
+        if (HandOverSound_() < TailSilence && engine_.CountEffects() == 0) return;
     }
 }
 
@@ -213,7 +276,7 @@ bool OfflineShow::IsFinished_() {
     const ScriptLine* line = NextLine_();
     const bool waitsForTime = automaticPress_ || (line != nullptr && !line->tick);
     const bool isHeld = engine_.IsHolding() && !flow_.GetWaitingJump();
-    const bool stands = !engine_.IsRolling() || isHeld;
+    const bool stands = (!engine_.IsRolling() && !engine_.IsCountingIn()) || isHeld;
     if (!stands || waitsForTime || HasNextSongToStart_()) return false;
     const bool isPlayedToTheEnd = !endedSong_.empty() && player_.IsStopped();
     if (line != nullptr) {

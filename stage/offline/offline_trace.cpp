@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "stage/offline/offline_show.h"
+#include "stage/show/cue_check.h"
 #include "tavo_core/event_codes.h"
 
 namespace stage {
@@ -45,6 +46,13 @@ void OfflineShow::TraceLoops_(std::uint32_t tick) {
 void OfflineShow::OnCue_(const Cue& cue) {
     NoticeSong_();
     if (!trace_) return;
+    const std::string problem = std::visit(
+        [&](const auto& edit) {
+            return FindCueProblem(edit, trace_->GetPositions(), session_.GetShowDirectory(), session_.GetSettings());
+        },
+        cue.edit);
+    // A trace does not claim what nobody would notice.
+    if (!problem.empty()) return TraceLine_(cue.tick, "cue-missing", problem);
     if (const auto* message = std::get_if<CL::Osc>(&cue.edit)) {
         const std::string target = message->target().empty() ? "" : " to " + message->target();
         TraceLine_(cue.tick, "cue", "osc " + message->value() + target);

@@ -7,6 +7,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "kit/path.h"
+#include "stage/session/lay_on.h"
+#include "stage/show/cue_check.h"
 #include "stage/show/edit_list.h"
 #include "stage/show/log_versions.h"
 #include "tavo_core/edit_journal.h"
@@ -20,14 +23,21 @@ std::string FindLogPath(const ShowDirectory& directory, const std::string& versi
     return version.empty() ? directory.LogPathInUse() : directory.PathOf(FindLogName(directory, version));
 }
 
+std::optional<ShowHold> HoldForChange(const std::string& showPath, EditedShow::Access access) {
+    // What is not a show is refused as that, and no lock is made there.
+    static_cast<void>(ScanShowDirectory(showPath));
+    if (access == EditedShow::Access::Read) return std::nullopt;
+    return std::optional<ShowHold>(std::in_place, showPath, "an edit");
+}
+
 }  // namespace
 
-EditedShow::EditedShow(const std::string& showPath, const std::string& version)
-    : directory_(ScanShowDirectory(showPath)),
+EditedShow::EditedShow(const std::string& showPath, Access access, const std::string& version)
+    : hold_(HoldForChange(showPath, access)),
+      directory_(ScanShowDirectory(showPath)),
       music_(directory_.ShowDataPath()),
       logPath_(FindLogPath(directory_, version)),
-      holder_(std::make_shared<CL::ChangeLog>(CL::ChangeLog::Load(logPath_))),
-      unsaved_(ReadUnsavedEdits(logPath_, music_)) {
+      holder_(std::make_shared<CL::ChangeLog>(CL::ChangeLog::Load(logPath_))) {
     Repair_();
 }
 
@@ -57,34 +67,57 @@ const TL::BarPositions& EditedShow::GetPositions(const std::string& song) {
 void EditedShow::Add(const std::string& song, const CL::AnyEdit& edit) {
     editor_->Add(song, edit);
     Note_(song, "added " + CL::DescribeEdit(CL::EventOf(edit), GetPositions(song)));
+    WarnOfCue_(song, edit);
 }
 
-void EditedShow::Remove(const std::string& song, const std::vector<std::size_t>& ids) {
-    const std::shared_ptr<const CL::ChangeLog> log = GetLog();
-    const std::string& known = music_.GetSongData(song).GetSongNumber();
-    const auto songLog = log->GetSongLogs().find(known);
-    const std::vector<CL::AnyEdit> listed =
-        songLog == log->GetSongLogs().end() ? std::vector<CL::AnyEdit>() : CopyListedEdits(songLog->second);
-    std::set<std::size_t> chosen;
-    std::vector<CL::AnyEdit> edits;
-    std::vector<std::string> removed;
-    for (const std::size_t id : ids) {
-        if (id < 1 || id > listed.size())
-            throw std::out_of_range(
-                listed.empty() ? fmt::format("song {} has no edits", song)
-                               : fmt::format("song {} has no edit {}, its edits are 1 to {}", song, id, listed.size()));
-        if (!chosen.insert(id).second) continue;
-        edits.push_back(listed[id - 1]);
-        removed.push_back("removed " + CL::DescribeEdit(CL::EventOf(listed[id - 1]), GetPositions(song)));
+void EditedShow::Change(const std::string& song, const CL::AnyEdit& from, const CL::AnyEdit& to) {
+    editor_->Change(song, from, to);
+    Note_(song, fmt::format("changed {} to {}", CL::DescribeEdit(CL::EventOf(from), GetPositions(song)),
+                            CL::DescribeEdit(CL::EventOf(to), GetPositions(song))));
+    WarnOfCue_(song, to);
+}
+
+// Settings that cannot be read are told of where the show is checked or played.
+void EditedShow::WarnOfCue_(const std::string& song, const CL::AnyEdit& edit) {
+    Settings settings;
+    try {
+        settings = ReadSettings(directory_.SettingsPath());
+    } catch (const std::runtime_error&) {
+        return;
     }
-    editor_->Remove(known, edits);
-    for (const std::string& change : removed)
-        Note_(song, change);
+    CL::LogChange change;
+    change.songs.push_back({song, {}, {edit}, {}});
+    for (std::string& problem : FindCueProblems(change, music_, directory_.path, settings))
+        warnings_.push_back(std::move(problem));
+}
+
+void EditedShow::Remove(const std::string& song, const std::vector<CL::AnyEdit>& edits) {
+    editor_->Remove(music_.GetSongData(song).GetSongNumber(), edits);
+    for (const CL::AnyEdit& edit : edits)
+        Note_(song, "removed " + CL::DescribeEdit(CL::EventOf(edit), GetPositions(song)));
+}
+
+std::vector<std::size_t> EditedShow::GetIds(const std::string& song) {
+    if (!ids_) ids_ = EditIds::Read(directory_, kit::path::basename(logPath_));
+    ids_->Follow(*GetLog());
+    return ids_->GetIds(music_.GetSongData(song).GetSongNumber());
 }
 
 void EditedShow::SetAttacca(const std::string& song, unsigned char attacca) {
     editor_->SetAttacca(music_.GetSongData(song).GetSongNumber(), attacca);
     Note_(song, "set to " + DescribeAttacca(attacca));
+}
+
+std::vector<std::string> EditedShow::Undo() {
+    std::vector<std::string> lines = editor_->Undo();
+    changes_.insert(changes_.end(), lines.begin(), lines.end());
+    return lines;
+}
+
+std::vector<std::string> EditedShow::Redo() {
+    std::vector<std::string> lines = editor_->Redo();
+    changes_.insert(changes_.end(), lines.begin(), lines.end());
+    return lines;
 }
 
 void EditedShow::RollBackTo(const CL::ChangeLog& other) {
@@ -93,12 +126,43 @@ void EditedShow::RollBackTo(const CL::ChangeLog& other) {
     changes_.insert(changes_.end(), lines.begin(), lines.end());
 }
 
-bool EditedShow::Recover() {
-    if (!unsaved_.changes.empty()) editor_->ApplyRecovered(unsaved_.changes);
-    editor_->KeepJournal(logPath_);
-    keepsJournal_ = true;
-    changes_.insert(changes_.end(), unsaved_.lines.begin(), unsaved_.lines.end());
-    return !unsaved_.changes.empty();
+EditedShow::Recovery EditedShow::Recover(const std::string& version) {
+    Recovery recovery;
+    const CL::ChangeLog before = *GetLog();
+    for (const ShowJournal& journal : FindJournals(directory_)) {
+        if (version.empty() || journal.version.GetAsString() == version) RecoverFrom_(journal, recovery);
+    }
+    const std::vector<std::string> lines = CL::DescribeChange(CL::Compare(before, *GetLog()), music_);
+    changes_.insert(changes_.end(), lines.begin(), lines.end());
+    return recovery;
+}
+
+void EditedShow::RecoverFrom_(const ShowJournal& journal, Recovery& recovery) {
+    if (journal.isKept)
+        throw std::runtime_error(
+            fmt::format("the journal of version {} is in use by another program", journal.version.GetAsString()));
+    if (journal.changes.empty()) throw std::runtime_error(DescribeJournal(journal));
+    std::optional<CL::ChangeLog> base;
+    try {
+        if (journal.fitsLog) base = CL::ChangeLog::Load(directory_.PathOf(journal.logName));
+    } catch (const std::runtime_error&) {
+        // The changes say themselves what they add and remove.
+    }
+    const std::vector<std::string> refusals =
+        LayOn(journal.changes, base ? &*base : nullptr, *editor_, holder_, music_);
+    recovery.versions.push_back(journal.version.GetAsString());
+    recovery.refusals.insert(recovery.refusals.end(), refusals.begin(), refusals.end());
+    if (refusals.empty()) recoveredLogs_.push_back(journal.logName);
+}
+
+void EditedShow::EndRecovered() {
+    for (const std::string& logName : std::exchange(recoveredLogs_, {})) {
+        try {
+            CL::EditJournal(directory_.PathOf(logName)).EndAsSavedIn(kit::path::basename(logPath_));
+        } catch (const std::runtime_error&) {
+            // Offered again it adds nothing: its edits are there.
+        }
+    }
 }
 
 // Saving.
@@ -116,32 +180,18 @@ std::string EditedShow::SaveAsHighest() {
 }
 
 std::string EditedShow::SaveAs_(const cmn::TAVOVersion& version) {
-    TryToKeepJournal_();
+    if (!hold_) throw std::logic_error("the show is open for reading only");
+    hold_->RequireStillHeld();
     std::string path;
-    try {
+    {
         const CL::LogHolder::Exclusive log(holder_);
-        path = SaveVersion(directory_, *log, version);
-    } catch (...) {
-        // Nobody was notified that the edits are made. What a crash left stays.
-        editor_->KeepJournal("");
-        if (keepsJournal_ && unsaved_.changes.empty()) CL::EditJournal(logPath_).Discard();
-        throw;
+        path = SaveVersion(directory_, *log, version, std::exchange(comment_, {}));
     }
-    if (keepsJournal_) editor_->NoteSaved(path);
-    editor_->KeepJournal("");
+    logPath_ = path;
+    // Not looked up: the version is saved, and nothing may fail any more that would deny it.
+    directory_.logNames[version] = kit::path::basename(path);
+    EndRecovered();
     return path;
-}
-
-// Where another program keeps the journal, or a crash has left edits in it that are not recovered here, the edits are
-// saved without.
-void EditedShow::TryToKeepJournal_() {
-    if (keepsJournal_) return;
-    try {
-        editor_->KeepJournal(logPath_);
-        keepsJournal_ = true;
-    } catch (const std::runtime_error&) {
-        keepsJournal_ = false;
-    }
 }
 
 void EditedShow::Note_(const std::string& song, const std::string& change) {

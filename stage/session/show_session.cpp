@@ -10,10 +10,17 @@
 #include <variant>
 
 #include "kit/clock.h"
+#include "kit/file.h"
 #include "kit/path.h"
 #include "player_core/gui_update.h"
 #include "stage/engine/show_parts.h"
+#include "stage/session/session_edits.h"
+#include "stage/show/cue_check.h"
+#include "stage/show/log_versions.h"
 #include "stage/show/show_directory.h"
+#include "stage/show/show_journals.h"
+#include "stage/show/version_notes.h"
+#include "stage/words/edit_grammar.h"
 #include "tavo_core/active_change_log.h"
 #include "tavo_core/callback_dispatcher.h"
 #include "tavo_core/edit_journal.h"
@@ -25,7 +32,28 @@ namespace {
 
 // The log that the settings choose; empty for the newest. A directory that is not a show is for the façade to refuse.
 std::string FindChosenLog(const std::string& showPath, const Settings& settings) {
-    return settings.changeLog.empty() ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
+    const bool isNewest = settings.changeLog.empty() && settings.nextVersion.empty();
+    return isNewest ? "" : ScanShowDirectory(showPath).LogNameInUse(settings);
+}
+
+SoundLibrary::Options MakeSoundOptions(const std::string& showPath, const Settings& settings,
+                                       std::uint32_t framesPerSecond) {
+    SoundLibrary::Options options;
+    options.directory = showPath;
+    options.framesPerSecond = framesPerSecond;
+    for (const Settings::SoundTrim& sound : settings.sounds)
+        options.trims.emplace(sound.name, sound.decibels);
+    return options;
+}
+
+bool IsShow(const std::string& path) {
+    std::vector<std::string> problems;
+    const ShowDirectory directory = ScanAnyDirectory(path, problems);
+    return !directory.showDataName.empty() && !directory.logNames.empty();
+}
+
+std::string DescribeUnkept(const std::exception& problem) {
+    return fmt::format("edits cannot be kept: {}", problem.what());
 }
 
 constexpr std::string_view ShownMark = "shown ";
@@ -41,21 +69,48 @@ void ShowPlayheadAt(std::uint32_t tick) {
 }  // namespace
 
 ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options)
-    : ShowSession(showPath, settingsPath, options, ReadSettings(kit::path::Join(showPath, "settings.json"))) {}
+    : ShowSession(showPath, settingsPath, options, Find_(showPath, options)) {}
+
+// The hold comes first: from reading the settings and the log to saving nobody else saves.
+ShowSession::Found ShowSession::Find_(const std::string& showPath, const Options& options) {
+    Found found;
+    if (options.editing == Options::Editing::Kept && !options.holdsShow) {
+        found.editingProblem = "the show is open for playing only";
+    } else if (options.editing == Options::Editing::Kept && IsShow(showPath)) {
+        try {
+            found.hold = std::make_unique<ShowHold>(showPath, "a session", options.holdWait);
+        } catch (const ShowHeldError& problem) {
+            found.isHeldElsewhere = true;
+            found.editingProblem = fmt::format("the show is open for playing only: {}", problem.what());
+        } catch (const std::runtime_error& problem) {
+            found.editingProblem = fmt::format("the show is open for playing only: {}", problem.what());
+        }
+    }
+    found.settings = ReadSettings(kit::path::Join(showPath, "settings.json"));
+    return found;
+}
 
 ShowSession::ShowSession(const std::string& showPath, const std::string& settingsPath, const Options& options,
-                         Settings settings)
+                         Found found)
     : Interface(showPath, settingsPath, options.hasRunningFeed,
-                options.changeLog.empty() ? FindChosenLog(showPath, settings) : options.changeLog),
+                options.changeLog.empty() ? FindChosenLog(showPath, found.settings) : options.changeLog),
       options_(options),
-      settings_(std::move(settings)),
+      settings_(std::move(found.settings)),
       desk_(*this, CommandDesk::Options{std::chrono::milliseconds(settings_.pressGuardMs)}) {
+    hold_ = std::move(found.hold);
+    editingProblem_ = std::move(found.editingProblem);
+    isHeldElsewhere_ = found.isHeldElsewhere;
     Initialize();
-    synth_ =
-        std::make_unique<Synth>(options_.soundFont.empty() ? ChooseSoundFont(settings_, showPath) : options_.soundFont,
-                                options_.framesPerSecond, CountChannels(GetShowData()));
+    groupPlan_ = MakeGroupPlan(settings_, GetShowData());
+    const std::string soundFont =
+        options_.soundFont.empty() ? ChooseSoundFont(settings_, showPath) : options_.soundFont;
+    synth_ = std::make_unique<Synth>(soundFont, options_.framesPerSecond, CountChannels(GetShowData()),
+                                     groupPlan_.groups.empty() ? Synth::Mix::One : Synth::Mix::Groups);
+    instrumentFonts_ = LoadInstrumentFonts(*synth_, groupPlan_, showPath, soundFont);
+    sounds_ = std::make_unique<SoundLibrary>(MakeSoundOptions(showPath, settings_, options_.framesPerSecond));
     player_ = std::make_unique<StagePlayer>(showPath, GetShowData(), *synth_, options_.framesPerSecond,
-                                            options_.advanceFrames);
+                                            options_.advanceFrames,
+                                            StagePlayer::Sounds{sounds_.get(), options_.waitsForSounds});
     if (options_.sendsTimeCode) {
         timeCodeFollower_ = std::make_unique<TimeCodeFollower>(GetMidiTimeCodeController(), player_->GetUserControls(),
                                                                options_.framesPerSecond);
@@ -70,8 +125,16 @@ ShowSession::ShowSession(const std::string& showPath, const std::string& setting
         steppedFeed_ = feed.get();
         SetGuiUpdate(std::move(feed));
     }
+    player_->SetGroups(groupPlan_);
+    midiOut_ = std::make_unique<MidiOut>(groupPlan_);
+    if (!midiOut_->GetPorts().empty()) player_->GetEngine().SetMidiOut(*midiOut_);
     player_->SetVolume(settings_.volumes.master, tavo_audio::Master);
     player_->SetVolume(settings_.volumes.synth, tavo_audio::Synth);
+    player_->SetVolume(settings_.volumes.click, tavo_audio::Click);
+    player_->SetVolume(settings_.volumes.effects, tavo_audio::Effects);
+    player_->SetVolume(settings_.volumes.ambience, tavo_audio::Ambience);
+    player_->GetEngine().SetCountIn(static_cast<unsigned int>(settings_.countIn));
+    player_->GetEngine().SetClickInMain(settings_.clickInMain);
     try {
         OpenJournal_();
         ListenToMidiCommands_();
@@ -86,6 +149,12 @@ std::vector<std::string> ShowSession::GetWarnings() {
     for (const auto& more :
          {GetMidiCommands().GetSettingsWarnings(), GetMidiTimeCodeController().GetSettingsWarnings()})
         warnings.insert(warnings.end(), more.begin(), more.end());
+    if (groupPlan_.groups.size() != settings_.groups.size())
+        warnings.push_back(
+            fmt::format("the output groups are left out: the show's songs use {} MIDI channels, and groups are "
+                        "there for at most {}",
+                        CountChannels(GetShow()), MaxGroupedChannels));
+    warnings.insert(warnings.end(), instrumentFonts_.problems.begin(), instrumentFonts_.problems.end());
     return warnings;
 }
 
@@ -107,7 +176,7 @@ tavo_sec::CipherStream* ShowSession::GetScoreTar() {
 }
 
 std::vector<tavo_audio::VolumeType> ShowSession::GetVolumeTypes() const {
-    return {tavo_audio::Synth, tavo_audio::Master, tavo_audio::Click, tavo_audio::Effects};
+    return {tavo_audio::Synth, tavo_audio::Master, tavo_audio::Click, tavo_audio::Effects, tavo_audio::Ambience};
 }
 
 SteppedFeed& ShowSession::GetSteppedFeed() {
@@ -159,41 +228,83 @@ void ShowSession::LoadChangeLogEditor() {
 
 // The journal.
 
+// A show opens whatever becomes of its journals.
 void ShowSession::OpenJournal_() {
     unsaved_ = {};
+    isJournalKept_ = false;
+    leftEdits_.clear();
     if (options_.editing != Options::Editing::Kept) return;
-    unsaved_ = ReadUnsavedEdits(GetChangelogFilename(), GetShowData());
-    if (unsaved_.changes.empty()) GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+    const std::string own = kit::path::basename(GetChangelogFilename());
+    for (const ShowJournal& journal : FindJournals(ScanShowDirectory(GetShowDirectory()))) {
+        const bool isOffered =
+            journal.logName == own && !isHeldElsewhere_ && journal.fitsLog && !journal.changes.empty();
+        if (!isOffered && !journal.isKept) leftEdits_.push_back(DescribeJournal(journal));
+    }
+    // The journal of another session that runs was not left by anybody.
+    if (isHeldElsewhere_) return;
+    if (hold_ != nullptr) editingProblem_.clear();
+    try {
+        unsaved_ = ReadUnsavedEdits(GetChangelogFilename(), GetShowData());
+        if (hold_ != nullptr && unsaved_.changes.empty()) KeepJournal_();
+    } catch (const std::runtime_error& problem) {
+        // The next edit tries again.
+        if (editingProblem_.empty()) editingProblem_ = DescribeUnkept(problem);
+    }
+}
+
+void ShowSession::KeepJournal_() {
+    try {
+        GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+    } catch (const std::runtime_error& problem) {
+        isJournalKept_ = false;
+        editingProblem_ = DescribeUnkept(problem);
+        throw std::runtime_error(editingProblem_);
+    }
+    isJournalKept_ = true;
+    editingProblem_.clear();
 }
 
 void ShowSession::RecoverEdits() {
     if (unsaved_.changes.empty()) return;
     std::vector<CL::LogChange> changes = std::exchange(unsaved_.changes, {});
     try {
-        EditAndTell_([&changes](CL::Editor& editor) { editor.ApplyRecovered(changes); });
+        EditAndTell_([&changes](CL::Editor& editor) { editor.ApplyRecovered(changes); }, false);
     } catch (...) {
         unsaved_.changes = std::move(changes);
         throw;
     }
     unsaved_.lines.clear();
-    GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+    if (hold_ != nullptr) KeepJournal_();
 }
 
 void ShowSession::DiscardRecoveredEdits() {
     if (unsaved_.changes.empty()) return;
+    RequireHold_();
     CL::EditJournal(GetChangelogFilename()).Discard();
     unsaved_.changes.clear();
     unsaved_.lines.clear();
-    GetChangeLogEditor()->KeepJournal(GetChangelogFilename());
+    KeepJournal_();
 }
 
 // Editing.
 
+// A journal that could not be kept may be kept by now: a disk has room again.
+void ShowSession::RequireJournal_() {
+    RequireHold_();
+    if (!isJournalKept_) KeepJournal_();
+}
+
+void ShowSession::RequireHold_() {
+    if (hold_ == nullptr) throw std::runtime_error(editingProblem_);
+    hold_->RequireStillHeld();
+}
+
 template <class MakeEdit>
-void ShowSession::EditAndTell_(MakeEdit&& edit) {
+void ShowSession::EditAndTell_(MakeEdit&& edit, bool needsJournal) {
     if (!IsEditable_()) throw std::logic_error("the show is open for playing only, its edits stay as they are");
     if (!unsaved_.changes.empty())
         throw std::logic_error("the edits that were left in the journal are undecided: recover or discard them first");
+    if (needsJournal && options_.editing == Options::Editing::Kept) RequireJournal_();
     const std::shared_ptr<const CL::ChangeLog> before = ActiveChangeLogShared().Share();
     edit(*GetChangeLogEditor());
     CL::LogChange change;
@@ -201,6 +312,7 @@ void ShowSession::EditAndTell_(MakeEdit&& edit) {
         const ActiveChangeLogShared after;
         change = CL::Compare(*before, *after);
     }
+    cueProblems_ = FindCueProblems(change, GetShow(), GetShowDirectory(), settings_);
     if (isPerformed_) {
         TellPlayerBetweenBlocks_(change);
     } else {
@@ -231,6 +343,10 @@ void ShowSession::TellPlayerBetweenBlocks_(const CL::LogChange& change) {
 // "shown 960 {...}": the playhead that the display showed then, where an edit looks for the place to go on from.
 void ShowSession::EditAsText(const std::string& change) {
     std::string_view text = change;
+    if (!text.starts_with('{') && !text.starts_with(ShownMark)) {
+        SessionEdits edits(*this);
+        return DoEditLine(change, edits);
+    }
     if (text.starts_with(ShownMark)) {
         text.remove_prefix(ShownMark.size());
         const std::size_t end = std::min(text.find(' '), text.size());
@@ -263,6 +379,10 @@ void ShowSession::AddEdit(const std::string& songNumber, const CL::AnyEdit& edit
     EditAndTell_([&](CL::Editor& editor) { editor.Add(songNumber, edit); });
 }
 
+void ShowSession::ChangeEdit(const std::string& songNumber, const CL::AnyEdit& from, const CL::AnyEdit& to) {
+    EditAndTell_([&](CL::Editor& editor) { editor.Change(songNumber, from, to); });
+}
+
 void ShowSession::RemoveEdits(const std::string& songNumber, const std::vector<CL::AnyEdit>& edits) {
     EditAndTell_([&](CL::Editor& editor) { editor.Remove(songNumber, edits); });
 }
@@ -284,44 +404,69 @@ std::vector<std::string> ShowSession::Redo() {
 }
 
 void ShowSession::RollBackTo(const std::string& version) {
-    const CL::ChangeLog earlier = CL::ChangeLog::Load(kit::path::Join(GetShowDirectory(), FileOfVersion_(version)));
+    const ShowDirectory directory = ScanShowDirectory(GetShowDirectory());
+    const CL::ChangeLog earlier = CL::ChangeLog::Load(directory.PathOf(FindLogName(directory, version)));
     EditAndTell_([&](CL::Editor& editor) { editor.RollBackTo(earlier); });
 }
 
 // Versions.
 
-std::string ShowSession::FileOfVersion_(const std::string& version) {
-    const auto logs = GetLogMap();
-    const auto found = logs.find(version);
-    if (found == logs.end()) throw std::out_of_range(fmt::format("the show has no version {}", version));
-    return found->second;
-}
-
 std::string ShowSession::Save(bool newMajor) {
-    if (options_.editing != Options::Editing::Kept) throw std::logic_error("the show is open for playing only");
-    return FinishSaving_(SaveChangelog(newMajor));
+    const ShowDirectory directory = ScanShowDirectory(GetShowDirectory());
+    return SaveAs_(newMajor ? NextMajorVersion(directory, 0) : NextMinorVersion(directory, GetVersion_()));
 }
 
 std::string ShowSession::SaveCopy() {
-    return FinishSaving_(SaveChangelogCopy());
+    return SaveAs_(NextMajorVersion(ScanShowDirectory(GetShowDirectory()), GetVersion_().minor_number));
 }
 
-std::string ShowSession::FinishSaving_(const std::string& version) {
-    // A choice made before would open the log that the edits were made upon.
-    if (!settings_.changeLog.empty()) {
-        settings_.changeLog = FileOfVersion_(version);
-        ChooseChangeLog(GetSettingsFilename(), settings_.changeLog);
+cmn::TAVOVersion ShowSession::GetVersion_() {
+    return ActiveChangeLogShared()->GetVersion();
+}
+
+// The façade counts on from the version before, whoever has saved that one.
+std::string ShowSession::SaveAs_(const cmn::TAVOVersion& version) {
+    if (options_.editing != Options::Editing::Kept) throw std::logic_error("the show is open for playing only");
+    RequireHold_();
+    const VersionInUse inUse(ScanShowDirectory(GetShowDirectory()), version);
+    const std::string before = GetLogVersion();
+    cmn::TAVOVersion last = version;
+    const bool isMajor = version.minor_number == 0;
+    --(isMajor ? last.major_number : last.minor_number);
+    SetLogVersion(last.GetAsString());
+    try {
+        SaveChangelog(isMajor);
+    } catch (const kit::UnconfirmedError& problem) {
+        throw std::runtime_error(
+            fmt::format("version {} is saved and opens from now on, but may not outlast a power "
+                        "failure: {}",
+                        version.GetAsString(), problem.what()));
+    } catch (...) {
+        SetLogVersion(before);
+        throw;
     }
-    return version;
+    inUse.NoteSaved(kit::path::basename(GetChangelogFilename()));
+    NoteVersion(GetShowDirectory(), version, "");
+    // The journal of the version before has ended; where it had not been kept, that of this one is.
+    if (!isJournalKept_ && unsaved_.changes.empty()) OpenJournal_();
+    return version.GetAsString();
 }
 
+// What cannot be read is refused while this version is still open.
 void ShowSession::UseVersion(const std::string& version) {
-    OpenSavedLog_(FileOfVersion_(version));
+    const ShowDirectory directory = ScanShowDirectory(GetShowDirectory());
+    const std::string name = FindLogName(directory, version);
+    static_cast<void>(CL::ChangeLog::Load(directory.PathOf(name)));
+    isJournalKept_ = false;
+    try {
+        SetChangelogFilename(name);
+    } catch (const std::exception& problem) {
+        // Which version the player has now is not certain: no journal would fit.
+        hold_.reset();
+        editingProblem_ = fmt::format("the show has to be opened again before it can be edited: {}", problem.what());
+        throw;
+    }
     OpenJournal_();
-}
-
-void ShowSession::OpenSavedLog_(const std::string& name) {
-    SetChangelogFilename(name);
     if (!GetCurrentSongNumber().empty()) LoadNewChangeLog();
 }
 

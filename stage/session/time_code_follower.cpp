@@ -1,6 +1,7 @@
 #include "stage/session/time_code_follower.h"
 
 #include <cmath>
+#include <utility>
 
 namespace stage {
 
@@ -10,6 +11,8 @@ using std::chrono::nanoseconds;
 
 /// Blocks that come earlier or later than their frames say by less than this only show how the system woke the thread.
 constexpr std::chrono::milliseconds Unsteadiness{20};
+/// A device's periods come at a steadier pace: less than this is how the system woke its thread.
+constexpr std::chrono::milliseconds UnsteadinessOfDevice{1};
 
 nanoseconds Now() {
     return std::chrono::steady_clock::now().time_since_epoch();
@@ -31,11 +34,27 @@ std::uint32_t FindTickInSong(const tavo_midi::TempoMap& heard, std::uint32_t sta
     return heard.GetTick(heard.GetTickMicroseconds(startTick) + static_cast<std::uint64_t>(written));
 }
 
-void TimeCodeFollower::OnBlock_(std::int64_t frame) {
-    const nanoseconds now = Now();
-    if (anchorTime_ && std::chrono::abs(now - TimeOf_(frame)) < Unsteadiness) return;
-    anchorFrame_ = frame;
-    anchorTime_ = now;
+void TimeCodeFollower::OnBlock_(const EngineEvent& event) {
+    const std::optional<nanoseconds> heard = findMomentHeard_ ? findMomentHeard_(event.frame) : std::nullopt;
+    const nanoseconds moment = heard.value_or(Now());
+    const nanoseconds steady = heard ? UnsteadinessOfDevice : Unsteadiness;
+    const bool isSteady =
+        anchorTime_ && isAnchorHeard_ == heard.has_value() && std::chrono::abs(moment - TimeOf_(event.frame)) < steady;
+    if (!isSteady) {
+        anchorFrame_ = event.frame;
+        anchorTime_ = moment;
+        isAnchorHeard_ = heard.has_value();
+    }
+    FollowScale_(event);
+}
+
+// It changes between two blocks, and all times in the song with it.
+void TimeCodeFollower::FollowScale_(const EngineEvent& event) {
+    const double scale = controls_.GetTempoScale();
+    if (std::exchange(scale_, scale) == scale || !rolls_ || event.plan == nullptr) return;
+    const SongPlan& plan = *event.plan;
+    controller_.Start(FindTimeInSong(plan.GetHeardTempoMap(), plan.GetStartTick(), event.tick, scale),
+                      {TimeOf_(event.frame), {}});
 }
 
 nanoseconds TimeCodeFollower::TimeOf_(std::int64_t frame) const {
@@ -47,7 +66,7 @@ nanoseconds TimeCodeFollower::TimeOf_(std::int64_t frame) const {
 
 void TimeCodeFollower::OnEngineEvent(const EngineEvent& event) {
     using enum EngineEvent::Kind;
-    if (event.kind == BlockBegins) return OnBlock_(event.frame);
+    if (event.kind == BlockBegins) return OnBlock_(event);
     if (event.plan == nullptr) return;
     const SongPlan& plan = *event.plan;
     const std::string& songNumber = plan.GetSong().GetSongNumber();
@@ -60,15 +79,18 @@ void TimeCodeFollower::OnEngineEvent(const EngineEvent& event) {
     switch (event.kind) {
         case Started:
         case Released:
+            rolls_ = true;
             return controller_.Start(timeAt(event.tick), when);
         case Stopped:
         case StoppedAtCaesura:
         case Held:
+            rolls_ = false;
             return controller_.Stop(timeAt(event.tick), when);
         case Put:
         case SongPutIn:
             return controller_.Locate(timeAt(event.tick), when);
         case Jumped:
+            rolls_ = rolls_ || event.wasHolding;
             if (event.wasHolding) return controller_.Start(timeAt(event.tick), when);
             if (event.reason == EngineEvent::Reason::Seek) return controller_.Locate(timeAt(event.tick), when);
             return controller_.Jump(timeAt(event.fromTick), timeAt(event.tick), when);

@@ -2,8 +2,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "stage/engine/engine_event.h"
 #include "tavo_midi/midi_time_code_controller.h"
@@ -18,27 +20,39 @@ namespace stage {
 [[nodiscard]] std::uint32_t FindTickInSong(const tavo_midi::TempoMap& heard, std::uint32_t startTick,
                                            std::chrono::nanoseconds time, double userScale);
 
-/// Has MIDI time code follow the playhead. A frame is taken to sound when it is rendered. While the playhead moves a
-/// changed tempo scale of the user leaves time code alone: it is where the music is again at the next full frame.
+/// The moment at which a session's frame is heard, on the steady clock; nothing while no device plays.
+using FindMomentHeard = std::function<std::optional<std::chrono::nanoseconds>(std::int64_t frame)>;
+
+/// Has MIDI time code follow the playhead as it is heard: each frame at the moment that the device's clock tells, or
+/// where there is none, at the moment that it is rendered. When the user changes the tempo scale while the playhead
+/// moves, time code goes on from where the music then is.
 class TimeCodeFollower final : public EngineSubscriber {
 public:
     /// The references outlive the object.
     TimeCodeFollower(MidiTimeCodeController& controller, const UserControls& controls, std::uint32_t framesPerSecond)
         : controller_(controller), controls_(controls), framesPerSecond_(framesPerSecond) {}
 
+    /// Where frames are heard later than they are rendered; an empty function takes it away. While nobody renders.
+    void SetMomentHeard(FindMomentHeard findMomentHeard) { findMomentHeard_ = std::move(findMomentHeard); }
+
     void OnEngineEvent(const EngineEvent& event) override;
 
 private:
-    void OnBlock_(std::int64_t frame);
+    void OnBlock_(const EngineEvent& event);
+    void FollowScale_(const EngineEvent& event);
     [[nodiscard]] std::chrono::nanoseconds TimeOf_(std::int64_t frame) const;
 
     MidiTimeCodeController& controller_;
     const UserControls& controls_;
     const std::uint32_t framesPerSecond_;
     // Used by the rendering thread only.
+    FindMomentHeard findMomentHeard_;
     std::string songNumber_;
+    double scale_ = 1;
+    bool rolls_ = false;
     std::int64_t anchorFrame_ = 0;
     std::optional<std::chrono::nanoseconds> anchorTime_;
+    bool isAnchorHeard_ = false;  ///< by the device's clock
 };
 
 }  // namespace stage

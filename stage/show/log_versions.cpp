@@ -3,10 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <set>
 #include <stdexcept>
 
+#include "kit/file.h"
 #include "kit/path.h"
-#include "tavo_core/edit_journal.h"
+#include "stage/show/show_journals.h"
+#include "stage/show/version_notes.h"
 
 namespace stage {
 
@@ -20,27 +25,43 @@ std::string FindNameInUse(const ShowDirectory& directory) {
     }
 }
 
+std::chrono::system_clock::time_point FindLastWriting(const std::string& path) {
+    std::error_code ignored;
+    const auto system = std::chrono::file_clock::to_sys(std::filesystem::last_write_time(path, ignored));
+    return std::chrono::time_point_cast<std::chrono::system_clock::duration>(system);
+}
+
 }  // namespace
 
 std::vector<LogVersion> ListVersions(const ShowDirectory& directory) {
     const std::string nameInUse = FindNameInUse(directory);
+    const std::vector<ShowJournal> journals = FindJournals(directory);
+    const std::map<cmn::TAVOVersion, VersionNote> notes = ReadVersionNotes(directory.path);
     std::vector<LogVersion> versions;
     for (const auto& [version, name] : directory.logNames) {
-        LogVersion entry{version, name, {}, 0, name == nameInUse, 0, "", ""};
+        LogVersion entry;
+        entry.version = version;
+        entry.name = name;
+        entry.isInUse = name == nameInUse;
         const std::string path = directory.PathOf(name);
-        std::error_code ignored;
-        entry.writtenAt = std::filesystem::last_write_time(path, ignored);
+        entry.writtenAt = FindLastWriting(path);
+        if (const auto note = notes.find(version); note != notes.end()) {
+            if (note->second.savedAt > 0)
+                entry.writtenAt = std::chrono::system_clock::from_time_t(note->second.savedAt);
+            entry.by = note->second.by;
+            entry.comment = note->second.comment;
+        }
         try {
             entry.editCount = CountEdits(CL::ChangeLog::Load(path));
         } catch (const std::runtime_error& problem) {
             entry.problem = problem.what();
         }
-        try {
-            const CL::EditJournal::Contents journal = CL::EditJournal::Read(path);
-            entry.unsavedChanges = journal.changes.size();
-            if (!journal.problems.empty()) entry.journalProblem = journal.problems.front();
-        } catch (const std::runtime_error& problem) {
-            entry.journalProblem = problem.what();
+        const auto journal = std::find_if(journals.begin(), journals.end(),
+                                          [&entry](const ShowJournal& each) { return each.logName == entry.name; });
+        if (journal != journals.end()) {
+            entry.unsavedChanges = journal->changes.size();
+            entry.isEditedNow = journal->isKept;
+            entry.journalProblem = journal->problem;
         }
         versions.push_back(std::move(entry));
     }
@@ -54,18 +75,39 @@ std::size_t CountEdits(const CL::ChangeLog& log) {
     return count;
 }
 
+namespace {
+
+/// The versions that have a log or a journal.
+std::set<cmn::TAVOVersion> CollectVersions(const ShowDirectory& directory) {
+    std::set<cmn::TAVOVersion> versions;
+    for (const auto& [version, name] : directory.logNames)
+        versions.insert(version);
+    for (const auto& [version, name] : directory.journaledLogs)
+        versions.insert(version);
+    return versions;
+}
+
+constexpr auto LastNumber = std::numeric_limits<std::uint16_t>::max();
+
+}  // namespace
+
 cmn::TAVOVersion NextMinorVersion(const ShowDirectory& directory, const cmn::TAVOVersion& version) {
     cmn::TAVOVersion next = version;
-    for (const auto& [other, name] : directory.logNames) {
+    for (const cmn::TAVOVersion& other : CollectVersions(directory)) {
         if (other.major_number == version.major_number) next = std::max(next, other);
     }
+    if (next.minor_number == LastNumber) return NextMajorVersion(directory, 0);
     ++next.minor_number;
     return next;
 }
 
 cmn::TAVOVersion NextMajorVersion(const ShowDirectory& directory, std::uint16_t minorNumber) {
+    const std::set<cmn::TAVOVersion> versions = CollectVersions(directory);
     cmn::TAVOVersion next{0, minorNumber};
-    if (!directory.logNames.empty()) next.major_number = directory.logNames.rbegin()->first.major_number;
+    if (!versions.empty()) next.major_number = versions.rbegin()->major_number;
+    if (next.major_number == LastNumber)
+        throw std::runtime_error(fmt::format("the show has a version {}, after which there is no major number",
+                                             versions.rbegin()->GetAsString()));
     ++next.major_number;
     return next;
 }
@@ -81,12 +123,37 @@ std::string FindLogName(const ShowDirectory& directory, const std::string& versi
     return found->second;
 }
 
-std::string SaveVersion(const ShowDirectory& directory, CL::ChangeLog& log, const cmn::TAVOVersion& version) {
+VersionInUse::VersionInUse(const ShowDirectory& directory, const cmn::TAVOVersion& version)
+    : settingsPath_(directory.SettingsPath()),
+      opensByItself_(directory.logNames.empty() || version > directory.logNames.rbegin()->first) {
+    const Settings settings = ReadSettings(settingsPath_);
+    isAnnounced_ = !opensByItself_ || !settings.changeLog.empty() || !settings.nextVersion.empty();
+    if (isAnnounced_) AnnounceVersion(settingsPath_, version.GetAsString());
+}
+
+void VersionInUse::NoteSaved(const std::string& name) const {
+    if (!isAnnounced_) return;
+    try {
+        ChooseChangeLog(settingsPath_, opensByItself_ ? "" : name);
+    } catch (const std::runtime_error&) {
+        // What is announced holds.
+    }
+}
+
+std::string SaveVersion(const ShowDirectory& directory, CL::ChangeLog& log, const cmn::TAVOVersion& version,
+                        const std::string& comment) {
+    const VersionInUse inUse(directory, version);
     log.GetVersion() = version;
     log.SetDirectory(directory.path);
-    std::string path = log.Save("");
-    const bool opensByItself = directory.logNames.empty() || version > directory.logNames.rbegin()->first;
-    ChooseChangeLog(directory.SettingsPath(), opensByItself ? "" : kit::path::basename(path));
+    std::string path;
+    try {
+        path = log.Save("");
+    } catch (const kit::UnconfirmedError& problem) {
+        throw std::runtime_error(fmt::format("version {} is saved and in use, but may not outlast a power failure: {}",
+                                             version.GetAsString(), problem.what()));
+    }
+    inUse.NoteSaved(kit::path::basename(path));
+    NoteVersion(directory.path, version, comment);
     return path;
 }
 

@@ -9,41 +9,48 @@
 #include <type_traits>
 
 #include "kit/path.h"
+#include "kit/try_read.h"
+#include "stage/show/cue_check.h"
+#include "stage/show/edit_conflicts.h"
 #include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
+#include "stage/show/show_journals.h"
 #include "tavo_core/change_log.h"
 #include "tavo_core/edit_rules.h"
 #include "tavo_core/edit_text.h"
+#include "tavo_midi/midi_settings_check.h"
 #include "tavo_midi/show_data.h"
 
 namespace stage {
 
 namespace {
 
-/// Reads one file with `read`; a failure becomes a problem.
-template <class Read>
-auto TryRead(std::vector<std::string>& problems, Read read) -> std::optional<decltype(read())> {
-    try {
-        return read();
-    } catch (const std::exception& problem) {
-        problems.emplace_back(problem.what());
-        return std::nullopt;
-    }
-}
-
 class Checker {
 public:
     explicit Checker(const std::string& path) : directory_(ScanAnyDirectory(path, problems_)) {}
 
-    std::vector<std::string> Check() {
+    ShowProblems Check() {
         CheckNames();
         if (!directory_.showDataName.empty())
-            showData_ = TryRead(problems_, [&] { return tavo_midi::ShowData(directory_.ShowDataPath()); });
-        settings_ = TryRead(problems_, [&] { return ReadSettings(directory_.SettingsPath()); });
+            showData_ = kit::TryRead(problems_, [&] { return tavo_midi::ShowData(directory_.ShowDataPath()); });
+        settings_ = kit::TryRead(problems_, [&] { return ReadSettings(directory_.SettingsPath()); });
         CheckSettings();
-        for (const auto& [version, name] : directory_.logNames)
+        for (std::string& sentence : tavo_midi::FindMidiSettingsProblems(directory_.path))
+            problems_.push_back(std::move(sentence));
+        const std::string inUse = FindLogInUse();
+        for (const auto& [version, name] : directory_.logNames) {
+            if (name == inUse) {
+                CheckLog(version, name);
+                continue;
+            }
+            // What is reported about the others goes into a list of its own.
+            problems_.swap(otherVersions_);
             CheckLog(version, name);
-        return std::move(problems_);
+            problems_.swap(otherVersions_);
+        }
+        for (std::string& sentence : DescribeJournals(directory_))
+            problems_.push_back(std::move(sentence));
+        return {std::move(problems_), std::move(otherVersions_)};
     }
 
 private:
@@ -76,19 +83,34 @@ private:
         Report(name, fmt::format("is passed over, because {} has the same version", directory_.logNames.at(version)));
     }
 
+    /// The newest one where the settings choose one that is not there, which is a problem by itself.
+    [[nodiscard]] std::string FindLogInUse() const {
+        if (directory_.logNames.empty()) return "";
+        try {
+            if (settings_) return directory_.LogNameInUse(*settings_);
+        } catch (const std::exception&) {
+            return directory_.logNames.rbegin()->second;
+        }
+        return directory_.logNames.rbegin()->second;
+    }
+
     void CheckSettings() {
         if (!settings_) return;
         if (!directory_.logNames.empty())
-            static_cast<void>(TryRead(problems_, [&] { return directory_.LogNameInUse(*settings_); }));
-        if (settings_->soundFont.empty()) return;
-        const std::filesystem::path font = std::filesystem::path(directory_.path) / settings_->soundFont;
+            static_cast<void>(kit::TryRead(problems_, [&] { return directory_.LogNameInUse(*settings_); }));
+        CheckSoundFont(settings_->soundFont, "");
+        for (const Settings::Group& group : settings_->groups)
+            CheckSoundFont(group.soundFont, fmt::format(" of the group \"{}\"", group.name));
+    }
+
+    void CheckSoundFont(const std::string& name, const std::string& whose) {
         std::error_code ignored;
-        if (!std::filesystem::is_regular_file(font, ignored))
-            Report("settings.json", fmt::format("the SoundFont \"{}\" is not there", settings_->soundFont));
+        if (!name.empty() && !std::filesystem::is_regular_file(std::filesystem::path(directory_.path) / name, ignored))
+            Report("settings.json", fmt::format("the SoundFont \"{}\"{} is not there", name, whose));
     }
 
     void CheckLog(const cmn::TAVOVersion& version, const std::string& name) {
-        const auto log = TryRead(problems_, [&] { return CL::ChangeLog::Load(directory_.PathOf(name)); });
+        const auto log = kit::TryRead(problems_, [&] { return CL::ChangeLog::Load(directory_.PathOf(name)); });
         if (!log) return;
         if (log->GetVersion() != version)
             Report(name, fmt::format("the version inside is {}, not {}", log->GetVersion().GetAsString(),
@@ -111,39 +133,13 @@ private:
             Report(name, fmt::format("song {} is not in the show data", number));
             return;
         }
-        const std::string place = fmt::format("song {}: ", number);
-        for (const std::string& problem : CL::CheckSongLog(songLog, song->GetTimeline()))
-            Report(name, place + problem);
-        const TL::BarPositions positions(song->GetTimeline());
-        CheckSounds(name, place, songLog.GetSfxs(), positions);
-        CheckSounds(name, place, songLog.GetSfxAmbients(), positions);
-        CheckTargets(name, place, songLog, positions);
-    }
-
-    template <class Sequence>
-    void CheckSounds(const std::string& name, const std::string& place, const Sequence& sounds,
-                     const TL::BarPositions& positions) {
-        for (const auto& sound : sounds) {
-            std::error_code ignored;
-            if (!std::filesystem::is_regular_file(directory_.PathOf(sound.sound()), ignored))
-                Report(name, fmt::format("{}the sound \"{}\" at {} is not there", place, sound.sound(),
-                                         positions.DescribeTick(sound.start())));
-        }
-    }
-
-    void CheckTargets(const std::string& name, const std::string& place, const CL::SongLog& songLog,
-                      const TL::BarPositions& positions) {
-        if (!settings_) return;
-        for (const CL::Osc& message : songLog.GetOscs()) {
-            if (HasOscTarget(*settings_, message.target())) continue;
-            const std::string target =
-                message.target().empty() ? "any OSC target" : "the OSC target \"" + message.target() + "\"";
-            Report(name, fmt::format("{}{} of the message at {} is not in settings.json", place, target,
-                                     positions.DescribeTick(message.abs_time())));
-        }
+        const Settings* const settings = settings_ ? &*settings_ : nullptr;
+        for (const std::string& problem : FindSongProblems(*showData_, *song, songLog, directory_.path, settings))
+            Report(name, fmt::format("song {}: {}", number, problem));
     }
 
     std::vector<std::string> problems_;
+    std::vector<std::string> otherVersions_;
     ShowDirectory directory_;
     std::optional<tavo_midi::ShowData> showData_;
     std::optional<Settings> settings_;
@@ -151,7 +147,29 @@ private:
 
 }  // namespace
 
-std::vector<std::string> CheckShow(const std::string& path) {
+std::vector<std::string> FindSongProblems(const tavo_midi::ShowData& show, const tavo_midi::SongData& song,
+                                          const CL::SongLog& songLog, const std::string& showPath,
+                                          const Settings* settings) {
+    std::vector<std::string> problems = CL::CheckSongLog(songLog, song.GetTimeline());
+    for (std::string& conflict : FindConflicts(songLog, song))
+        problems.push_back(std::move(conflict));
+    if (songLog.GetAttacca() == CL::AttaccaNext && song.GetSongNumber() == show.GetSongs().back().GetSongNumber())
+        problems.emplace_back("attacca, but no song follows");
+    const TL::BarPositions positions(song.GetTimeline());
+    const auto check = [&](const auto& cues) {
+        for (const auto& cue : cues) {
+            std::string problem =
+                FindCueProblem(cue, positions, showPath, settings == nullptr ? Settings() : *settings);
+            if (!problem.empty()) problems.push_back(std::move(problem));
+        }
+    };
+    check(songLog.GetSfxs());
+    check(songLog.GetSfxAmbients());
+    if (settings != nullptr) check(songLog.GetOscs());
+    return problems;
+}
+
+ShowProblems CheckShow(const std::string& path) {
     return Checker(path).Check();
 }
 

@@ -15,6 +15,16 @@ cmn::TAVOVersion ParseVersionInName(const std::string& name) {
     return version;
 }
 
+/// A journal bears the name of its log with something after it; one of a log without a version is none of the show's.
+void AddJournal(const std::string& name, ShowDirectory& show) {
+    const std::string logName = name.substr(0, name.rfind('.'));
+    if (kit::path::extension(logName) != ".logdata") return;
+    try {
+        show.journaledLogs.emplace(ParseVersionInName(logName), logName);
+    } catch (const std::invalid_argument&) {
+    }
+}
+
 }  // namespace
 
 std::string ShowDirectory::ShowDataPath() const {
@@ -26,6 +36,11 @@ std::string ShowDirectory::NewestLogPath() const {
 }
 
 std::string ShowDirectory::LogNameInUse(const Settings& settings) const {
+    if (!settings.nextVersion.empty()) {
+        cmn::TAVOVersion next;
+        next.SetWithString(settings.nextVersion);
+        if (const auto saved = logNames.find(next); saved != logNames.end()) return saved->second;
+    }
     if (settings.changeLog.empty()) return logNames.rbegin()->second;
     const bool isThere = std::any_of(logNames.begin(), logNames.end(),
                                      [&](const auto& entry) { return entry.second == settings.changeLog; });
@@ -62,6 +77,8 @@ ShowDirectory ScanAnyDirectory(const std::string& path, std::vector<std::string>
             } catch (const std::invalid_argument& problem) {
                 problems.push_back("the name of the change log \"" + name + "\" ends in no version: " + problem.what());
             }
+        } else if (extension == ".journal") {
+            AddJournal(name, show);
         } else if (extension == ".showdata") {
             show.showDataName = name;
         } else if (extension == ".score") {

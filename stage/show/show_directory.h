@@ -16,14 +16,17 @@ struct ShowDirectory {
     std::string showDataName;
     /// The `.logdata` files by the version in their names; of two files with one version the later name.
     std::map<cmn::TAVOVersion, std::string> logNames;
+    /// The logs that have a journal beside them, by version; the logs themselves need not be there.
+    std::multimap<cmn::TAVOVersion, std::string> journaledLogs;
     /// The last `.score` file; empty where there is none.
     std::string scoreName;
 
     [[nodiscard]] std::string ShowDataPath() const;
     /// The log of the highest version.
     [[nodiscard]] std::string NewestLogPath() const;
-    /// The bare name of the log that opens: the one that the settings choose, else that of the highest version. Throws
-    /// std::runtime_error with one sentence where the settings choose one that is not there.
+    /// The bare name of the log that opens: the one that the settings choose, or announced and is there by now, else
+    /// that of the highest version. Throws std::runtime_error with one sentence where they choose one that is not
+    /// there.
     [[nodiscard]] std::string LogNameInUse(const Settings& settings) const;
     /// Its path.
     [[nodiscard]] std::string LogPathInUse(const Settings& settings) const;

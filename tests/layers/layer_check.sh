@@ -5,8 +5,8 @@
 set -euo pipefail
 cd "$1"
 
-layers='kit|tavo_core|tavo_midi|tavo_midi_io|tavo_audio|tavo_security|player_core|stage'
-third_party='fmt/|nlohmann/|utf8\.h|utf8proc|zip\.h|CLI/|fluidsynth|sndfile|samplerate|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
+layers='kit|tavo_core|tavo_midi|tavo_midi_io|tavo_audio|tavo_security|player_core|stage|tavo'
+third_party='fmt/|nlohmann/|utf8\.h|utf8proc|zip\.h|CLI/|fluidsynth|sndfile|samplerate|stk/|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
 devices='jack/|rtmidi|rtaudio|alsa/'
 violations=0
 known_folders=()
@@ -48,8 +48,13 @@ check_folder() {
 
 # check_part <part of stage> <other parts of stage that it may include>
 check_part() {
-    local folder=stage/$1 allowed="$1|$2" place target part
-    known_folders+=("$folder")
+    known_folders+=("stage/$1")
+    check_parts_in "stage/$1" "$1|$2"
+}
+
+# check_parts_in <folder> <parts of stage that it may include>
+check_parts_in() {
+    local folder=$1 allowed=$2 place target part
     [[ -d $folder ]] || return 0
     while IFS=$'\t' read -r place target; do
         [[ $target == stage/*/* ]] || continue
@@ -76,17 +81,25 @@ check_folder platform/tavo_midi_io 'kit|tavo_core|tavo_midi|tavo_midi_io' device
 check_folder platform/tavo_audio 'kit|tavo_core|tavo_audio'
 check_folder platform/tavo_security 'kit|tavo_core|tavo_security'
 check_folder player_core 'kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core' std-only
-check_folder stage "$layers" devices
+check_folder stage 'kit|tavo_core|tavo_midi|tavo_midi_io|tavo_audio|tavo_security|player_core|stage' devices
 check_part show ''
-check_part engine 'show'
-check_part control 'show|engine'
-check_part session 'show|engine|control'
+check_part sounds ''
+check_part engine 'show|sounds'
+check_part control 'show|sounds|engine'
+check_part words 'show'
+check_part session 'show|sounds|engine|control|words'
 check_part import 'show'
 check_part pages 'show'
 check_part picture 'show'
-check_part offline 'show|engine|control|session'
-check_part live 'show|engine|control|session|offline'
-check_part cli 'show|engine|control|session|import|pages|picture|offline|live'
+check_part offline 'show|sounds|engine|control|words|session'
+check_part live 'show|sounds|engine|control|words|session|offline'
+check_part web 'show|sounds|engine|control|words|session|import|picture|offline|live'
+check_part osc 'show|sounds|engine|control|words|session|offline|live'
+check_part cli 'show|sounds|engine|control|words|session|import|pages|picture|offline|live|osc|web'
+# The C library is for programs with devices of their own; its header is for C.
+check_folder tavo_c 'kit|tavo_core|tavo_midi|tavo_audio|tavo_security|player_core|stage|tavo'
+check_parts_in tavo_c 'show|sounds|engine|control|words|session|offline'
+check_folder tavo_c/include 'tavo' std-only
 check_all_known
 
 ((violations == 0))

@@ -46,6 +46,8 @@ plant platform/kit/src/c.cpp '#include <zip.h>'
 plant stage/engine/b.cpp '#include <fmt/format.h>'
 plant stage/engine/c.cpp '#include "stage/show/a.h"'
 plant stage/cli/c.cpp '#include "stage/offline/a.h"'
+plant tavo_c/src/a.cpp '#include "stage/offline/a.h"'
+plant tavo_c/include/tavo/a.h '#include "tavo/b.h"'
 expect_clean "clean tree"
 
 expect_found platform/kit/src/b.cpp '#include "tavo_core/a.h"'
@@ -74,6 +76,11 @@ expect_found stage/engine/b.h '#include "stage/session/a.h"'
 expect_found stage/control/b.h '#include "stage/session/a.h"'
 expect_found stage/import/musicxml/b.h '#include "stage/session/a.h"'
 expect_found stage/offline/b.h '#include "stage/cli/a.h"'
+expect_found tavo_c/src/b.cpp '#include "stage/live/a.h"'
+expect_found tavo_c/src/b.cpp '#include "tavo_midi_io/a.h"'
+expect_found tavo_c/src/b.cpp '#include <jack/jack.h>'
+expect_found tavo_c/include/tavo/b.h '#include "kit/a.h"'
+expect_found stage/cli/e.cpp '#include "tavo/tavo.h"'
 expect_clean "clean tree at the end"
 
 # A folder without a rule is named.

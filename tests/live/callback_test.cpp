@@ -1,49 +1,27 @@
-// The device's callback on a real JACK server: it takes no lock, allocates nothing and calls nothing of the system.
+// The device's callback on a real JACK server: it takes no lock, allocates nothing and calls nothing of the system. Nor
+// does what the rendering thread does for output groups.
 
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <memory>
 #include <thread>
+#include <vector>
 
-#include "stage/live/audio_output.h"
-#include "stage/live/output_feed.h"
+#include "stage/engine/engine_sound.h"
+#include "stage/engine/sound_font.h"
+#include "tests/live/watched_feed.h"
 #include "tests/midi_ports/jack_server.h"
 #include "tests/support/real_time_watch.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using test_support::RealTimeWatch;
-
-/// Watches the feed while the device takes frames from it.
-class WatchedFeed final : public stage::FrameSource {
-public:
-    void TakeFrames(float* left, float* right, std::uint32_t frames,
-                    std::chrono::nanoseconds moment) noexcept override {
-        // Switching the watch on is itself a call of the system, once a thread.
-        RealTimeWatch::PrepareThread();
-        {
-            const RealTimeWatch::Scope watch;
-            feed.TakeFrames(left, right, frames, moment);
-        }
-        ++calls;
-    }
-    void NoteFormat(const stage::OutputFormat& format) noexcept override { feed.NoteFormat(format); }
-
-    stage::OutputFeed feed;
-    std::atomic<int> calls{0};
-};
-
-void WaitForCalls(const std::atomic<int>& calls, int wanted) {
-    const auto end = std::chrono::steady_clock::now() + 20s;
-    while (calls < wanted && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(2ms);
-    ASSERT_GE(calls, wanted) << "the device does not call";
-}
 
 class Callback : public testing::Test {
 protected:
@@ -60,27 +38,60 @@ protected:
 };
 
 TEST_F(Callback, WholeLateAndReturningPeriods_CallNothingThatWaits) {
-    WatchedFeed source;
-    stage::OutputChoice choice;
-    choice.kind = stage::OutputChoice::Kind::Jack;
+    test_support::WatchedFeed<RealTimeWatch> source;
     RealTimeWatch::Reset();
-    {
-        const auto output = stage::OpenOutput(choice, source);
-        const std::vector<float> sound(128, 0.25F);
-        // Whole periods, then none, then whole ones again: fading out and in is part of the callback.
-        for (int round = 0; round < 3; ++round) {
-            for (int period = 0; period < 20; ++period)
-                source.feed.GetRing().Write(sound.data(), sound.data(), 128);
-            WaitForCalls(source.calls, source.calls + 40);
-        }
-    }
+    test_support::PlayWholeLateAndReturningPeriods(source);
     EXPECT_GT(source.feed.CountLatePeriods(), 0U);
     EXPECT_EQ(0, RealTimeWatch::CountSystemCalls());
     EXPECT_EQ(0, RealTimeWatch::CountAllocations());
     EXPECT_EQ(0, RealTimeWatch::CountLocks());
 }
 
-// Each of the three methods would notice.
+TEST(RenderedGroups, WithASoundFontAndReverbThroughCutsAndRest_CallNothingThatWaits) {
+    if (test_support::IsSanitized) GTEST_SKIP() << "A sanitizer allocates and locks for itself.";
+    if (!RealTimeWatch::CanWatch()) GTEST_SKIP() << "The system does not hand its calls to programs here.";
+    stage::Synth synth(stage::FindDefaultSoundFont(), 48000, 16, stage::Synth::Mix::Groups);
+    synth.SetFontsOfGroups({0, synth.AddSoundFont(stage::FindDefaultSoundFont())});
+    stage::GroupPlan plan;
+    plan.groups.resize(1);
+    plan.groups[0].reverbDb = 0;
+    stage::EngineSound sound(synth, 48000);
+    sound.SetGroups(plan);
+    std::vector<float> left(64);
+    std::vector<float> right(64);
+    const stage::StereoBuffer pair{left.data(), right.data()};
+    const std::array<std::uint8_t, 2> inGroup{1, 1};
+    const std::array<std::uint8_t, 2> inNone{0, 0};
+    float loudest = 0;
+    const auto play = [&] {
+        for (int block = 0; block < 400; ++block) {
+            if (block % 50 == 0) {
+                synth.AssignChannels(block % 100 == 0 ? inGroup : inNone);
+                synth.PlayMessage({0, 0xC0, static_cast<std::uint8_t>(block / 50), 0, 0});
+                synth.PlayNote(0, static_cast<std::uint8_t>(60 + block / 50), 100, 0);
+            }
+            if (block % 120 == 119) sound.Do({.kind = stage::SoundOrder::Kind::Silence});
+            sound.SetBuffers({&pair, 1});
+            sound.Render(64);
+            sound.Write();
+            loudest = std::max(loudest, left[0]);
+        }
+    };
+    // Lists grow to their lengths in the first round.
+    play();
+    RealTimeWatch::Reset();
+    std::thread([&] {
+        RealTimeWatch::PrepareThread();
+        const RealTimeWatch::Scope watch;
+        play();
+    }).join();
+    EXPECT_GT(loudest, 0.001F);
+    EXPECT_EQ(0, RealTimeWatch::CountSystemCalls());
+    EXPECT_EQ(0, RealTimeWatch::CountAllocations());
+    EXPECT_EQ(0, RealTimeWatch::CountLocks());
+}
+
+// Each of the three counts would notice.
 TEST_F(Callback, WatchItself_NoticesAllThree) {
     RealTimeWatch::Reset();
     std::thread([] {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -34,10 +35,14 @@ public:
         std::vector<std::string> all{STAGE_BINARY, "play"};
         all.insert(all.end(), words.begin(), words.end());
         all.emplace_back("--headless");
+        // Many programs run beside each other, and the usual port is one.
+        if (std::find(words.begin(), words.end(), "--osc") == words.end()) all.insert(all.end(), {"--osc", "off"});
         child_ = std::make_unique<Child>(std::move(all));
         child_->CollectLines();
     }
 
+    [[nodiscard]] pid_t GetPid() const { return child_->GetPid(); }
+    void Signal(int signal) { child_->Signal(signal); }
     void Press(const std::string& line) { child_->Write(line); }
     void Kill() { child_->End(SIGKILL); }
 

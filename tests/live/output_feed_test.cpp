@@ -20,7 +20,11 @@ protected:
         const std::vector<float> sound(frames, value);
         feed_.GetRing().Write(sound.data(), sound.data(), frames);
     }
-    void Take() { feed_.TakeFrames(left_.data(), right_.data(), Period, 1ms); }
+    void SetUp() override { Take(); }  // the silent period with which each device begins
+    void Take() {
+        moment_ += 2667us;
+        feed_.TakeFrames(left_.data(), right_.data(), Period, moment_);
+    }
     /// The largest step from one frame to the next, also from the period before.
     float TakeAndFindLargestStep() {
         const float before = left_.back();
@@ -32,6 +36,7 @@ protected:
     }
 
     stage::OutputFeed feed_;
+    std::chrono::nanoseconds moment_{0};
     std::array<float, Period> left_{};
     std::array<float, Period> right_{};
 };
@@ -44,6 +49,17 @@ TEST_F(OutputFeedTest, WholePeriod_IsTakenAsItWasWritten) {
     EXPECT_EQ(ramp, std::vector<float>(left_.begin(), left_.end()));
     EXPECT_EQ(ramp, std::vector<float>(right_.begin(), right_.end()));
     EXPECT_EQ(0U, feed_.CountLatePeriods());
+}
+
+TEST_F(OutputFeedTest, SilentWhileTheDeviceSettles_MusicIsHeardFromTheNextPeriodOn) {
+    // It has begun with such a period.
+    EXPECT_NEAR(static_cast<double>((moment_ + 2667us).count()),
+                static_cast<double>(feed_.GetClock().FindMomentHeard(0, moment_)->count()), 1e3);
+    const auto expected = feed_.GetClock().FindMomentHeard(Period, moment_);
+    Write(2 * Period, 0.5F);
+    Take();
+    EXPECT_NEAR(static_cast<double>(expected->count()),
+                static_cast<double>(feed_.GetClock().FindMomentHeard(Period, moment_)->count()), 1e3);
 }
 
 TEST_F(OutputFeedTest, NothingRenderedYet_IsSilenceAndNotLate) {
@@ -85,6 +101,8 @@ TEST_F(OutputFeedTest, AfterRest_NextDeviceFadesInWhereTheLastStopped) {
     Write(4 * Period, 1.0F);
     Take();
     feed_.Rest(true);
+    Take();  // to find out how the device asks
+    EXPECT_EQ(0.0F, left_.back());
     Take();
     EXPECT_LT(left_.front(), 0.05F);
     Take();
@@ -92,6 +110,58 @@ TEST_F(OutputFeedTest, AfterRest_NextDeviceFadesInWhereTheLastStopped) {
     EXPECT_EQ(1.0F, left_.back());
     EXPECT_EQ(4U * Period, feed_.GetRing().CountTaken());
     EXPECT_EQ(0U, feed_.CountLatePeriods());
+}
+
+TEST_F(OutputFeedTest, DeviceFillsItsBuffersFirst_MusicBeginsWhenItPlays) {
+    Write(4 * Period, 1.0F);
+    feed_.Rest(false);
+    for (int buffer = 0; buffer < 5; ++buffer) {
+        moment_ -= 2660us;  // in one go
+        Take();
+        EXPECT_EQ(0.0F, left_.back());
+    }
+    EXPECT_FALSE(feed_.HasSettled());
+    EXPECT_EQ(0U, feed_.GetRing().CountTaken());
+    moment_ += 1500ms;
+    Take();
+    EXPECT_TRUE(feed_.HasSettled());
+    EXPECT_EQ(Period, feed_.GetRing().CountTaken());
+    EXPECT_EQ(1.0F, left_.back());
+    EXPECT_EQ(0U, feed_.CountLatePeriods());
+}
+
+TEST_F(OutputFeedTest, DeviceAsksWithoutEnd_MusicStandsUntilTheNextOne) {
+    feed_.NoteFormat({48000, Period, 512});
+    Take();
+    ASSERT_TRUE(feed_.HasSettled());
+    for (int i = 0; i < 1000; ++i) {
+        Write(Period, 1.0F);
+        moment_ -= 2600us;
+        Take();
+    }
+    EXPECT_TRUE(feed_.HasRunAway());
+    EXPECT_LT(feed_.GetRing().CountTaken(), 12'000U);
+    EXPECT_EQ(0.0F, left_.back());
+    feed_.Rest(true);
+    Take();
+    Take();
+    EXPECT_FALSE(feed_.HasRunAway());
+    EXPECT_NE(0.0F, left_.back());
+}
+
+TEST_F(OutputFeedTest, DeviceCatchesUpOrIsALittleFast_IsNoRunaway) {
+    feed_.NoteFormat({48000, Period, 512});
+    Take();
+    moment_ += 1s;
+    for (int i = 0; i < 375; ++i) {  // the second that it slept, in one go
+        moment_ -= 2667us;
+        Take();
+    }
+    for (int i = 0; i < 100'000; ++i) {  // some minutes
+        moment_ -= 8us;
+        Take();
+    }
+    EXPECT_FALSE(feed_.HasRunAway());
 }
 
 TEST(DeviceClockTest, BeforeTheFirstPeriod_NothingIsHeard) {
@@ -121,6 +191,34 @@ TEST(DeviceClockTest, DeviceHasStopped_NothingBeyondItsLastPeriodIsHeard) {
     clock.NoteFormat({48000, 480, 0});
     clock.NotePeriod(4800, 480, 1s);
     EXPECT_EQ(4800 + 480, clock.FindHeardFrame(1h));
+}
+
+TEST(DeviceClockTest, MomentOfAFrame_IsThatAtWhichItIsHeard) {
+    stage::DeviceClock clock;
+    clock.NoteFormat({48000, 480, 960});
+    EXPECT_FALSE(clock.FindMomentHeard(0, 1s)) << "before the first period";
+    clock.NotePeriod(4800, 480, 1s);
+    EXPECT_EQ(1s + 20ms, clock.FindMomentHeard(4800, 1s));
+    EXPECT_EQ(1s + 30ms, clock.FindMomentHeard(5280, 1s)) << "one that is to come";
+    EXPECT_EQ(1s - 80ms, clock.FindMomentHeard(0, 1s)) << "one that has been heard";
+    EXPECT_EQ(4321, clock.FindHeardFrame(*clock.FindMomentHeard(4321, 1s) + 1us));
+}
+
+TEST(DeviceClockTest, PeriodEndsInSilence_WhatComesIsHeardAfterIt) {
+    stage::DeviceClock clock;
+    clock.NoteFormat({48000, 480, 960});
+    clock.NotePeriod(4800, 96, 1s, 384);
+    EXPECT_EQ(1s + 20ms, clock.FindMomentHeard(4800, 1s));
+    EXPECT_EQ(1s + 30ms, clock.FindMomentHeard(4896, 1s));
+    EXPECT_EQ(1s + 40ms, clock.FindMomentHeard(5376, 1s));
+}
+
+TEST(DeviceClockTest, NoPeriodForLong_NoFrameHasItsMoment) {
+    stage::DeviceClock clock;
+    clock.NoteFormat({48000, 480, 960});
+    clock.NotePeriod(4800, 480, 1s);
+    EXPECT_TRUE(clock.FindMomentHeard(4800, 1s + 80ms));
+    EXPECT_FALSE(clock.FindMomentHeard(4800, 1s + 81ms));
 }
 
 TEST(PlayheadHistoryTest, FindsWhatWasAtTheFrame) {

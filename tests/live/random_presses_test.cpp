@@ -97,7 +97,8 @@ protected:
             case 16:
                 return pick(1) == 0 ? "cancel-fade" : "panic";
             default:
-                return pick(1) == 0 ? "load 1" : "volume " + std::to_string(pick(100)) + "%";
+                return pick(1) == 0 ? "load 1"
+                                    : "volume " + std::to_string(pick(100)) + (pick(1) == 0 ? "%" : "% music");
         }
     }
     void MakeEdit_(stage::LiveShow& show) {

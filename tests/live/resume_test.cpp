@@ -40,7 +40,8 @@ TEST_F(Resume, KilledInVamp_StandsThereWithItsPassTempoAndVolume) {
         play->WaitFor("jump", {{"reason", "loop"}});
         play->WaitFor("jump", {{"reason", "loop"}});
         play->Press("volume 60%");
-        WaitForTake(*play, "volume 60%");
+        play->Press("volume 40% music");
+        WaitForTake(*play, "volume 40% music");
         play->Kill();
     }
     const auto play = Start({"--resume"});
@@ -52,6 +53,7 @@ TEST_F(Resume, KilledInVamp_StandsThereWithItsPassTempoAndVolume) {
     EXPECT_EQ(1.5, status["tempoScale"]);
     EXPECT_EQ(-2, status["transposition"]);
     EXPECT_EQ(0.6, status["volumes"]["master"]);
+    EXPECT_EQ(0.4, status["volumes"]["music"]);
     ASSERT_EQ(1U, status["loops"].size()) << status;
     EXPECT_GE(status["loops"][0]["pass"], 3);
     const int pass = status["loops"][0]["pass"];

@@ -143,6 +143,7 @@ TEST_F(ScreenControlTest, TempoAndVolumeAtTheirEnds_StayThere) {
     EXPECT_EQ("tempo 200%", Type("+"));
     EXPECT_EQ("volume 95%", Type("["));
     EXPECT_EQ("volume 100%", Type("]]"));
+    EXPECT_EQ("volume 95% music", Type("{"));
 }
 
 TEST_F(ScreenControlTest, QuitWhilePlaying_AsksFirst) {

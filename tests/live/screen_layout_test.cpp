@@ -43,7 +43,7 @@ LiveStatus MakeEvening() {
     status.loops = {{"vamp", "bars 126 to 128", 4, 0, true}, {"repeat", "bars 120 to 131", 2, 3, false}};
     status.leavesInBeats = 5;
     status.elapsedSeconds = 3725;
-    status.masterVolume = 0.8;
+    status.volumes = {{"master", 0.8}, {"music", 1}, {"click", 1}, {"effects", 0.5}, {"ambience", 1}};
     status.output.isPlaying = true;
     status.output.name = "JACK";
     status.output.format = {48000, 128, 256};

@@ -28,7 +28,7 @@ protected:
     }
     void Start(const std::string& more = "--no-take", const std::string& shown = "Space go on") {
         terminal_.RunInShell("sh -c 'echo $$ >" + Pid() + "; exec " + std::string(STAGE_BINARY) + " play " + Show() +
-                             " --output null " + more + "'; echo left=$?");
+                             " --output null --osc off " + more + "'; echo left=$?");
         terminal_.WaitFor(shown);
     }
     void Signal(int signal) { ::kill(std::stoi(test_support::ReadAll(Pid())), signal); }

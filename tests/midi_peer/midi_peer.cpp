@@ -121,6 +121,7 @@ int main(int argc, char** argv) {
     Peer peer;
     // It is told of a dying server, which is what some tests are about.
     jack_set_error_function([](const char*) {});
+    jack_set_info_function([](const char*) {});
     peer.client = jack_client_open(argc > 1 ? argv[1] : "peer", JackNoStartServer, nullptr);
     if (peer.client == nullptr) {
         std::fputs("midi_peer: no JACK server runs.\n", stderr);

@@ -79,6 +79,7 @@ public:
         std::fclose(out_);
         return status;
     }
+    [[nodiscard]] pid_t GetPid() const { return pid_; }
     void Signal(int signal) { ::kill(pid_, signal); }
     void Write(const std::string& line) {
         std::fputs((line + "\n").c_str(), in_);
@@ -150,11 +151,11 @@ inline std::unique_ptr<Child> StartJackServer(const std::string& options = "-S",
 
 /// Starts the test's server in a /dev/shm of its own and has the process see the computer's MIDI ports; returns why a
 /// test has to be skipped, else nothing.
-inline std::string PrepareJackServer(std::unique_ptr<Child>& server) {
+inline std::string PrepareJackServer(std::unique_ptr<Child>& server, unsigned int periodFrames = 128) {
     tavo_midi_io::InstallMidiPorts();
     if (!EnterOwnSharedMemory())
         return "A /dev/shm of its own, which a JACK server of its own needs, is not permitted here.";
-    server = StartJackServer();
+    server = StartJackServer("-S", 48000, periodFrames);
     return server ? "" : "No JACK server with the dummy driver can be started here.";
 }
 

@@ -9,6 +9,7 @@
 #include "stage/import/musicxml/score_file.h"
 #include "stage/import/musicxml/score_song.h"
 #include "stage/import/musicxml/song_layout.h"
+#include "stage/import/musicxml/tempo_guess.h"
 #include "tavo_midi/smf_reader.h"
 #include "tavo_midi/song_builder.h"
 #include "tests/support/run_program.h"
@@ -33,6 +34,7 @@ inline CorpusSong ReadCorpusSong(const ShowTableRow& row) {
     std::filesystem::path file = row.midi;
     file.replace_extension(".mxl");
     song.score = mx::ReadScore(ReadAll(file), file);
+    static_cast<void>(mx::CompleteTempos(song.score, {}));
     song.imported = MakeScoreSong(song.score, mx::BarOrder::AsPlayed);
     song.played =
         tavo_midi::BuildSong(tavo_midi::ReadSmf(song.imported.packed.smf, file), song.imported.packed.options, file);

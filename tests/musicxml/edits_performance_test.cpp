@@ -35,7 +35,12 @@ std::vector<std::string> RenderBars(const std::string& show, const std::string& 
     return bars;
 }
 
-/// The same of the import that plays repeats out, without the words for the time.
+/// "12" of "12 (2)".
+std::string WithoutTime(const std::string& label) {
+    return label.substr(0, label.find(' '));
+}
+
+/// The same of the import that plays repeats out.
 std::vector<std::string> PlayOut(const std::string& score, const std::string& show) {
     stage::ImportRequest request;
     request.paths = {score};
@@ -43,7 +48,7 @@ std::vector<std::string> PlayOut(const std::string& score, const std::string& sh
     const TL::BarPositions positions(ImportShow(request).songs.front().GetTimeline());
     std::vector<std::string> bars;
     for (const auto& bar : positions.GetBars())
-        bars.push_back(bar.label.substr(0, bar.label.find(' ')));
+        bars.push_back(WithoutTime(bar.label));
     return bars;
 }
 
@@ -54,8 +59,10 @@ void ExpectTheSameOrder(const std::string& score) {
     request.showPath = directory / "written";
     request.asWritten = true;
     const std::string number = ImportShow(request).songs.front().GetSongNumber();
-    EXPECT_THAT(RenderBars(directory / "written", number),
-                testing::ElementsAreArray(PlayOut(score, directory / "played")));
+    std::vector<std::string> rendered = RenderBars(directory / "written", number);
+    for (std::string& bar : rendered)
+        bar = WithoutTime(bar);
+    EXPECT_THAT(rendered, testing::ElementsAreArray(PlayOut(score, directory / "played")));
 }
 
 class WrittenSongWithRepeats : public testing::TestWithParam<std::string> {};
@@ -105,7 +112,8 @@ std::string MakeScoreText(const std::string& flow) {
 
 TEST(WrittenScoreWithRepeats, IsPerformedInTheOrderOfTheImportThatPlaysItOut) {
     for (const char* flow : {"1 2:|", "1 |: 2 3:|3 4", "1 |: 2:| 3 4", "1 |: 2 |: 3 4:| 5:| 6", "|: 1 2:| |: 3 4:|4",
-                             "1 |: 2 |: 3:|3 4:|3 5", "1 2:| 3 4:| 5", "1 |: 2 3!:| 4", "|: 1 2! 3 4!:|3"}) {
+                             "1 |: 2 |: 3:|3 4:|3 5", "1 2:| 3 4:| 5", "1 |: 2 3:| 4:| 5", "|: 1:| 2:| 3:|3 4",
+                             "1 |: 2:|3 3:| |: 4:| 5", "|: 1 |: 2:| 3:| 4:| 5", "1 |: 2 3!:| 4", "|: 1 2! 3 4!:|3"}) {
         SCOPED_TRACE(flow);
         const TemporaryDirectory directory;
         test_support::WriteAll(directory / "01_score.musicxml", MakeScoreText(flow));

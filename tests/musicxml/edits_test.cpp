@@ -61,6 +61,19 @@ const EditsRow Rows[] = {
     {"RepeatWithItsCount", "|: 1 2 :|5 3", "repeat bars 1 to 2 5 times", {}},
     {"RepeatPlayedOnce", "|: 1 2 :|1 3", "", {}},
     {"RepeatsInsideOneAnother", "|: 1 |: 2 :|3 3 :|", "repeat bars 1 to 3 2 times, repeat bar 2 3 times", {}},
+    {"SignWithoutForwardSign_IsWrittenOut",
+     "1 |: 2 :| 3 :| 4",
+     "repeat bars 2 (2) to 3 2 times",
+     {"the repeat sign after bar 3 has no sign to go back to"}},
+    {"SignWithoutForwardSign_AfterThreeTimes",
+     "|: 1 :|3 2 :| 3",
+     "repeat bar 1 2 times, repeat bars 1 (2) to 2 2 times",
+     {"the repeat sign after bar 2 has no sign to go back to"}},
+    {"SignWithoutForwardSign_AfterAVamp",
+     "|: 1 \"Vamp\" :| 2 :| 3",
+     "vamp bar 1",
+     {"the repeat sign after bar 2 has no sign to go back to",
+      "the repeat of bars 1 to 2 takes the one inside it only once, which no edit can say: it is left out"}},
     {"VampOverARepeat", "1 |: 2 \"Vamp_till_ready\" 3 :| 4", "vamp bars 2 to 3", {}},
     {"VampInsideARepeat", "|: 1 |: 2 \"VAMP\" :| 3 :|", "vamp bar 2, repeat bars 1 to 3 2 times", {}},
     {"VampOverNoRepeat", "1 2 \"Vamp\" 3", "", {"\"Vamp\" in bar 2 stands over no repeat and is a marker only"}},
@@ -132,11 +145,15 @@ TEST_F(EditsOfMarks, FermataBehindTheEnd_HoldsUpToTheEnd) {
     EXPECT_EQ("fermata 3:4 up to end", PrintEdits(Make()));
 }
 
-TEST_F(EditsOfMarks, BreathsAndCaesurasAreCaesuras_OneAtAPlace) {
+TEST_F(EditsOfMarks, CaesurasAreCaesuras_BreathsOnlyWhereTheyStop) {
     Mark(0, MarkKind::Breath, 2);
     Mark(1, MarkKind::Caesura, 4);
     Mark(1, MarkKind::Breath, 4);
-    EXPECT_EQ("caesura 1:3 \"breath\", caesura 3 \"caesura\"", PrintEdits(Make()));
+    EXPECT_EQ("caesura 3 \"caesura\"", PrintEdits(Make()));
+    EXPECT_EQ("caesura 3 \"caesura\"", PrintEdits(MakeScoreSong(score_, BarOrder::AsWritten, stage::Breaths::Ignore)));
+    EXPECT_EQ("caesura 1:3 \"breath\", caesura 3 \"caesura\"",
+              PrintEdits(MakeScoreSong(score_, BarOrder::AsWritten, stage::Breaths::Stop)))
+        << "one at a place";
 }
 
 TEST_F(EditsOfMarks, AsPlayed_ThereAreNone) {

@@ -43,7 +43,7 @@ inline std::vector<stage::musicxml::WrittenBar> ParseFlow(const std::string& tex
         const std::string name = head.substr(0, head.find('='));
         const std::string label = head.find('=') == std::string::npos ? "" : head.substr(head.find('=') + 1);
         const auto mark = [&](MarkKind kind, Units position) {
-            return WrittenMark{kind, position, 0, 0, label, passes};
+            return WrittenMark{kind, position, 0, 0, label, passes, {}};
         };
         if (word == "|:") {
             next.startsRepeat = true;

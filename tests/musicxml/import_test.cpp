@@ -29,7 +29,8 @@ std::string PlainMeasure(const std::string& number, int quarters, const std::str
 }
 
 const char* const FourFour =
-    "<attributes><divisions>1</divisions><time><beats>4</beats><beat-type>4</beat-type></time></attributes>";
+    "<attributes><divisions>1</divisions><time><beats>4</beats><beat-type>4</beat-type></time></attributes>"
+    "<sound tempo='120'/>";
 const char* const Forward = "<barline location='left'><repeat direction='forward'/></barline>";
 const char* const Backward = "<barline location='right'><repeat direction='backward'/></barline>";
 const char* const NewPage = "<print new-page='yes'/>";
@@ -97,11 +98,59 @@ TEST_F(ImportOfScores, PlaysRepeatsOut) {
     EXPECT_THAT(PrintEdits("1"), testing::Not(HasSubstr("repeat")));
 }
 
+TEST_F(ImportOfScores, BarsThatAreNeverPlayed_AreAllNamed) {
+    const std::string fine = "<sound fine='yes'/>";
+    std::string measures = PlainMeasure("1", 4, FourFour, fine) + PlainMeasure("2", 4, "", "<sound dacapo='yes'/>");
+    for (int bar = 3; bar <= 5; ++bar)
+        measures += PlainMeasure(std::to_string(bar), 4);
+    for (int song = 1; song <= 25; ++song)
+        Write(std::to_string(song) + ".musicxml", TitledScore("A", measures));
+    const test_support::ProgramResult import = RunStage({"import", directory_ / "", "-o", directory_ / "show"});
+    EXPECT_THAT(import.err, HasSubstr("1.musicxml\": bars 3 to 5 are never played\n"));
+    EXPECT_EQ(25, std::count(import.err.begin(), import.err.end(), '\n')) << import.err;
+}
+
 TEST_F(ImportOfScores, AsWritten_KeepsTheBarsWithEdits) {
     Write("01_a.xml", Repeated);
     request_.asWritten = true;
     EXPECT_EQ("1=0 2=1920", PrintBars(Import({"01_a.xml"}).songs.front()));
     EXPECT_THAT(PrintEdits("1"), HasSubstr("repeat"));
+}
+
+TEST_F(ImportOfScores, MarkersAtOnePlace_AreOne) {
+    const std::string marks =
+        "<direction><direction-type><rehearsal>C</rehearsal></direction-type></direction>"
+        "<direction><direction-type><words>Vamp</words></direction-type></direction>";
+    Write("01_a.xml", TitledScore("A", PlainMeasure("1", 4, FourFour + marks)));
+    (void)Import({"01_a.xml"});
+    const std::string edits = PrintEdits("1");
+    EXPECT_THAT(edits, HasSubstr("\"C, Vamp\""));
+    EXPECT_EQ(edits.find("marker"), edits.rfind("marker")) << edits;
+    const test_support::ProgramResult again =
+        RunStage({"edit", directory_ / "show", "add", "marker", "--song", "1", "--at", "1", "--text", "solo"});
+    EXPECT_EQ(0, again.exitCode) << again.err;
+    EXPECT_THAT(PrintEdits("1"), HasSubstr("\"C, Vamp, solo\""));
+}
+
+TEST_F(ImportOfScores, BreathMarks_LiftOrStopOrAreLeftOut) {
+    const std::string breath =
+        "<measure number='1'>" + std::string(FourFour) +
+        "<note><pitch><step>C</step><octave>4</octave></pitch><duration>2</duration><notations><articulations>"
+        "<breath-mark/></articulations></notations></note><note><rest/><duration>2</duration></note></measure>";
+    Write("01_a.xml", TitledScore("A", breath));
+    const auto import = [&](const std::vector<std::string>& words) {
+        std::filesystem::remove_all(directory_ / "show");
+        std::vector<std::string> all{"import", directory_ / "01_a.xml", "-o", directory_ / "show", "--written"};
+        all.insert(all.end(), words.begin(), words.end());
+        return RunStage(all);
+    };
+    EXPECT_EQ("", import({}).err);
+    EXPECT_THAT(PrintEdits("1"), testing::Not(HasSubstr("caesura"))) << "a lift, if nobody says otherwise";
+    EXPECT_EQ("", import({"--breaths", "ignore"}).err);
+    EXPECT_THAT(PrintEdits("1"), testing::Not(HasSubstr("caesura")));
+    EXPECT_EQ("", import({"--breaths", "stop"}).err);
+    EXPECT_THAT(PrintEdits("1"), HasSubstr("caesura"));
+    EXPECT_NE(0, import({"--breaths", "hold"}).exitCode);
 }
 
 TEST_F(ImportOfScores, WithoutATitle_TakesTheFileName) {
@@ -189,6 +238,103 @@ TEST_F(ImportOfScores, BesideALongerMidiFile_NamesTheLastBarAndStops) {
             (void)Import({"01.mid", "01.musicxml"});
         },
         testing::ThrowsMessage<std::runtime_error>(HasSubstr("goes on after bar 2, the last one")));
+}
+
+const std::string RepeatedFromTheBeginning =
+    TitledScore("A", PlainMeasure("1", 4, std::string(Forward) + FourFour) + PlainMeasure("2", 4, "", Backward) +
+                         PlainMeasure("3", 4));
+
+TEST_F(ImportOfScores, BesideAMidiFileOfTheWrittenBars_SaysSoAndStops) {
+    Write("01.mid", Midi(3));
+    Write("01.musicxml", RepeatedFromTheBeginning);
+    EXPECT_THAT(
+        [this] {
+            (void)Import({"01.mid", "01.musicxml"});
+        },
+        testing::ThrowsMessage<std::runtime_error>(HasSubstr(
+            "disagree after bar 1 (2): the MIDI file ends there, and the score has music up to bar 3; the MIDI "
+            "file has the written bars, 3: import with --written, or leave it out")));
+    request_.paths.clear();
+    request_.asWritten = true;
+    EXPECT_EQ("1=0 2=1536 3=3072", PrintBars(Import({"01.mid", "01.musicxml"}).songs.front()));
+}
+
+TEST_F(ImportOfScores, AsWrittenBesideAMidiFileThatIsPlayedOut_SaysSoAndStops) {
+    Write("01.mid", Midi(5));
+    Write("01.musicxml", RepeatedFromTheBeginning);
+    request_.asWritten = true;
+    EXPECT_THAT(
+        [this] {
+            (void)Import({"01.mid", "01.musicxml"});
+        },
+        testing::ThrowsMessage<std::runtime_error>(HasSubstr(
+            "the MIDI file goes on after bar 3, the last one of the score; the MIDI file has the bars as they are "
+            "played, 5: import without --written, or leave it out")));
+}
+
+TEST_F(ImportOfScores, BesideAMidiFileThatEndsEarlyInAnyOrder_SaysWhereAndStops) {
+    Write("01.mid", Midi(2));
+    Write("01.musicxml", RepeatedFromTheBeginning);
+    EXPECT_THAT(
+        [this] {
+            (void)Import({"01.mid", "01.musicxml"});
+        },
+        testing::ThrowsMessage<std::runtime_error>(
+            HasSubstr("disagree after bar 2: the MIDI file ends there, and the score has music up to bar 3; leave the "
+                      "MIDI file out, or give it a number of its own")));
+    EXPECT_FALSE(std::filesystem::exists(directory_ / "show"));
+}
+
+/// A measure of four quarter notes, "CDEF".
+std::string FourNotes(const std::string& number, const std::string& steps, const std::string& octave = "4") {
+    std::string notes;
+    for (const char step : steps)
+        notes += "<note><pitch><step>" + std::string(1, step) + "</step><octave>" + octave +
+                 "</octave></pitch><duration>1</duration></note>";
+    return "<measure number='" + number + "'>" + (number == "1" ? FourFour : "") + notes + "</measure>";
+}
+
+TEST_F(ImportOfScores, BesideAnotherSongsMidiFile_ComparesTheNotesAndStops) {
+    Write("01.mid", Midi(3));  // C on every beat
+    const auto import = [this](const std::string& first, const std::string& last, const std::string& octave) {
+        request_.paths.clear();
+        std::filesystem::remove_all(directory_ / "show");
+        Write("01.musicxml", TitledScore("A", FourNotes("1", first, octave) + FourNotes("2", first, octave) +
+                                                  FourNotes("3", last, octave)));
+        (void)Import({"01.mid", "01.musicxml"});
+    };
+    EXPECT_THAT([&] { import("DEFG", "DEFG", "4"); },
+                testing::ThrowsMessage<std::runtime_error>(
+                    HasSubstr("disagree at bar 1: of the notes of bars 1 to 3 they have 0 percent in common")));
+    EXPECT_NO_THROW(import("CCCC", "CCCC", "2")) << "in another octave";
+    EXPECT_NO_THROW(import("CCCC", "DEFG", "4")) << "most of them";
+}
+
+TEST_F(ImportOfScores, BesideAMidiFileATickShortWithAnEndlessPedal_TakesIt) {
+    tavo_midi::Smf smf = tavo_midi::ReadSmf(Midi(2), "midi");
+    smf.events.back().tick -= 1;
+    smf.events.insert(smf.events.begin(), {0, 0xB0, 64, 127, 0});
+    smf.tracks[0].eventCount = smf.events.size();
+    smf.tracks[0].endTick -= 1;
+    Write("01.mid", tavo_midi::WriteSmf(smf));
+    Write("01.musicxml", TitledScore("A", PlainMeasure("1", 4, FourFour) + PlainMeasure("2", 4)));
+    EXPECT_EQ("1=0 2=1536", PrintBars(Import({"01.mid", "01.musicxml"}).songs.front()));
+}
+
+TEST_F(ImportOfScores, BesideAMidiFileThatCountsAnotherMeter_NotesTheBar) {
+    tavo_midi::Smf smf = tavo_midi::ReadSmf(Midi(3), "midi");
+    smf.tracks[0].meters = {{0, 6, 8}};
+    Write("01.mid", tavo_midi::WriteSmf(smf));
+    std::string measures;
+    for (int bar = 1; bar <= 4; ++bar)
+        measures += PlainMeasure(std::to_string(bar), 3,
+                                 bar > 1 ? ""
+                                         : "<attributes><divisions>1</divisions><time><beats>3</beats><beat-type>4"
+                                           "</beat-type></time></attributes>");
+    Write("01.musicxml", TitledScore("A", measures));
+    EXPECT_THAT(
+        Import({"01.mid", "01.musicxml"}).notes,
+        ElementsAre(HasSubstr("bar 1 is counted in 6/8, in the score in 3/4; the MIDI file's meters are taken")));
 }
 
 TEST_F(ImportOfScores, AsWrittenBesideAMidiFile_ScalesTheEditsToItsTicks) {

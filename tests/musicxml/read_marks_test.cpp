@@ -98,16 +98,30 @@ TEST(ReadTempo, Absurd_IsLeftOutWithAWarning) {
     }
 }
 
-TEST(ReadMarks, StandWhereTheCursorAndTheirOffsetSay) {
+TEST(ReadMarks, StandWhereTheCursorSaysAndAnOffsetThatSounds) {
     const std::string words = "<words>Vamp</words>";
     EXPECT_EQ("1 words Vamp", MarksOf(Read(Score({Note("C4", 4) + Direction(words) + Note("C4", 4)})), 0));
-    EXPECT_EQ("0.5 words Vamp",
-              MarksOf(Read(Score({Note("C4", 4) + Direction(words, "<offset>-2</offset>") + Note("C4", 4)})), 0));
-    EXPECT_EQ("0 words Vamp", MarksOf(Read(Score({Direction(words, "<offset>-2</offset>") + Note("C4", 4)})), 0));
-    EXPECT_EQ("1 words Vamp", MarksOf(Read(Score({Note("C4", 4) + Direction(words, "<offset>9</offset>")})), 0))
-        << "no further than the bar goes";
+    const auto moved = [&](const std::string& offset) {
+        return MarksOf(Read(Score({Note("C4", 4) + Direction(words, offset) + Note("C4", 4)})), 0);
+    };
+    EXPECT_EQ("0.5 words Vamp", moved("<offset sound=\"yes\">-2</offset>"));
+    EXPECT_EQ("0 words Vamp", moved("<offset sound=\"yes\">-6</offset>"));
+    EXPECT_EQ("2 words Vamp", moved("<offset sound=\"yes\">9</offset>")) << "no further than the bar goes";
     EXPECT_EQ("0.75 tempo 90",
               MarksOf(Read(Score({Note("C4", 4) + "<sound tempo=\"90\"><offset>-1</offset></sound>"})), 0));
+}
+
+TEST(ReadMarks, OffsetThatOnlyDraws_MovesNothingThatSounds) {
+    for (const char* offset : {"<offset>-2</offset>", "<offset sound=\"no\">2</offset>"}) {
+        const std::string words = Direction("<words>Vamp</words>", offset);
+        EXPECT_EQ("1 words Vamp", MarksOf(Read(Score({Note("C4", 4) + words + Note("C4", 4)})), 0)) << offset;
+        const std::string tempo = Direction("<words>Allegro</words>", std::string(offset) + "<sound tempo=\"90\"/>");
+        EXPECT_EQ("1 words Allegro, 1 tempo 90", MarksOf(Read(Score({Note("C4", 4) + tempo + Note("C4", 4)})), 0));
+        const std::string pedal = Direction("<pedal type=\"start\"/>", offset);
+        const WrittenScore score = Read(Score({Note("C4", 4) + pedal + Note("C4", 4)}));
+        ASSERT_EQ(1U, score.pedals.size());
+        EXPECT_EQ(1, InQuarters(score, score.pedals[0].position));
+    }
 }
 
 TEST(ReadWords, PiecesOfOneText_AreJoinedAndPunctuationAloneIsNone) {
@@ -189,6 +203,9 @@ TEST(ReadJumps, PlainWords) {
         {"D.S. al Coda", "dal segno"},
         {"Dal Segno al Fine", "dal segno"},
         {"Dal S.", "dal segno"},
+        {"D.S. 2", "dal segno 2"},
+        {"D.S.2 al Coda 2", "dal segno 2"},
+        {"D.S. al Coda 2", "dal segno"},
         {"Fine", "fine"},
         {"FINE.", "fine"},
         {"To Coda", "to coda"},
@@ -212,6 +229,20 @@ TEST(ReadJumps, WordsBesideTheirSoundAttribute_AreOneMark) {
     EXPECT_EQ("0 segno s", MarksOf(Read(Score({Direction("<segno/>", "<sound segno=\"s\"/>")})), 0));
     EXPECT_EQ("0 coda", MarksOf(Read(Score({Direction("<coda/>")})), 0));
     EXPECT_EQ("0 segno", MarksOf(Read(Score({Direction("<segno/>")})), 0));
+}
+
+TEST(ReadJumps, WordsBesideTheirSoundAttribute_SayWhatTheJumpLeadsTo) {
+    using stage::musicxml::JumpAim;
+    const auto aim = [](const std::string& words, const std::string& sound) {
+        return Read(Score({Direction("<words>" + words + "</words>", sound)})).bars[0].marks.at(0).aim;
+    };
+    for (const char* sound : {"", "<sound dacapo=\"yes\"/>"}) {
+        EXPECT_EQ(JumpAim::Any, aim("D.C.", sound));
+        EXPECT_EQ(JumpAim::Fine, aim("D.C. al Fine", sound));
+        EXPECT_EQ(JumpAim::Coda, aim("D.C. al Coda", sound));
+        EXPECT_EQ(JumpAim::FineThenCoda, aim("D.C. al Fine e poi la Coda", sound));
+    }
+    EXPECT_EQ(JumpAim::Fine, aim("D.S. al Fine", "<sound dalsegno=\"s\"/>"));
 }
 
 TEST(ReadJumps, WordsWithASign_AreOneOrderAndNotTheSignsPlace) {

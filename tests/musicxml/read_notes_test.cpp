@@ -254,6 +254,13 @@ TEST(ReadDynamics, HairpinLeadsEvenlyToTheNextMark) {
         << "a soft mark behind a crescendo is a new beginning";
 }
 
+TEST(ReadDynamics, HairpinsAlone_GoNoSofterThanPpp) {
+    const std::string hairpin = Wedge("diminuendo") + Note("C4", 4) + Wedge("stop");
+    EXPECT_EQ("33 17 16 16", VelocitiesOf(Dynamics("pp") + hairpin + hairpin + hairpin + Note("C4", 4)));
+    EXPECT_EQ("10 10", VelocitiesOf(Dynamics("pppp") + hairpin + Note("C4", 4))) << "what is softer stays";
+    EXPECT_EQ("33 1", VelocitiesOf(Dynamics("pp") + hairpin + Dynamics("n") + Note("C4", 4))) << "a written end counts";
+}
+
 TEST(ReadDynamics, OfOnePart_AreNotOthers) {
     const WrittenScore score = Read(TwoParts(Dynamics("ff") + Note("C4", 4), Note("C4", 4)));
     EXPECT_EQ(112, score.notes[0].velocity);
@@ -280,6 +287,19 @@ TEST(ReadArticulations, ShortenWhatSounds) {
     EXPECT_EQ("100", with("<tenuto/>"));
     EXPECT_EQ("75", with("<detached-legato/>"));
     EXPECT_EQ("75", with("<staccato/><tenuto/>"));
+}
+
+TEST(ReadArticulations, UnderAFermata_ShortenNothing) {
+    const auto with = [](const std::string& signs) {
+        return LengthsOf(Note("C4", 4, Notations("<fermata/><articulations>" + signs + "</articulations>")));
+    };
+    EXPECT_EQ("95", with("<staccato/>"));
+    EXPECT_EQ("95", with("<staccatissimo/>"));
+    EXPECT_EQ("100", with("<staccato/><tenuto/>"));
+    EXPECT_EQ("100", with("<tenuto/>"));
+    const std::string breath = "<articulations><breath-mark/></articulations>";
+    EXPECT_TRUE(Read(Score({Note("C4", 4, Notations(breath))})).notes.front().hasBreath);
+    EXPECT_FALSE(Read(Score({Note("C4", 4, Notations("<fermata/>" + breath))})).notes.front().hasBreath);
 }
 
 TEST(ReadArticulations, SlurredNotes_SoundInFullButForTheLast) {

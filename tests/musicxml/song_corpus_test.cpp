@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include "stage/import/score_beside_midi.h"
 #include "tavo_core/bar_positions.h"
 #include "tests/musicxml/corpus_songs.h"
 
@@ -66,6 +67,44 @@ TEST_P(SongOfCycle, HasTheBarsOfTableAndMidiFile) {
             EXPECT_EQ(midiBars[i].endTick, bars[i].endTick) << "bar " << bars[i].label;
         }
     }
+}
+
+TEST_P(SongOfCycle, PlaysEveryBarOfItsScoreOrNamesIt) {
+    for (const CorpusSong& song : songs_) {
+        SCOPED_TRACE(song.row.number + " " + song.row.title);
+        const mx::PlayedOrder order = OrderBars(song.score, mx::BarOrder::AsPlayed);
+        std::vector<bool> isPlayed(song.score.bars.size(), false);
+        for (const mx::PlayedBar& played : order.bars)
+            isPlayed[played.bar] = true;
+        std::vector<std::string> missing;
+        for (std::size_t bar = 0; bar < isPlayed.size(); ++bar)
+            if (!isPlayed[bar]) missing.push_back(song.score.bars[bar].label);
+        EXPECT_EQ(missing.empty(), order.unplayed.empty());
+        EXPECT_TRUE(missing.empty()) << missing.front() << ": each of these songs plays all its bars";
+        const mx::PlayedOrder written = OrderBars(song.score, mx::BarOrder::AsWritten);
+        ASSERT_EQ(song.score.bars.size(), written.bars.size());
+        for (std::size_t bar = 0; bar < written.bars.size(); ++bar)
+            EXPECT_EQ(bar, written.bars[bar].bar);
+    }
+}
+
+TEST_P(SongOfCycle, IsRefusedBesideTheMidiFileOfAnotherSong) {
+    std::size_t refused = 0;
+    for (std::size_t i = 0; i < songs_.size(); ++i) {
+        const CorpusSong& song = songs_[i];
+        const CorpusSong& other = songs_[(i + 1) % songs_.size()];
+        stage::SongOfFile midi{other.row.midi.string(), {}};
+        midi.song.packed.smf = test_support::ReadAll(other.row.midi);
+        stage::SongOfFile score{"score.mxl", song.imported};
+        try {
+            (void)stage::JoinMidiAndScore(std::move(midi), std::move(score));
+            ADD_FAILURE() << song.row.title << " beside " << other.row.title;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string::npos, std::string(error.what()).find(" disagree ")) << error.what();
+            ++refused;
+        }
+    }
+    EXPECT_EQ(20U, refused);
 }
 
 TEST_P(SongOfCycle, HasLabelsThatNameEachBarOnce) {
@@ -143,18 +182,52 @@ TEST_P(SongOfCycle, HasTheTemposThatTheTableNames) {
 }
 
 /// Songs whose MIDI file has a tempo that the score does not print: hidden marks, rallentandi and fermatas that the
-/// file plays as slow tempos. A score without any tempo is imported at 120.
+/// file plays as slow tempos.
 TEST_P(SongOfCycle, HasTheTempoOfTheMidiFileAtTheBeginningWhereItsScorePrintsOne) {
     for (const CorpusSong& song : songs_) {
         SCOPED_TRACE(song.row.number + " " + song.row.title);
         const auto& marks = song.score.bars.front().marks;
         const bool isPrinted = std::any_of(marks.begin(), marks.end(), [](const mx::WrittenMark& mark) {
-            return mark.kind == mx::MarkKind::Tempo && mark.position == 0;
+            return mark.kind == mx::MarkKind::Tempo && mark.position == 0 && !mark.isGuessed;
         });
+        if (!isPrinted) continue;
         const double imported = song.played.GetTimeline().GetTempos()[0].quarters_per_minute();
         const double midi = song.midi.GetTimeline().GetTempos()[0].quarters_per_minute();
-        EXPECT_NEAR(isPrinted ? midi : 120, imported, 0.01);
+        EXPECT_NEAR(midi, imported, 0.01);
+        EXPECT_EQ("", mx::DescribeGuessedTempos(song.score).text);
     }
+}
+
+TEST_P(SongOfCycle, WithoutATempoInNumbers_HasTheOneOfItsWords) {
+    struct Row {
+        std::string number;
+        std::vector<long> tempos;
+        std::string account;
+    };
+    const std::vector<Row> rows{
+        {"1", {95}, "no tempo is given; 95 quarters a minute are taken from \"M\u00E4ssig geschwind\""},
+        {"2", {65}, "no tempo is given; 65 quarters a minute are taken from \"M\u00E4\u00DFig\""},
+        {"6",
+         {48, 42},
+         "no tempo is given; 48 quarters a minute are taken from \"Langsam\", and 42 from \"Sehr langsam\" at bar 23"},
+        {"14", {158}, "no tempo is given; 158 quarters a minute are taken from \"Geschwind\""},
+        {"17", {95}, "no tempo is given; 95 quarters a minute are taken from \"Ziemlich geschwind\""},
+    };
+    std::size_t guessed = 0;
+    for (const CorpusSong& song : songs_) {
+        SCOPED_TRACE(song.row.number + " " + song.row.title);
+        const std::string account = mx::DescribeGuessedTempos(song.score).text;
+        if (account.empty()) continue;
+        ASSERT_LT(guessed, rows.size());
+        const Row& row = rows[guessed++];
+        EXPECT_EQ(row.number, song.row.number);
+        EXPECT_EQ(row.account, account);
+        std::vector<long> tempos;
+        for (const TL::Tempo& tempo : song.played.GetTimeline().GetTempos())
+            tempos.push_back(std::lround(tempo.quarters_per_minute()));
+        EXPECT_EQ(row.tempos, tempos);
+    }
+    EXPECT_EQ(GetParam() == "show_schubert_muellerin" ? rows.size() : 0, guessed);
 }
 
 TEST_P(SongOfCycle, HasNoPagesBecauseItsScoreMarksNone) {

@@ -53,6 +53,19 @@ TEST_F(NotesOfSong, SoundAsLongAsTheirStyleSays) {
     EXPECT_EQ("60@0-480 62@480-720", PrintNotes(Play()));
 }
 
+TEST_F(NotesOfSong, BeforeABreath_EndALittleEarly) {
+    Note(0, 60, 0, 2).hasBreath = true;
+    Note(0, 62, 2, 0.5).hasBreath = true;
+    Note(0, 64, 3, 1).tieStart = true;
+    Note(1, 64, 0, 1).tieStop = true;
+    score_.notes.back().hasBreath = true;
+    Note(1, 65, 1, 1).soundingPercent = 50;
+    score_.notes.back().hasBreath = true;
+    EXPECT_EQ("60@0-840 62@960-1120 64@1440-2280 65@2400-2640", PrintNotes(Play()));
+    EXPECT_EQ("60@0-960 62@960-1200 64@1440-2400 65@2400-2640",
+              PrintNotes(BuildSongOf(MakeScoreSong(score_, BarOrder::AsPlayed, stage::Breaths::Ignore))));
+}
+
 TEST_F(NotesOfSong, TieAcrossTheBarLine_IsOneNote) {
     Note(0, 60, 3, 1).tieStart = true;
     Note(1, 60, 0, 2).tieStop = true;

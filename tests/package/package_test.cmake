@@ -1,5 +1,5 @@
 # Installs the libraries into a fresh folder, then configures, builds and runs hosts that find them there.
-# Needs BUILD_DIR, SOURCE_DIR (of the hosts), WORK_DIR, CXX, CXX_FLAGS, PKG_CONFIG.
+# Needs BUILD_DIR, SOURCE_DIR (of the hosts), WORK_DIR, CXX, CXX_FLAGS, PKG_CONFIG, NINJA.
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
@@ -48,4 +48,36 @@ run(${WORK_DIR}/build_with_devices/host_with_devices)
 run(ldd ${WORK_DIR}/build_with_devices/host_with_devices)
 if(NOT output MATCHES "libjack" OR NOT output MATCHES "librtmidi")
     message(FATAL_ERROR "The host with MIDI devices does not link them:\n${output}")
+endif()
+
+# As part of somebody else's sources: nothing but the core is made, and nothing of it before it is needed.
+# What is not compiled is the same for every compiler.
+set(fetched_ways OFF ON)
+if(CXX_FLAGS)
+    set(fetched_ways "")
+endif()
+foreach(fetched IN LISTS fetched_ways)
+    run(${CMAKE_COMMAND} -G Ninja -DCMAKE_CXX_COMPILER=${CXX} ${without_devices} -DTAVO_SOURCE=${SOURCE_DIR}/../.. -DFETCHED=${fetched}
+        -S ${SOURCE_DIR}/parent -B ${WORK_DIR}/parent_${fetched})
+    run(${NINJA} -C ${WORK_DIR}/parent_${fetched} -t inputs listener)
+    if(NOT output MATCHES "player_core")
+        message(FATAL_ERROR "What is linked with the core does not need it, but:\n${output}")
+    endif()
+    run(${NINJA} -C ${WORK_DIR}/parent_${fetched} -t inputs all)
+    if(output MATCHES "player_core|libtavo")
+        message(FATAL_ERROR "A parent that uses nothing builds:\n${output}")
+    endif()
+endforeach()
+
+# The libraries of the host, where they are built.
+if(NOT EXISTS ${BUILD_DIR}/stage/libstage_import.a)
+    return()
+endif()
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component tavo --prefix ${WORK_DIR}/prefix)
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component tavo_dev --prefix ${WORK_DIR}/prefix)
+run(${configure} ${without_devices} -S ${SOURCE_DIR}/components -B ${WORK_DIR}/build_components)
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/build_components)
+run(${WORK_DIR}/build_components/importer ${SOURCE_DIR}/../../examples/first-score ${WORK_DIR}/show)
+if(NOT output STREQUAL "1 Lantern Waltz\n2 Empty Square\n")
+    message(FATAL_ERROR "The importer prints:\n${output}")
 endif()

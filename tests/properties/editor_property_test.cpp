@@ -150,7 +150,24 @@ private:
     }
     [[nodiscard]] const TL::Timeline& TimelineOf(const std::string& song) const { return songs_.GetTimelineOf(song); }
 
+    /// A marker that another stands at joins that one: "a, b".
+    static std::optional<CL::AnyEdit> JoinedTo(const CL::SongLog& songLog, const CL::AnyEdit& any) {
+        const CL::Marker* marker = std::get_if<CL::Marker>(&any);
+        if (marker == nullptr) return std::nullopt;
+        for (const CL::Marker& there : songLog.GetMarkers()) {
+            if (there.abs_time() != marker->abs_time()) continue;
+            // The texts are one letter each.
+            const bool isIn = there.value().find(marker->value()) != std::string::npos;
+            return CL::Marker(there.abs_time(), isIn ? there.value() : there.value() + ", " + marker->value());
+        }
+        return std::nullopt;
+    }
     static void AddTo(CL::SongLog& songLog, const CL::AnyEdit& any) {
+        if (const auto joined = JoinedTo(songLog, any)) {
+            for (CL::Marker& there : songLog.GetMarkers())
+                if (there.abs_time() == EventOf(any).abs_time()) there = std::get<CL::Marker>(*joined);
+            return;
+        }
         std::visit(
             [&songLog](const auto& edit) {
                 songLog.ForEachSequence([&edit](auto& sequence) {
@@ -169,7 +186,9 @@ private:
         });
     }
     [[nodiscard]] bool IsAllowed(const std::string& song, const CL::AnyEdit& any, const CL::SongLog& songLog) const {
-        return std::visit([&](const auto& edit) { return CheckEdit(edit, songLog, TimelineOf(song)).empty(); }, any);
+        const auto isAllowed = [&](const auto& edit) { return CheckEdit(edit, songLog, TimelineOf(song)).empty(); };
+        const std::optional<CL::AnyEdit> joined = JoinedTo(songLog, any);
+        return std::visit(isAllowed, any) && (!joined || std::visit(isAllowed, *joined));
     }
 
     /// Does it if the rules allow it; otherwise it must be refused.

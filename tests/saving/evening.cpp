@@ -63,6 +63,7 @@ const std::vector<Step>& Steps() {
         [](CL::Editor& editor) { editor.Change("1", CL::Vamp(Bar(2), Bar(4)), CL::Vamp(Bar(2), Bar(5), 3)); },
         Save,
         [](CL::Editor& editor) { editor.Add("2", CL::Marker(Bar(9), "Coda")); },
+        [](CL::Editor& editor) { editor.Add("1", CL::Marker(Bar(10), "Playout")); },
     };
     return steps;
 }

@@ -82,8 +82,10 @@ std::size_t CountMarkers() {
     return active->GetSongLog("1").GetMarkers().size();
 }
 
+/// Each at a place of its own: two at one would be joined.
 void AddMarker(CL::Editor& editor, unsigned int number) {
-    editor.Add("1", CL::Marker(Bar(1 + number % 20), "marker " + std::to_string(number) + std::string(200, '.')));
+    editor.Add("1", CL::Marker(Bar(1 + number % 20) + 1 + number / 20,
+                               "marker " + std::to_string(number) + std::string(200, '.')));
 }
 
 /// What a host finds when it opens the log: its markers and those recovered.

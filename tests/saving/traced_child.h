@@ -9,15 +9,18 @@ namespace test_support {
 struct Fault {
     enum class Kind {
         None,
-        Kill,        ///< the process dies before the call
-        Error,       ///< this call alone fails with `error` and does nothing
-        ErrorsOn,    ///< this call and all later ones that write fail with `error`
-        ShortWrite,  ///< a write takes only half of its bytes
+        Kill,            ///< the process dies before the call
+        Error,           ///< this call alone fails with `error` and does nothing
+        ErrorNoCutBack,  ///< this call fails with `error`, and from there on every cutting off of a file
+        ErrorsOn,        ///< this call and all later ones that write fail with `error`
+        ShortWrite,      ///< a write takes only half of its bytes
     };
     Kind kind = Kind::None;
     /// Which call, counted from 1: all calls for Kill, otherwise those that touch files.
     unsigned int call = 0;
     int error = 0;
+    /// Calls are counted once the process has said so much.
+    std::size_t afterWords = 0;
 };
 
 struct ChildResult {

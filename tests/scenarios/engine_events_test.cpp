@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "player_core/gui_update.h"
+#include "stage/engine/song_plan_keeper.h"
 #include "stage/engine/sound_font.h"
 #include "stage/engine/stage_player.h"
 #include "stage/session/stepped_feed.h"
@@ -263,7 +264,7 @@ TEST(WantedTick, WhereTheAdvanceBegan_IsNotArrivedAtAgain) {
         if (event.kind != Kind::Arrived) return;
         const bool isFirst = arrivals.empty() || arrivals.back() != event.tick;
         arrivals.push_back(event.tick);
-        if (isFirst) stage.player.GetEngine().SetWantedTick(event.tick);
+        if (isFirst) stage.player.GetEngine().SetWantedTicks(event.tick);
     };
     stage.player.Play();
     stage.Render(FramesPerBar / 2);
@@ -297,6 +298,23 @@ TEST(AttaccaPlan, OfEditsThatWereChangedInPlace_IsMadeWhenItIsNeeded) {
     stage.Render(2 * FramesPerBar);
     EXPECT_EQ(1, stage.told[Kind::Cue]);
     EXPECT_EQ(1U, stage.player.GetLatePlanCount());
+}
+
+TEST(SongPlans, OfTheSongsAfterAndBefore_AreReady) {
+    TestShow show;
+    show.Song("1", 1).Song("2", 1).Song("3", 1).Song("4", 1);
+    Stage stage(show);  // its log is the active one
+    stage::SongPlanKeeper plans(show.GetShowData(), nullptr, [] { return stage::SongPlanKeeper::OldPlans(); });
+    plans.PrepareNeighbours("2");
+    plans.Wait();
+    EXPECT_EQ(nullptr, plans.TakeIfReady("4"));
+    EXPECT_NE(nullptr, plans.TakeIfReady("3"));
+    EXPECT_NE(nullptr, plans.TakeIfReady("1"));
+    EXPECT_EQ(nullptr, plans.TakeIfReady("1")) << "it was given out";
+
+    plans.PrepareNeighbours("1");
+    plans.Wait();
+    EXPECT_NE(nullptr, plans.TakeIfReady("2"));
 }
 
 // Under the thread sanitizer this is about races; everywhere that nothing hangs, sounds on or stands in two places.

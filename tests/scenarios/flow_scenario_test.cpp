@@ -170,6 +170,58 @@ TEST(Caesura, AfterASeekOntoIt_PlaysOn) {
               show.Perform("at 1:3 seek 3").Only(Stops));
 }
 
+/// The words and counts that a display shows, one after the other; "lamp" and "dark" for the lamp.
+std::string Displayed(const Performance& played) {
+    std::istringstream lines(played.Only({"status", "vamp-on", "vamp-off"}));
+    std::string told;
+    std::string seconds;
+    std::string event;
+    for (std::string details; lines >> seconds >> event && std::getline(lines, details);) {
+        if (event != "status")
+            told += event == "vamp-on" ? " lamp" : " dark";
+        else
+            told += details.empty() ? " -" : details;
+    }
+    return told;
+}
+
+struct DisplayRow {
+    const char* edits;
+    const char* script;
+    const char* displayed;
+};
+
+TEST(Display, OneThingAtATime_CountdownsBeforeAllOthers) {
+    const std::string end = " EndOfSong 4 EndOfSong 3 EndOfSong 2 EndOfSong 1";
+    for (const DisplayRow& row : {
+             DisplayRow{"vamp 2 2", "at 2@2 exit", " dark - lamp Vamp 1 dark -END"},
+             DisplayRow{"repeat 2 2 2", "at 2:2 exit", " dark - Repeat 1 Repeat 2 -END"},
+             DisplayRow{"fermata 2 2", "at 3 exit", " dark - lamp Skip 0 dark -END"},
+             // On the last chord, and over the last bar.
+             DisplayRow{"fermata 4 4", "at end exit", " dark - lampEND dark EndOfSong 0"},
+             DisplayRow{"vamp 4 4", "at 4@2 exit", " dark - lampEND darkEND"},
+             DisplayRow{"caesura 3", "at 3 tempo 100%\n+1s continue",
+                        " dark - Caesura 4 Caesura 3 Caesura 2 Caesura 1 Caesura 0 -END"},
+             DisplayRow{"caesura 3", "at 2:2 go", " dark - Caesura 4 -END"},
+             // Right after a loop, and at its very end.
+             DisplayRow{"repeat 2 2 2\ncaesura 3:3", "at 3:3 tempo 100%\n+1s continue",
+                        " dark - Repeat 1 Repeat 2 Caesura 2 Caesura 1 Caesura 0 -END"},
+             DisplayRow{"repeat 2 2 2\ncaesura 3", "at 3 tempo 100%\n+1s continue",
+                        " dark - Repeat 1 Repeat 2 Caesura 0 -END"},
+             // Within a countdown.
+             DisplayRow{"fermata 2:3 2:4\ncaesura 3", "at 2:4 exit\nat 3 tempo 100%\n+1s continue",
+                        " dark - Caesura 4 Caesura 3 lamp Caesura 2 dark Caesura 1 Caesura 0 -END"},
+             DisplayRow{"cut 2 2", "", " dark -END"},
+         }) {
+        TestShow show;
+        show.Song("1", 4).Edits(row.edits);
+        std::string expected = row.displayed;
+        for (std::size_t at = expected.find("END"); at != std::string::npos; at = expected.find("END", at + end.size()))
+            expected.replace(at, 3, end);
+        EXPECT_EQ(expected, Displayed(show.Perform(row.script))) << row.edits;
+    }
+}
+
 TEST(Attacca, NextSongFollowsWithoutAGap) {
     TestShow show;
     show.Song("1", 2).Edits("attacca").Song("2", 2);
@@ -266,7 +318,11 @@ TEST(Operator, GoesToMarkersAndMeasures) {
 TEST(Operator, CueIsSentAtItsTickAndInEveryPass) {
     TestShow show;
     show.Song("1", 3).Edits("osc 2:2 /lights/go\nrepeat 2 2 2");
+    show.settings = R"({"oscTargets": [{"name": "desk", "port": 9000}]})";
     EXPECT_EQ("2.500 cue osc /lights/go\n4.500 cue osc /lights/go\n", show.Perform("").Only({"cue"}));
+    show.settings = "{}";
+    EXPECT_EQ("", show.Perform("").Only({"cue"})) << "nobody is there to hear it";
+    EXPECT_NE("", show.Perform("").Only({"cue-missing"}));
 }
 
 TEST(AutomaticOperator, LeavesVampsHoldsAndCaesuras) {

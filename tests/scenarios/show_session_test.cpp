@@ -161,7 +161,7 @@ TEST_F(ShowSessionTest, NewCaesuraBeforeTheOneThatIsCountedDown_IsStoppedAtFirst
     Evening evening(files_);
     evening.session.LoadSong("1");
     evening.session.Play();
-    evening.PlayBars(3.1);  // the countdown has begun
+    evening.PlayBars(3 + 0.1);  // into the fourth bar: the countdown has begun
     evening.session.AddEdit("1", CL::Caesura(Bar(4) + TicksPerBar / 2, "", 0));
     evening.PlayBars(2);
     EXPECT_NEAR(4.5, evening.BarAtPlayhead(), 0.02);

@@ -183,6 +183,7 @@ TEST_F(CommandDeskTest, LogForgetsTheOldest) {
         void Edit(const std::string&) override {}
         void UndoEdit() override {}
         void RedoEdit() override {}
+        void SetCountIn(unsigned int /*beats*/) override {}
         void SaveEdits() override {}
         void Quit() override {}
         stage::ShowSession& session;

@@ -67,13 +67,15 @@ TEST_F(Commands, AreReadWithTheirArguments) {
     EXPECT_EQ(0.9, Parse("tempo 90%").GetNumber());
     EXPECT_EQ(-2, Parse("transpose -2").GetNumber());
     EXPECT_EQ(0.25, Parse("volume 25%").GetNumber());
+    EXPECT_EQ("click", std::get<std::string>(Parse("volume 25% click").arguments.at(1)));
     EXPECT_EQ(1, Parse("attacca on").GetNumber());
     EXPECT_EQ(nanoseconds(62'500'000'000), Parse("locate 62.5s").GetTime());
 }
 
 TEST_F(Commands, TextIsReadAgainAsTheSameCommand) {
-    for (const char* text : {"go", "seek tick 960", "load 12a", "tempo 90%", "tempo 73.125%", "volume 33.3%",
-                             "transpose -24", "fade 2.75", "attacca off", "locate 3723.000000001s", "next-measure"}) {
+    for (const char* text :
+         {"go", "seek tick 960", "load 12a", "tempo 90%", "tempo 73.125%", "volume 33.3%", "volume 5% ambience",
+          "transpose -24", "fade 2.75", "attacca off", "locate 3723.000000001s", "next-measure"}) {
         const Command command = Parse(text);
         EXPECT_EQ(text, stage::AsText(command).substr(0, std::string(text).size()));
         EXPECT_EQ(command, Parse(stage::AsText(command))) << text;
@@ -95,6 +97,8 @@ TEST_F(Commands, BadText_IsRefusedInOneSentence) {
         {"tempo 90", "the tempo must be a percentage such as 90%"},
         {"tempo 30%", "the tempo must be a number from 50 to 200"},
         {"volume nan%", "the volume must be a number from 0 to 100"},
+        {"volume 20% music now", "\"now\" is one word too many"},
+        {"mute", "the group is missing"},
         {"attacca", "\"on\" or \"off\" is missing"},
         {"attacca maybe", "attacca is \"on\" or \"off\""},
         {"locate 5", "the time must be in seconds such as 62.5s"},
@@ -112,6 +116,9 @@ TEST_F(Commands, ValuesMadeWithoutText_AreCheckedAgainstTheSameTable) {
     EXPECT_EQ("the tempo is not of the type that it must have", Check({Verb::Tempo, {std::string("90%")}, {}, 0, {}}));
     EXPECT_EQ("the volume must be a number from 0 to 100",
               Check({Verb::Volume, {std::numeric_limits<double>::quiet_NaN()}, {}, 0, {}}));
+    EXPECT_EQ("", Check({Verb::Volume, {0.5, std::string("music")}, {}, 0, {}}));
+    EXPECT_EQ("what the volume is of is not of the type that it must have",
+              Check({Verb::Volume, {0.5, 0.5}, {}, 0, {}}));
     EXPECT_EQ("\"tempo\" takes 1 argument, not 0", Check({Verb::Tempo, {}, {}, 0, {}}));
     EXPECT_EQ("\"exit\" takes 0 arguments, not 1", Check({Verb::Exit, {1.0}, {}, 0, {}}));
     EXPECT_EQ("", Check({Verb::Seek, {std::uint32_t{5}}, {}, 0, {}}));

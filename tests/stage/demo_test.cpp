@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -85,6 +86,43 @@ TEST_F(Demo, ItsOperator_PlaysItToTheEnd) {
                   "end -",
               }),
               ReadFlow(render.out));
+}
+
+TEST_F(Demo, TraceAsAStory_TellsMinuteBarAndWhatHappenedInWords) {
+    const ProgramResult render =
+        RunStage({"render", directory_ / "show", "--song", "1..6", "--script",
+                  SourcePath() / "examples/demo/operator.txt", "--trace", "-", "--trace-style", "story"});
+    EXPECT_EQ(0, render.exitCode) << render.err;
+    // Each thing once, in its order, and nothing in between that a person would not tell.
+    EXPECT_THAT(render.out, testing::StartsWith("  0:00.0            song 1 Harbour Lights\n"
+                                                "  0:00.0  bar 1     4/4, D major, tempo 100\n"
+                                                "  0:00.0  bar 1     playback starts\n"
+                                                "  0:00.0  bar 1     cue: osc /house/dim 0.2 to lights\n"
+                                                "  0:19.2  bar 9     tempo 108, marker Second theme\n"));
+    EXPECT_THAT(render.out, testing::HasSubstr("  0:42.3  bar 2     round again: 3 -> 1, vamp pass 2\n"));
+    EXPECT_THAT(render.out, testing::HasSubstr("  1:52.1  bar 20    the fermata before 21 holds\n"));
+    EXPECT_THAT(render.out, testing::HasSubstr("  2:08.0  bar 8     cut: 9 -> 13\n"));
+    EXPECT_THAT(render.out, testing::HasSubstr("  2:43.3  bar 8     stops at the caesura before 9\n"));
+    EXPECT_THAT(render.out, testing::EndsWith("the end of the render\n"));
+    EXPECT_THAT(render.out, testing::Not(testing::HasSubstr("\t")));
+}
+
+TEST_F(Demo, PartOfASong_BeginsAndEndsAtItsPlaces) {
+    const auto render = [&](std::vector<std::string> places) {
+        std::vector<std::string> words{"render", directory_ / "show", "--song", "3", "--trace", "-"};
+        words.insert(words.end(), places.begin(), places.end());
+        return RunStage(words);
+    };
+    // The display shows bar 13, where playback stopped; nothing of it has sounded.
+    const std::string part = render({"--from", "10", "--to", "13"}).out;
+    EXPECT_THAT(part, testing::HasSubstr("\tbar\t10\n"));
+    EXPECT_THAT(part, testing::HasSubstr("\tbar\t12\n"));
+    EXPECT_THAT(part, testing::Not(testing::HasSubstr("\tbar\t9\n")));
+    EXPECT_THAT(part, testing::HasSubstr("\t17280\tend\t-\n"));
+    // The second pass of a repeat is played out before a place behind it comes.
+    EXPECT_THAT(render({"--from", "7", "--to", "10"}).out, testing::HasSubstr("jump\t9 -> 1, repeat pass 2"));
+    EXPECT_EQ("stage: --to \"5\" does not come after --from \"5\"\n", render({"--from", "5", "--to", "5"}).err);
+    EXPECT_THAT(render({"--to", "99"}).err, testing::HasSubstr("stage: --to: in song 3, there is no bar 99"));
 }
 
 }  // namespace

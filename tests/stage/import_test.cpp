@@ -245,6 +245,39 @@ TEST_F(StageImport, APickup_BeginsWithBarZero) {
     EXPECT_EQ((json{{"label", "1"}, {"tick", 480}}), show["songs"][0]["bars"][1]);
 }
 
+TEST_F(StageImport, ATempoThatIsNotOne_IsWrongUsage) {
+    Write("1.mid", MakeSmf("One", 4));
+    const auto import = [this](std::vector<std::string> tempos) {
+        std::vector<std::string> words{"import", directory_ / "1.mid", "-o", Show()};
+        for (std::string& tempo : tempos)
+            words.insert(words.end(), {"--tempo", std::move(tempo)});
+        const ProgramResult result = RunStage(words);
+        EXPECT_EQ(2, result.exitCode) << result.err;
+        return result.err.substr(0, result.err.find(';'));
+    };
+    for (const std::string tempo : {"1", "72", "=72", ":2=72", "1:=72"})
+        EXPECT_EQ("stage: --tempo is written like 3=72 or 3:12=96, not \"" + tempo + "\"", import({tempo}));
+    for (const std::string value : {"", "x", "-1", "nan", "inf", "9.9", "500.1", "72x"})
+        EXPECT_EQ(
+            "stage: the tempo of --tempo is a number of quarter notes a minute from 10 to 500, not \"" + value + "\"",
+            import({"1=" + value}));
+    EXPECT_EQ("stage: --tempo gives 1:2 twice", import({"1:2=60", "1:2=61"}));
+    ExpectRefusal({"import", directory_ / "1.mid", "-o", Show(), "--tempo", "5=72"},
+                  "there is no song 5 to set a tempo of");
+    ExpectRefusal({"import", directory_ / "1.mid", "-o", Show(), "--tempo", "1:99=72"},
+                  "song 1 has no bar \"99\" to set a tempo at");
+}
+
+TEST_F(StageImport, TemposThatAreSet_HoldFromTheirBars) {
+    Write("1.mid", MakeSmf("One", 4));
+    ASSERT_EQ(
+        0, RunStage({"import", directory_ / "1.mid", "-o", Show(), "--tempo", "1=60", "--tempo", "1:3=90.5"}).exitCode);
+    const json show = json::parse(RunStage({"info", Show(), "--json"}).out);
+    EXPECT_EQ((json{{{"tick", 0}, {"bpm", 60.0}}}), json::array({show["songs"][0]["tempos"][0]}));
+    EXPECT_EQ(3840, show["songs"][0]["tempos"][1]["tick"]);
+    EXPECT_NEAR(90.5, show["songs"][0]["tempos"][1]["bpm"].get<double>(), 0.001);
+}
+
 TEST_F(StageImport, APickupThatIsNoNumber_IsWrongUsage) {
     Write("1.mid", MakeSmf("One", 4));
     for (const std::string pickup : {"1", "=1", "1=", "1=x", "1=-1", "1=nan"}) {

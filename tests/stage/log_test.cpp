@@ -51,7 +51,35 @@ TEST_F(StageLog, List_TellsTheVersionsAndWhichIsInUse) {
     EXPECT_TRUE(list[2]["inUse"].get<bool>());
     EXPECT_FALSE(list[1]["inUse"].get<bool>());
     EXPECT_EQ(20U, list[0]["written"].get<std::string>().size());
-    EXPECT_THAT(Log({"list"}).out, HasSubstr("show-1.2.logdata  in use\n"));
+    EXPECT_THAT(Log({"list"}).out, testing::ContainsRegex("show-1.2.logdata +in use\n"));
+}
+
+TEST_F(StageLog, List_TellsWhoSavedAVersionAndWhatWasSaidAboutIt) {
+    ASSERT_EQ(0, RunStage({"edit", Show(), "--comment", "after the dress rehearsal", "add", "vamp", "--song", "1",
+                           "--from", "2", "--to", "3"})
+                     .exitCode);
+    // A line that was broken off, and one that is not ours, cost nothing but themselves.
+    WriteAll(Show() + "/versions.notes", ReadAll(Show() + "/versions.notes") + "[1]\n{\"version\":\"9.9\",\"by");
+    ASSERT_EQ(0, RunStage({"log", Show(), "rollback", "1.0"}).exitCode);
+    const json list = json::parse(RunStage({"log", Show(), "list", "--json"}).out);
+    ASSERT_EQ(5U, list.size());
+    EXPECT_EQ("imported", list[0]["comment"]);
+    EXPECT_EQ("", list[1]["comment"]);
+    EXPECT_EQ("after the dress rehearsal", list[3]["comment"]);
+    EXPECT_EQ("as version 1.0", list[4]["comment"]);
+    for (const json& version : list)
+        EXPECT_THAT(version["by"].get<std::string>(), testing::ContainsRegex("^.+@.+$"));
+    EXPECT_THAT(RunStage({"log", Show(), "list"}).out, HasSubstr("after the"));
+}
+
+TEST_F(StageLog, NotesThatCannotBeWritten_CostNoVersion) {
+    std::filesystem::remove(Show() + "/versions.notes");
+    std::filesystem::create_directory(Show() + "/versions.notes");
+    const ProgramResult edit = Edit("add vamp --song 1 --from 2 --to 3");
+    EXPECT_EQ(0, edit.exitCode) << edit.err;
+    const json list = json::parse(RunStage({"log", Show(), "list", "--json"}).out);
+    EXPECT_EQ("", list[3]["by"]);
+    EXPECT_EQ(true, list[3]["inUse"]);
 }
 
 TEST_F(StageLog, List_TellsOfUnsavedChangesAndUnreadableVersions) {
@@ -66,7 +94,7 @@ TEST_F(StageLog, List_TellsOfUnsavedChangesAndUnreadableVersions) {
 TEST_F(StageLog, Recover_SavesWhatASessionLeft_AndEndsItsJournal) {
     LeaveUnsavedAttacca("show-1.2.logdata");
     EXPECT_THAT(Edit("list").err, HasSubstr("note: a session that ended early left 1 unsaved change to version 1.2; "
-                                            "stage log recover saves it\n"));
+                                            "`stage log SHOW recover 1.2` saves it\n"));
     const ProgramResult recovered = Log({"recover"});
     EXPECT_EQ(0, recovered.exitCode) << recovered.err;
     EXPECT_THAT(recovered.out, HasSubstr("song 1: "));
@@ -74,22 +102,24 @@ TEST_F(StageLog, Recover_SavesWhatASessionLeft_AndEndsItsJournal) {
     EXPECT_EQ(CL::AttaccaNext, CL::ChangeLog::Load(Path("show-1.3.logdata")).GetSongLog("1").GetAttacca());
     EXPECT_FALSE(std::filesystem::exists(Path("show-1.2.logdata.journal")));
     EXPECT_EQ("", Edit("list").err);
-    EXPECT_EQ("version 1.3 has no unsaved edits\n", Log({"recover"}).out);
+    EXPECT_EQ("no version has unsaved edits\n", Log({"recover"}).out);
+    EXPECT_EQ("version 1.3 has no unsaved edits\n", Log({"recover", "1.3"}).out);
 }
 
-TEST_F(StageLog, RecoverOfAnEarlierVersion_SavesBehindTheLastOne) {
+TEST_F(StageLog, RecoverOfAnEarlierVersion_LaysItsEditsOnTheNewest) {
     LeaveUnsavedAttacca("show-1.1.logdata");
     EXPECT_THAT(Log({"recover", "1.1"}).out, HasSubstr("saved version 1.3 as "));
-    EXPECT_EQ(0U, CL::ChangeLog::Load(Path("show-1.3.logdata")).GetSongLog("2").GetMarkers().size());
+    const CL::ChangeLog saved = CL::ChangeLog::Load(Path("show-1.3.logdata"));
+    EXPECT_EQ(1U, saved.GetSongLog("2").GetMarkers().size()) << "made since, and kept";
+    EXPECT_EQ(CL::AttaccaNext, saved.GetSongLog("1").GetAttacca());
 }
 
-TEST_F(StageLog, Recover_RefusesChangesToAnotherContent_ForgetRemovesThem) {
+TEST_F(StageLog, ChangesToAnotherContent_AreToldAsSuch_ForgetShowsAndRemovesThem) {
     LeaveUnsavedAttacca("show-1.2.logdata");
     WriteAll(Path("show-1.2.logdata"), ReadAll(Path("show-1.1.logdata")));
-    const ProgramResult refused = Log({"recover", "1.2"});
-    EXPECT_EQ(1, refused.exitCode);
-    EXPECT_THAT(refused.err, HasSubstr("holds changes to another content of show-1.2.logdata than there is now"));
-    EXPECT_THAT(Log({"forget", "1.2"}).out, HasSubstr("the journal of version "));
+    EXPECT_THAT(Log({"list"}).err, HasSubstr("holds changes to another content of show-1.2.logdata than there is now"));
+    EXPECT_THAT(Log({"forget", "1.2"}).out,
+                HasSubstr("song 1: normal changed to attacca\nthe journal of version 1.2 is removed\n"));
     EXPECT_FALSE(std::filesystem::exists(Path("show-1.2.logdata.journal")));
 }
 

@@ -283,6 +283,20 @@ TEST_F(StageScore, PackListExtractCheck_GoTogether) {
               Run("extract", {"7", "-o", directory_ / "out7.png"}).err);
 }
 
+TEST_F(StageScore, PageWithManyTurns_IsCutToTheTerminal_UnlessTheTableIsWide) {
+    std::filesystem::remove(Show() + "/show.showdata");
+    tavo_midi::ShowSong song{{}, "1.mid", test_support::MakeSmf("First", 20)};
+    song.options.number = "1";
+    for (unsigned int bar = 0; bar < 20; ++bar)
+        song.options.pages.emplace_back(bar * 1920, 1);
+    tavo_midi::WriteShowData(Show() + "/show.showdata", "Evening", {song}, tavo_midi::ExistingShow::Keep);
+    ASSERT_EQ(0, Run("pack", {directory_ / "p1.png"}).exitCode);
+    const std::string narrow = Run("list").out;
+    const std::string line = narrow.substr(narrow.find('\n') + 1);
+    EXPECT_EQ("   1  image/png   3000  song 1 at 1, song 1 at 2, song 1 at 3, song 1 at 4, son…\n", line);
+    EXPECT_THAT(Run("list", {"--wide"}).out, HasSubstr("song 1 at 19, song 1 at 20\n"));
+}
+
 TEST_F(StageScore, AScoreThatIsThere_IsReplacedOnlyWhenAsked) {
     ASSERT_EQ(0, PackThree().exitCode);
     EXPECT_EQ("stage: the file \"" + Show() + "/show.score\" exists already and is not overwritten\n", PackThree().err);

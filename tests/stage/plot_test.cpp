@@ -307,6 +307,12 @@ TEST(FlowPicture, TheFile_EscapesAllText) {
 
 class StagePlot : public test_support::SmallShow {};
 
+/// Where the text stands whose words begin at `at`.
+double ReadTop(const std::string& svg, std::size_t at) {
+    constexpr std::string_view Key = " y=\"";
+    return std::stod(svg.substr(svg.rfind(Key, at) + Key.size()));
+}
+
 TEST_F(StagePlot, OneSong_GoesToTheFileThatIsNamed) {
     ASSERT_EQ(0, Edit("add vamp --song 1 --from 12 --to 15").exitCode);
     const ProgramResult plot = RunStage({"plot", Show(), "--song", "1", "-o", directory_ / "flow.svg"});
@@ -323,6 +329,17 @@ TEST_F(StagePlot, SeveralSongs_GoToNumberedFiles) {
     EXPECT_THAT(ReadAll(directory_ / "flow-2.svg"), HasSubstr(">2  Second<"));
     EXPECT_EQ("stage: several songs are several pictures: name a file, not the standard output\n",
               RunStage({"plot", Show(), "--song", "1..2", "-o", "-"}).err);
+}
+
+TEST_F(StagePlot, NoSong_IsTheWholeShowInOnePicture) {
+    const ProgramResult plot = RunStage({"plot", Show(), "-o", "-"});
+    EXPECT_EQ(0, plot.exitCode) << plot.err;
+    const std::size_t first = plot.out.find(">1  First<");
+    const std::size_t second = plot.out.find(">2  Second<");
+    ASSERT_NE(std::string::npos, first);
+    ASSERT_NE(std::string::npos, second);
+    EXPECT_LT(ReadTop(plot.out, first) + 100, ReadTop(plot.out, second));
+    EXPECT_THAT(plot.out, HasSubstr("<title>Evening</title>"));
 }
 
 }  // namespace

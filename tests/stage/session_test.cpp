@@ -39,23 +39,57 @@ TEST(Settings, WhatIsWritten_IsReadBack) {
                         {"pit", stage::Settings::Backend::None, ""}};
     settings.volumes.click = 0.25;
     settings.oscTargets = {{"lights", "desk.local", 8000, stage::Settings::Transport::Tcp}};
+    settings.groups.resize(2);
+    settings.groups[0].name = "band";
+    settings.groups[0].parts = {"Reed*"};
+    settings.groups[0].channels = {1, 256};
+    settings.groups[0].volume = 0.5;
+    settings.groups[0].trimDb = -3;
+    settings.groups[0].isMuted = true;
+    settings.groups[0].output = stage::Settings::Group::Output::Own;
+    settings.groups[0].midiPort = "keys";
+    settings.groups[0].soundFont = "piano.sf2";
+    settings.groups[0].reverbDb = -7.5;
+    settings.reverb = {0.75, 0.25};
+    settings.groups[1].name = "singers";
     settings.pressGuardMs = 0;
-    settings.midiPorts = {{"Pedal"}, {"Keys", "Desk"}};
     settings.changeLog = "show-1.3.logdata";
     const stage::Settings read = stage::ParseSettings(stage::AsText(settings), "s");
     EXPECT_EQ(stage::AsText(settings), stage::AsText(read));
     EXPECT_EQ("pit", read.outputs[1].name);
+    EXPECT_EQ("piano.sf2", read.groups[0].soundFont);
+    EXPECT_EQ(-7.5, read.groups[0].reverbDb);
+    EXPECT_FALSE(read.groups[1].reverbDb);
+    EXPECT_EQ(0.75, read.reverb.roomSize);
+    EXPECT_EQ(0.25, read.reverb.damping);
     EXPECT_EQ("show-1.3.logdata", read.changeLog);
     EXPECT_EQ(stage::Settings::Transport::Tcp, read.oscTargets[0].transport);
     EXPECT_EQ(0.25, read.volumes.click);
+    ASSERT_EQ(2U, read.groups.size());
+    EXPECT_EQ((std::vector<int>{1, 256}), read.groups[0].channels);
+    EXPECT_TRUE(read.groups[0].isMuted);
+    EXPECT_EQ(stage::Settings::Group::Output::Own, read.groups[0].output);
+    EXPECT_EQ("keys", read.groups[0].midiPort);
     EXPECT_TRUE(stage::HasOscTarget(read, ""));
     EXPECT_TRUE(stage::HasOscTarget(read, "lights"));
     EXPECT_FALSE(stage::HasOscTarget(read, "sound"));
 }
 
+TEST(Settings, KeyThatImportsOnceWrote_IsPassedOverAndNotWritten) {
+    const stage::Settings read =
+        stage::ParseSettings(R"({"countIn": 2, "midiPorts": {"inputs": ["Pedal"], "outputs": []}})", "s");
+    EXPECT_EQ(2, read.countIn);
+    EXPECT_EQ(std::string::npos, stage::AsText(read).find("midiPorts"));
+}
+
 TEST(Settings, AFileThatIsNotThere_GivesTheDefaults) {
     const test_support::TemporaryDirectory directory;
     EXPECT_EQ(250, stage::ReadSettings(directory / "settings.json").pressGuardMs);
+}
+
+TEST(Settings, AFileThatCannotBeLookedAt_IsNotTakenForOneThatIsNotThere) {
+    const test_support::TemporaryDirectory directory;
+    EXPECT_THROW(static_cast<void>(stage::ReadSettings(directory / std::string(300, 's'))), std::runtime_error);
 }
 
 struct SettingsRow {
@@ -89,9 +123,31 @@ TEST(Settings, BadTexts_AreRefusedWithTheirPlace) {
                          ": oscTargets[0].port must be a whole number from 1 to 65535, not 65536"},
              SettingsRow{"{\"changeLog\":\"../a-1.0.logdata\"}",
                          ": changeLog must be the name of a file without a directory, not \"../a-1.0.logdata\""},
-             SettingsRow{"{\"midiPorts\":{\"inputs\":[3]}}", ": midiPorts.inputs[0] must be text, not 3"},
              SettingsRow{R"({"pressGuardMs":1,"pressGuardMs":2})", ": pressGuardMs is there twice"},
              SettingsRow{R"({"volumes":{"door":1}})", ": volumes.door is not a known key"},
+             SettingsRow{R"({"groups":[{}]})", ": groups[0].name is missing"},
+             SettingsRow{R"({"groups":[{"name":"two words"}]})",
+                         ": groups[0].name must be one word of letters, digits, - and _, at most 40 bytes, not \"two "
+                         "words\""},
+             SettingsRow{R"({"groups":[{"name":"click"}]})",
+                         ": groups[0].name must not be \"click\", which means another sound"},
+             SettingsRow{R"({"groups":[{"name":"a"},{"name":"a"}]})",
+                         ": groups[1] has the name of another group, \"a\""},
+             SettingsRow{R"({"groups":[{"name":"a","channels":[0]}]})",
+                         ": groups[0].channels[0] must be a whole number from 1 to 256, not 0"},
+             SettingsRow{R"({"groups":[{"name":"a","trimDb":13}]})",
+                         ": groups[0].trimDb must be a number from -60 to 12, not 13"},
+             SettingsRow{R"({"groups":[{"name":"a","midiPort":"a:b"}]})",
+                         ": groups[0].midiPort must be one word of letters, digits, - and _, at most 40 bytes, not "
+                         "\"a:b\""},
+             SettingsRow{R"({"groups":[{"name":"a","reverbDb":"on"}]})",
+                         ": groups[0].reverbDb must be \"off\" or a number from -60 to 12, not \"on\""},
+             SettingsRow{R"({"groups":[{"name":"a","reverbDb":13}]})",
+                         ": groups[0].reverbDb must be \"off\" or a number from -60 to 12, not 13"},
+             SettingsRow{R"({"reverb":{"roomSize":2}})", ": reverb.roomSize must be a number from 0 to 1, not 2"},
+             SettingsRow{R"({"reverb":{"size":1}})", ": reverb.size is not a known key"},
+             SettingsRow{R"({"groups":[{"name":"a","output":"left"}]})",
+                         ": groups[0].output must be one of \"main\", \"own\", not \"left\""},
              SettingsRow{R"({"oscTargets":[{"name":"","port":1}]})", ": oscTargets[0].name must not be empty"},
          })
         EXPECT_EQ(file + row.problem, RefusalOfSettings(row.text)) << row.text;

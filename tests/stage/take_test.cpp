@@ -45,9 +45,9 @@ TEST_F(TakeTest, WrittenTake_IsReadAsItWasNoted) {
         writer.NoteCommand(MakeRecord({Verb::Load, {std::string("1")}, {Door::Automatic, "start"}, 1, {}}, 0), {});
         writer.NoteCommand(MakeRecord({Verb::Tempo, {0.9}, {Door::Terminal, "input"}, 2, {}}, 640), {});
         writer.NoteState(704, state);
-        CommandRecord refused = MakeRecord({Verb::Exit, {}, {Door::MidiPort, "pedal # 1"}, 3, {}}, 768);
+        CommandRecord refused = MakeRecord({Verb::Exit, {}, {Door::MidiPort, "pedal; # 1"}, 3, {}}, 768);
         refused.outcome = CommandRecord::Outcome::Refused;
-        refused.sentence = "it came twice";
+        refused.sentence = "it came twice; once is enough";
         writer.NoteCommand(refused, {});
         writer.NoteDevice(800, "The JACK server\nhas gone.");
         writer.NoteCommand(MakeRecord({Verb::NextMarker, {}, {Door::Terminal, "key"}, 4, {}}, 832), 3840);
@@ -67,7 +67,9 @@ TEST_F(TakeTest, WrittenTake_IsReadAsItWasNoted) {
     EXPECT_EQ(state, *take.lastState);
     EXPECT_EQ(TakeLine::Kind::Refused, take.lines[3].kind);
     EXPECT_EQ("exit", take.lines[3].text);
-    EXPECT_EQ("it came twice", take.lines[3].sentence);
+    EXPECT_EQ("it came twice; once is enough", take.lines[3].sentence);
+    EXPECT_EQ("MIDI port pedal, # 1", take.lines[3].door);
+    EXPECT_EQ("song 1, 2", take.lines[3].place);
     EXPECT_EQ(TakeLine::Kind::Device, take.lines[4].kind);
     EXPECT_EQ("The JACK server has gone.", take.lines[4].text);
     EXPECT_EQ("seek tick 3840", take.lines[5].text) << "where a replay goes without a display";

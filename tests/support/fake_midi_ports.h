@@ -21,9 +21,12 @@ public:
     std::function<void()> onList = [] {};
     std::function<void()> onOpen = [] {};
     std::function<bool(std::span<const unsigned char>)> onSend = [](std::span<const unsigned char>) { return true; };
+    std::function<bool()> onWaitUntilSent = [] { return true; };
     std::function<void()> onCloseOutput = [] {};
     std::atomic<bool> isPlugged{true};
     std::atomic<bool> isAlive{true};
+    /// Of the input; opening it connects it again.
+    std::atomic<bool> isConnected{true};
 
     [[nodiscard]] std::string GetSystemName() const override { return systemName_; }
     [[nodiscard]] bool GetIsAlive() const override { return isAlive; }
@@ -32,6 +35,7 @@ public:
     [[nodiscard]] std::unique_ptr<tavo_midi::MidiInput> OpenInput(const std::string&,
                                                                   tavo_midi::MidiByteSink& sink) override {
         onOpen();
+        isConnected = true;
         const std::lock_guard lock(sinkMutex_);
         sink_ = &sink;
         return std::make_unique<Input>(*this);
@@ -56,6 +60,7 @@ private:
             const std::lock_guard lock(ports.sinkMutex_);
             ports.sink_ = nullptr;
         }
+        [[nodiscard]] bool IsConnected() override { return ports.isConnected; }
         Input(const Input&) = delete;
         Input& operator=(const Input&) = delete;
         FakeMidiPorts& ports;
@@ -66,6 +71,7 @@ private:
         Output(const Output&) = delete;
         Output& operator=(const Output&) = delete;
         bool Send(std::span<const unsigned char> message) override { return ports.onSend(message); }
+        bool WaitUntilSent() override { return ports.onWaitUntilSent(); }
         FakeMidiPorts& ports;
     };
 

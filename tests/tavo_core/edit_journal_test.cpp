@@ -167,6 +167,7 @@ TEST_F(EditJournalTest, LogWithAnotherContent_DoesNotGetTheChanges) {
     std::ofstream(path_, std::ios::app) << "\n";
     const auto contents = EditJournal::Read(path_);
     EXPECT_THAT(contents.changes, IsEmpty());
+    EXPECT_THAT(contents.foreignChanges, SizeIs(1));
     EXPECT_THAT(contents.problems, ElementsAre(HasSubstr("another content of a-1.0.logdata")));
     EditJournal journal(path_);
     EXPECT_NE("", journal.GetRefusal());
@@ -205,6 +206,42 @@ TEST_F(EditJournalTest, CrashBetweenSavingAndEnding_IsNotOfferedAgain) {
     log_.GetVersion() = {0, 9};
     log_.Save("");
     EXPECT_THAT(EditJournal::Read(path_).changes, SizeIs(1)) << "an older version is not what a host opens";
+}
+
+TEST_F(EditJournalTest, NewerVersionThatWasThereBefore_IsNotTakenForTheSavedOne) {
+    const CL::ChangeLog before = log_;
+    log_.GetVersion() = {1, 1};
+    log_.GetSongLogs()["1"].GetMarkers().Add(CL::Marker(0, "a"));
+    log_.Save("");
+    log_ = before;
+    {
+        EditJournal journal(path_);
+        Append(journal, "a");  // by chance what 1.1 holds: the log that opens does not
+    }
+    EXPECT_THAT(EditJournal::Read(path_).changes, SizeIs(1));
+    log_.GetVersion() = {1, 2};
+    log_.Save("");
+    EXPECT_THAT(EditJournal::Read(path_).changes, IsEmpty()) << "saved since";
+}
+
+TEST_F(EditJournalTest, DamagedFirstLine_RefusesAndKeepsTheFileUntilItIsDiscarded) {
+    {
+        EditJournal journal(path_);
+        Append(journal, "a");
+    }
+    std::string damaged = Bytes();
+    damaged[30] ^= 1;
+    Rewrite(damaged);
+    {
+        EditJournal journal(path_);
+        EXPECT_THAT(journal.GetRefusal(), HasSubstr("is not a journal"));
+        EXPECT_THROW(Append(journal, "b"), std::runtime_error);
+    }
+    EXPECT_EQ(damaged, Bytes());
+    EditJournal journal(path_);
+    journal.Discard();
+    Append(journal, "c");
+    EXPECT_THAT(EditJournal::Read(path_).changes, SizeIs(1));
 }
 
 TEST_F(EditJournalTest, EndedAsSaved_RemovesTheFile) {

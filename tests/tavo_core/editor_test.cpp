@@ -180,6 +180,32 @@ TEST_P(EditorTest, EditsOfEveryKind_AreAddedChangedRemovedAndTakenBack) {
     EXPECT_FALSE(editor_->CanRedo()) << "a new edit ends what could be made again";
 }
 
+TEST_P(EditorTest, MarkerAtTheTickOfAnother_BecomesOneWithIt) {
+    Begin();
+    const auto textAtBar3 = [this] {
+        return CL::LogHolder::Shared(Holder())->GetSongLogs().at("1").GetMarkers()[0].value();
+    };
+    editor_->Add("1", CL::Marker(Bar(3), "C"));
+    const std::string before = Text();
+    editor_->Add("1", CL::Marker(Bar(3), "Vamp"));
+    editor_->Add("1", CL::Marker(Bar(4), "Vamp"));
+    EXPECT_EQ(2U, CL::LogHolder::Shared(Holder())->GetSongLogs().at("1").GetMarkers().size());
+    EXPECT_EQ("C, Vamp", textAtBar3());
+    for (const char* again : {"C", "Vamp", "C, Vamp"}) {
+        SCOPED_TRACE(again);
+        EXPECT_THROW(editor_->Add("1", CL::Marker(Bar(3), again)), std::invalid_argument);
+    }
+    editor_->Undo();
+    editor_->Undo();
+    EXPECT_EQ(before, Text());
+    editor_->Redo();
+    editor_->Add("1", CL::Marker(Bar(5), "Va"));
+    editor_->Change("1", CL::Marker(Bar(5), "Va"), CL::Marker(Bar(3), "Va"));
+    EXPECT_EQ("C, Vamp, Va", textAtBar3());
+    editor_->Add("1", CL::Marker(Bar(3), "C, quick, Vamp"));
+    EXPECT_EQ("C, Vamp, Va, quick", textAtBar3()) << "a part that is there is not added again";
+}
+
 TEST_P(EditorTest, WhatTheRulesForbid_IsRefusedWithOneSentenceAndChangesNothing) {
     Begin([](CL::ChangeLog& log) {
         log.GetSongLogs()["1"].GetVamps().Add(CL::Vamp(Bar(4), Bar(8)));

@@ -1,5 +1,6 @@
 #include "tavo_midi/midi_commands.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -7,6 +8,7 @@
 
 #include "tavo_core/callback_dispatcher.h"
 #include "tavo_midi/midi_time_code_controller.h"
+#include "tests/support/exception_log.h"
 #include "tests/support/smf_bytes.h"
 #include "tests/support/temporary_directory.h"
 
@@ -203,9 +205,30 @@ TEST_F(Commands, ShowControlAndMachineControl_AreOffUntilEnabled) {
         {"machine locate to 10 s", "F0 7F 05 06 44 06 01 60 00 0A 00 00 F7", "locate 10000000000"},
         {"machine locate, cut off", "F0 7F 05 06 44 06 01 60 F7", ""},
         {"machine locate to no address", "F0 7F 05 06 44 06 01 60 00 3C 00 00 F7", ""},
+        {"machine locate, then deferred play", "F0 7F 05 06 44 06 01 60 00 0A 00 00 03 F7", "locate 10000000000; play"},
+        {"machine stop, locate, play, pause", "F0 7F 05 06 01 44 06 01 60 00 0A 00 00 02 09 F7",
+         "stop; locate 10000000000; play; pause"},
+        {"machine fast forward, a masked write, play", "F0 7F 05 06 04 41 03 4F 01 01 02 F7", "play"},
+        {"machine play of a further set, then stop", "F0 7F 05 06 00 02 01 F7", "stop"},
+        {"machine write of a further set, then stop", "F0 7F 05 06 00 41 02 01 02 01 F7", "stop"},
+        {"machine locate to no address, then play", "F0 7F 05 06 44 06 01 60 00 3C 00 00 02 F7", "play"},
+        {"machine play, then a locate that is cut off", "F0 7F 05 06 02 44 06 01 60 F7", "play"},
+        {"machine play, then a write without its count", "F0 7F 05 06 02 41 F7", "play"},
+        {"machine play, then the beginning of a further set", "F0 7F 05 06 02 00 F7", "play"},
+        {"no command of machine control", "F0 7F 05 06 F7", ""},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Hear(row.bytes), row.done) << row.what;
+}
+
+TEST_F(Commands, MachineControlThatIsNotKnown_IsALineOfTheLog) {
+    commands_->SetRemoteControl({true, true, 5});
+    const test_support::ExceptionLog log;
+    EXPECT_EQ("play", Hear("F0 7F 05 06 04 41 03 4F 01 01 44 06 01 60 00 3C 00 00 02 F7"));
+    const std::string lines = log.Read();
+    EXPECT_THAT(lines, testing::HasSubstr("the machine control command 04 is not known and is ignored"));
+    EXPECT_THAT(lines, testing::HasSubstr("the machine control command 41 03 4F 01 01 is not known and is ignored"));
+    EXPECT_THAT(lines, testing::HasSubstr("a locate of machine control names no time and is ignored"));
 }
 
 TEST_F(Commands, BadSettings_AreOneSentence) {

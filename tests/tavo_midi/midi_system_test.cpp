@@ -68,6 +68,49 @@ TEST_F(TheMidiSystem, DeviceOpensSlowly_NobodyElseWaitsForIt) {
     EXPECT_TRUE(isListedMeanwhile);
 }
 
+TEST_F(TheMidiSystem, SystemDoesNotRespond_WhoOnlyAsksDoesNotWait) {
+    std::promise<void> hangs;
+    std::promise<void> mayGoOn;
+    std::shared_future<void> goesOn = mayGoOn.get_future().share();
+    ports_->onOpen = [&] {
+        hangs.set_value();
+        goesOn.wait();
+    };
+    WriteReportsDown();
+    Install();
+    const test_support::TemporaryDirectory directory;
+    MidiTimeCodeController timeCode(directory / "midiTimeCodeSettings");
+    timeCode.SetOutputPortName("desk");
+    MidiMessageDispatcher dispatcher;
+    auto connected = std::async(std::launch::async, [&] { dispatcher.ConnectSourceByName("pedal"); });
+    hangs.get_future().wait();
+    auto asked = std::async(std::launch::async, [&] {
+        EXPECT_FALSE(dispatcher.GetIsConnected());
+        EXPECT_EQ(dispatcher.GetPortIndex(), 0);
+        EXPECT_EQ(GetNonTavoMidiSources().size(), 1U);
+        EXPECT_TRUE(timeCode.GetHasOutputPortIndex());
+        EXPECT_EQ(timeCode.GetOutputPortIndex(), 0U);
+        EXPECT_EQ(tavo_midi::GetMidiSystemName(), "fake");
+    });
+    EXPECT_EQ(asked.wait_for(Patience), std::future_status::ready);
+    mayGoOn.set_value();
+    connected.get();
+    asked.get();
+    EXPECT_TRUE(dispatcher.GetIsConnected());
+}
+
+TEST_F(TheMidiSystem, ConnectionGoneThoughThePortIsThere_IsReportedAndMadeAgain) {
+    WriteReportsDown();
+    Install();
+    MidiMessageDispatcher dispatcher;
+    dispatcher.ConnectSourceByName("pedal");
+    ASSERT_TRUE(reports_.WaitFor(Connected));
+    ports_->isConnected = false;
+    EXPECT_TRUE(reports_.WaitFor(Gone));
+    EXPECT_TRUE(reports_.WaitFor(Back));
+    EXPECT_TRUE(dispatcher.GetIsConnected());
+}
+
 TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
     const std::weak_ptr<test_support::FakeMidiPorts> watched = ports_;
     bool isThereAtTheEnd = false;
@@ -83,7 +126,7 @@ TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
     EXPECT_TRUE(watched.expired());
 }
 
-TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothing_IsOneSentence) {
+TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothingOrTheMessageDoesNotLeave_IsOneSentence) {
     const auto problemOf = [](const char* port) {
         try {
             tavo_midi::SendMidiMessage(port, Start);
@@ -96,6 +139,10 @@ TEST_F(TheMidiSystem, NoSuchOutputOrItTakesNothing_IsOneSentence) {
     Install();
     EXPECT_EQ(problemOf("drum"), "there is no MIDI output \"drum\"");
     EXPECT_EQ(problemOf("desk"), "the MIDI output \"desk\" does not take the message");
+    ports_->onSend = [](std::span<const unsigned char>) { return true; };
+    EXPECT_EQ(problemOf("desk"), "");
+    ports_->onWaitUntilSent = [] { return false; };
+    EXPECT_EQ(problemOf("desk"), "the message to the MIDI output \"desk\" did not leave in time: send it again");
 }
 
 TEST_F(TheMidiSystem, ListenerReplacesItselfAndWaitsForAThreadThatReplacesItAgain_NothingHangs) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <zip.h>
 
+#include <map>
 #include <stdexcept>
 
 #include "kit/file.h"
@@ -83,6 +84,7 @@ TEST(ShowFile, WhatIsWritten_IsReadBack) {
     first.options.pickupBeats = 1.5;
     first.options.pages = {{0, 1}, {144, 2}};
     first.options.barLabels = {{1, "1a"}, {2, "9"}};
+    first.options.tempos = {{0, 600000, true}, {144, 400000, false}, {288, 300000, true}};
     ShowSong second = MakeSong("12a", "songs/02.mid");
     second.smf = SmfFile(2, {"00 90 3C 40 10 80 3C 40", "00 F0 02 7D F7 00 91 30 40 81 00 81 30 40"});
     second.options.sequence = 1;
@@ -104,6 +106,9 @@ TEST(ShowFile, WhatIsWritten_IsReadBack) {
         EXPECT_EQ(built.GetMusicEndTickIndex(), read.GetMusicEndTickIndex());
         EXPECT_EQ(packed.smfName, read.GetSmfName());
     }
+    EXPECT_EQ(3U, show.GetTimelineOf("1").GetTempos().size());
+    for (const auto& [tick, isGuessed] : std::map<unsigned int, bool>{{0, true}, {1, false}, {144, false}, {288, true}})
+        EXPECT_EQ(isGuessed, show.GetSongData("1").IsGuessedTempo(tick)) << tick;
     const tavo_midi::SongData& second_ = show.GetSongData("12a");
     EXPECT_EQ(3U, second_.GetSysex(second_.GetEvents().at(0)).size());
 }
@@ -206,6 +211,14 @@ TEST(ShowFile, BadShowJson_IsRefusedWithPlaceAndReason) {
         {withSong(song + R"(,"pickupBeats":"1"})"), ": songs[0].pickupBeats must be a number, not \"1\""},
         {withSong(song + R"(,"pages":[{"number":1,"tick":9},{"number":2,"tick":8}]})"),
          ": songs[0].pages[1].tick must be at least 9, that of the page before it, not 8"},
+        {withSong(song + R"(,"tempos":[{"tick":9,"microsecondsPerQuarter":1},{"tick":9,"microsecondsPerQuarter":1}]})"),
+         ": songs[0].tempos[1].tick must be above 9, that of the tempo before it, not 9"},
+        {withSong(song + R"(,"tempos":[{"tick":0,"microsecondsPerQuarter":0}]})"),
+         ": songs[0].tempos[0].microsecondsPerQuarter must be at least 1, not 0"},
+        {withSong(song + R"(,"tempos":[{"tick":0,"microsecondsPerQuarter":16777216}]})"),
+         ": songs[0].tempos[0].microsecondsPerQuarter must be a whole number from 0 to 16777215, not 16777216"},
+        {withSong(song + R"(,"tempos":[{"tick":0,"microsecondsPerQuarter":1,"guessed":1}]})"),
+         ": songs[0].tempos[0].guessed must be true or false, not 1"},
         {withSong(song + R"(,"barLabels":[{"bar":1,"label":"a"},{"bar":1,"label":"b"}]})"),
          ": songs[0].barLabels[1].bar must be above 1, that of the label before it, not 1"},
         {withSong(song + R"(,"effects":7})"), ": songs[0].effects must be a list, not 7"},

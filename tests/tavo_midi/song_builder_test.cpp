@@ -136,6 +136,21 @@ TEST(SongBuilder, StartEndAndLabelsOfTheOptions) {
     EXPECT_EQ("5:96(4) 6:480(4) end 864", Bars(Build(SmfFile(0, {Join({kFourFour, kNoteTo768})}), options)));
 }
 
+TEST(SongBuilder, TemposOfTheOptions_StandForThoseOfTheFile) {
+    const std::string tempo = "00 FF 51 03 09 27 C0 ";
+    SongOptions options;
+    const SongData ofFile = Build(SmfFile(0, {tempo + Join({kFourFour, kNoteTo768})}), options);
+    EXPECT_EQ(600000U, ofFile.GetTimeline().GetTempos()[0].microseconds_per_quarter());
+    EXPECT_FALSE(ofFile.IsGuessedTempo(0));
+    options.tempos = {{96, 400000, true}};
+    const SongData song = Build(SmfFile(0, {tempo + Join({kFourFour, kNoteTo768})}), options);
+    ASSERT_EQ(2U, song.GetTimeline().GetTempos().size());
+    EXPECT_EQ(500000U, song.GetTimeline().GetTempos()[0].microseconds_per_quarter());
+    EXPECT_EQ(400000U, song.GetTimeline().GetTempos()[1].microseconds_per_quarter());
+    EXPECT_FALSE(song.IsGuessedTempo(0));
+    EXPECT_TRUE(song.IsGuessedTempo(96));
+}
+
 TEST(SongBuilder, OptionsThatDoNotFit_AreRefusedWithASentence) {
     const std::string file = SmfFile(0, {Join({kFourFour, kNoteTo768})});
     const auto with = [](auto change) {

@@ -60,6 +60,20 @@ TEST(TimeCodeGenerator, OrderForAnEarlierMoment_TakesBackTheLaterOnes) {
     EXPECT_EQ(Collect(generator, 0, 100'000), (Lines{"0 full 0:0:0:0", "4000 full 0:0:2:0"}));
 }
 
+TEST(TimeCodeGenerator, OrdersAreDue_CountedUntilTheirFullFramesAreGivenOut) {
+    TimeCodeGenerator generator(48000);
+    EXPECT_EQ(generator.CountDue(1'000'000), 0U);
+    generator.Post({300, FrameRate::Fps25, 0, true});
+    generator.Post({400, FrameRate::Fps25, 0, false});
+    EXPECT_EQ(generator.CountDue(299), 0U);
+    EXPECT_EQ(generator.CountDue(300), 1U);
+    EXPECT_EQ(generator.CountDue(1000), 2U);
+    Collect(generator, 256, 384);
+    EXPECT_EQ(generator.CountDue(1000), 1U);
+    Collect(generator, 384, 512);
+    EXPECT_EQ(generator.CountDue(1000), 0U);
+}
+
 TEST(TimeCodeGenerator, HeldUpForLong_AFullFrameMakesUpForWhatIsLeftOut) {
     TimeCodeGenerator generator(48000);
     generator.Post({0, FrameRate::Fps25, 0, true});

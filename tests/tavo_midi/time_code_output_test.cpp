@@ -32,6 +32,12 @@ public:
         return std::exchange(orders_, {});
     }
 
+    /// Those that had come when it was waited for them to leave.
+    std::vector<std::string> TakeOrdersAtWait() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(ordersAtWait_, {});
+    }
+
 private:
     class Output final : public tavo_midi::MidiOutput {
     public:
@@ -44,6 +50,11 @@ private:
             return true;
         }
         [[nodiscard]] bool IsSampleAccurate() const override { return true; }
+        bool WaitUntilSent() override {
+            const std::lock_guard lock(ports_.mutex_);
+            ports_.ordersAtWait_ = ports_.orders_;
+            return true;
+        }
 
     private:
         OrderedPorts& ports_;
@@ -51,6 +62,7 @@ private:
 
     std::mutex mutex_;
     std::vector<std::string> orders_;
+    std::vector<std::string> ordersAtWait_;
 };
 
 class TimeCodeOutput : public testing::Test {
@@ -83,9 +95,46 @@ TEST_F(TimeCodeOutput, NothingIsSentUntilItIsActiveNorAfterItIsCancelled) {
     EXPECT_EQ(ports_->TakeOrders(), Orders{});
     controller_.ActivateMidiTimeCode();
     EXPECT_EQ(ports_->TakeOrders(), (Orders{"1000 at 5 rolls"}));
-    controller_.CancelMidiTimeCode();
     controller_.Stop(2s, At(6ms));
+    ports_->TakeOrders();
+    controller_.CancelMidiTimeCode();
+    controller_.Start(2s, At(7ms));
     EXPECT_EQ(ports_->TakeOrders(), Orders{});
+}
+
+TEST_F(TimeCodeOutput, CancelledWhileRolling_StopsWhereItIsAndRollsOnWhenItIsActiveAgain) {
+    Activate();
+    const auto start = std::chrono::steady_clock::now().time_since_epoch();
+    controller_.Start(4s, At(start - 2s));
+    ports_->TakeOrders();
+    controller_.CancelMidiTimeCode();
+    const auto elapsed = std::chrono::steady_clock::now().time_since_epoch() - start;
+    const Orders last = ports_->TakeOrders();
+    ASSERT_EQ(last.size(), 1U);
+    EXPECT_EQ(last[0].find("rolls"), std::string::npos) << last[0];
+    const auto position = std::chrono::milliseconds(std::stoll(last[0]));
+    EXPECT_GE(position, 6s);
+    EXPECT_LE(position, 6s + elapsed);
+    controller_.ActivateMidiTimeCode();
+    EXPECT_EQ(ports_->TakeOrders(), (Orders{fmt::format("4000 at {} rolls", (start - 2s) / 1ms)}));
+}
+
+TEST_F(TimeCodeOutput, CancelledBeforeTheMomentItStartsAt_StopsWhereItWouldHaveStarted) {
+    Activate();
+    controller_.Start(4s, At(std::chrono::steady_clock::now().time_since_epoch() + 1h));
+    ports_->TakeOrders();
+    controller_.CancelMidiTimeCode();
+    const Orders last = ports_->TakeOrders();
+    ASSERT_EQ(last.size(), 1U);
+    EXPECT_TRUE(last[0].starts_with("4000 at ") && last[0].find("rolls") == std::string::npos) << last[0];
+}
+
+TEST_F(TimeCodeOutput, ClosedWhileRolling_WaitsUntilTheStopHasLeft) {
+    Activate();
+    controller_.Start(4s);
+    ports_->TakeOrders();
+    controller_.CancelMidiTimeCode();
+    EXPECT_EQ(ports_->TakeOrdersAtWait().size(), 1U);
 }
 
 TEST_F(TimeCodeOutput, StartLocateJumpAndStop_AreOrderedForTheirMoments) {

@@ -1,11 +1,12 @@
 #include "kit/appended_file.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <stdexcept>
+#include <system_error>
 
 #include "open_file.h"
 
@@ -14,15 +15,6 @@ namespace kit {
 namespace {
 
 constexpr unsigned int ModeOfAppendedFile = 0666;
-
-/// Whether the path still leads to the file: whoever held it before may have removed it. 0, ENOENT where it does not,
-/// or another of the system's error numbers.
-int CheckIsStillAt(const std::string& path, int descriptor) {
-    struct stat here {};
-    struct stat there {};
-    if (::fstat(descriptor, &here) != 0 || ::stat(path.c_str(), &there) != 0) return errno;
-    return here.st_dev == there.st_dev && here.st_ino == there.st_ino ? 0 : ENOENT;
-}
 
 }  // namespace
 
@@ -37,8 +29,8 @@ AppendedFile::AppendedFile(const std::string& path) : path_(path), held_(std::ma
     for (int error = ENOENT; error != 0;) {
         held_->file = Open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, ModeOfAppendedFile);
         if (!held_->file.IsOpen()) ThrowCannotWrite(path, errno);
-        if (Uninterrupted([&] { return ::flock(held_->file.Get(), LOCK_EX | LOCK_NB); }) != 0) {
-            if (errno != EWOULDBLOCK) ThrowCannotWrite(path, errno);
+        if (const int refusal = TryToLock(held_->file.Get()); refusal != 0) {
+            if (refusal != EWOULDBLOCK) ThrowCannotWrite(path, refusal);
             throw FileInUseError(NameForErrors(path) + "is in use by another program");
         }
         error = CheckIsStillAt(path, held_->file.Get());
@@ -59,29 +51,39 @@ void AppendedFile::Append(std::string_view bytes) {
     if (isBroken_)
         throw std::runtime_error(NameForErrors(path_) +
                                  "could not be written to before, and nobody knows what the disk holds of it");
-    if (const int error = WriteAll(held_->file.Get(), bytes); error != 0) {
-        CutBack();
-        ThrowCannotWrite(path_, error);
-    }
+    if (const int error = WriteAll(held_->file.Get(), bytes); error != 0) TakeBackAndThrow(error);
     if (const int error = Synchronise(held_->file.Get()); error != 0) {
         // The system forgets what it could not write: a later flush would succeed without it.
-        CutBack();
         isBroken_ = true;
-        ThrowCannotWrite(path_, error);
+        TakeBackAndThrow(error);
     }
     // A file without its name would be gone with this program.
     if (const int error = CheckIsStillAt(path_, held_->file.Get()); error != 0) {
-        CutBack();
         isBroken_ = true;
-        if (error != ENOENT) ThrowCannotWrite(path_, error);
+        if (error != ENOENT) TakeBackAndThrow(error);
+        static_cast<void>(TakeBack());
         throw std::runtime_error(NameForErrors(path_) + "was removed or moved while it was in use");
     }
     size_ += bytes.size();
 }
 
-void AppendedFile::CutBack() {
+bool AppendedFile::TakeBack() {
     const auto length = static_cast<off_t>(size_);
-    if (Uninterrupted([&] { return ::ftruncate(held_->file.Get(), length); }) != 0) isBroken_ = true;
+    if (Uninterrupted([&] { return ::ftruncate(held_->file.Get(), length); }) == 0) return true;
+    isBroken_ = true;
+    // Bytes that stay must at least not be read as what they were.
+    const int file = held_->file.Get();
+    const int flags = ::fcntl(file, F_GETFL);
+    if (flags < 0 || ::fcntl(file, F_SETFL, flags & ~O_APPEND) != 0) return false;
+    const off_t end = ::lseek(file, 0, SEEK_END);
+    if (end < 0 || ::lseek(file, length, SEEK_SET) < 0) return false;
+    return end <= length || WriteAll(file, std::string(static_cast<std::size_t>(end - length), '\0')) == 0;
+}
+
+void AppendedFile::TakeBackAndThrow(int error) {
+    if (TakeBack()) ThrowCannotWrite(path_, error);
+    throw std::runtime_error(NameForErrors(path_) + "cannot be written: " + std::system_category().message(error) +
+                             "; it may hold all the same what was to be added");
 }
 
 void AppendedFile::Truncate(std::uintmax_t size) {
@@ -99,6 +101,11 @@ void AppendedFile::Remove() {
     const int error = SynchroniseDirectory(held_->directory.Get());
     held_.reset();
     if (error != 0) ThrowCannotWrite(path_, error);
+}
+
+bool AppendedFile::IsHeld(const std::string& path) {
+    const OpenFile file = Open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    return file.IsOpen() && IsLockedElsewhere(file.Get());
 }
 
 }  // namespace kit

@@ -126,8 +126,9 @@ public:
         temporary_.Finish();
         temporary_.BecomeTarget(existing_);
         if (const int error = SynchroniseDirectory(directory_.Get()); error != 0) {
-            if (existing_ == ExistingFile::Keep) ::unlink(path_.c_str());
-            ThrowCannotWrite(path_, error);
+            if (existing_ == ExistingFile::Keep && ::unlink(path_.c_str()) == 0) ThrowCannotWrite(path_, error);
+            throw UnconfirmedError(NameForErrors(path_) + "is written, but its directory cannot be synchronised: " +
+                                   std::system_category().message(error));
         }
     }
 

@@ -1,6 +1,7 @@
 #include "open_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -47,6 +48,41 @@ int SynchroniseDirectory(int directory) {
     // Some file systems cannot synchronise a directory and say EINVAL: nothing is to be done there.
     const int error = Synchronise(directory);
     return error == EINVAL ? 0 : error;
+}
+
+namespace {
+
+// A byte that no file of ours reaches: where locks are mandatory, as on some network file systems, others can still
+// read what stands in the file.
+constexpr off_t LockedByte = 0x40000000;
+
+struct flock MakeLock() {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = LockedByte;
+    lock.l_len = 1;
+    return lock;
+}
+
+}  // namespace
+
+int TryToLock(int descriptor) {
+    struct flock lock = MakeLock();
+    if (Uninterrupted([&] { return ::fcntl(descriptor, F_OFD_SETLK, &lock); }) == 0) return 0;
+    return errno == EACCES ? EWOULDBLOCK : errno;
+}
+
+bool IsLockedElsewhere(int descriptor) {
+    struct flock lock = MakeLock();
+    return Uninterrupted([&] { return ::fcntl(descriptor, F_OFD_GETLK, &lock); }) == 0 && lock.l_type != F_UNLCK;
+}
+
+int CheckIsStillAt(const std::string& path, int descriptor) {
+    struct stat here {};
+    struct stat there {};
+    if (::fstat(descriptor, &here) != 0 || ::stat(path.c_str(), &there) != 0) return errno;
+    return here.st_dev == there.st_dev && here.st_ino == there.st_ino ? 0 : ENOENT;
 }
 
 std::string GetDirectory(const std::string& path) {

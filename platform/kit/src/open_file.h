@@ -43,6 +43,15 @@ private:
 [[nodiscard]] int Synchronise(int descriptor);
 [[nodiscard]] int SynchroniseDirectory(int directory);
 
+/// Locks the file for this open file alone, as LockFile's comment says; 0, EWOULDBLOCK where another has it, or another
+/// error. The file is open for writing.
+[[nodiscard]] int TryToLock(int descriptor);
+/// Whether another open file has it locked. The file is open for reading.
+[[nodiscard]] bool IsLockedElsewhere(int descriptor);
+/// Whether the path still leads to the open file: whoever held it before may have removed it. 0, ENOENT where it does
+/// not, or another error.
+[[nodiscard]] int CheckIsStillAt(const std::string& path, int descriptor);
+
 /// The directory part of a path, "." where there is none.
 [[nodiscard]] std::string GetDirectory(const std::string& path);
 

@@ -1,4 +1,5 @@
 #include "tavo_core/bar_positions.h"
+#include "kit/words.h"
 
 #include <fmt/format.h>
 
@@ -40,9 +41,8 @@ std::optional<unsigned int> ReadTick(std::string_view text) {
 }
 
 [[noreturn]] void RefuseText(std::string_view place) {
-    throw std::invalid_argument(
-        fmt::format("\"{}\" names no place: write a bar (17), bar and beat (17:3), a tick (t9600), start or end",
-                    place.substr(0, 64)));
+    throw std::invalid_argument(fmt::format(
+        "{} names no place: write a bar (17), bar and beat (17:3), a tick (t9600), start or end", kit::Quote(place)));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -32,14 +33,25 @@ std::optional<cmn::TAVOVersion> VersionIn(const std::string& name) {
     return version;
 }
 
-/// Whether a log beside `logPath`, itself or a newer version, holds just these edits.
-bool IsStateSaved(const std::string& logPath, const std::string& state) {
-    const std::string own = kit::path::basename(logPath);
-    const auto ownVersion = VersionIn(own);
+/// The newer versions beside `logPath`.
+std::vector<std::string> FindNewerLogs(const std::string& logPath) {
+    std::vector<std::string> newer;
+    const auto ownVersion = VersionIn(kit::path::basename(logPath));
     for (const std::string& name : kit::listdir(DirectoryOf(logPath))) {
         if (kit::path::extension(name) != ".logdata") continue;
         const auto version = VersionIn(name);
-        if (name != own && !(ownVersion && version && *ownVersion < *version)) continue;
+        if (ownVersion && version && *ownVersion < *version) newer.push_back(name);
+    }
+    return newer;
+}
+
+/// Whether the log at `logPath`, or a newer one that was not there when its journal began, holds just these edits: one
+/// that was there may be alike by chance, and is not what opens.
+bool IsStateSaved(const std::string& logPath, const std::string& state, const std::vector<std::string>& knownLogs) {
+    std::vector<std::string> names = FindNewerLogs(logPath);
+    names.push_back(kit::path::basename(logPath));
+    for (const std::string& name : names) {
+        if (std::find(knownLogs.begin(), knownLogs.end(), name) != knownLogs.end()) continue;
         try {
             if (journal::HashOfEdits(ChangeLog::Load(kit::path::Join(DirectoryOf(logPath), name))) == state)
                 return true;
@@ -55,7 +67,7 @@ bool AreChangesSaved(const journal::Text& text, const std::string& logPath) {
     if (!text.savedIn.empty() &&
         std::filesystem::exists(std::filesystem::path(kit::path::Join(DirectoryOf(logPath), text.savedIn))))
         return true;
-    return IsStateSaved(logPath, text.stateAfter);
+    return IsStateSaved(logPath, text.stateAfter, text.newerLogs);
 }
 
 journal::Text ReadFileOf(const std::string& logPath) {
@@ -80,8 +92,19 @@ struct EditJournal::Impl {
         refusal.clear();
         file.emplace(PathFor(logPath));
         origin = journal::FindOrigin(logPath);
-        if (file->GetSize() == 0) return;
-        journal::Text text = ReadFileOf(logPath);
+        newerLogs = FindNewerLogs(logPath);
+        if (file->GetSize() != 0) ReadWhatIsThere();
+    }
+
+    void ReadWhatIsThere() {
+        journal::Text text;
+        try {
+            text = ReadFileOf(logPath);
+        } catch (const std::runtime_error& problem) {
+            refusal = problem.what();
+            hasChanges = true;
+            return;
+        }
         if (AreChangesSaved(text, logPath)) {
             file->Truncate(0);
         } else if (text.origin != origin) {
@@ -91,6 +114,7 @@ struct EditJournal::Impl {
             if (text.goodBytes != file->GetSize()) file->Truncate(text.goodBytes);
             chain = text.chain;
             hasOrigin = hasChanges = true;
+            newerLogs = std::move(text.newerLogs);
             changesAtOpening = std::move(text.changes);
         }
     }
@@ -110,6 +134,8 @@ struct EditJournal::Impl {
     std::string logPath;
     std::optional<kit::AppendedFile> file;
     journal::Origin origin;
+    /// Those that were there when the journal began.
+    std::vector<std::string> newerLogs;
     std::uint64_t chain = 0;
     bool hasOrigin = false;
     bool hasChanges = false;
@@ -144,11 +170,11 @@ void EditJournal::Append(const LogChange& change, const ChangeLog& after) {
     if (!impl_->file) impl_->Open();
     const std::uint64_t before = impl_->chain;
     std::uint64_t chain = before;
-    std::string lines = impl_->hasOrigin ? "" : journal::WriteOrigin(impl_->origin, chain);
+    std::string lines = impl_->hasOrigin ? "" : journal::WriteOrigin(impl_->origin, impl_->newerLogs, chain);
     lines += journal::WriteChange(change, journal::HashOfEdits(after), chain);
     // Nobody notices a line that cannot be read back until the evening it is needed: better refuse it now.
     std::uint64_t trial = 0;
-    const std::string origin = journal::WriteOrigin(impl_->origin, trial);
+    const std::string origin = journal::WriteOrigin(impl_->origin, impl_->newerLogs, trial);
     const std::string alone = origin + journal::WriteChange(change, "", trial);
     static_cast<void>(journal::Read(alone, PathFor(impl_->logPath)));
 
@@ -194,7 +220,8 @@ EditJournal::Contents EditJournal::Read(const std::string& logPath) {
     contents.problems = std::move(text.problems);
     if (AreChangesSaved(text, logPath)) return contents;
     if (text.origin != journal::FindOrigin(logPath)) {
-        contents.problems.push_back(RefuseForeign(logPath, text) + ".");
+        contents.problems.push_back(RefuseForeign(logPath, text));
+        contents.foreignChanges = std::move(text.changes);
         return contents;
     }
     contents.changes = std::move(text.changes);

@@ -12,6 +12,7 @@
 
 #include "change_log_format.h"
 #include "kit/utf8.h"
+#include "kit/words.h"
 #include "tavo_core/edit_text.h"
 
 namespace CL {
@@ -135,7 +136,7 @@ std::string CheckValue(const Sfx& edit, const TL::Timeline&) {
     const std::string& sound = edit.sound();
     if (sound.empty()) return "a sound needs the name of a file";
     const bool leavesShow = sound.front() == '/' || ("/" + sound + "/").find("/../") != std::string::npos;
-    if (leavesShow) return fmt::format("the sound \"{}\" does not lie in the show directory", sound);
+    if (leavesShow) return fmt::format("the sound {} does not lie in the show directory", kit::Quote(sound));
     constexpr float Lowest = tavo_core::logdata::LowestGainDb;
     constexpr float Highest = tavo_core::logdata::HighestGainDb;
     if (!(edit.gain_db() >= Lowest && edit.gain_db() <= Highest))
@@ -147,7 +148,8 @@ std::string CheckValue(const Osc& edit, const TL::Timeline&) {
     const std::string& address = edit.address();
     // OSC 1.0 keeps these out of the names of methods; the pattern characters may stand in a message's address.
     if (address.size() < 2 || address.front() != '/' || address.find_first_of(" #\t\n\r") != std::string::npos)
-        return fmt::format("\"{}\" is not an OSC address: it must begin with / and hold no blank and no #", address);
+        return fmt::format("{} is not an OSC address: it must begin with / and hold no blank and no #",
+                           kit::Quote(address));
     if (edit.arguments().size() > tavo_core::logdata::MostArguments)
         return fmt::format("an OSC message has at most {} arguments", tavo_core::logdata::MostArguments);
     for (const OscArgument& argument : edit.arguments()) {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <numeric>
 #include <stdexcept>
+#include <string_view>
 
 #include "tavo_core/event_codes.h"
 
@@ -83,6 +84,26 @@ std::string DescribeValue(const cmn::TavoEvent& edit) {
         default:
             throw std::logic_error("the event is not an edit");
     }
+}
+
+std::string JoinMarkerTexts(const std::string& there, const std::string& added) {
+    constexpr std::string_view Separator = ", ";
+    const auto split = [&](std::string_view text, auto take) {
+        while (!text.empty()) {
+            const std::size_t end = std::min(text.find(Separator), text.size());
+            take(text.substr(0, end));
+            text.remove_prefix(std::min(end + Separator.size(), text.size()));
+        }
+    };
+    std::string joined = there;
+    split(added, [&](std::string_view part) {
+        bool isThere = false;
+        split(joined, [&](std::string_view other) { isThere = isThere || other == part; });
+        if (isThere) return;
+        if (!joined.empty()) joined += Separator;
+        joined += part;
+    });
+    return joined;
 }
 
 std::string DescribeNoteLength(int thirtySeconds) {

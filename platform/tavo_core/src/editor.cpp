@@ -74,6 +74,28 @@ void RequireAllowed(const std::string& songNumber, const AnyEdit& any, const Son
     if (!problem.empty()) throw std::invalid_argument(fmt::format("song {}: {}", songNumber, problem));
 }
 
+/// The marker that a new one at its tick joins; the last, where a log of before has several.
+std::optional<std::size_t> FindMarkerAt(const ChangeLogSequence<Marker>& markers, unsigned int tick) {
+    for (std::size_t i = markers.size(); i-- > 0;) {
+        if (markers[i].abs_time() == tick) return i;
+    }
+    return std::nullopt;
+}
+
+/// Adds an edit that is allowed; a marker to the one at its tick.
+void AddTo(SongLog& songLog, const std::string& songNumber, const AnyEdit& any, const TL::Timeline& timeline) {
+    if (const Marker* marker = std::get_if<Marker>(&any)) {
+        if (const auto index = FindMarkerAt(songLog.GetMarkers(), marker->abs_time())) {
+            Marker& there = songLog.GetMarkers()[*index];
+            const Marker joined(marker->abs_time(), JoinMarkerTexts(there.value(), marker->value()));
+            RequireAllowed(songNumber, joined, songLog, timeline);
+            there = joined;
+            return;
+        }
+    }
+    std::visit([&](const auto& edit) { SequenceOf<std::remove_cvref_t<decltype(edit)>>(songLog).Add(edit); }, any);
+}
+
 }  // namespace
 
 struct Editor::Impl {
@@ -304,8 +326,7 @@ void Editor::Add(const std::string& songNumber, const AnyEdit& edit) {
     impl_->Do([&](ChangeLog& log) {
         SongLog& songLog = log.GetSongLogs()[songNumber];
         RequireAllowed(songNumber, edit, songLog, timeline);
-        std::visit([&](const auto& added) { SequenceOf<std::remove_cvref_t<decltype(added)>>(songLog).Add(added); },
-                   edit);
+        AddTo(songLog, songNumber, edit, timeline);
     });
 }
 
@@ -329,9 +350,7 @@ void Editor::Change(const std::string& songNumber, const AnyEdit& from, const An
                 }
                 sequence.RemoveAt(*index);
                 RequireAllowed(songNumber, to, songLog, timeline);
-                std::visit(
-                    [&](const auto& added) { SequenceOf<std::remove_cvref_t<decltype(added)>>(songLog).Add(added); },
-                    to);
+                AddTo(songLog, songNumber, to, timeline);
             },
             from);
     });

@@ -54,7 +54,7 @@ CL::LogChange ReadChange(std::string_view members, std::string& stateAfter, cons
     return CL::ReadLogChange("{" + std::string(members.substr(stateEnd + StateEndMark.size())), place);
 }
 
-Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
+Origin ReadOrigin(const nlohmann::json& object, const std::string& name, std::vector<std::string>& newerLogs) {
     Origin origin;
     try {
         if (object.at("format") != FormatName) throw std::runtime_error(name + " is not a journal of a change log");
@@ -63,6 +63,7 @@ Origin ReadOrigin(const nlohmann::json& object, const std::string& name) {
         origin.logName = object.at("log").get<std::string>();
         if (!object.at("bytes").is_null()) origin.bytes = object.at("bytes").get<std::uintmax_t>();
         origin.hash = object.at("hash").get<std::string>();
+        if (object.contains("newer")) newerLogs = object["newer"].get<std::vector<std::string>>();
     } catch (const nlohmann::json::exception&) {
         throw std::runtime_error(name + " is not a journal of a change log");
     }
@@ -78,7 +79,7 @@ void ReadMembers(const std::string& members, Text& text, const std::string& name
     const nlohmann::json object = nlohmann::json::parse("{" + members, nullptr, false);
     if (!text.origin) {
         if (!object.is_object()) throw std::runtime_error(name + " is not a journal of a change log");
-        text.origin = ReadOrigin(object, name);
+        text.origin = ReadOrigin(object, name, text.newerLogs);
     } else if (object.is_object() && object.contains("savedIn") && object["savedIn"].is_string()) {
         text.savedIn = object["savedIn"].get<std::string>();
     } else {
@@ -113,13 +114,15 @@ Origin FindOrigin(const std::string& logPath) {
     return origin;
 }
 
-std::string WriteOrigin(const Origin& origin, std::uint64_t& chain) {
-    const nlohmann::json logName = origin.logName;
-    return MakeLine(
-        fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"}}", FormatName,
-                    FormatVersion, logName.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
-                    origin.bytes ? std::to_string(*origin.bytes) : "null", origin.hash),
-        chain);
+std::string WriteOrigin(const Origin& origin, const std::vector<std::string>& newerLogs, std::uint64_t& chain) {
+    const auto write = [](const nlohmann::json& value) {
+        return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    };
+    std::string members = fmt::format("\"format\":\"{}\",\"formatVersion\":{},\"log\":{},\"bytes\":{},\"hash\":\"{}\"",
+                                      FormatName, FormatVersion, write(origin.logName),
+                                      origin.bytes ? std::to_string(*origin.bytes) : "null", origin.hash);
+    if (!newerLogs.empty()) members += ",\"newer\":" + write(newerLogs);
+    return MakeLine(members + '}', chain);
 }
 
 std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain) {

@@ -32,13 +32,16 @@ struct Origin {
 /// The file's of that path. Throws std::runtime_error where it is there and cannot be read.
 [[nodiscard]] Origin FindOrigin(const std::string& logPath);
 
-/// One line with its line end; `chain` is the checksum of the line before and becomes that of this one.
-[[nodiscard]] std::string WriteOrigin(const Origin& origin, std::uint64_t& chain);
+/// One line with its line end; `newerLogs` are the names of newer versions that are there already. `chain` is the
+/// checksum of the line before and becomes that of this one.
+[[nodiscard]] std::string WriteOrigin(const Origin& origin, const std::vector<std::string>& newerLogs,
+                                      std::uint64_t& chain);
 [[nodiscard]] std::string WriteChange(const CL::LogChange& change, const std::string& stateAfter, std::uint64_t& chain);
 [[nodiscard]] std::string WriteSavedIn(const std::string& logName, std::uint64_t& chain);
 
 struct Text {
     std::optional<Origin> origin;
+    std::vector<std::string> newerLogs;
     std::vector<CL::LogChange> changes;
     /// HashOfEdits after the last change.
     std::string stateAfter;

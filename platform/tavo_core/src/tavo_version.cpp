@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "kit/path.h"
+#include "kit/words.h"
 
 namespace cmn {
 
@@ -28,8 +29,8 @@ void TAVOVersion::SetWithString(std::string_view text) {
     const auto majorRead = ReadNumber(text.substr(0, point));
     const auto minorRead = point == std::string_view::npos ? std::nullopt : ReadNumber(text.substr(point + 1));
     if (!majorRead || !minorRead)
-        throw std::invalid_argument("\"" + std::string(text.substr(0, 64)) +
-                                    "\" is not a version: expected two numbers from 0 to 65535 with a point between");
+        throw std::invalid_argument(kit::Quote(text) +
+                                    " is not a version: expected two numbers from 0 to 65535 with a point between");
     major_number = *majorRead;
     minor_number = *minorRead;
 }

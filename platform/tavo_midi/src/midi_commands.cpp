@@ -187,10 +187,9 @@ struct MidiCommands::Impl {
         }
         for (const Command command : released)
             Release(command, arrival);
-        if (pressed)
-            Give(given, CommandDoor::LearnedMessage, arrival, HasValue(pressed->status));
-        else if (auto request = ReadRemoteMessage(message, remoteControl))
-            Give(*request, arrival);
+        if (pressed) return Give(given, CommandDoor::LearnedMessage, arrival, HasValue(pressed->status));
+        for (RemoteRequest& request : ReadRemoteMessage(message, remoteControl))
+            GiveOrLog(request, arrival);
     }
 
     /// A listener that throws does not keep the message from giving its own command.
@@ -217,7 +216,19 @@ struct MidiCommands::Impl {
         notify::callbackDispatcher.Notify(name, command == ConductBeat ? &arrival : nullptr);
     }
 
+    /// What one of a message's commands throws does not keep the next from being given.
+    void GiveOrLog(RemoteRequest& request, std::chrono::nanoseconds arrival) {
+        try {
+            Give(request, arrival);
+        } catch (const std::exception& problem) {
+            TavoLogException(problem.what(), __FILE__, __LINE__);
+        } catch (...) {
+            TavoLogException("Unknown exception.", __FILE__, __LINE__);
+        }
+    }
+
     void Give(RemoteRequest& request, std::chrono::nanoseconds arrival) {
+        if (!request.refusal.empty()) throw std::runtime_error(request.refusal);
         if (request.songNumber) {
             if (!Asks({names::loadSong, request.door, arrival, {}, request.songNumber, {}, false})) return;
             notify::callbackDispatcher.Notify(names::loadSong, &*request.songNumber);

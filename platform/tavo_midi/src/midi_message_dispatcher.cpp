@@ -11,11 +11,11 @@
 #include <thread>
 #include <utility>
 
+#include "kit/real_time.h"
 #include "kit/spsc_queue.h"
 #include "kit/thread_names.h"
 #include "midi_parser.h"
 #include "midi_system.h"
-#include "real_time.h"
 #include "tavo_core/tavo_log_exception.h"
 
 namespace tavo_midi {
@@ -104,6 +104,8 @@ struct MidiMessageDispatcher::Impl : MidiConnection, MidiByteSink {
         input.reset();
         mustReset = true;
     }
+
+    [[nodiscard]] bool IsConnected() override { return input->IsConnected(); }
 
     void Take(std::span<const unsigned char> bytes, std::chrono::nanoseconds time) override {
         const std::size_t pieces = (bytes.size() + PieceBytes - 1) / PieceBytes;
@@ -209,7 +211,7 @@ void MidiMessageDispatcher::ConnectSourceByName(const std::string& name) {
     if (!impl_->deliveryThread.joinable()) {
         impl_->deliveryThread = std::thread([impl = impl_.get()] { impl->DeliverArrivals(); });
         // A press must not wait for what else the machine computes. Where that is not permitted, it may have to.
-        static_cast<void>(MakeRealTime(impl_->deliveryThread, DeliveryPriority));
+        static_cast<void>(kit::MakeRealTime(impl_->deliveryThread, DeliveryPriority));
     }
     MidiSystem::Get().Want(*impl_, name);
 }

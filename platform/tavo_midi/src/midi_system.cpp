@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kit/thread_names.h"
+#include "kit/words.h"
 #include "tavo_core/tavo_log_exception.h"
 
 namespace tavo_midi {
@@ -65,21 +66,32 @@ void MidiSystem::SetListener(std::function<void(const MidiPortReport&)> listener
     listener_.Set(listener ? std::make_shared<Listener>(std::move(listener)) : nullptr);
 }
 
-std::string MidiSystem::GetSystemName() {
+/// What `ask` says of the ports in use, null where there are none.
+template <class Ask>
+auto MidiSystem::AskPorts_(Ask ask) {
+    std::shared_ptr<MidiPorts> ports;
+    bool isWatched = false;
+    {
+        const std::lock_guard lock(shownMutex_);
+        ports = shownPorts_;
+        isWatched = isWatched_;
+    }
+    if (ports || isWatched) return ask(ports && ports->GetIsAlive() ? ports.get() : nullptr);
     const std::lock_guard lock(mutex_);
-    MidiPorts* const ports = FindPorts_();
-    std::string name = ports == nullptr ? std::string() : ports->GetSystemName();
-    if (users_ == 0) ports_.reset();
-    return name;
+    auto answer = ask(FindPorts_());
+    if (users_ == 0) ReleasePorts_();
+    return answer;
+}
+
+std::string MidiSystem::GetSystemName() {
+    return AskPorts_([](MidiPorts* ports) { return ports == nullptr ? std::string() : ports->GetSystemName(); });
 }
 
 std::vector<std::string> MidiSystem::GetNames(bool sources) {
-    const std::lock_guard lock(mutex_);
-    MidiPorts* const ports = FindPorts_();
-    std::vector<std::string> names;
-    if (ports != nullptr) names = sources ? ports->GetSourceNames() : ports->GetDestinationNames();
-    if (users_ == 0) ports_.reset();
-    return names;
+    return AskPorts_([sources](MidiPorts* ports) {
+        if (ports == nullptr) return std::vector<std::string>();
+        return sources ? ports->GetSourceNames() : ports->GetDestinationNames();
+    });
 }
 
 void MidiSystem::SendOnce(const std::string& destinationName, std::span<const unsigned char> message) {
@@ -91,12 +103,14 @@ void MidiSystem::SendOnce(const std::string& destinationName, std::span<const un
     // Off the lock, for nobody else is to wait for the device; the ports stay as long as they are used here.
     if (!ports) throw std::runtime_error("there is no MIDI system: neither JACK nor another one is running");
     if (!Contains(ports->GetDestinationNames(), destinationName))
-        throw std::runtime_error(fmt::format("there is no MIDI output \"{}\"", destinationName));
+        throw std::runtime_error(fmt::format("there is no MIDI output {}", kit::Quote(destinationName)));
     const auto output = ports->OpenOutput(destinationName);
     if (!output->Send(message))
         throw std::runtime_error(fmt::format("the MIDI output \"{}\" does not take the message", destinationName));
     // A closed port forgets what it has not sent yet.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (!output->WaitUntilSent())
+        throw std::runtime_error(
+            fmt::format("the message to the MIDI output \"{}\" did not leave in time: send it again", destinationName));
 }
 
 void MidiSystem::AddUser() {
@@ -109,7 +123,7 @@ void MidiSystem::RemoveUser() {
     std::jthread watcher;
     const std::lock_guard lock(mutex_);
     if (--users_ > 0) return;
-    ports_.reset();
+    ReleasePorts_();
     watcher = std::move(watcher_);
 }
 
@@ -118,6 +132,7 @@ void MidiSystem::Want(MidiConnection& connection, const std::string& portName) {
         const std::lock_guard lock(mutex_);
         wanted_.push_back({&connection, portName});
         LookUnlessPortsThrow_();
+        Show_();
         if (!watcher_.joinable()) watcher_ = std::jthread([this](const std::stop_token& stop) { Watch_(stop); });
     }
     Wake();
@@ -128,15 +143,16 @@ void MidiSystem::Unwant(MidiConnection& connection) {
     const auto found = std::find_if(wanted_.begin(), wanted_.end(),
                                     [&](const Wanted& wanted) { return wanted.connection == &connection; });
     if (found == wanted_.end()) return;
-    if (found->isOpen) connection.Close();
+    const bool isOpen = found->isOpen;
     wanted_.erase(found);
+    Show_();
+    if (isOpen) connection.Close();
 }
 
 bool MidiSystem::IsOpen(const MidiConnection& connection) {
-    const std::lock_guard lock(mutex_);
-    return std::any_of(wanted_.begin(), wanted_.end(), [&](const Wanted& wanted) {
-        return wanted.connection == &connection && wanted.isOpen && ports_ && ports_->GetIsAlive();
-    });
+    const std::lock_guard lock(shownMutex_);
+    return shownPorts_ && shownPorts_->GetIsAlive() &&
+           std::find(shownOpen_.begin(), shownOpen_.end(), &connection) != shownOpen_.end();
 }
 
 void MidiSystem::Wake() {
@@ -154,21 +170,41 @@ MidiPorts* MidiSystem::FindPorts_() {
         ports_ = hostPorts_;
     else if (opener_ && choice_ != MidiSystemChoice::None)
         ports_ = opener_->Open(choice_, [this] { Wake(); });
+    Show_();
     return ports_.get();
+}
+
+/// Makes known what is in force. Called under the lock, before a system is waited for.
+void MidiSystem::Show_() {
+    std::vector<const MidiConnection*> open;
+    for (const Wanted& wanted : wanted_) {
+        if (wanted.isOpen) open.push_back(wanted.connection);
+    }
+    // What was shown before is let go off the lock.
+    std::shared_ptr<MidiPorts> ports = ports_;
+    const std::lock_guard lock(shownMutex_);
+    shownPorts_.swap(ports);
+    shownOpen_.swap(open);
+    isWatched_ = !wanted_.empty();
+}
+
+void MidiSystem::ReleasePorts_() {
+    const std::shared_ptr<MidiPorts> released = std::exchange(ports_, nullptr);
+    Show_();
 }
 
 void MidiSystem::ClosePorts_() {
     const std::vector<std::string> none;
     for (Wanted& wanted : wanted_)
         LookAt_(wanted, none);
-    ports_.reset();
+    ReleasePorts_();
 }
 
 /// A better system that has come up, such as a JACK server, takes over from another one that serves nothing.
 void MidiSystem::PreferBetter_() {
     const bool isServing = std::any_of(wanted_.begin(), wanted_.end(), [](const Wanted& want) { return want.isOpen; });
     if (choice_ != MidiSystemChoice::Auto || hostPorts_ || isServing || !ports_ || !opener_) return;
-    if (opener_->HasBetterThan(*ports_)) ports_.reset();
+    if (opener_->HasBetterThan(*ports_)) ReleasePorts_();
 }
 
 void MidiSystem::Look_() {
@@ -200,13 +236,8 @@ void MidiSystem::LookUnlessPortsThrow_() noexcept {
 
 void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) {
     const bool isThere = Contains(names, wanted.portName);
+    if (wanted.isOpen && (!isThere || !wanted.connection->IsConnected())) CloseLost_(wanted);
     if (isThere == wanted.isOpen) return;
-    if (!isThere) {
-        wanted.connection->Close();
-        wanted.isOpen = false;
-        Report_(wanted, "was lost; it will reconnect when it returns");
-        return;
-    }
     try {
         wanted.connection->Open(*ports_, wanted.portName);
     } catch (...) {
@@ -214,7 +245,15 @@ void MidiSystem::LookAt_(Wanted& wanted, const std::vector<std::string>& names) 
         return;
     }
     wanted.isOpen = true;
+    Show_();
     Report_(wanted, std::exchange(wanted.wasOpen, true) ? "is back" : "is connected");
+}
+
+void MidiSystem::CloseLost_(Wanted& wanted) {
+    wanted.isOpen = false;
+    Show_();
+    wanted.connection->Close();
+    Report_(wanted, "was lost; it will reconnect when it returns");
 }
 
 void MidiSystem::Report_(const Wanted& wanted, const std::string& what) {
@@ -263,7 +302,8 @@ MidiSystemChoice ConvertStringToMidiSystemChoice(const std::string& text) {
     if (text == "jack") return MidiSystemChoice::Jack;
     if (text == "rtmidi") return MidiSystemChoice::RtMidi;
     if (text == "none") return MidiSystemChoice::None;
-    throw std::out_of_range(fmt::format("\"{}\" is not a MIDI system: choose auto, jack, rtmidi or none", text));
+    throw std::out_of_range(
+        fmt::format("{} is not a MIDI system: choose auto, jack, rtmidi or none", kit::Quote(text)));
 }
 
 void SetMidiPortsOpener(std::shared_ptr<MidiPortsOpener> opener) {

@@ -24,6 +24,8 @@ public:
     /// Throws std::runtime_error with a sentence.
     virtual void Open(MidiPorts& ports, const std::string& portName) = 0;
     virtual void Close() = 0;
+    /// Whether the open connection is still there, though its port may be.
+    [[nodiscard]] virtual bool IsConnected() = 0;
     /// What the operator should know of the open connection, a sentence; empty as a rule.
     [[nodiscard]] virtual std::string GetRemark() { return {}; }
 };
@@ -38,6 +40,8 @@ public:
     void SetChoice(MidiSystemChoice choice);
     void SetHostPorts(std::shared_ptr<MidiPorts> ports);
     void SetListener(std::function<void(const MidiPortReport&)> listener);
+    /// These two look for a system only where there is none and nothing is wanted: else the watching thread does, and
+    /// nobody waits for it.
     [[nodiscard]] std::string GetSystemName();
     /// The position of a port in its list is its index.
     [[nodiscard]] std::vector<std::string> GetNames(bool sources);
@@ -53,6 +57,7 @@ public:
     void Want(MidiConnection& connection, const std::string& portName);
     /// The connection is closed afterwards, and the system does not know it any more.
     void Unwant(MidiConnection& connection);
+    /// Does not wait for a system that does not respond.
     [[nodiscard]] bool IsOpen(const MidiConnection& connection);
 
     /// Has the ports looked at soon. Any thread, also a MIDI system's own; no lock that is held for long.
@@ -68,11 +73,16 @@ private:
 
     MidiSystem() = default;
     MidiPorts* FindPorts_();
+    template <class Ask>
+    auto AskPorts_(Ask ask);
+    void ReleasePorts_();
     void ClosePorts_();
     void PreferBetter_();
     void Look_();
     void LookUnlessPortsThrow_() noexcept;
     void LookAt_(Wanted& wanted, const std::vector<std::string>& names);
+    void CloseLost_(Wanted& wanted);
+    void Show_();
     void Report_(const Wanted& wanted, const std::string& what);
     void Tell_();
     void Watch_(const std::stop_token& stop);
@@ -88,6 +98,13 @@ private:
     std::vector<MidiPortReport> reports_;  ///< not reported yet
     bool isLookProblemLogged_ = false;     ///< not again until a look succeeds
     std::jthread watcher_;
+
+    // What is in force, for those who only ask: mutex_ is held while a system is waited for. Taken after mutex_.
+    std::mutex shownMutex_;
+    // Guarded by shownMutex_:
+    std::shared_ptr<MidiPorts> shownPorts_;
+    std::vector<const MidiConnection*> shownOpen_;
+    bool isWatched_ = false;  ///< something is wanted: the watching thread looks for a system
 
     // Synchronises itself. Only the watching thread calls it.
     Replaceable<std::function<void(const MidiPortReport&)>> listener_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 #include "midi_system.h"
 #include "time_code_settings.h"
@@ -38,6 +39,8 @@ struct MidiTimeCodeController::Impl : MidiConnection {
     bool hasEnded = false;
     std::unique_ptr<MidiOutput> output;
     std::unique_ptr<TimeCodeThread> thread;
+    bool hasOrdered = false;  ///< the output has had an order
+    bool isRolling = false;   ///< the last of them rolls
 
     [[nodiscard]] bool IsSource() const override { return false; }
 
@@ -51,13 +54,24 @@ struct MidiTimeCodeController::Impl : MidiConnection {
         PostFeed();
     }
 
+    /// Whoever follows is told that it is over, if that can still be sent.
     void Close() override {
         std::unique_ptr<MidiOutput> closed;
         std::unique_ptr<TimeCodeThread> ended;
-        const std::lock_guard lock(mutex);
-        closed = std::move(output);
-        ended = std::move(thread);
+        bool isTold = false;
+        {
+            const std::lock_guard lock(mutex);
+            isTold = PostEnd();
+            closed = std::move(output);
+            ended = std::move(thread);
+            hasOrdered = false;
+        }
+        ended.reset();
+        if (isTold) static_cast<void>(closed->WaitUntilSent());
     }
+
+    /// Called under the system's lock, under which the output comes and goes.
+    [[nodiscard]] bool IsConnected() override { return output->IsConnected(); }
 
     [[nodiscard]] std::string GetRemark() override {
         const std::lock_guard lock(mutex);
@@ -68,13 +82,30 @@ struct MidiTimeCodeController::Impl : MidiConnection {
     /// Called under the lock.
     void PostFeed() {
         if (!output || hasEnded) return;
+        Post(feed.position, feed.when, feed.rolls);
+        isRolling = feed.rolls;
+    }
+
+    /// Stops time code where it is now. Whether something is left to be sent: also if it was stopped so before. Called
+    /// under the lock.
+    bool PostEnd() {
+        if (!output || !hasOrdered) return false;
+        if (!std::exchange(isRolling, false)) return true;
+        const auto elapsed = std::chrono::steady_clock::now().time_since_epoch() - feed.when.time;
+        Post(feed.position + std::max(elapsed, std::chrono::nanoseconds(0)), {}, false);
+        return true;
+    }
+
+    /// Called under the lock.
+    void Post(std::chrono::nanoseconds position, const TimeCodeMoment& when, bool rolls) {
         TimeCodeOrder order;
-        order.when = feed.when;
+        order.when = when;
         order.frameRate = settings.frameRate;
-        order.rolls = feed.rolls;
+        order.rolls = rolls;
         order.positionNs =
             ConvertFramesToNanoseconds(GetSongStartFrame(settings, feed.songNumber), settings.frameRate) +
-            (feed.position + shift).count();
+            (position + shift).count();
+        hasOrdered = true;
         if (thread)
             thread->Post(order);
         else
@@ -300,10 +331,8 @@ void MidiTimeCodeController::Jump(std::chrono::nanoseconds from, std::chrono::na
 
 void MidiTimeCodeController::PrepareForExit() {
     const std::lock_guard lock(impl_->mutex);
-    if (impl_->output && impl_->feed.rolls) {
-        const auto elapsed = std::chrono::steady_clock::now().time_since_epoch() - impl_->feed.when.time;
-        impl_->Take(impl_->feed.position + elapsed, {}, false);
-    }
+    impl_->PostEnd();
+    impl_->feed.rolls = false;
     impl_->hasEnded = true;
 }
 

@@ -1,7 +1,11 @@
 #include "remote_control_messages.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 
+#include "tavo_midi/machine_control.h"
 #include "tavo_midi/time_code.h"
 
 namespace tavo_midi::midi_commands {
@@ -65,10 +69,10 @@ std::optional<std::chrono::nanoseconds> ReadLocate(Bytes data) {
         ConvertFramesToNanoseconds(ConvertTimeCodeToFrames(timeCode, frameRate), frameRate));
 }
 
-/// Machine control: the data after `F0 7F device 06`, without the end.
-std::optional<RemoteRequest> ReadMachineControl(unsigned char command, Bytes data) {
-    RemoteRequest request{CommandDoor::MachineControl, {}, {}, {}};
-    switch (command) {
+/// One command of machine control.
+RemoteRequest ReadMachineControl(Bytes command) {
+    RemoteRequest request{CommandDoor::MachineControl, {}, {}, {}, {}};
+    switch (command[0]) {
         case 0x01:
             request.command = Stop;
             return request;
@@ -80,31 +84,41 @@ std::optional<RemoteRequest> ReadMachineControl(unsigned char command, Bytes dat
             request.command = Pause;
             return request;
         case 0x44:
-            request.locate = ReadLocate(data);
-            if (request.locate) return request;
-            return std::nullopt;
+            request.locate = ReadLocate(command.subspan(1));
+            if (!request.locate) request.refusal = "a locate of machine control names no time and is ignored";
+            return request;
         default:
-            return std::nullopt;
+            request.refusal =
+                fmt::format("the machine control command {:02X} is not known and is ignored", fmt::join(command, " "));
+            return request;
     }
+}
+
+/// The data after `F0 7F device 06`, without the end.
+std::vector<RemoteRequest> ReadMachineControls(Bytes data) {
+    std::vector<RemoteRequest> requests;
+    for (const Bytes command : SplitMachineControl(data))
+        requests.push_back(ReadMachineControl(command));
+    return requests;
 }
 
 }  // namespace
 
-std::optional<RemoteRequest> ReadRemoteMessage(Bytes message, const RemoteControl& remoteControl) {
+std::vector<RemoteRequest> ReadRemoteMessage(Bytes message, const RemoteControl& remoteControl) {
     const bool isRealTimeUniversal =
         message.size() >= 6 && message[0] == 0xF0 && message[1] == 0x7F && message.back() == 0xF7;
-    if (!isRealTimeUniversal) return std::nullopt;
-    if (message[2] != remoteControl.deviceNumber && message[2] != AllDevices) return std::nullopt;
+    if (!isRealTimeUniversal) return {};
+    if (message[2] != remoteControl.deviceNumber && message[2] != AllDevices) return {};
     const Bytes rest = message.subspan(4, message.size() - 5);
     constexpr unsigned char ShowControl = 0x02;
     constexpr unsigned char MachineControl = 0x06;
     if (message[3] == ShowControl && remoteControl.showControl && rest.size() >= 2) {
         const bool isForUs = rest[0] == AllDevices || (rest[0] & 0xF0U) == 0x10;  // all types, and sound
-        return isForUs ? ReadShowControl(rest[1], rest.subspan(2)) : std::nullopt;
+        const auto request = isForUs ? ReadShowControl(rest[1], rest.subspan(2)) : std::nullopt;
+        if (request) return {*request};
     }
-    if (message[3] == MachineControl && remoteControl.machineControl && !rest.empty())
-        return ReadMachineControl(rest[0], rest.subspan(1));
-    return std::nullopt;
+    if (message[3] == MachineControl && remoteControl.machineControl) return ReadMachineControls(rest);
+    return {};
 }
 
 }  // namespace tavo_midi::midi_commands

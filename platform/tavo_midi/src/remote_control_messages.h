@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "tavo_midi/midi_commands.h"
 
@@ -16,11 +17,14 @@ struct RemoteRequest {
     std::optional<std::string> songNumber;
     std::optional<Command> command;
     std::optional<std::chrono::nanoseconds> locate;
+    /// Why there is nothing to do, one sentence; empty where there is.
+    std::string refusal;
 };
 
-/// What the message asks of this device; nothing if it is another kind of message, for another device, not enabled, not
-/// understood or damaged.
-[[nodiscard]] std::optional<RemoteRequest> ReadRemoteMessage(std::span<const unsigned char> message,
-                                                             const RemoteControl& remoteControl);
+/// What the message asks of this device, in order: a message of machine control may hold several commands. Nothing if
+/// it is another kind of message, for another device, or not enabled. Commands of machine control that are not known or
+/// damaged are requests with a refusal; behind one that is cut off there is nothing more.
+[[nodiscard]] std::vector<RemoteRequest> ReadRemoteMessage(std::span<const unsigned char> message,
+                                                           const RemoteControl& remoteControl);
 
 }  // namespace tavo_midi::midi_commands

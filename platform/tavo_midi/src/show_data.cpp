@@ -1,4 +1,5 @@
 #include "tavo_midi/show_data.h"
+#include "kit/words.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -17,7 +18,7 @@ auto FindSong(Songs& songs, const std::string& number) {
 template <class Songs>
 auto& GetSong(Songs& songs, const std::string& number) {
     const auto song = FindSong(songs, number);
-    if (song == songs.end()) throw std::out_of_range("the show has no song \"" + number + "\"");
+    if (song == songs.end()) throw std::out_of_range("the show has no song " + kit::Quote(number));
     return *song;
 }
 

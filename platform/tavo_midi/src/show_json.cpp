@@ -33,6 +33,11 @@ Json ToJson(const ShowJsonSong& song) {
     json["pages"] = Json::array();
     for (const TL::PageNum& page : options.pages)
         json["pages"].push_back({{"number", page.page_number()}, {"tick", page.abs_time()}});
+    for (const SongTempo& tempo : options.tempos) {
+        Json entry{{"tick", tempo.tick}, {"microsecondsPerQuarter", tempo.microsecondsPerQuarter}};
+        if (tempo.isGuessed) entry["guessed"] = true;
+        json["tempos"].push_back(std::move(entry));
+    }
     json["effects"] = Json::array();
     return json;
 }
@@ -62,6 +67,22 @@ void ReadPages(const kit::JsonValue& list, SongOptions& options, std::vector<std
     }
 }
 
+void ReadTempos(const kit::JsonValue& list, SongOptions& options, std::vector<std::string>& warnings) {
+    constexpr std::uint32_t SlowestTempo = 16777215;
+    for (const kit::JsonValue& value : list.AsList()) {
+        kit::JsonObject entry(value);
+        const kit::JsonValue tick = entry.Get("tick");
+        const kit::JsonValue length = entry.Get("microsecondsPerQuarter");
+        SongTempo tempo{tick.AsUnsigned(), length.AsUnsigned(SlowestTempo), false};
+        if (!options.tempos.empty() && tempo.tick <= options.tempos.back().tick)
+            tick.FailAs(fmt::format("must be above {}, that of the tempo before it", options.tempos.back().tick));
+        if (tempo.microsecondsPerQuarter == 0) length.FailAs("must be at least 1");
+        entry.Read("guessed", [&](const kit::JsonValue& guessed) { tempo.isGuessed = guessed.AsFlag(); });
+        entry.WarnOfOtherKeys(warnings);
+        options.tempos.push_back(tempo);
+    }
+}
+
 ShowJsonSong ReadSong(kit::JsonObject reader, std::vector<std::string>& warnings) {
     ShowJsonSong song;
     SongOptions& options = song.options;
@@ -76,6 +97,7 @@ ShowJsonSong ReadSong(kit::JsonObject reader, std::vector<std::string>& warnings
     reader.Read("pickupBeats", [&](const kit::JsonValue& value) { options.pickupBeats = value.AsNumber(); });
     reader.Read("barLabels", [&](const kit::JsonValue& value) { ReadBarLabels(value, options, warnings); });
     reader.Read("pages", [&](const kit::JsonValue& value) { ReadPages(value, options, warnings); });
+    reader.Read("tempos", [&](const kit::JsonValue& value) { ReadTempos(value, options, warnings); });
     // No effect has a form yet.
     reader.Read("effects", [](const kit::JsonValue& value) {
         for (const kit::JsonValue& effect : value.AsList())

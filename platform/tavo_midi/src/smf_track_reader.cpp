@@ -8,20 +8,12 @@
 #include <utility>
 
 #include "kit/utf8.h"
+#include "tavo_midi/midi_status.h"
 
 namespace tavo_midi {
 
 namespace {
 
-constexpr std::uint8_t NoteOff = 0x80;
-constexpr std::uint8_t NoteOn = 0x90;
-constexpr std::uint8_t ProgramChange = 0xC0;
-constexpr std::uint8_t ChannelPressure = 0xD0;
-constexpr std::uint8_t Sysex = 0xF0;
-constexpr std::uint8_t SongPosition = 0xF2;
-constexpr std::uint8_t SongSelect = 0xF3;
-constexpr std::uint8_t TimeCodeQuarter = 0xF1;
-constexpr std::uint8_t SysexEnd = 0xF7;
 constexpr std::uint8_t Meta = 0xFF;
 
 constexpr std::uint8_t MetaTrackName = 0x03;
@@ -134,9 +126,9 @@ bool SmfTrackReader::ReadEvents() {
             status = runningStatus_;
             --at_;
         }
-        if (status < Sysex)
+        if (status < status_byte::Sysex)
             ReadChannelMessage(status);
-        else if (status == Sysex || status == SysexEnd)
+        else if (status == status_byte::Sysex || status == status_byte::SysexEnd)
             ReadSysexPacket(status);
         else if (status != Meta)
             SkipSystemMessage(status);
@@ -164,8 +156,9 @@ void SmfTrackReader::ReadPlainChannelMessages() {
         const std::uint8_t status = isRunning ? running : *next;
         next += isRunning ? 0 : 1;
         const std::uint8_t kind = status & 0xF0U;
-        const bool hasTwo = kind != ProgramChange && kind != ChannelPressure;
-        if (status < NoteOff || status >= Sysex || (next[0] | (hasTwo ? next[1] : 0)) >= 0x80) break;
+        const bool hasTwo = kind != status_byte::ProgramChange && kind != status_byte::ChannelPressure;
+        if (status < status_byte::NoteOff || status >= status_byte::Sysex || (next[0] | (hasTwo ? next[1] : 0)) >= 0x80)
+            break;
         running = status;
         tick_ += delta;
         at_ = static_cast<std::size_t>(next - bytes) + (hasTwo ? 2 : 1);
@@ -178,15 +171,15 @@ void SmfTrackReader::ReadChannelMessage(std::uint8_t status) {
     runningStatus_ = status;
     MidiEvent event{tick_, status, ReadDataByte(), 0, port_};
     const std::uint8_t kind = status & 0xF0U;
-    if (kind != ProgramChange && kind != ChannelPressure) event.data2 = ReadDataByte();
+    if (kind != status_byte::ProgramChange && kind != status_byte::ChannelPressure) event.data2 = ReadDataByte();
     AddChannelMessage(event);
 }
 
 void SmfTrackReader::AddChannelMessage(const MidiEvent& event) {
     const std::uint8_t kind = event.status & 0xF0U;
-    if (kind > NoteOn)
+    if (kind > status_byte::NoteOn)
         smf_.events.push_back(event);
-    else if (kind == NoteOn && event.data2 != 0)
+    else if (kind == status_byte::NoteOn && event.data2 != 0)
         AddNoteOn(event);
     else
         AddNoteOff(event);
@@ -215,8 +208,8 @@ void SmfTrackReader::DropLateNoteOff(const MidiEvent& noteOn) {
 
 void SmfTrackReader::AddNoteOff(const MidiEvent& event) {
     MidiEvent noteOff = event;
-    if (event.status >= NoteOn) {
-        noteOff.status = static_cast<std::uint8_t>(NoteOff | (event.status & 0x0FU));
+    if (event.status >= status_byte::NoteOn) {
+        noteOff.status = static_cast<std::uint8_t>(status_byte::NoteOff | (event.status & 0x0FU));
         noteOff.data2 = 0;
     }
     KeyState& key = keys_[KeyIndex(event)];
@@ -301,15 +294,15 @@ void SmfTrackReader::ReadSysexPacket(std::uint8_t status) {
     std::size_t length = 0;
     const std::size_t at = ReadLengthAndSkip("a system-exclusive message", length);
     const std::string_view packet = bytes_.substr(at, length);
-    if (status == Sysex) {
+    if (status == status_byte::Sysex) {
         DropUnfinishedSysex();
         isInSysex_ = true;
-        unfinishedSysex_.assign(1, Sysex);
+        unfinishedSysex_.assign(1, status_byte::Sysex);
     } else if (!isInSysex_) {
         return WarnAt(at, "raw bytes outside a system-exclusive message are left out");
     }
     unfinishedSysex_.insert(unfinishedSysex_.end(), packet.begin(), packet.end());
-    if (unfinishedSysex_.back() == SysexEnd) FinishSysex();
+    if (unfinishedSysex_.back() == status_byte::SysexEnd) FinishSysex();
 }
 
 void SmfTrackReader::FinishSysex() {
@@ -317,7 +310,7 @@ void SmfTrackReader::FinishSysex() {
         Fail(at_, fmt::format("there are more than {} system-exclusive messages", MaxSysexMessages));
     const std::size_t index = smf_.sysex.size();
     smf_.sysex.push_back(unfinishedSysex_);
-    smf_.events.push_back({tick_, Sysex, static_cast<std::uint8_t>(index & 0xFFU),
+    smf_.events.push_back({tick_, status_byte::Sysex, static_cast<std::uint8_t>(index & 0xFFU),
                            static_cast<std::uint8_t>(index >> 8U & 0xFFU), static_cast<std::uint8_t>(index >> 16U)});
     isInSysex_ = false;
 }
@@ -329,8 +322,8 @@ void SmfTrackReader::DropUnfinishedSysex() {
 
 void SmfTrackReader::SkipSystemMessage(std::uint8_t status) {
     WarnAt(at_ - 1, "a system message other than a system-exclusive one has no place in a file and is left out");
-    if (status == TimeCodeQuarter || status == SongSelect) static_cast<void>(ReadDataByte());
-    if (status == SongPosition) {
+    if (status == status_byte::TimeCodeQuarter || status == status_byte::SongSelect) static_cast<void>(ReadDataByte());
+    if (status == status_byte::SongPosition) {
         static_cast<void>(ReadDataByte());
         static_cast<void>(ReadDataByte());
     }

@@ -8,13 +8,14 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tavo_midi/midi_status.h"
+
 namespace tavo_midi {
 
 namespace {
 
 constexpr std::uint32_t LongestDelta = 0x0FFFFFFF;
 constexpr std::uint8_t MetaStatus = 0xFF;
-constexpr std::uint8_t SysexStatus = 0xF0;
 
 enum MetaType : std::uint8_t {
     TrackName = 0x03,
@@ -117,11 +118,12 @@ public:
         tick_ = tick;
     }
     void AppendEvent(const MidiEvent& event, const Smf& smf) {
-        if (event.status == SysexStatus) {
+        if (event.status == status_byte::Sysex) {
             AppendSysex(event.tick, smf.sysex.at(SongData::SysexIndex(event)));
             return;
         }
-        Demand(event.status >= 0x80 && event.status < SysexStatus, "an event is not a channel message");
+        Demand(event.status >= status_byte::NoteOff && event.status < status_byte::Sysex,
+               "an event is not a channel message");
         Demand(event.data1 < 0x80 && event.data2 < 0x80, "a data byte is above 127");
         if (event.port != port_) {
             port_ = event.port;
@@ -141,9 +143,9 @@ public:
 
 private:
     void AppendSysex(std::uint32_t tick, const std::vector<std::uint8_t>& message) {
-        Demand(message.size() >= 2 && message.front() == SysexStatus && message.size() <= LongestDelta,
+        Demand(message.size() >= 2 && message.front() == status_byte::Sysex && message.size() <= LongestDelta,
                "a system-exclusive message is not whole");
-        std::string bytes{static_cast<char>(SysexStatus)};
+        std::string bytes{static_cast<char>(status_byte::Sysex)};
         AppendVariableLength(bytes, static_cast<std::uint32_t>(message.size() - 1));
         bytes.append(message.begin() + 1, message.end());
         Append(tick, bytes);

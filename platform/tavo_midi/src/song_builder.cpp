@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <utility>
 
@@ -60,6 +61,23 @@ std::vector<MidiEvent> TakeEvents(Smf& smf, TrackRange tracks) {
                               smf.events.begin() + static_cast<std::ptrdiff_t>(end)});
 }
 
+std::vector<SongPart> CollectParts(const Smf& smf, TrackRange tracks) {
+    std::vector<SongPart> parts;
+    for (std::size_t index = tracks.begin; index < tracks.end; ++index) {
+        const SmfTrack& track = smf.tracks[index];
+        if (track.name.empty()) continue;
+        std::array<bool, 256> isUsed{};
+        for (std::size_t i = track.firstEvent; i < track.firstEvent + track.eventCount; ++i)
+            if (const MidiEvent& event = smf.events[i]; event.status < 0xF0)
+                isUsed.at(event.port % 16U * 16U + (event.status & 0x0FU)) = true;
+        SongPart part{track.name, {}};
+        for (std::size_t channel = 0; channel < isUsed.size(); ++channel)
+            if (isUsed.at(channel)) part.channels.push_back(static_cast<std::uint8_t>(channel));
+        if (!part.channels.empty()) parts.push_back(std::move(part));
+    }
+    return parts;
+}
+
 /// First tick after the last note; 0 if there is none.
 std::uint32_t EndOfNotes(const std::vector<MidiEvent>& events) {
     for (auto event = events.rbegin(); event != events.rend(); ++event) {
@@ -96,6 +114,12 @@ SongData BuildSong(Smf smf, const SongOptions& options, const std::string& name)
         meters.insert(meters.begin(), TL::Meter(options.startTick, 4, 4));
     std::vector<TL::Tempo> tempos = Collect(smf, tracks, &SmfTrack::tempos);
     KeepLastAtEachTick(tempos);
+    if (!options.tempos.empty()) tempos.clear();
+    std::vector<unsigned int> guessedTempos;
+    for (const SongTempo& tempo : options.tempos) {
+        tempos.emplace_back(tempo.tick, tempo.microsecondsPerQuarter);
+        if (tempo.isGuessed) guessedTempos.push_back(tempo.tick);
+    }
     if (tempos.empty() || tempos.front().abs_time() > options.startTick)
         tempos.insert(tempos.begin(), TL::Tempo(0, TempoMap::DefaultMicrosecondsPerQuarter));
     std::vector<TL::Key> keys = Collect(smf, tracks, &SmfTrack::keys);
@@ -103,6 +127,7 @@ SongData BuildSong(Smf smf, const SongOptions& options, const std::string& name)
     std::vector<CL::Marker> markers = Collect(smf, tracks, &SmfTrack::markers);
 
     const std::uint32_t endOfTracks = EndOfTracks(smf, tracks);
+    std::vector<SongPart> parts = CollectParts(smf, tracks);
     std::vector<MidiEvent> events = TakeEvents(smf, tracks);
     const std::uint32_t endOfNotes = EndOfNotes(events);
 
@@ -123,7 +148,9 @@ SongData BuildSong(Smf smf, const SongOptions& options, const std::string& name)
     song.SetMusicEndTickIndex(std::min(std::max(endOfTracks, endOfNotes), end));
     song.SetEvents(std::move(events));
     song.SetSysex(std::move(smf.sysex));
+    song.SetParts(std::move(parts));
     song.SetScoreMarkers(std::move(markers));
+    song.SetGuessedTempos(std::move(guessedTempos));
     return song;
 }
 

@@ -55,6 +55,12 @@ std::int64_t TimeCodeGenerator::GetNextAt() const {
     return pendingCount_ > 0 ? std::min(pending_[0].at, GetQuarterAt_()) : GetQuarterAt_();
 }
 
+std::size_t TimeCodeGenerator::CountDue(std::int64_t now) const {
+    const auto end = pending_.begin() + static_cast<std::ptrdiff_t>(pendingCount_);
+    return static_cast<std::size_t>(
+        std::count_if(pending_.begin(), end, [now](const Order& order) { return order.at <= now; }));
+}
+
 std::int64_t TimeCodeGenerator::GetQuarterAt_() const {
     if (!rolls_) return Never;
     const FrameRateFraction rate = GetFrameRateFraction(current_.frameRate);

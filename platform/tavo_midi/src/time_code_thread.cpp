@@ -6,8 +6,8 @@
 #include <exception>
 #include <utility>
 
+#include "kit/real_time.h"
 #include "kit/thread_names.h"
-#include "real_time.h"
 #include "tavo_core/tavo_log_exception.h"
 #include "wide_arithmetic.h"
 
@@ -30,7 +30,7 @@ std::int64_t NowNs() {
 
 TimeCodeThread::TimeCodeThread(MidiOutput& output) : output_(output), generator_(NanosecondsPerSecond) {
     thread_ = std::thread([this] { Work_(); });
-    isRealTime_ = MakeRealTime(thread_, TimeCodePriority);
+    isRealTime_ = kit::MakeRealTime(thread_, TimeCodePriority);
 }
 
 TimeCodeThread::~TimeCodeThread() {
@@ -58,6 +58,8 @@ void TimeCodeThread::Work_() {
     std::unique_lock lock(mutex_);
     while (!mustEnd_)
         SendWhenDue_(lock);
+    // A last order is still obeyed.
+    SendWhatIsDue_(lock, NowNs());
 }
 
 /// One wait, and what is due at its end. Called locked; lets the lock go while it spins and sends, when orders may
@@ -69,8 +71,13 @@ void TimeCodeThread::SendWhenDue_(std::unique_lock<std::mutex>& lock) {
     while (NowNs() < at) {
     }
     lock.lock();
+    SendWhatIsDue_(lock, at);
+}
+
+/// Everything up to that moment. Called locked; lets the lock go while it sends: whoever posts does not wait for the
+/// device.
+void TimeCodeThread::SendWhatIsDue_(std::unique_lock<std::mutex>& lock, std::int64_t at) {
     for (TimeCodeMessage message; generator_.Next(NowNs(), at + 1, message);) {
-        // Whoever posts does not wait for the device.
         lock.unlock();
         Send_(message);
         lock.lock();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -15,7 +16,7 @@ class TimeCodeThread {
 public:
     /// `output` must outlive the object.
     explicit TimeCodeThread(MidiOutput& output);
-    /// Ends the thread.
+    /// Sends what is due, and ends the thread.
     ~TimeCodeThread();
     TimeCodeThread(const TimeCodeThread&) = delete;
     TimeCodeThread& operator=(const TimeCodeThread&) = delete;
@@ -27,6 +28,7 @@ public:
 private:
     void Work_();
     void SendWhenDue_(std::unique_lock<std::mutex>& lock);
+    void SendWhatIsDue_(std::unique_lock<std::mutex>& lock, std::int64_t at);
     void Send_(const TimeCodeMessage& message);
     /// Waits until the moment is near enough to spin; false if orders came or the end before it. Called locked.
     bool WaitUntilNear_(std::unique_lock<std::mutex>& lock, std::int64_t at);

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "kit/spsc_queue.h"
+#include "message_outbox.h"
 #include "midi_requests.h"
 #include "system_ports.h"
 #include "tavo_midi/time_code_generator.h"
@@ -29,16 +30,15 @@ using tavo_midi::TimeCodeMessage;
 using tavo_midi::TimeCodeOrder;
 
 constexpr std::size_t Slots = 4;
-constexpr std::size_t LongestSent = 255;
 /// After so many cycles a new connection is there for all clients: one may still be in the cycle before.
 constexpr int SettledCycles = 2;
+/// How often a thread that waits for a cycle looks.
+constexpr std::chrono::microseconds LookInterval{500};
 /// A server that has made no cycle for so long hangs: it is as good as gone.
 constexpr std::chrono::seconds Standstill{1};
-
-struct SentMessage {
-    unsigned char size = 0;
-    unsigned char bytes[LongestSent] = {};
-};
+/// How long a program that opens a client may overlook who leaves: until it has mapped the server's memory.
+constexpr std::chrono::milliseconds Opening{200};
+constexpr std::chrono::milliseconds LongestStay{500};
 
 /// What one port needs in the process callback. A slot is handed over by its port: the callback touches the rest only
 /// while it is busy and has seen a port.
@@ -63,19 +63,23 @@ struct InputSlot : Slot {
 };
 
 struct OutputSlot : Slot {
-    kit::SpscQueue<SentMessage, 64> messages;
+    MessageOutbox messages;
     kit::SpscQueue<TimeCodeOrder, 64> orders;
+    std::size_t takenOrders = 0;                 ///< the callback's
+    std::size_t obeyedOrders = 0;                ///< the callback's: all taken but those that are due and not written
+    std::atomic<std::size_t> finishedOrders{0};  ///< obeyed before the cycle that runs
     std::optional<TimeCodeGenerator> generator;
     std::optional<TimeCodeMessage> left;  ///< did not fit into the cycle before
     /// Cycles that saw the connection. It is made in the server's next cycle only; what is sent before is lost.
     int connectedCycles = 0;
 
-    /// Waits for the cycle that empties the port's buffer, or for a tenth of a second. A buffer that nobody empties any
+    /// Waits for the cycle that empties the port's buffer, for `patience` at most. A buffer that nobody empties any
     /// more would be sent again in each cycle until the port is gone.
-    void End() {
+    void End(std::chrono::nanoseconds patience) {
         isEnding = true;
-        for (int wait = 0; port.load() != nullptr && wait < 200; ++wait)
-            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (port.load() != nullptr && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(LookInterval);
     }
 };
 
@@ -96,14 +100,24 @@ public:
           wake_(std::move(wake)),
           standstill_(Standstill +
                       std::chrono::milliseconds(4000) * jack_get_buffer_size(client) / jack_get_sample_rate(client)),
-          lastCycleNs_(SteadyNs()) {
+          lastCycleNs_(SteadyNs()),
+          lastArrivalNs_(SteadyNs()) {
         handOvers_.fetch_add(1, std::memory_order_release);
         jack_set_process_callback(client_, &Process, this);
         jack_on_info_shutdown(client_, &Die, this);
         jack_set_port_registration_callback(
             client_, [](jack_port_id_t, int, void* self) { DoUncancelled([self] { TakeOver(self)->wake_(); }); }, this);
+        jack_set_client_registration_callback(
+            client_,
+            [](const char*, int isArrival, void* self) {
+                DoUncancelled([=] {
+                    if (isArrival != 0) TakeOver(self)->lastArrivalNs_ = SteadyNs();
+                });
+            },
+            this);
     }
     ~JackMidiPorts() override {
+        LetOthersArrive_();
         jack_client_close(client_);
         jack_clients::NoteClosed();
     }
@@ -123,6 +137,7 @@ public:
     [[nodiscard]] std::unique_ptr<MidiInput> OpenInput(const std::string& name, MidiByteSink& sink) override;
     [[nodiscard]] std::unique_ptr<MidiOutput> OpenOutput(const std::string& name) override;
     bool WaitForConnection(const std::string& ownPrefix, const std::string& destinationName) override;
+    bool WaitForCycles(unsigned int count) override;
 
 private:
     class Input;
@@ -139,6 +154,9 @@ private:
                                                const SlotType& slot) {
         return &slot == slots.data() ? name : fmt::format("{} {}", name, &slot - slots.data() + 1);
     }
+    /// A program that opens its client right now would overlook that this one leaves, and never wake the next one in
+    /// its place, which may well be ours: with a server that waits for its clients, all of them then stand still.
+    void LetOthersArrive_() const;
     [[nodiscard]] bool IsConnectionMade_(const std::string& ownPrefix, const std::string& destinationName) const;
     [[nodiscard]] std::vector<std::string> List_(unsigned long flags) const;
 
@@ -164,6 +182,10 @@ private:
     void Receive_(InputSlot& slot, jack_port_t* port, jack_nframes_t frames);
     void Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t frames);
     void TakeOrders_(OutputSlot& slot);
+    [[nodiscard]] std::chrono::nanoseconds GetPeriod_() const {
+        return std::chrono::nanoseconds(std::int64_t{1'000'000'000} * jack_get_buffer_size(client_) /
+                                        jack_get_sample_rate(client_));
+    }
     /// On the steady clock.
     [[nodiscard]] std::int64_t GetNs_(jack_nframes_t frame) const {
         return static_cast<std::int64_t>(jack_frames_to_time(client_, frame)) * 1000 + serverBehindNs_;
@@ -176,6 +198,7 @@ private:
     const std::chrono::nanoseconds standstill_;
     mutable std::atomic<bool> isAlive_{true};
     std::atomic<std::int64_t> lastCycleNs_;
+    std::atomic<std::int64_t> lastArrivalNs_;  ///< of a client, this one or another
     std::atomic<unsigned int> cycles_{0};
     std::mutex mutex_;  ///< guards which slots are taken
     std::array<InputSlot, Slots> inputs_;
@@ -203,29 +226,47 @@ class JackMidiPorts::Output final : public MidiOutput {
 public:
     Output(JackMidiPorts& ports, OutputSlot& slot) : ports_(ports), slot_(slot) {}
     ~Output() override {
-        if (ports_.GetIsAlive()) slot_.End();
+        if (ports_.GetIsAlive()) slot_.End(std::chrono::milliseconds(100) + 2 * ports_.GetPeriod_());
         ports_.FreeSlot_(slot_);
     }
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
     bool Send(std::span<const unsigned char> message) override {
-        if (message.empty() || message.size() > LongestSent) return false;
-        SentMessage sent{static_cast<unsigned char>(message.size()), {}};
-        std::copy(message.begin(), message.end(), sent.bytes);
         const std::lock_guard lock(mutex_);
-        return slot_.messages.Push(sent);
+        return slot_.messages.Push(message);
+    }
+    bool WaitUntilSent() override {
+        // A connection settles first, then the message is written in one cycle and taken by the next.
+        const auto start = std::chrono::steady_clock::now();
+        const auto settled = start + std::chrono::milliseconds(100) + 4 * ports_.GetPeriod_();
+        const auto end = start + MidiRequests::Patience + 8 * ports_.GetPeriod_();
+        while (ports_.GetIsAlive() && std::chrono::steady_clock::now() < end) {
+            // The other port has gone: nothing will be sent any more.
+            jack_port_t* const port = slot_.port;
+            const bool isAlone = port == nullptr || jack_port_connected(port) == 0;
+            if (isAlone && std::chrono::steady_clock::now() > settled) return false;
+            {
+                const std::lock_guard lock(mutex_);
+                if (slot_.messages.IsAllTaken() && slot_.finishedOrders == orders_) return !slot_.messages.HasRefused();
+            }
+            std::this_thread::sleep_for(LookInterval);
+        }
+        return false;
     }
     bool RunTimeCode(const TimeCodeOrder& order) override {
         const std::lock_guard lock(mutex_);
-        return slot_.orders.Push(order);
+        if (!slot_.orders.Push(order)) return false;
+        ++orders_;
+        return true;
     }
     [[nodiscard]] bool IsSampleAccurate() const override { return true; }
 
 private:
     JackMidiPorts& ports_;
     OutputSlot& slot_;
-    std::mutex mutex_;  ///< makes callers one writing thread
+    std::mutex mutex_;        ///< makes callers one writing thread
+    std::size_t orders_ = 0;  ///< given so far; guarded by mutex_
 };
 
 template <class SlotType>
@@ -277,14 +318,20 @@ std::unique_ptr<MidiInput> JackMidiPorts::OpenInput(const std::string& name, Mid
     jack_port_t* const port = Connect_(slot, NameSlot_("in", inputs_, slot), JackPortIsInput, name);
     slot.sink = &sink;
     slot.port = port;
-    return std::make_unique<Input>(*this, slot);
+    auto input = std::make_unique<Input>(*this, slot);
+    // With the connection, it is the other program that wakes this one. Some never do, because they overlooked a client
+    // that left: the server then stands still for us, and the client is to be opened again.
+    if (!WaitForCycles(SettledCycles + 1)) throw std::runtime_error("the JACK server stands still");
+    return input;
 }
 
 std::unique_ptr<MidiOutput> JackMidiPorts::OpenOutput(const std::string& name) {
     OutputSlot& slot = TakeSlot_(outputs_);
     jack_port_t* const port = Connect_(slot, NameSlot_("out", outputs_, slot), JackPortIsOutput, name);
-    for (SentMessage message; slot.messages.Pop(message);) {
-    }
+    slot.messages.Clear();
+    slot.takenOrders = 0;
+    slot.obeyedOrders = 0;
+    slot.finishedOrders = 0;
     for (TimeCodeOrder order; slot.orders.Pop(order);) {
     }
     slot.generator.emplace(jack_get_sample_rate(client_));
@@ -306,6 +353,24 @@ bool JackMidiPorts::WaitForConnection(const std::string& ownPrefix, const std::s
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return false;
+}
+
+bool JackMidiPorts::WaitForCycles(unsigned int count) {
+    const unsigned int start = cycles_;
+    const auto end = std::chrono::steady_clock::now() + MidiRequests::Patience + count * GetPeriod_();
+    while (GetIsAlive() && std::chrono::steady_clock::now() < end) {
+        if (cycles_ - start >= count) return true;
+        std::this_thread::sleep_for(LookInterval);
+    }
+    return false;
+}
+
+void JackMidiPorts::LetOthersArrive_() const {
+    const std::int64_t end = SteadyNs() + std::chrono::nanoseconds(LongestStay).count();
+    for (std::int64_t now = SteadyNs(); GetIsAlive() && now < end; now = SteadyNs()) {
+        if (now - lastArrivalNs_ >= std::chrono::nanoseconds(Opening).count()) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
 }
 
 /// What the server's cycle that runs knows, not what the next one will.
@@ -354,17 +419,22 @@ void JackMidiPorts::Process_(jack_nframes_t frames) {
 void JackMidiPorts::Receive_(InputSlot& slot, jack_port_t* port, jack_nframes_t frames) {
     void* const buffer = jack_port_get_buffer(port, frames);
     const jack_nframes_t start = jack_last_frame_time(client_);
+    const std::int64_t now = SteadyNs();
     const std::uint32_t count = jack_midi_get_event_count(buffer);
     for (std::uint32_t index = 0; index < count; ++index) {
         jack_midi_event_t event{};
         if (jack_midi_event_get(&event, buffer, index) != 0) continue;
-        slot.sink->Take({event.buffer, event.size}, std::chrono::nanoseconds(GetNs_(start + event.time)));
+        // What a device sent in the period before has its place in this one, which has not come to its end.
+        const std::int64_t arrival = std::min(GetNs_(start + event.time - frames), now);
+        slot.sink->Take({event.buffer, event.size}, std::chrono::nanoseconds(arrival));
     }
 }
 
 void JackMidiPorts::Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t frames) {
     void* const buffer = jack_port_get_buffer(port, frames);
     jack_midi_clear_buffer(buffer);
+    slot.messages.BeginCycle();
+    slot.finishedOrders = slot.obeyedOrders;
     if (slot.isEnding) {
         slot.endedPort = port;
         slot.port = nullptr;
@@ -375,22 +445,26 @@ void JackMidiPorts::Send_(OutputSlot& slot, jack_port_t* port, jack_nframes_t fr
         return;
     }
     // Events must be written in the order of their frames: what is to leave at once comes first.
-    for (SentMessage message; slot.messages.Pop(message);) {
-        if (jack_midi_event_write(buffer, 0, message.bytes, message.size) != 0) break;
-    }
+    slot.messages.WriteTo([buffer](const unsigned char* bytes, std::size_t size) {
+        return jack_midi_event_write(buffer, 0, bytes, size) == 0;
+    });
     TakeOrders_(slot);
     TimeCodeMessage message;
     while (true) {
         if (slot.left)
             message = *std::exchange(slot.left, std::nullopt);
         else if (!slot.generator->Next(cycleStart_, cycleStart_ + frames, message))
-            return;
+            break;
         const std::int64_t offset = std::max<std::int64_t>(0, message.at - cycleStart_);
         if (jack_midi_event_write(buffer, static_cast<jack_nframes_t>(offset), message.bytes.data(), message.size) == 0)
             continue;
         slot.left = message;
         return;
     }
+    // Where cycles come late, what is due lies in one of the next.
+    const std::chrono::nanoseconds sinceStart(SteadyNs() - cycleStartNs_);
+    slot.obeyedOrders =
+        slot.takenOrders - slot.generator->CountDue(cycleStart_ + slot.generator->CountUnits(sinceStart));
 }
 
 void JackMidiPorts::TakeOrders_(OutputSlot& slot) {
@@ -402,7 +476,20 @@ void JackMidiPorts::TakeOrders_(OutputSlot& slot) {
             at += slot.generator->CountUnits(order.when.time - std::chrono::nanoseconds(cycleStartNs_));
         }
         slot.generator->Post({at, order.frameRate, order.positionNs, order.rolls});
+        ++slot.takenOrders;
     }
+}
+
+/// Null where no server runs. For MidiRequests' thread.
+std::shared_ptr<JackMidiPorts> OpenActive(const std::function<void()>& wake) {
+    if (!jack_clients::MayOpen()) return nullptr;
+    jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
+    if (client == nullptr) return nullptr;
+    jack_clients::NoteOpened();
+    const auto close = [](JackMidiPorts* ports) { MidiRequests::Get().Close([ports] { delete ports; }); };
+    std::shared_ptr<JackMidiPorts> ports(new JackMidiPorts(client, wake), close);
+    if (!ports->Activate()) return nullptr;
+    return ports;
 }
 
 }  // namespace
@@ -423,13 +510,11 @@ std::shared_ptr<JackPorts> OpenJackMidiPorts(std::function<void()> wake) {
     return MidiRequests::Get()
         .Ask([wake = std::move(wake)]() -> std::shared_ptr<JackPorts> {
             Silence();
-            if (!jack_clients::MayOpen()) return nullptr;
-            jack_client_t* const client = jack_client_open("tavo", JackNoStartServer, nullptr);
-            if (client == nullptr) return nullptr;
-            jack_clients::NoteOpened();
-            const auto close = [](JackMidiPorts* ports) { MidiRequests::Get().Close([ports] { delete ports; }); };
-            const std::shared_ptr<JackMidiPorts> ports(new JackMidiPorts(client, wake), close);
-            if (!ports->Activate()) return nullptr;
+            std::shared_ptr<JackMidiPorts> ports = OpenActive(wake);
+            for (int again = 0; ports && jack_clients::HasMissedALeaver() && again < 3; ++again) {
+                ports.reset();
+                ports = OpenActive(wake);
+            }
             return ports;
         })
         .value_or(nullptr);

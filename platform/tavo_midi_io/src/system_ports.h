@@ -24,6 +24,8 @@ public:
     /// Waits until the server sends through a connection that another client of this product ("tavo-out:...") has made
     /// to `destinationName`. A new connection is there from the server's next cycle on; what is sent before is lost.
     virtual bool WaitForConnection(const std::string& ownPrefix, const std::string& destinationName) = 0;
+    /// Waits for so many cycles of the server; false if they are not made in time.
+    virtual bool WaitForCycles(unsigned int count) = 0;
 };
 
 /// Whether a JACK server runs; never starts one.

@@ -56,6 +56,7 @@ struct FlowState {
         bool zeroShown = false;
         bool operator==(const Caesura&) const = default;
     };
+    /// A stretch of the song: from start up to, and without, end.
     struct Range {
         unsigned int start = 0;
         unsigned int end = 0;

@@ -24,18 +24,21 @@ private:
     const Entry* entry_;
 };
 
+/// The bar and beat that a display shows from the record's tick on.
 class BarsBeats : public TimelineRecord<TL::BarsBeats> {
 public:
     explicit BarsBeats(const TL::BarsBeats* entry) : TimelineRecord(entry) {}
     std::string value() const override;
 };
 
+/// The key that a display shows from the record's tick on.
 class Key : public TimelineRecord<TL::Key> {
 public:
     explicit Key(const TL::Key* entry) : TimelineRecord(entry) {}
     std::string value() const override;
 };
 
+/// The meter that a display shows from the record's tick on.
 class Meter : public TimelineRecord<TL::Meter> {
 public:
     explicit Meter(const TL::Meter* entry) : TimelineRecord(entry) {}
@@ -43,12 +46,14 @@ public:
     [[nodiscard]] const TL::Meter* get_wrapped() const { return &GetEntry(); }
 };
 
+/// The page of the score that a display shows from the record's tick on.
 class PageNum : public TimelineRecord<TL::PageNum> {
 public:
     explicit PageNum(const TL::PageNum* entry) : TimelineRecord(entry) {}
     int int_value() const override;
 };
 
+/// The tempo that a display shows from the record's tick on.
 class Tempo : public TimelineRecord<TL::Tempo> {
 public:
     explicit Tempo(const TL::Tempo* entry) : TimelineRecord(entry) {}

@@ -13,6 +13,7 @@
 /// events and does not own them. Not thread-safe: flow control guards its map with the seek lock.
 class PairedEventMap {
 public:
+    /// An event and the tick index under which it is found. It must outlive the map.
     struct Entry {
         unsigned int key = 0;
         const cmn::TavoEvent* event = nullptr;

@@ -210,6 +210,10 @@ protected:
     /// controls stay as they are. The caller has held the seek lock since before the reload.
     void KeepWhatFits_(FlowState state);
 
+    /// After a stop whose seek led out of the caesura into a cut: playback does not stand at the caesura any more.
+    /// Those on the way stay.
+    void LeaveCaesura_();
+
     /// The sound effects from the first in [from, to] to the song's last. Writes a trace to standard output. The
     /// pointers are good until the song is loaded again.
     std::vector<const CL::Sfx*> GetSfxInTickRange_(long long from, long long to);

@@ -46,6 +46,7 @@ std::vector<WrittenMark> MergeMarks(std::vector<DraftMark> marks, Units barLengt
         }
         DraftMark& first = marks[kept.back()];
         const DraftMark& other = marks[index];
+        if (first.mark.aim == JumpAim::Any) first.mark.aim = other.mark.aim;
         first.mark.length = std::max(first.mark.length, other.mark.length);
         if (!Outranks(first, other)) {
             first.mark.value = other.mark.value;

@@ -31,13 +31,17 @@ public:
     /// Reads what a direction shows; `sound` beside it says some of that more exactly.
     void ReadTypes(const pugi::xml_node& direction, const pugi::xml_node& sound);
     [[nodiscard]] bool HasDynamics() const { return hasDynamics_; }
-    void ReadSoundAttributes(const pugi::xml_node& sound);
+    /// What the words say of the jump that `sound` orders.
+    [[nodiscard]] JumpAim GetAim() const { return aim_; }
+    void ReadSoundAttributes(const pugi::xml_node& sound, JumpAim aim);
 
 private:
     void ReadType(const pugi::xml_node& type, const pugi::xml_node& sound);
-    void Add(MarkKind kind, std::string text = {}) {
-        AddMark(reading_, bar_, DraftMark{{kind, position_, 0, 0, std::move(text), passes_}, 0, 0, false});
+    void Add(MarkKind kind, std::string text = {}, JumpAim aim = JumpAim::Any) {
+        AddMark(reading_, bar_, DraftMark{{kind, position_, 0, 0, std::move(text), passes_, aim}, 0, 0, false});
     }
+    /// An order in words, unless `sound` gives it, too.
+    void AddOrder(const WrittenMark& order, const pugi::xml_node& sound);
     void AddTempo(std::optional<double> tempo, int rank);
     void ReadWords(const std::string& words, const pugi::xml_node& sound);
     void ReadWedge(const pugi::xml_node& wedge);
@@ -53,6 +57,7 @@ private:
     Units position_;
     std::vector<int> passes_;
     bool hasDynamics_ = false;
+    JumpAim aim_ = JumpAim::Any;
     /// Whether the direction is one order, "To" with a coda sign, that is read already.
     bool isOrder_ = false;
 };
@@ -64,7 +69,7 @@ void PlaceReader::AddTempo(std::optional<double> tempo, int rank) {
         return;
     }
     reading_.tempo = *tempo;
-    AddMark(reading_, bar_, DraftMark{{MarkKind::Tempo, position_, 0, *tempo, {}, passes_}, rank, 0, false});
+    AddMark(reading_, bar_, DraftMark{{MarkKind::Tempo, position_, 0, *tempo, {}, passes_, {}}, rank, 0, false});
 }
 
 const char* GetSoundAttribute(MarkKind kind) {
@@ -92,12 +97,17 @@ bool SaysSomething(const std::string& words) {
 
 void PlaceReader::ReadWords(const std::string& words, const pugi::xml_node& sound) {
     if (!SaysSomething(words)) return;
-    const std::optional<WrittenMark> jump = ReadJumpWords(words);
-    if (!jump) {
+    if (const std::optional<WrittenMark> order = ReadJumpWords(words))
+        AddOrder(*order, sound);
+    else
         Add(MarkKind::Words, words);
-    } else if (!sound.attribute(GetSoundAttribute(jump->kind))) {
-        Add(jump->kind, jump->text);
-    }
+}
+
+void PlaceReader::AddOrder(const WrittenMark& order, const pugi::xml_node& sound) {
+    if (sound.attribute(GetSoundAttribute(order.kind)))
+        aim_ = order.aim;
+    else
+        Add(order.kind, order.text, order.aim);
 }
 
 void PlaceReader::ReadWedge(const pugi::xml_node& wedge) {
@@ -146,7 +156,7 @@ std::optional<WrittenMark> ReadOrderWithSign(const pugi::xml_node& direction) {
 void PlaceReader::ReadTypes(const pugi::xml_node& direction, const pugi::xml_node& sound) {
     if (const std::optional<WrittenMark> order = ReadOrderWithSign(direction)) {
         isOrder_ = true;
-        if (!sound.attribute(GetSoundAttribute(order->kind))) Add(order->kind, order->text);
+        AddOrder(*order, sound);
     }
     for (const pugi::xml_node& type : direction.children("direction-type"))
         ReadType(type, sound);
@@ -177,7 +187,7 @@ void PlaceReader::ReadType(const pugi::xml_node& type, const pugi::xml_node& sou
     if (!isOrder_) ReadWords(MakeLine(words), sound);
 }
 
-void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound) {
+void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound, JumpAim aim) {
     passes_ = ReadNumbers(sound.attribute("time-only").value());
     if (const pugi::xml_attribute tempo = sound.attribute("tempo")) AddTempo(ReadDecimal(tempo.value()), FromSound);
     constexpr auto Labelled = std::to_array<std::pair<const char*, MarkKind>>({
@@ -187,8 +197,9 @@ void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound) {
         {"dalsegno", MarkKind::DalSegno},
     });
     for (const auto& [name, kind] : Labelled)
-        if (const pugi::xml_attribute label = sound.attribute(name)) Add(kind, ReadLine(label));
-    if (IsYes(sound.attribute("dacapo"))) Add(MarkKind::DaCapo);
+        if (const pugi::xml_attribute label = sound.attribute(name))
+            Add(kind, ReadLine(label), kind == MarkKind::DalSegno ? aim : JumpAim::Any);
+    if (IsYes(sound.attribute("dacapo"))) Add(MarkKind::DaCapo, {}, aim);
     // Its value may be "yes" or the length of the last note.
     if (const pugi::xml_attribute fine = sound.attribute("fine"); fine && std::string_view(fine.value()) != "no")
         Add(MarkKind::Fine);
@@ -202,9 +213,10 @@ void PlaceReader::ReadSoundAttributes(const pugi::xml_node& sound) {
 }
 
 /// Reads the attributes of a <sound>, whose own offset counts from `position`; returns where it stands.
-Units ReadSoundAt(Reading& reading, PartReading& part, BarDraft& bar, Units position, const pugi::xml_node& sound) {
+Units ReadSoundAt(Reading& reading, PartReading& part, BarDraft& bar, Units position, const pugi::xml_node& sound,
+                  JumpAim aim = JumpAim::Any) {
     position = std::max(Units{0}, position + ReadOffset(reading, part, sound.child("offset")));
-    PlaceReader(reading, part, bar, position).ReadSoundAttributes(sound);
+    PlaceReader(reading, part, bar, position).ReadSoundAttributes(sound, aim);
     return position;
 }
 
@@ -212,14 +224,17 @@ Units ReadSoundAt(Reading& reading, PartReading& part, BarDraft& bar, Units posi
 
 void ReadDirection(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& direction) {
     const pugi::xml_node sound = direction.child("sound");
-    const Units position = std::max(Units{0}, cursor + ReadOffset(reading, part, direction.child("offset")));
+    // An offset is where the direction is drawn, and where it sounds only if it says so.
+    const pugi::xml_node offset = direction.child("offset");
+    const Units moved = IsYes(offset.attribute("sound")) ? ReadOffset(reading, part, offset) : 0;
+    const Units position = std::max(Units{0}, cursor + moved);
     PlaceReader place(reading, part, bar, position);
     place.ReadTypes(direction, sound);
     const std::optional<int> velocity = ReadVelocity(sound.attribute("dynamics"));
     // Dynamics that no mark shows: a level of their own.
     if (velocity && !place.HasDynamics())
         AddDynamicEvent(reading, part, {DynamicEvent::Kind::Level, bar.index, position, *velocity, 1});
-    ReadSoundAt(reading, part, bar, position, sound);
+    ReadSoundAt(reading, part, bar, position, sound, place.GetAim());
 }
 
 void ReadSound(Reading& reading, PartReading& part, BarDraft& bar, Units cursor, const pugi::xml_node& sound) {

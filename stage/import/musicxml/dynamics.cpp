@@ -16,6 +16,8 @@ namespace {
 
 constexpr int Loudest = 127;
 constexpr int Step = 16;
+/// What ppp has: a hairpin alone makes nothing softer, or it could not be heard.
+constexpr int SoftestOfHairpin = 16;
 /// How far after a hairpin the mark may stand that it leads to.
 constexpr Units ReachQuarters = 2;
 
@@ -87,7 +89,7 @@ private:
         if (end <= begin) return;
         const int from = GetLevel(begin);
         const auto goal = levels_.lower_bound(end);
-        int to = std::clamp(isLouder ? from + Step : from - Step, 1, Loudest);
+        int to = isLouder ? std::min(from + Step, Loudest) : std::min(from, std::max(from - Step, SoftestOfHairpin));
         // A mark against the hairpin's direction, p after a crescendo, is a new beginning.
         const bool leadsThere =
             goal != levels_.end() && goal->first <= end + reach_ && (goal->second > from) == isLouder;

@@ -77,12 +77,15 @@ std::optional<WrittenMark> ReadJumpWords(std::string_view words) {
         WrittenMark mark;
         mark.kind = order.kind;
         const bool isReturn = order.kind == MarkKind::DaCapo || order.kind == MarkKind::DalSegno;
+        bool isFirst = true;
         for (const std::string_view word : Split(rest)) {
-            if (IsDigits(word) && !isReturn)
-                mark.text = word;
-            else if (!isReturn ||
-                     (!IsDigits(word) && std::find(Additions.begin(), Additions.end(), word) == Additions.end()))
-                return std::nullopt;
+            const bool isAddition = std::find(Additions.begin(), Additions.end(), word) != Additions.end();
+            if (!IsDigits(word) && !(isReturn && isAddition)) return std::nullopt;
+            // "D.S. 2 al Coda 2": the second number is the coda's.
+            if (IsDigits(word) && (isFirst || !isReturn) && order.kind != MarkKind::DaCapo) mark.text = word;
+            if (word == "fine") mark.aim = JumpAim::Fine;
+            if (word == "coda") mark.aim = mark.aim == JumpAim::Any ? JumpAim::Coda : JumpAim::FineThenCoda;
+            isFirst = false;
         }
         return mark;
     }

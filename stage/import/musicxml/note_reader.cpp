@@ -75,6 +75,8 @@ Units NoteReader::Read(Units cursor, const pugi::xml_node& node) {
     draft.note.voice = static_cast<std::uint16_t>(std::clamp<std::int64_t>(voice, 0, MaxVoice));
     draft.note.grace = ReadGrace(node.child("grace"));
     draft.note.joinsGrace = isGrace && isChord;
+    // After a fermata the breath is taken when it is released.
+    draft.note.hasBreath = style_.hasBreath && !style_.hasFermata;
     ReadTies(draft.note, node);
     draft.loudness.accent = static_cast<std::int8_t>(style_.accent);
     draft.loudness.velocity = static_cast<std::uint8_t>(ReadVelocity(node.attribute("dynamics")).value_or(0));
@@ -86,7 +88,7 @@ void NoteReader::ReadStyleMarks(const pugi::xml_node& node) {
     // What a cue repeats from another part stands there.
     if (node.child("cue")) return;
     const auto add = [&](MarkKind kind, Units position, Units length) {
-        AddMark(reading_, bar_, DraftMark{{kind, position, length, 0, {}, {}}, 0, 0, false});
+        AddMark(reading_, bar_, DraftMark{{kind, position, length, 0, {}, {}, {}}, 0, 0, false});
     };
     if (style_.hasFermata) add(MarkKind::Fermata, onset_, length_);
     if (style_.hasBreath) add(MarkKind::Breath, onset_ + length_, 0);

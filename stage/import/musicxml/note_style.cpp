@@ -58,6 +58,8 @@ void ReadSlur(PartReading& part, const OpenSlur& place, const pugi::xml_node& sl
 }  // namespace
 
 std::uint8_t NoteStyle::GetSoundingPercent() const {
+    // What is held is not let go early, whatever the dots say.
+    if (hasFermata) return isTenuto || isSlurred ? LegatoPercent : PlainPercent;
     if (isStaccatissimo) return StaccatissimoPercent;
     if (isStaccato || isSpiccato) return isTenuto || isSlurred ? PortatoPercent : StaccatoPercent;
     return isTenuto || isSlurred ? LegatoPercent : PlainPercent;

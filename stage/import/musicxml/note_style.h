@@ -21,7 +21,7 @@ struct NoteStyle {
     /// Inside a slur, and not its last note.
     bool isSlurred = false;
 
-    /// Share of the written length that sounds, in hundredths.
+    /// Share of the written length that sounds, in hundredths. A fermata undoes what shortens.
     [[nodiscard]] std::uint8_t GetSoundingPercent() const;
 };
 

@@ -26,6 +26,8 @@ constexpr std::size_t MostPedalEvents = tavo_midi::MaxShowMemberBytes / 4;
 /// Grace notes before the beat are thirty-seconds. Those on the beat take half of the note that they delay, of a dotted
 /// one two thirds.
 constexpr std::uint32_t GraceTicks = ScoreTicksPerQuarter / 8;
+/// How early the note before a breath mark ends; of a short note it is a third.
+constexpr std::uint32_t LiftTicks = ScoreTicksPerQuarter / 4;
 
 enum Controller : std::uint8_t { Volume = 7, Pan = 10, Sustain = 64 };
 
@@ -70,10 +72,11 @@ std::vector<std::size_t> FindFirstNotes(const WrittenScore& score) {
 
 class Playing {
 public:
-    Playing(const WrittenScore& score, const PlayedOrder& order, const SongGrid& grid)
+    Playing(const WrittenScore& score, const PlayedOrder& order, const SongGrid& grid, bool liftsAtBreaths)
         : score_(score),
           order_(order),
           grid_(grid),
+          liftsAtBreaths_(liftsAtBreaths),
           channels_(AssignChannels(score.parts)),
           firstNotes_(FindFirstNotes(score)) {}
 
@@ -167,21 +170,30 @@ private:
         const Units length = std::min(note.length, grid_.GetBarStart(order_.bars.size()));
         const Units begin = barStart + note.position;
         const Units end = begin + length;
-        const Units soundingEnd = begin + length * note.soundingPercent / 100;
-        if (note.tieStop && ContinueTie(note, begin, end, soundingEnd)) return;
+        const std::uint32_t endTick = FindEndTick(note, begin, length);
+        if (note.tieStop && ContinueTie(note, begin, end, endTick)) return;
         std::uint32_t beginTick = grid_.ToTick(begin);
         if (graces != nullptr && graces->kind == GraceKind::OnBeat)
             beginTick += graces->count * graces->TicksOfEach(beginTick);
-        AppendSoundOf(note, beginTick, grid_.ToTick(note.tieStart ? end : soundingEnd));
+        AppendSoundOf(note, beginTick, endTick);
         if (note.tieStart) ties_[{note.part, note.key, end}] = sounds_.size() - 1;
     }
 
-    bool ContinueTie(const WrittenNote& note, Units begin, Units end, Units soundingEnd) {
+    /// Where the note stops sounding; one that is tied to the next lasts up to it.
+    [[nodiscard]] std::uint32_t FindEndTick(const WrittenNote& note, Units begin, Units length) const {
+        const std::uint32_t end = grid_.ToTick(begin + length);
+        if (note.tieStart) return end;
+        const std::uint32_t soundingEnd = grid_.ToTick(begin + length * note.soundingPercent / 100);
+        if (!note.hasBreath || !liftsAtBreaths_) return soundingEnd;
+        return std::min(soundingEnd, end - std::min(LiftTicks, (end - grid_.ToTick(begin)) / 3));
+    }
+
+    bool ContinueTie(const WrittenNote& note, Units begin, Units end, std::uint32_t endTick) {
         const auto tie = ties_.find({note.part, note.key, begin});
         if (tie == ties_.end()) return false;
         const std::size_t index = tie->second;
         ties_.erase(tie);
-        sounds_[index].end = std::max(sounds_[index].end, grid_.ToTick(note.tieStart ? end : soundingEnd));
+        sounds_[index].end = std::max(sounds_[index].end, endTick);
         if (note.tieStart) ties_[{note.part, note.key, end}] = index;
         return true;
     }
@@ -285,6 +297,7 @@ private:
     const WrittenScore& score_;
     const PlayedOrder& order_;
     const SongGrid& grid_;
+    const bool liftsAtBreaths_;
     const InstrumentChannels channels_;
     const std::vector<std::size_t> firstNotes_;  // by bar, and the number of notes
     std::vector<Sound> sounds_;
@@ -295,8 +308,8 @@ private:
 
 }  // namespace
 
-PlayedNotes PlayNotes(const WrittenScore& score, const PlayedOrder& order, const SongGrid& grid) {
-    return Playing(score, order, grid).Play();
+PlayedNotes PlayNotes(const WrittenScore& score, const PlayedOrder& order, const SongGrid& grid, bool liftsAtBreaths) {
+    return Playing(score, order, grid, liftsAtBreaths).Play();
 }
 
 }  // namespace stage::musicxml

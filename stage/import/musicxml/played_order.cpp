@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <optional>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "stage/import/musicxml/repeat_plan.h"
@@ -14,9 +15,6 @@ namespace stage::musicxml {
 
 namespace {
 
-/// What a jump leads to.
-enum class Aim { Any, Fine, Coda };
-
 /// Bars and marks on the way, for each bar that there may be: a bar full of marks is not repeated forever.
 constexpr std::size_t MostWork = 16;
 
@@ -24,21 +22,37 @@ bool Holds(const std::vector<int>& numbers, int number) {
     return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
 }
 
+bool IsReturn(const WrittenMark& mark) {
+    return mark.kind == MarkKind::DaCapo || mark.kind == MarkKind::DalSegno;
+}
+
 bool IsJump(const WrittenMark& mark) {
-    return mark.kind == MarkKind::DaCapo || mark.kind == MarkKind::DalSegno || mark.kind == MarkKind::ToCoda;
+    return IsReturn(mark) || mark.kind == MarkKind::ToCoda;
 }
 
 /// "D.C. al Fine", as it stands over the bar of the jump.
-Aim FindAim(const WrittenBar& bar) {
-    Aim aim = Aim::Any;
+JumpAim FindAim(const WrittenBar& bar) {
+    JumpAim aim = JumpAim::Any;
     for (const WrittenMark& mark : bar.marks) {
         if (mark.kind != MarkKind::Words && !IsJump(mark)) continue;
         const std::string text = ToLower(mark.text);
-        if (text.find("al fine") != std::string::npos) aim = Aim::Fine;
-        if (text.find("al coda") != std::string::npos) aim = Aim::Coda;
+        if (mark.aim != JumpAim::Any) aim = mark.aim;
+        const std::size_t fine = text.find("al fine");
+        if (fine != std::string::npos)
+            aim = text.find("coda", fine) == std::string::npos ? JumpAim::Fine : JumpAim::FineThenCoda;
+        else if (text.find("al coda") != std::string::npos)
+            aim = JumpAim::Coda;
     }
     return aim;
 }
+
+/// A jump that is in force.
+struct ReturnInForce {
+    std::size_t jumpBar = 0;
+    JumpAim aim = JumpAim::Any;
+    /// The bar whose To Coda it uses.
+    std::optional<std::size_t> toCodaBar;
+};
 
 /// Where a sign that is jumped to stands: the index of the first bar after it.
 struct Target {
@@ -68,6 +82,7 @@ public:
           codas_(FindTargets(bars, MarkKind::Coda)),
           pass_(plan_.passages.size(), 1),
           wasEntered_(plan_.passages.size(), false),
+          wasEnteredBeforeJump_(plan_.passages.size(), false),
           times_(bars.size(), 0),
           arrivals_(plan_.endings.size(), 0) {}
 
@@ -93,6 +108,7 @@ public:
             if (!next) break;
             bar = *next;
         }
+        NameUnplayedBars();
         return std::move(order_);
     }
 
@@ -108,9 +124,12 @@ private:
     }
 
     void Enter(PassageIndex index) {
-        const bool isReplay = hasJumped_ && wasEntered_[index] && !plan_.passages[index].repeatsAfterJump;
-        pass_[index] = isReplay ? plan_.passages[index].times : 1;
+        pass_[index] = IsReplay(index) ? plan_.passages[index].times : 1;
         wasEntered_[index] = true;
+    }
+
+    [[nodiscard]] bool IsReplay(PassageIndex index) const {
+        return wasEnteredBeforeJump_[index] && !plan_.passages[index].repeatsAfterJump;
     }
 
     /// Begins the passages that begin with the bar; after going back in one, only those inside it.
@@ -119,15 +138,17 @@ private:
         const std::vector<PassageIndex>& passages = plan_.beginsAt[bar];
         auto first = passages.begin();
         if (wentBackIn) first = std::next(std::find(passages.begin(), passages.end(), *wentBackIn));
-        for (; first != passages.end(); ++first)
+        for (; first != passages.end(); ++first) {
             Enter(*first);
+            if (wentBackIn && plan_.passages[*first].onceInParent) pass_[*first] = plan_.passages[*first].times;
+        }
     }
 
-    std::size_t JumpTo(std::size_t bar, Aim aim) {
-        hasJumped_ = true;
-        aim_ = aim;
-        for (auto passage = plan_.innermost[bar]; passage; passage = plan_.passages[*passage].parent)
+    std::size_t JumpTo(std::size_t bar) {
+        for (auto passage = plan_.innermost[bar]; passage; passage = plan_.passages[*passage].parent) {
             Enter(*passage);
+            if (IsReplay(*passage)) pass_[*passage] = FindLastPass(*passage, bar);
+        }
         return bar;
     }
 
@@ -171,24 +192,66 @@ private:
         return mark.passes.empty() ? holdsOtherwise : Holds(mark.passes, GetPass(bar));
     }
 
-    [[nodiscard]] bool EndsHere(std::size_t bar) {
-        const bool ends = hasJumped_ && aim_ != Aim::Coda && IsLastTime(bar);
-        return std::any_of(bars_[bar].marks.begin(), bars_[bar].marks.end(), [&](const WrittenMark& mark) {
-            return mark.kind == MarkKind::Fine && HoldsNow(mark, bar, ends);
-        });
+    enum class FineEffect { None, Ends, GoesToCoda, GoesOnAfterJump };
+
+    FineEffect JudgeFine(std::size_t bar) {
+        const std::vector<WrittenMark>& marks = bars_[bar].marks;
+        const auto fine = std::find_if(marks.begin(), marks.end(),
+                                       [](const WrittenMark& mark) { return mark.kind == MarkKind::Fine; });
+        if (fine == marks.end()) return FineEffect::None;
+        if (!fine->passes.empty()) return Holds(fine->passes, GetPass(bar)) ? FineEffect::Ends : FineEffect::None;
+        const JumpAim aim = return_ ? return_->aim : JumpAim::Any;
+        if (!hasJumped_ || aim == JumpAim::Coda || !IsLastTime(bar)) return FineEffect::None;
+        if (aim == JumpAim::FineThenCoda && !codas_.empty()) return FineEffect::GoesToCoda;
+        if (aim != JumpAim::Any)
+            return FindJumpBack(return_->jumpBar + 1, bar) ? FineEffect::GoesOnAfterJump : FineEffect::Ends;
+        return FindJumpBack(bar, bar) ? FineEffect::None : FineEffect::Ends;
+    }
+
+    /// The bar of a jump at or after `from` that is still to come and leads back to `bar` or before it.
+    std::optional<std::size_t> FindJumpBack(std::size_t from, std::size_t bar) {
+        for (std::size_t later = from; later < bars_.size(); ++later)
+            for (const WrittenMark& mark : bars_[later].marks) {
+                ++work_;
+                if (!IsReturn(mark) || taken_.count({later, mark.kind, 0}) > 0) continue;
+                if (mark.kind == MarkKind::DaCapo) return later;
+                const Target* segno = FindSegno(later, mark.text);
+                if (segno != nullptr && segno->bar <= bar) return later;
+            }
+        return std::nullopt;
+    }
+
+    /// "al Fine", and another jump comes that leads back to the Fine: what comes between is played.
+    std::size_t GoOnAfterJump(std::size_t bar) {
+        const std::size_t next = return_->jumpBar + 1;
+        order_.notes.push_back(
+            fmt::format("after the Fine in {} the music goes on with {}, since another jump leads back to the Fine",
+                        NameBar(bars_, bar), NameBar(bars_, next)));
+        EndReturn();
+        EnterPassagesAt(next);
+        return next;
+    }
+
+    void EndReturn() {
+        return_.reset();
+        wasEnteredBeforeJump_.assign(wasEnteredBeforeJump_.size(), false);
     }
 
     /// The bar that follows; nothing at the end of the music.
     std::optional<std::size_t> FindNext(std::size_t bar) {
-        if (EndsHere(bar)) return std::nullopt;
+        const FineEffect fine = JudgeFine(bar);
+        if (fine == FineEffect::Ends) return std::nullopt;
+        if (fine == FineEffect::GoesOnAfterJump) return GoOnAfterJump(bar);
+        if (fine == FineEffect::GoesToCoda) return GoToCoda(FindCoda(bar, "")->bar);
         if (const auto target = TakeJump(bar)) return target;
-        const std::optional<PassageIndex> passage = plan_.goesBack[bar];
-        if (passage && pass_[*passage] < plan_.passages[*passage].times) {
-            ++pass_[*passage];
-            const std::size_t begin = plan_.passages[*passage].begin;
+        for (const PassageIndex passage : plan_.goesBack[bar]) {
+            if (pass_[passage] >= plan_.passages[passage].times) continue;
+            ++pass_[passage];
+            const std::size_t begin = plan_.passages[passage].begin;
             EnterPassagesAt(begin, passage);
             return begin;
         }
+        if (return_ && return_->jumpBar == bar) EndReturn();
         EnterPassagesAt(bar + 1);
         return bar + 1;
     }
@@ -197,54 +260,123 @@ private:
         const std::vector<WrittenMark>& marks = bars_[bar].marks;
         if (std::none_of(marks.begin(), marks.end(), IsJump)) return std::nullopt;
         const bool isLast = IsLastTime(bar);
-        for (std::size_t i = 0; i < marks.size(); ++i) {
-            if (!IsJump(marks[i])) continue;
-            const bool isToCoda = marks[i].kind == MarkKind::ToCoda;
-            if (!HoldsNow(marks[i], bar, isLast && (!isToCoda || (hasJumped_ && aim_ != Aim::Fine)))) continue;
-            const int pass = marks[i].passes.empty() ? 0 : GetPass(bar);
-            if (!taken_.insert({{bar, i}, pass}).second) continue;
-            if (const auto target = FindTarget(bar, marks[i]))
-                return JumpTo(*target, isToCoda ? Aim::Any : FindAim(bars_[bar]));
+        for (const WrittenMark& mark : marks) {
+            if (!IsJump(mark)) continue;
+            const bool isToCoda = mark.kind == MarkKind::ToCoda;
+            if (!HoldsNow(mark, bar, isLast && (!isToCoda || (return_ && return_->toCodaBar == bar)))) continue;
+            const int pass = mark.passes.empty() ? 0 : GetPass(bar);
+            const bool isNew = taken_.insert({bar, mark.kind, pass}).second;
+            // The jump that is in force says how often a To Coda is taken.
+            if (!isNew && !(isToCoda && mark.passes.empty())) continue;
+            const auto target = isToCoda ? CheckTarget(FindCoda(bar, mark.text), codas_, bar, mark, "To Coda", "coda")
+                                         : FindReturn(bar, mark);
+            if (target) return isToCoda ? GoToCoda(*target) : GoBack(*target, bar);
         }
         return std::nullopt;
     }
 
-    std::optional<std::size_t> FindTarget(std::size_t bar, const WrittenMark& mark) {
+    std::size_t GoToCoda(std::size_t target) {
+        return_.reset();
+        return JumpTo(target);
+    }
+
+    std::size_t GoBack(std::size_t target, std::size_t bar) {
+        hasJumped_ = true;
+        wasEnteredBeforeJump_ = wasEntered_;
+        return_ = ReturnInForce{bar, FindAim(bars_[bar]), std::nullopt};
+        if (return_->aim == JumpAim::Any || return_->aim == JumpAim::Coda)
+            return_->toCodaBar = ChooseToCoda(target, bar);
+        if (!plan_.goesBack[bar].empty())
+            order_.notes.push_back(fmt::format("the jump in {}, where a repeat ends, is taken when the repeat is done",
+                                               NameBar(bars_, bar)));
+        return JumpTo(target);
+    }
+
+    /// The first To Coda between the ends of a jump that none has used yet, else the first.
+    std::optional<std::size_t> ChooseToCoda(std::size_t target, std::size_t jumpBar) {
+        std::optional<std::size_t> chosen;
+        for (std::size_t bar = target; bar <= jumpBar; ++bar) {
+            ++work_;
+            const auto& marks = bars_[bar].marks;
+            const bool isToCoda = std::any_of(marks.begin(), marks.end(), [](const WrittenMark& mark) {
+                return mark.kind == MarkKind::ToCoda && mark.passes.empty();
+            });
+            if (!isToCoda) continue;
+            if (!chosen) chosen = bar;
+            if (taken_.count({bar, MarkKind::ToCoda, 0}) == 0) return bar;
+        }
+        return chosen;
+    }
+
+    std::optional<std::size_t> FindReturn(std::size_t bar, const WrittenMark& mark) {
         if (mark.kind == MarkKind::DaCapo) return 0;
-        const bool isSegno = mark.kind == MarkKind::DalSegno;
-        const std::vector<Target>& targets = isSegno ? segnos_ : codas_;
-        const char* const jump = isSegno ? "D.S." : "To Coda";
-        const char* const sign = isSegno ? "segno" : "coda";
-        if (targets.empty()) {
+        const Target* segno = FindSegno(bar, mark.text);
+        return CheckTarget(segno, segnos_, bar, mark, "D.S.", "segno");
+    }
+
+    /// Nothing only where there is no coda at all.
+    const Target* FindCoda(std::size_t bar, const std::string& label) {
+        const std::size_t behind = return_ ? std::max(bar, return_->jumpBar) : bar;
+        for (const std::size_t from : {behind, bar})
+            if (const Target* coda = FindTarget(codas_, label, [&](const Target& target) { return target.bar > from; }))
+                return coda;
+        return FindTarget(
+            codas_, label, [](const Target&) { return true; }, true);
+    }
+
+    const Target* FindSegno(std::size_t bar, const std::string& label) {
+        const Target* last = FindTarget(
+            segnos_, label, [bar](const Target& target) { return target.bar <= bar; }, true);
+        return last != nullptr ? last : FindTarget(segnos_, label, [](const Target&) { return true; });
+    }
+
+    /// Notes what a jump asks for and does not find.
+    std::optional<std::size_t> CheckTarget(const Target* found, const std::vector<Target>& targets, std::size_t bar,
+                                           const WrittenMark& mark, const char* jump, const char* sign) {
+        if (found == nullptr) {
             order_.notes.push_back(
                 fmt::format("the {} in {} is passed over: there is no {}", jump, NameBar(bars_, bar), sign));
             return std::nullopt;
         }
-        if (const Target* named = FindNamed(targets, mark.text)) return named->bar;
-        const Target& nearest = isSegno ? FindLastUpTo(targets, bar) : FindFirstBehind(targets, bar);
+        const bool hasNames =
+            std::any_of(targets.begin(), targets.end(), [](const Target& target) { return !target.label.empty(); });
         // A label may be words, "D.S. al Coda": only one that is a name of its own is missed.
-        if (!mark.text.empty() && mark.text.find(' ') == std::string::npos)
+        const bool isName = !mark.text.empty() && mark.text.find(' ') == std::string::npos;
+        if (hasNames && isName && !HasLabel(targets, mark.text))
             order_.notes.push_back(fmt::format("the {} in {} asks for the {} \"{}\", which is not there; it goes to {}",
-                                               jump, NameBar(bars_, bar), sign, mark.text,
-                                               NameBar(bars_, nearest.bar)));
-        return nearest.bar;
+                                               jump, NameBar(bars_, bar), sign, mark.text, NameBar(bars_, found->bar)));
+        return found->bar;
     }
 
-    static const Target* FindNamed(const std::vector<Target>& targets, const std::string& label) {
-        const auto found =
-            std::find_if(targets.begin(), targets.end(), [&](const Target& target) { return target.label == label; });
-        return label.empty() || found == targets.end() ? nullptr : &*found;
+    static bool HasLabel(const std::vector<Target>& targets, const std::string& label) {
+        return !label.empty() &&
+               std::any_of(targets.begin(), targets.end(), [&](const Target& target) { return target.label == label; });
     }
-    static const Target& FindLastUpTo(const std::vector<Target>& targets, std::size_t bar) {
-        const Target* found = &targets.front();
-        for (const Target& target : targets)
-            if (target.bar <= bar) found = &target;
-        return *found;
+
+    /// The first target, or the last, that fits and has the label; where no target has it, all are meant.
+    template <class Fits>
+    const Target* FindTarget(const std::vector<Target>& targets, const std::string& label, Fits fits,
+                             bool takesLast = false) {
+        work_ += targets.size();
+        const bool isNamed = HasLabel(targets, label);
+        const Target* found = nullptr;
+        for (const Target& target : targets) {
+            if ((isNamed && target.label != label) || !fits(target)) continue;
+            if (!takesLast) return &target;
+            found = &target;
+        }
+        return found;
     }
-    static const Target& FindFirstBehind(const std::vector<Target>& targets, std::size_t bar) {
-        const auto found =
-            std::find_if(targets.begin(), targets.end(), [bar](const Target& target) { return target.bar > bar; });
-        return found == targets.end() ? targets.back() : *found;
+
+    void NameUnplayedBars() {
+        std::size_t begin = 0;
+        for (std::size_t bar = 0; bar <= bars_.size(); ++bar) {
+            if (bar < bars_.size() && times_[bar] == 0) continue;
+            if (bar > begin)
+                order_.unplayed.push_back(
+                    fmt::format("{} {} never played", NameBars(bars_, begin, bar), bar - begin == 1 ? "is" : "are"));
+            begin = bar + 1;
+        }
     }
 
     const std::vector<WrittenBar>& bars_;
@@ -254,13 +386,15 @@ private:
     const std::vector<Target> codas_;
     std::vector<int> pass_;         // by passage
     std::vector<bool> wasEntered_;  // by passage
+    /// By passage: those that a jump which is in force has gone back behind.
+    std::vector<bool> wasEnteredBeforeJump_;
     std::vector<std::uint32_t> times_;
     std::vector<int> arrivals_;  // by the first ending of a chain
-    /// Bar and index of a mark, and the pass where it names passes: a jump is taken once.
-    std::set<std::pair<std::pair<std::size_t, std::size_t>, int>> taken_;
+    /// Bar and kind of a jump, and the pass where it names passes: it is taken once.
+    std::set<std::tuple<std::size_t, MarkKind, int>> taken_;
     std::size_t work_ = 0;
     bool hasJumped_ = false;
-    Aim aim_ = Aim::Any;
+    std::optional<ReturnInForce> return_;
     PlayedOrder order_;
 };
 

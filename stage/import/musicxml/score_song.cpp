@@ -2,12 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 #include "stage/import/musicxml/played_notes.h"
 #include "stage/import/musicxml/song_layout.h"
 #include "stage/import/musicxml/written_edits.h"
+#include "stage/import/musicxml/written_order.h"
 #include "tavo_midi/smf_writer.h"
 #include "tavo_midi/song_builder.h"
 
@@ -36,7 +38,8 @@ tavo_midi::Smf MakeSmf(const WrittenScore& score, SongLayout& layout, const Play
     smf.format = 1;
     smf.ticksPerQuarter = ScoreTicksPerQuarter;
     AppendTrack(smf, score.title, {}, endTick);
-    smf.tracks.front().tempos = std::move(layout.tempos);
+    for (const tavo_midi::SongTempo& tempo : layout.tempos)
+        smf.tracks.front().tempos.emplace_back(tempo.tick, tempo.microsecondsPerQuarter);
     smf.tracks.front().meters = std::move(layout.meters);
     smf.tracks.front().keys = std::move(layout.keys);
     smf.tracks.front().markers = std::move(layout.markers);
@@ -49,21 +52,22 @@ tavo_midi::Smf MakeSmf(const WrittenScore& score, SongLayout& layout, const Play
 
 PlayedOrder OrderBars(const WrittenScore& score, BarOrder barOrder) {
     if (barOrder == BarOrder::AsPlayed) return FindPlayedOrder(score.bars, tavo_midi::MaxSongBeats);
-    PlayedOrder order;
-    for (std::size_t bar = 0; bar < score.bars.size(); ++bar)
-        order.bars.push_back({static_cast<std::uint32_t>(bar)});
-    return order;
+    const RepeatPlan plan = PlanRepeats(score.bars);
+    return OrderAsWritten(score.bars, plan, FindVamps(score.bars, plan), tavo_midi::MaxSongBeats).order;
 }
 
-ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder) {
+ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder, Breaths breaths) {
     if (score.bars.empty()) throw std::runtime_error("the score has no bars");
     const PlayedOrder order = OrderBars(score, barOrder);
     const SongGrid grid(score, order);
     SongLayout layout = LayOutSong(score, order, grid);
-    const PlayedNotes played = PlayNotes(score, order, grid);
+    const PlayedNotes played = PlayNotes(score, order, grid, breaths == Breaths::Lift);
 
     ImportedSong song;
     AppendAll(song.notes, order.notes);
+    for (const PlayedBar& bar : order.bars)
+        song.scoreMeasures.push_back(bar.bar);
+    song.unplayedBars = order.unplayed;
     AppendAll(song.notes, layout.notes);
     AppendAll(song.notes, played.notes);
     song.packed.options.title = score.title;
@@ -71,6 +75,9 @@ ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder) {
     song.packed.options.barLabels = std::move(layout.labels);
     song.packed.options.pages = std::move(layout.pages);
     song.printsPageNumbers = layout.printsPageNumbers;
+    // Only what the MIDI form cannot say.
+    if (std::any_of(layout.tempos.begin(), layout.tempos.end(), [](const auto& tempo) { return tempo.isGuessed; }))
+        song.packed.options.tempos = layout.tempos;
     tavo_midi::Smf smf = MakeSmf(score, layout, played, grid.GetEndTick());
     song.packed.smf = tavo_midi::WriteSmf(smf);
     if (song.packed.smf.size() > tavo_midi::MaxShowMemberBytes)
@@ -78,7 +85,7 @@ ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder) {
                                              song.packed.smf.size(), tavo_midi::MaxShowMemberBytes));
     if (barOrder == BarOrder::AsWritten) {
         const tavo_midi::SongData built = tavo_midi::BuildSong(std::move(smf), song.packed.options, score.title);
-        WrittenEdits edits = FindWrittenEdits(score, grid, built.GetTimeline());
+        WrittenEdits edits = FindWrittenEdits(score, grid, built.GetTimeline(), breaths == Breaths::Stop);
         song.firstEdits = std::move(edits.log);
         AppendAll(song.notes, edits.notes);
     }

@@ -15,7 +15,7 @@ enum class BarOrder {
 /// Makes a song from a written score: a Standard MIDI File of format 1 with a track of tempos, meters, keys and markers
 /// and one for each part, bar labels, pages, the exact end, and in AsWritten the first edits. Throws std::runtime_error
 /// with one sentence, which does not name the file, for music that no song can hold.
-[[nodiscard]] ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder);
+[[nodiscard]] ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder, Breaths breaths = Breaths::Lift);
 
 /// The order that BarOrder means.
 [[nodiscard]] PlayedOrder OrderBars(const WrittenScore& score, BarOrder barOrder);

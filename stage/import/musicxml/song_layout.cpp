@@ -71,13 +71,14 @@ struct Inherited {
     const WrittenMeter* meter;
     WrittenKey key;
     double tempo = 0;  ///< 0: none is written up to here
+    bool isGuessedTempo = false;
     unsigned int page = 0;
 };
 
 class Layout {
 public:
     Layout(const WrittenScore& score, const PlayedOrder& order, const SongGrid& grid)
-        : score_(score), order_(order), grid_(grid) {
+        : score_(score), order_(order), grid_(grid), labels_(LabelBars(score.bars)) {
         CollectInherited();
     }
 
@@ -90,7 +91,7 @@ public:
             AppendMeter(tick, played, *inherited.meter);
             AppendKey(tick, inherited.key);
             AppendPage(tick, inherited.page);
-            if (!follows && inherited.tempo > 0) AppendTempo(tick, inherited.tempo);
+            if (!follows && inherited.tempo > 0) AppendTempo(tick, inherited.tempo, inherited.isGuessedTempo);
             for (const WrittenMark& mark : score_.bars[played.bar].marks)
                 AppendMark(grid_.ToTick(grid_.GetBarStart(i) + mark.position), played, mark);
             AppendLabel(i, AddTime(labels_[played.bar], played.time));
@@ -100,7 +101,7 @@ public:
 
 private:
     void CollectInherited() {
-        Inherited now{&commonTime_, {}, 0, 0};
+        Inherited now{&commonTime_, {}, 0, false, 0};
         for (std::size_t bar = 0; bar < score_.bars.size(); ++bar) {
             const WrittenBar& written = score_.bars[bar];
             if (written.meter) now.meter = &*written.meter;
@@ -108,8 +109,10 @@ private:
             if (written.startsPage) now.page = FindPageNumber(written, now.page);
             inherited_.push_back(now);
             for (const WrittenMark& mark : written.marks)
-                if (mark.kind == MarkKind::Tempo && mark.passes.empty() && mark.value > 0) now.tempo = mark.value;
-            labels_.push_back(FindLabel(bar));
+                if (mark.kind == MarkKind::Tempo && mark.passes.empty() && mark.value > 0) {
+                    now.tempo = mark.value;
+                    now.isGuessedTempo = mark.isGuessed;
+                }
         }
     }
 
@@ -117,21 +120,6 @@ private:
         const std::optional<unsigned int> printed = ReadNumber(bar.pageNumber);
         if (printed) layout_.printsPageNumbers = true;
         return printed.value_or(last + 1);
-    }
-
-    /// A bar without a label is the pick-up, the next part of a split bar ("12b"), or counted.
-    std::string FindLabel(std::size_t bar) {
-        const WrittenBar& written = score_.bars[bar];
-        const bool followsPart = std::exchange(isPart_, false);
-        if (!written.label.empty()) return written.label;
-        if (bar == 0) return written.isImplicit ? "0" : "1";
-        std::string label = labels_.back();
-        const std::optional<unsigned int> number = ReadNumber(label.substr(0, label.find_first_not_of("0123456789")));
-        if (number && !written.isImplicit) return std::to_string(std::uint64_t{*number} + 1);
-        isPart_ = true;
-        if (!followsPart) return label + "b";
-        if (label.back() < 'z') ++label.back();
-        return label;
     }
 
     /// The text of a bar or a place that is played for that time.
@@ -172,21 +160,22 @@ private:
         layout_.pages.emplace_back(tick, page);
     }
 
-    void AppendTempo(std::uint32_t tick, double quartersPerMinute) {
+    void AppendTempo(std::uint32_t tick, double quartersPerMinute, bool isGuessed) {
         const double exact = 60e6 / quartersPerMinute;
         const auto microseconds = static_cast<std::uint32_t>(std::lround(std::clamp(exact, 1.0, 16777215.0)));
         auto& tempos = layout_.tempos;
         // A score that names its first tempo late begins as any other does.
-        if (tempos.empty() && tick > 0) tempos.emplace_back(0, tavo_midi::TempoMap::DefaultMicrosecondsPerQuarter);
-        if (!tempos.empty() && tempos.back().abs_time() == tick) tempos.pop_back();
-        if (tempos.empty() || tempos.back().microseconds_per_quarter() != microseconds)
-            tempos.emplace_back(tick, microseconds);
+        if (tempos.empty() && tick > 0)
+            tempos.push_back({0, tavo_midi::TempoMap::DefaultMicrosecondsPerQuarter, false});
+        if (!tempos.empty() && tempos.back().tick == tick) tempos.pop_back();
+        if (tempos.empty() || tempos.back().microsecondsPerQuarter != microseconds)
+            tempos.push_back({tick, microseconds, isGuessed});
     }
 
     void AppendMark(std::uint32_t tick, const PlayedBar& played, const WrittenMark& mark) {
         const auto pass = static_cast<int>(played.pass);
         const bool holds = mark.passes.empty() || std::count(mark.passes.begin(), mark.passes.end(), pass) > 0;
-        if (mark.kind == MarkKind::Tempo && holds && mark.value > 0) AppendTempo(tick, mark.value);
+        if (mark.kind == MarkKind::Tempo && holds && mark.value > 0) AppendTempo(tick, mark.value, mark.isGuessed);
         const bool isCue = mark.kind == MarkKind::Words &&
                            std::any_of(CueWords.begin(), CueWords.end(),
                                        [&mark](const char* word) { return HoldsWord(mark.text, word); });
@@ -203,9 +192,8 @@ private:
     const PlayedOrder& order_;
     const SongGrid& grid_;
     const WrittenMeter commonTime_{{4}, 4};
-    std::vector<Inherited> inherited_;  // by written bar
-    std::vector<std::string> labels_;   // by written bar
-    bool isPart_ = false;               // the last of the labels names the next part of a split bar
+    std::vector<Inherited> inherited_;       // by written bar
+    const std::vector<std::string> labels_;  // by written bar
     FittedMeter meter_;
     WrittenKey key_;
     std::uint64_t count_ = 1;
@@ -214,6 +202,29 @@ private:
 };
 
 }  // namespace
+
+std::vector<std::string> LabelBars(const std::vector<WrittenBar>& bars) {
+    std::vector<std::string> labels;
+    bool isPart = false;  // the last of the labels names the next part of a split bar
+    for (const WrittenBar& bar : bars) {
+        const bool followsPart = std::exchange(isPart, false);
+        if (!bar.label.empty() || labels.empty()) {
+            labels.push_back(!bar.label.empty() ? bar.label : bar.isImplicit ? "0" : "1");
+            continue;
+        }
+        std::string label = labels.back();
+        const std::optional<unsigned int> number = ReadNumber(label.substr(0, label.find_first_not_of("0123456789")));
+        isPart = !number || bar.isImplicit;
+        if (!isPart)
+            label = std::to_string(std::uint64_t{*number} + 1);
+        else if (!followsPart)
+            label += "b";
+        else if (label.back() < 'z')
+            ++label.back();
+        labels.push_back(std::move(label));
+    }
+    return labels;
+}
 
 SongGrid::SongGrid(const WrittenScore& score, const PlayedOrder& order)
     : unitsPerQuarter_(std::max<Units>(score.unitsPerQuarter, 1)), starts_{0} {

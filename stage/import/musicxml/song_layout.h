@@ -36,7 +36,7 @@ private:
 
 /// What a played score says about time and place.
 struct SongLayout {
-    std::vector<TL::Tempo> tempos;
+    std::vector<tavo_midi::SongTempo> tempos;
     std::vector<TL::Meter> meters;
     std::vector<TL::Key> keys;
     /// Rehearsal marks, and words that say how the show goes on; from the second time on with the time, "A (2)".
@@ -52,6 +52,10 @@ struct SongLayout {
 /// Lays the song out. After a jump meter, key, tempo and page are those that are written there. A bar whose length is
 /// not that of its meter gets a meter of its own; one whose length no meter says ends early, with a note.
 [[nodiscard]] SongLayout LayOutSong(const WrittenScore& score, const PlayedOrder& order, const SongGrid& grid);
+
+/// What each written bar is called: a bar without a label is the pick-up, the next part of a split bar ("12b"), or
+/// counted.
+[[nodiscard]] std::vector<std::string> LabelBars(const std::vector<WrittenBar>& bars);
 
 /// Whether one of the words of `text` is `word`, in capitals or not.
 [[nodiscard]] bool HoldsWord(const std::string& text, const std::string& word);

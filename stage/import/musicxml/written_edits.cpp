@@ -9,7 +9,9 @@
 #include <utility>
 
 #include "stage/import/musicxml/repeat_plan.h"
+#include "stage/import/musicxml/written_order.h"
 #include "tavo_core/edit_rules.h"
+#include "tavo_midi/song_builder.h"
 
 namespace stage::musicxml {
 
@@ -22,14 +24,19 @@ struct TickRange {
 
 class Finder {
 public:
-    Finder(const WrittenScore& score, const SongGrid& grid, const TL::Timeline& timeline)
-        : score_(score), grid_(grid), timeline_(timeline), plan_(PlanRepeats(score.bars)) {}
+    Finder(const WrittenScore& score, const SongGrid& grid, const TL::Timeline& timeline, bool breathsStop)
+        : score_(score),
+          grid_(grid),
+          timeline_(timeline),
+          breathsStop_(breathsStop),
+          plan_(PlanRepeats(score.bars)),
+          isVamp_(FindVamps(score.bars, plan_)),
+          written_(OrderAsWritten(score.bars, plan_, isVamp_, tavo_midi::MaxSongBeats)) {}
 
     WrittenEdits Find() {
         found_.notes = plan_.notes;
-        const std::vector<bool> isVamp = FindVamps();
-        for (std::size_t i = 0; i < plan_.passages.size(); ++i)
-            AddLoop(plan_.passages[i], isVamp[i]);
+        NameVampsOverNothing();
+        AddLoops();
         NameEndingsOfJumps();
         NameJumps();
         AddFermatas();
@@ -50,61 +57,64 @@ private:
             Note("what the score asks for cannot be an edit: " + problem);
     }
 
-    /// Calls `visit(bar, mark)` for each mark of a kind.
+    /// Calls `visit(place, mark)` for each mark of a kind, with the bar of the song over which it stands.
     template <class Visitor>
     void ForEachMark(MarkKind kind, Visitor visit) const {
+        for (std::size_t place = 0; place < written_.order.bars.size(); ++place)
+            for (const WrittenMark& mark : score_.bars[written_.order.bars[place].bar].marks)
+                if (mark.kind == kind) visit(place, mark);
+    }
+
+    /// The same for each that is printed, with the bar of the score.
+    template <class Visitor>
+    void ForEachPrintedMark(MarkKind kind, Visitor visit) const {
         for (std::size_t bar = 0; bar < score_.bars.size(); ++bar)
             for (const WrittenMark& mark : score_.bars[bar].marks)
                 if (mark.kind == kind) visit(bar, mark);
     }
 
-    [[nodiscard]] std::string NameBars(std::size_t begin, std::size_t end) const {
-        if (end - begin == 1) return NameBar(score_.bars, begin);
-        const std::string& first = score_.bars[begin].label;
-        const std::string& last = score_.bars[end - 1].label;
-        if (!first.empty() && !last.empty()) return fmt::format("bars {} to {}", first, last);
-        return fmt::format("{} up to {}", NameBar(score_.bars, begin), NameBar(score_.bars, end - 1));
-    }
-
-    /// By passage: whether it is a vamp.
-    std::vector<bool> FindVamps() {
-        std::vector<bool> isVamp(plan_.passages.size(), false);
-        ForEachMark(MarkKind::Words, [&](std::size_t bar, const WrittenMark& mark) {
-            if (!HoldsWord(mark.text, "vamp")) return;
-            if (const std::optional<PassageIndex> passage = plan_.innermost[bar])
-                isVamp[*passage] = true;
-            else
+    void NameVampsOverNothing() {
+        ForEachPrintedMark(MarkKind::Words, [&](std::size_t bar, const WrittenMark& mark) {
+            if (HoldsWord(mark.text, "vamp") && !plan_.innermost[bar])
                 Note(fmt::format("\"{}\" in {} stands over no repeat and is a marker only", mark.text,
                                  NameBar(score_.bars, bar)));
         });
-        return isVamp;
     }
 
-    void AddLoop(const RepeatedPassage& passage, bool isVamp) {
-        if (passage.hasEndings) {
-            Note(fmt::format("the repeat of {} has endings, which no edit can say: each of its bars is played once",
-                             NameBars(passage.begin, passage.end)));
-            return;
+    void AddLoops() {
+        for (const RepeatedPassage& passage : plan_.passages)
+            if (passage.hasEndings)
+                Note(fmt::format("the repeat of {} has endings, which no edit can say: each of its bars is played once",
+                                 NameBars(score_.bars, passage.begin, passage.end)));
+        for (const PassageIndex index : written_.passed) {
+            const RepeatedPassage& passage = plan_.passages[index];
+            if (passage.hasEndings) continue;
+            Note(
+                fmt::format("the repeat of {} takes the one inside it only once, which no edit can say: it is left out",
+                            NameBars(score_.bars, passage.begin, passage.end)));
         }
-        const std::uint32_t begin = grid_.GetBarTick(passage.begin);
-        const std::uint32_t end = grid_.GetBarTick(passage.end);
-        if (isVamp)
-            Add(CL::Vamp(begin, end), found_.log.GetVamps());
-        else if (passage.times > 1)
-            Add(CL::Repeat(begin, end, passage.times), found_.log.GetRepeats());
+        for (const WrittenLoop& loop : written_.loops) {
+            if (plan_.passages[loop.passage].hasEndings) continue;
+            const std::uint32_t begin = grid_.GetBarTick(loop.begin);
+            const std::uint32_t end = grid_.GetBarTick(loop.end);
+            if (isVamp_[loop.passage])
+                Add(CL::Vamp(begin, end), found_.log.GetVamps());
+            else if (loop.times > 1)
+                Add(CL::Repeat(begin, end, loop.times), found_.log.GetRepeats());
+        }
     }
 
     void NameEndingsOfJumps() {
         for (const Ending& ending : plan_.endings)
             if (!ending.passage)
                 Note(fmt::format("the ending over {} is for a jump, which no edit can say: it is played",
-                                 NameBars(ending.begin, ending.end)));
+                                 NameBars(score_.bars, ending.begin, ending.end)));
     }
 
     void NameJumps() {
         bool hasJumps = false;
         const auto name = [&](MarkKind kind, const char* jump) {
-            ForEachMark(kind, [&](std::size_t bar, const WrittenMark&) {
+            ForEachPrintedMark(kind, [&](std::size_t bar, const WrittenMark&) {
                 hasJumps = true;
                 Note(fmt::format("the {} in {} is not an edit: playback goes on there", jump,
                                  NameBar(score_.bars, bar)));
@@ -164,13 +174,13 @@ private:
             });
         };
         collect(MarkKind::Caesura, "caesura");
-        collect(MarkKind::Breath, "breath");
+        if (breathsStop_) collect(MarkKind::Breath, "breath");
         for (const auto& [tick, text] : textByTick)
             Add(CL::Caesura(tick, text, 0), found_.log.GetCaesuras());
     }
 
     void FindAttacca() {
-        ForEachMark(MarkKind::Words, [&](std::size_t bar, const WrittenMark& mark) {
+        ForEachPrintedMark(MarkKind::Words, [&](std::size_t bar, const WrittenMark& mark) {
             if (!HoldsWord(mark.text, "attacca")) return;
             if (bar + 2 >= score_.bars.size())
                 found_.log.SetAttacca(CL::AttaccaNext);
@@ -183,14 +193,18 @@ private:
     const WrittenScore& score_;
     const SongGrid& grid_;
     const TL::Timeline& timeline_;
+    const bool breathsStop_;
     const RepeatPlan plan_;
+    const std::vector<bool> isVamp_;  // by passage
+    const WrittenOrder written_;
     WrittenEdits found_;
 };
 
 }  // namespace
 
-WrittenEdits FindWrittenEdits(const WrittenScore& score, const SongGrid& grid, const TL::Timeline& timeline) {
-    return Finder(score, grid, timeline).Find();
+WrittenEdits FindWrittenEdits(const WrittenScore& score, const SongGrid& grid, const TL::Timeline& timeline,
+                              bool breathsStop) {
+    return Finder(score, grid, timeline, breathsStop).Find();
 }
 
 }  // namespace stage::musicxml

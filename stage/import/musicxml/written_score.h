@@ -44,6 +44,9 @@ enum class MarkKind {
     Fine,
 };
 
+/// Where a D.C. or D.S. leads besides back, as its words say.
+enum class JumpAim { Any, Fine, Coda, FineThenCoda };
+
 /// Something written over a bar. One fermata over several parts is one mark.
 struct WrittenMark {
     MarkKind kind = MarkKind::Words;
@@ -54,6 +57,10 @@ struct WrittenMark {
     std::string text;
     /// The passes in which a jump or a tempo holds; empty: those that its kind implies.
     std::vector<int> passes;
+    /// Of a D.C. or D.S.
+    JumpAim aim = JumpAim::Any;
+    /// Of a tempo that the score gives in words, or not at all.
+    bool isGuessed = false;
 
     bool operator==(const WrittenMark&) const = default;
 };
@@ -137,6 +144,8 @@ struct WrittenNote {
     std::uint16_t voice = 1;
     bool tieStart = false;
     bool tieStop = false;
+    /// A breath mark stands after it.
+    bool hasBreath = false;
     GraceKind grace = GraceKind::None;
     /// A grace note that sounds together with the one before it.
     bool joinsGrace = false;

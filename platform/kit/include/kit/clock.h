@@ -26,6 +26,7 @@ void SetClock(Clock* clock);
 /// A clock for tests: its time stands still until it is advanced. Nobody may sleep on it when it is destroyed.
 class FakeClock final : public Clock {
 public:
+    /// What becomes of whoever sleeps on the clock.
     enum class Mode {
         ByHand,       ///< a sleeper waits until Advance has passed its moment
         AutoAdvance,  ///< a sleeper moves the time on by itself and returns at once

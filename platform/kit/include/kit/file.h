@@ -14,6 +14,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// A file stands under its name, but whether it stays there after a power failure is not known.
+class UnconfirmedError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// All bytes of a regular file. Throws std::runtime_error with one sentence that names the file: missing, a directory,
 /// longer than maxBytes, unreadable. Reads at most one byte beyond maxBytes, whatever size is announced. Blocks on the
 /// disk.
@@ -22,7 +28,8 @@ public:
 /// Writes a file so that a crash at any moment leaves either no file or the whole one: a temporary file beside it is
 /// written, synchronised and renamed, then the directory is synchronised. Throws FileExistsError if the target exists,
 /// otherwise std::runtime_error with one sentence that names the file and the system's reason; nothing is left behind
-/// then. Thread-safe; blocks on the disk.
+/// then. UnconfirmedError where the file is whole in its place, the directory could not be synchronised, and taking the
+/// file away again failed as well. Thread-safe; blocks on the disk.
 void WriteNewFileDurably(const std::string& path, std::string_view bytes);
 
 /// The same, but an existing file is replaced and keeps its permissions; after a crash either the old or the new one is
@@ -34,6 +41,7 @@ void ReplaceFileDurably(const std::string& path, std::string_view bytes);
 /// sentence that names `to` and the system's reason; the directory then has its old name. Blocks on the disk.
 void RenameDirectoryDurably(const std::string& from, const std::string& to);
 
+/// What happens to a file that has the name already: it stays and the new one is refused, or it is replaced.
 enum class ExistingFile { Keep, Replace };
 
 /// The same for a file that comes in pieces and need not fit into memory. Nothing stands under its name, or what stood

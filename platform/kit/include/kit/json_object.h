@@ -16,6 +16,7 @@
 /// Values are const once read: any thread, nothing blocks.
 namespace kit {
 
+/// What a text may have at most; one that has more is refused as soon as that is seen.
 struct JsonLimits {
     std::size_t bytes = std::size_t{1} << 20U;
     /// Objects and lists inside one another; the outermost counts.
@@ -33,6 +34,8 @@ public:
     JsonValue(const JsonTree& tree, std::uint32_t index) : tree_(&tree), index_(index) {}
 
     [[nodiscard]] bool IsNull() const;
+    /// Whether it is this text.
+    [[nodiscard]] bool Is(std::string_view text) const { return IsText_(text); }
     [[nodiscard]] bool AsFlag() const;
     /// UTF-8 of at most `longest` bytes.
     [[nodiscard]] std::string AsText(std::size_t longest = 10000) const;

@@ -4,10 +4,11 @@ namespace tavo_audio {
 
 /// Which volume is meant. The single-argument volume operations mean Master.
 enum VolumeType : int {
-    Synth = 0,    ///< the instruments
-    Master = 1,   ///< everything
-    Click = 2,    ///< the metronome
-    Effects = 3,  ///< sound effects and ambiences
+    Synth = 0,     ///< the instruments
+    Master = 1,    ///< everything
+    Click = 2,     ///< the metronome
+    Effects = 3,   ///< sound effects
+    Ambience = 4,  ///< ambient sounds, which lie under a range
 };
 
 }  // namespace tavo_audio

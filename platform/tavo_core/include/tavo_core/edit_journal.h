@@ -10,14 +10,14 @@ namespace CL {
 
 /// The changes made to a change log since its file was written: a file beside the log, its name with ".journal" after
 /// it. JSON texts (RFC 8259), one a line, each with a checksum that also covers the lines before it: first which
-/// content of which log the journal belongs to, then the changes, each durable before Append returns. A crash at any
-/// moment leaves all changes that were appended, and perhaps one torn line, which reading leaves out. A file of one
-/// program at a time. Not thread-safe. Blocks on the disk.
+/// content of which log the journal belongs to and which newer ones there were, then the changes, each durable before
+/// Append returns. A crash at any moment leaves all changes that were appended, and perhaps one torn line, which
+/// reading leaves out. A file of one program at a time. Not thread-safe. Blocks on the disk.
 class EditJournal {
 public:
     /// Opens or creates the journal of the log at `logPath`, whose file need not be there, for appending. A journal
-    /// whose changes have been saved begins anew. Throws std::runtime_error with one sentence: another program has it
-    /// open, the directory cannot be written.
+    /// whose changes have been saved begins anew; one that cannot be read refuses until Discard. Throws
+    /// std::runtime_error with one sentence: another program has it open, the directory cannot be written.
     explicit EditJournal(const std::string& logPath);
     /// Leaves a journal with changes where it is and removes one without.
     ~EditJournal();
@@ -27,7 +27,8 @@ public:
     /// The changes that were in the file when it was opened.
     [[nodiscard]] const std::vector<LogChange>& GetChangesAtOpening() const;
 
-    /// Why Append refuses until Discard: the file holds changes to another content of the log. Empty where it does not.
+    /// Why Append refuses until Discard: the file holds changes to another content of the log, or cannot be read. Empty
+    /// where it does not.
     [[nodiscard]] const std::string& GetRefusal() const;
 
     /// Adds one line; `after` is the log once the change is made. Throws std::runtime_error with one sentence where it
@@ -43,8 +44,10 @@ public:
 
     /// What a journal holds.
     struct Contents {
-        /// Empty as well where a log of the same or a newer version holds their result already.
+        /// Empty as well where the log itself, or a newer version written since, holds their result already.
         std::vector<LogChange> changes;
+        /// The changes in their place where they were made to another content of the log than there is now.
+        std::vector<LogChange> foreignChanges;
         /// Sentences about what was left out: a torn last line, changes to another content of the log.
         std::vector<std::string> problems;
     };

@@ -18,6 +18,10 @@ namespace CL {
 /// std::logic_error for an event that is not an edit.
 [[nodiscard]] std::string DescribeValue(const cmn::TavoEvent& edit);
 
+/// "C, Vamp": one text for two markers of one place, as a display names one there. A part that is there already is not
+/// added.
+[[nodiscard]] std::string JoinMarkerTexts(const std::string& there, const std::string& added);
+
 /// "1/8", "3/16": a length in thirty-second notes as a fraction of a whole note.
 [[nodiscard]] std::string DescribeNoteLength(int thirtySeconds);
 

@@ -63,6 +63,7 @@ public:
     // held log and, where there is a journal, on the disk. Another change log that has taken its place since the object
     // was made is not edited: std::runtime_error. They block on the disk only where there is a journal.
 
+    /// A marker at the tick of another is joined to it: they become one, "C, Vamp".
     void Add(const std::string& songNumber, const AnyEdit& edit);
     /// The edit `from` becomes `to`, of the same kind or another.
     void Change(const std::string& songNumber, const AnyEdit& from, const AnyEdit& to);

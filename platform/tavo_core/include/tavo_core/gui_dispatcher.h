@@ -33,6 +33,7 @@ enum class GuiNotificationType : std::uint8_t {
 /// "Playhead", "BarBeat", ... as the enumerators are spelt.
 [[nodiscard]] const char* GuiNotificationName(GuiNotificationType type);
 
+/// One thing that a display is told. Which of the values mean something depends on the type.
 struct GuiNotification {
     GuiNotificationType type = GuiNotificationType::Playhead;
     int number = 0;

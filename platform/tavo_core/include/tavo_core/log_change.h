@@ -24,6 +24,7 @@ using AnyEdit =
 
 /// What changes in one song.
 struct SongChange {
+    /// What follows the song, before the change and after it.
     struct Attacca {
         unsigned char before = AttaccaNormal;
         unsigned char after = AttaccaNormal;

@@ -40,6 +40,9 @@ public:
 class MidiInput {
 public:
     virtual ~MidiInput() = default;
+    /// False once the connection is gone, whether or not the port is there: as after its device was pulled out and put
+    /// in again before anybody looked. Any thread.
+    [[nodiscard]] virtual bool IsConnected() { return true; }
 };
 
 /// An open connection to another program's or a device's port. Thread-safe.
@@ -48,6 +51,11 @@ public:
     virtual ~MidiOutput() = default;
     /// Sends one whole message as soon as possible. False if it could not be taken.
     virtual bool Send(std::span<const unsigned char> message) = 0;
+    /// Blocks until everything that Send took has left, and every order of RunTimeCode whose moment has come, as far as
+    /// the system acknowledges it. False if it has not left in time or never will.
+    virtual bool WaitUntilSent() { return true; }
+    /// As MidiInput's.
+    [[nodiscard]] virtual bool IsConnected() { return true; }
     /// Sends time code by itself, each message on its sample. False: it cannot, or has no room for the order.
     virtual bool RunTimeCode(const TimeCodeOrder&) { return false; }
     /// Whether RunTimeCode is to be used: constant for an output.
@@ -112,9 +120,9 @@ void SetMidiPorts(std::shared_ptr<MidiPorts> ports);
 /// some seconds. Thread-safe.
 [[nodiscard]] std::string GetMidiSystemName();
 
-/// Sends one whole message to the port of that name and blocks for some 50 ms, until it has left; nobody else has to
-/// wait for it meanwhile. Throws std::runtime_error with a sentence if there is no such port or it takes nothing.
-/// Thread-safe.
+/// Sends one whole message to the port of that name and blocks until it has left (MidiOutput::WaitUntilSent), for a few
+/// of a JACK server's periods; nobody else has to wait for it meanwhile. Throws std::runtime_error with a sentence if
+/// there is no such port, it takes nothing, or the message does not leave. Thread-safe.
 void SendMidiMessage(const std::string& destinationName, std::span<const unsigned char> message);
 
 /// A chosen port came or went.

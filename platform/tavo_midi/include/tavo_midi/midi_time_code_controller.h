@@ -43,7 +43,8 @@ public:
     /// Opens the chosen output, now or when it comes; where the music moves, time code goes on from there. May block
     /// for some seconds where the MIDI system does not answer.
     void ActivateMidiTimeCode();
-    /// Closes the output. Blocks as Activate does.
+    /// Closes the output, which has had a full frame of the place where time code was if it ran. Blocks as Activate
+    /// does.
     void CancelMidiTimeCode();
     [[nodiscard]] bool GetIsActive() const;
     [[nodiscard]] FrameRate GetFrameRate() const;
@@ -85,7 +86,7 @@ public:
     void Stop(std::chrono::nanoseconds position, TimeCodeMoment when = {});
     void Jump(std::chrono::nanoseconds from, std::chrono::nanoseconds to, TimeCodeMoment when = {});
 
-    /// Tells the sending thread to finish and returns at once; nothing is sent any more.
+    /// Has time code stop with a full frame if it runs, and returns at once; nothing else is sent any more.
     void PrepareForExit();
     /// PrepareForExit, then ends the sending thread, for which it waits, and closes the output.
     void Shutdown();

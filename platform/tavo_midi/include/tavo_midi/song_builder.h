@@ -22,6 +22,17 @@ struct BarLabel {
     bool operator==(const BarLabel&) const = default;
 };
 
+/// A tempo that the file does not give, or gives differently.
+struct SongTempo {
+    std::uint32_t tick = 0;
+    /// 1 to 16777215, as a Standard MIDI File can say it.
+    std::uint32_t microsecondsPerQuarter = 500000;
+    /// Nobody has given it as a number: it was taken from words, or is what is usual.
+    bool isGuessed = false;
+
+    bool operator==(const SongTempo&) const = default;
+};
+
 /// What a Standard MIDI File does not say about the song that it holds.
 struct SongOptions {
     std::string number;
@@ -39,6 +50,8 @@ struct SongOptions {
     std::vector<BarLabel> barLabels;
     /// Ascending by tick.
     std::vector<TL::PageNum> pages;
+    /// Ascending by tick. Where there are any, those of the file are not used.
+    std::vector<SongTempo> tempos;
 };
 
 /// A song has fewer beats than this.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -22,6 +23,14 @@ struct MidiEvent {
     std::uint8_t port = 0;
 
     bool operator==(const MidiEvent&) const = default;
+};
+
+/// What one player has in a song: a named track of its file. A plain value.
+struct SongPart {
+    std::string name;
+    std::vector<std::uint8_t> channels;  ///< that its events use, over all ports, 16 each; ascending
+
+    bool operator==(const SongPart&) const = default;
 };
 
 /// One song of a show: its timeline and its music. A value; not thread-safe.
@@ -66,9 +75,20 @@ public:
     /// By index.
     void SetSysex(std::vector<std::vector<std::uint8_t>> messages) { sysex_ = std::move(messages); }
 
+    /// In the order of the file's tracks; those without a name or an event are left out.
+    [[nodiscard]] const std::vector<SongPart>& GetParts() const { return parts_; }
+    void SetParts(std::vector<SongPart> parts) { parts_ = std::move(parts); }
+
     /// The markers written in the music itself, as a first change log takes them over.
     [[nodiscard]] const std::vector<CL::Marker>& GetScoreMarkers() const { return scoreMarkers_; }
     void SetScoreMarkers(std::vector<CL::Marker> markers) { scoreMarkers_ = std::move(markers); }
+
+    /// Whether the tempo of the timeline that begins at this tick was guessed when the song was imported.
+    [[nodiscard]] bool IsGuessedTempo(unsigned int tick) const {
+        return std::binary_search(guessedTempos_.begin(), guessedTempos_.end(), tick);
+    }
+    /// Their ticks, ascending.
+    void SetGuessedTempos(std::vector<unsigned int> ticks) { guessedTempos_ = std::move(ticks); }
 
     /// The song's Standard MIDI File as it is packed into the show; empty for a song that was not read from one.
     [[nodiscard]] const std::string& GetSmfName() const { return smfName_; }
@@ -81,7 +101,9 @@ private:
     unsigned int musicEndTick_ = 0;
     std::vector<MidiEvent> events_;
     std::vector<std::vector<std::uint8_t>> sysex_;
+    std::vector<SongPart> parts_;
     std::vector<CL::Marker> scoreMarkers_;
+    std::vector<unsigned int> guessedTempos_;
     std::string smfName_;
 };
 

@@ -42,6 +42,8 @@ public:
     bool Next(std::int64_t from, std::int64_t end, TimeCodeMessage& message);
     /// The moment of the next message or order, or Never.
     [[nodiscard]] std::int64_t GetNextAt() const;
+    /// Orders whose moment is at or before `now` and whose full frame has not been given out yet.
+    [[nodiscard]] std::size_t CountDue(std::int64_t now) const;
 
 private:
     [[nodiscard]] std::int64_t GetQuarterAt_() const;

@@ -26,6 +26,12 @@ void NoteClosed();
 /// A client was told that its server has died.
 void NoteServerDied();
 
+/// Whether libjack has missed that another program left the server while a client was opened here (jackd 1.9.21 and
+/// before): whoever takes that program's place is never woken by this process, and a server that waits for its clients
+/// then stands still for all of them. To be asked within AskJack once the client is active; when all of the process's
+/// clients have been closed it is over. Blocks for less than a millisecond.
+[[nodiscard]] bool HasMissedALeaver();
+
 }  // namespace jack_clients
 
 }  // namespace tavo_midi_io

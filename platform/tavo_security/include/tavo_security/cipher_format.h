@@ -42,6 +42,7 @@ inline constexpr std::uint32_t MaxChunksPerSegment = 1024;
 
 inline constexpr std::size_t CipherHeaderBytes = 76;
 
+/// What an enciphered file begins with, before its first chunk.
 struct CipherHeader {
     CipherOptions options;
     std::array<std::uint8_t, 16> salt{};

@@ -1,0 +1,95 @@
+// `stage play --web` and `stage passcode` as programs.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/live/live_program.h"
+#include "tests/stage/small_show.h"
+#include "tests/web/web_client.h"
+
+namespace {
+
+using test_support::Get;
+using test_support::LiveProgram;
+using test_support::RunStage;
+using testing::HasSubstr;
+
+class PlayWeb : public test_support::SmallShow {
+protected:
+    void SetUp() override {
+        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
+    }
+    static std::uint16_t FindPort(LiveProgram& play) {
+        const std::string sentence = play.WaitFor("message")["sentence"];
+        EXPECT_THAT(sentence, HasSubstr("The page is at http://127.0.0.1:"));
+        return static_cast<std::uint16_t>(std::stoi(sentence.substr(sentence.rfind(':') + 1)));
+    }
+};
+
+TEST_F(PlayWeb, PageOfAPerformance_IsServedUntilItEnds) {
+    LiveProgram play({Show(), "--output", "null", "--no-take", "--web", "127.0.0.1:0"});
+    const std::uint16_t port = FindPort(play);
+    EXPECT_EQ(200, Get(port, "/").status);
+    test_support::Socket client(port);
+    EXPECT_EQ("Evening", client.Next()["show"]["title"]);
+    EXPECT_EQ(200, test_support::Post(port, "/api/play").status);
+    EXPECT_EQ("page", play.WaitFor("press", {{"press", "play"}})["door"]);
+    client.Send({{"type", "press"}, {"line", "quit"}});
+    play.WaitFor("end");
+    EXPECT_EQ(1001, client.WaitForClose());
+}
+
+TEST_F(PlayWeb, PortIsTaken_IsAnErrorWhereAskedForAndASentenceWhereNot) {
+    LiveProgram play({Show(), "--output", "null", "--no-take", "--web", "127.0.0.1:0"});
+    const std::string address = "127.0.0.1:" + std::to_string(FindPort(play));
+    const auto asked = RunStage({"play", Show(), "--output", "null", "--no-take", "--headless", "--web", address});
+    EXPECT_EQ(1, asked.exitCode);
+    EXPECT_THAT(asked.err, HasSubstr(address + " is used by another program"));
+    play.Quit();
+    // Whether another performance of this machine or this one has the port.
+    LiveProgram first({Show(), "--output", "null", "--no-take", "--locked"});
+    first.WaitFor("ready");
+    LiveProgram second({Show(), "--output", "null", "--no-take", "--locked"});
+    EXPECT_THAT(second.WaitFor("message")["sentence"].get<std::string>(),
+                HasSubstr("The page is not served: 127.0.0.1:7480"));
+    second.Press("play");
+    second.WaitFor("started");
+    second.Quit();
+    first.Quit();
+}
+
+TEST_F(PlayWeb, PageIsOff_NothingIsServedOrSaid) {
+    LiveProgram play({Show(), "--output", "null", "--no-take", "--web", "off"});
+    const auto first = play.WaitFor("ready");
+    EXPECT_FALSE(first.is_null());
+    play.Quit();
+}
+
+TEST_F(PlayWeb, OtherAddresses_NeedAPasscode) {
+    const auto without =
+        RunStage({"play", Show(), "--output", "null", "--no-take", "--headless", "--web", "0.0.0.0:0"});
+    EXPECT_EQ(1, without.exitCode);
+    EXPECT_THAT(without.err, HasSubstr("only with a passcode"));
+    const auto wrong =
+        RunStage({"play", Show(), "--output", "null", "--no-take", "--headless", "--web", "stage.local"});
+    EXPECT_EQ(1, wrong.exitCode);
+    EXPECT_THAT(wrong.err, HasSubstr("\"stage.local\" is not an address with a port"));
+
+    test_support::WriteAll(directory_ / "passcode", "conductor\n");
+    const auto set = test_support::RunProgram(
+        {"/bin/sh", "-c",
+         std::string(STAGE_BINARY) + " passcode " + Show() + " operate <" + (directory_ / "passcode")});
+    EXPECT_EQ(0, set.exitCode) << set.err;
+    EXPECT_THAT(RunStage({"passcode", Show()}).out, HasSubstr("operate  has a passcode\n"));
+    LiveProgram play({Show(), "--output", "null", "--no-take", "--web", "0.0.0.0:0"});
+    const std::string sentence = play.WaitFor("message")["sentence"];
+    const auto port = static_cast<std::uint16_t>(std::stoi(sentence.substr(sentence.rfind(':') + 1)));
+    EXPECT_EQ(401, Get(port, "/api/state").status);
+    const auto logIn = test_support::Post(port, "/api/login", {{"passcode", "conductor"}});
+    EXPECT_EQ("operate", logIn.AsJson()["role"]);
+    play.Quit();
+    EXPECT_EQ(0, RunStage({"passcode", Show(), "operate", "--remove"}).exitCode);
+    EXPECT_EQ(1, RunStage({"passcode", Show(), "operate", "--remove"}).exitCode);
+}
+
+}  // namespace
