@@ -6,18 +6,23 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "kit/path.h"
+#include "kit/words.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/play_account.h"
 #include "stage/cli/play_headless.h"
 #include "stage/cli/play_terminal.h"
+#include "stage/cli/score_passphrase.h"
 #include "stage/control/take.h"
 #include "stage/engine/data_directories.h"
 #include "stage/live/live_show.h"
 #include "stage/live/real_time.h"
 #include "stage/osc/osc_cues.h"
 #include "stage/osc/osc_door.h"
+#include "stage/pages/page_package.h"
 #include "stage/show/settings.h"
 #include "stage/show/show_directory.h"
 #include "stage/web/show_page.h"
@@ -36,8 +41,10 @@ struct PlayWords {
     std::string whenLost = "hold";
     std::string soundFontPath;
     std::string web;
+    stage::WebCertificate webCertificate;
     std::string webFiles;
     std::string engraver;
+    std::string passphraseFile;
     std::string osc;
     std::uint32_t framesPerSecond = 48000;
     std::uint32_t periodFrames = 128;
@@ -125,10 +132,38 @@ std::string FindEngraver() {
     return share.empty() ? share : share + "/stage/engraver";
 }
 
+/// The images of the score's pages, and why they are not shown; both empty where the show has none.
+struct PageImages {
+    std::unique_ptr<stage::PagePackage> pages;
+    std::string sentence;
+};
+
+/// Whatever is wrong with them, the show goes on without.
+PageImages OpenPageImages(const PlayWords& words) {
+    PageImages images;
+    const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
+    if (directory.scoreName.empty()) {
+        if (!words.passphraseFile.empty()) images.sentence = "The show has no .score file whose pages could be shown.";
+        return images;
+    }
+    if (!ScorePassphrase::IsGiven(words.passphraseFile)) {
+        images.sentence = fmt::format("The pages of {} are not shown: give --passphrase-file FILE or set {}.",
+                                      directory.scoreName, ScorePassphrase::Variable);
+        return images;
+    }
+    try {
+        const ScorePassphrase passphrase(words.passphraseFile);
+        images.pages = std::make_unique<stage::PagePackage>(directory.PathOf(directory.scoreName), passphrase.text);
+    } catch (const std::runtime_error& problem) {
+        images.sentence = fmt::format("The pages of {} are not shown: {}.", directory.scoreName, problem.what());
+    }
+    return images;
+}
+
 /// The show's page, and what is to be said of it.
 struct ServedPage {
     std::unique_ptr<stage::ShowPage> page;
-    std::string sentence;
+    std::vector<std::string> sentences;
 };
 
 /// Where nobody has asked for a certain address the show goes on without a page.
@@ -137,16 +172,21 @@ ServedPage ServePage(stage::LiveShow& show, const PlayWords& words) {
     if (words.web == "off") return served;
     stage::ShowPage::Options options;
     if (!words.web.empty()) options.server.address = stage::ParseWebAddress(words.web);
+    options.server.certificate = words.webCertificate;
     options.version = STAGE_VERSION;
     options.pageDirectory = words.webFiles;
     options.engraverDirectory = words.engraver.empty() ? FindEngraver() : words.engraver;
     options.passcodes = stage::ReadPasscodes(kit::path::Join(words.showPath, stage::WebPasscodes::FileName));
+    PageImages images = OpenPageImages(words);
     try {
-        served.page = std::make_unique<stage::ShowPage>(show, options);
-        served.sentence = fmt::format("The page is at http://{}.", AsText(served.page->GetServer().GetAddress()));
+        served.page = std::make_unique<stage::ShowPage>(show, options, std::move(images.pages));
+        const stage::WebServer& server = served.page->GetServer();
+        served.sentences.push_back(fmt::format("The page is at {}.", server.GetUrl()));
+        if (!server.GetWarning().empty()) served.sentences.push_back(kit::AsSentence(server.GetWarning()));
+        if (!images.sentence.empty()) served.sentences.push_back(images.sentence);
     } catch (const std::runtime_error& problem) {
-        if (!words.web.empty()) throw;
-        served.sentence = fmt::format("The page is not served: {}.", problem.what());
+        if (!words.web.empty() || !words.webCertificate.IsEmpty()) throw;
+        served.sentences.push_back(fmt::format("The page is not served: {}.", problem.what()));
     }
     return served;
 }
@@ -154,8 +194,9 @@ ServedPage ServePage(stage::LiveShow& show, const PlayWords& words) {
 /// `door` is one of the three ways in which a person or a program meets the show.
 template <class PlayDoor>
 void RunThrough(stage::LiveShow& show, PlayDoor& door, const PlayWords& words, const std::optional<stage::Take>& broken,
-                const std::string& pageSentence) {
-    if (!pageSentence.empty()) door.OnMessage(pageSentence);
+                const std::vector<std::string>& sentences) {
+    for (const std::string& sentence : sentences)
+        door.OnMessage(sentence);
     if (const std::string problem = stage::LockMemory(); !problem.empty()) door.OnMessage(problem);
     if (words.resumes && broken) {
         show.Resume(*broken);
@@ -186,13 +227,13 @@ std::string Perform(const PlayWords& words) {
     const stage::OscDoor osc(show, settings.osc, cues);
     if (words.isHeadless) {
         PlayHeadless headless(show, words.printsBeats);
-        RunThrough(show, headless, words, broken, served.sentence);
+        RunThrough(show, headless, words, broken, served.sentences);
     } else if (stage::ScreenTerminal::IsAvailable()) {
         PlayTerminal terminal(show);
-        RunThrough(show, terminal, words, broken, served.sentence);
+        RunThrough(show, terminal, words, broken, served.sentences);
     } else {
         PlayAccount account(show);
-        RunThrough(show, account, words, broken, served.sentence);
+        RunThrough(show, account, words, broken, served.sentences);
     }
     return show.GetTakePath();
 }
@@ -203,6 +244,8 @@ void Play(const PlayWords& words) {
         return;
     }
     if (words.showPath.empty()) throw stage::UsageError("SHOW is missing");
+    if (words.webCertificate.path.empty() != words.webCertificate.keyPath.empty())
+        throw stage::UsageError("--web-certificate FILE and --web-key FILE belong together: give both");
     const std::string takePath = Perform(words);
     if (words.isHeadless) return PlayHeadless::PrintEnd();
     std::cout << "The show has ended" << (takePath.empty() ? "." : "; its take is " + takePath) << std::endl;
@@ -256,12 +299,27 @@ void AddPlayCommand(CLI::App& app, int& /*exitCode*/) {
         ->add_option("--web", words->web,
                      "Where the page is served: ADDRESS:PORT, or off; 127.0.0.1:7480 without it, where that is free")
         ->type_name("WHERE");
+    command
+        ->add_option("--web-certificate", words->webCertificate.path,
+                     "Serve the page by https with this certificate, and those that it hangs on, in PEM form")
+        ->type_name("FILE");
+    command
+        ->add_option("--web-key", words->webCertificate.keyPath,
+                     "The certificate's private key in PEM form, without a passphrase")
+        ->type_name("FILE");
     command->add_option("--web-files", words->webFiles, "Serve the page's files from this directory")
         ->type_name("DIRECTORY")
         ->group("");
     command->add_option("--engraver", words->engraver, "Where the page's engraver of scores is installed")
         ->type_name("DIRECTORY")
         ->group("");
+    command
+        ->add_option(
+            "--passphrase-file", words->passphraseFile,
+            fmt::format("A file that holds the passphrase of the .score file, whose pages are then shown on the "
+                        "page; without it {} does",
+                        ScorePassphrase::Variable))
+        ->type_name("FILE");
     command
         ->add_option("--osc", words->osc,
                      "Where OSC is taken: a port, an address and a port, or off; without it as settings.json says")

@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -8,15 +7,13 @@
 #include "kit/path.h"
 #include "stage/cli/commands.h"
 #include "stage/cli/progress.h"
+#include "stage/cli/score_passphrase.h"
 #include "stage/cli/text_table.h"
 #include "stage/pages/page_packer.h"
 #include "stage/show/show_directory.h"
 #include "stage/words/value_checks.h"
 
 namespace {
-
-constexpr const char* PassphraseVariable = "TAVO_SCORE_PASSPHRASE";
-constexpr std::uintmax_t LongestPassphrase = 4096;
 
 struct ScoreWords {
     std::string showPath;
@@ -28,32 +25,10 @@ struct ScoreWords {
     std::string outPath;
 };
 
-/// A passphrase that is overwritten at the end of its scope.
-struct Passphrase {
-    explicit Passphrase(const std::string& file) {
-        if (const char* const variable = std::getenv(PassphraseVariable); !file.empty()) {
-            text = kit::ReadFile(file, LongestPassphrase);
-            if (text.ends_with('\n')) text.pop_back();
-            if (text.ends_with('\r')) text.pop_back();
-        } else if (variable != nullptr) {
-            text = variable;
-        } else {
-            throw std::runtime_error(fmt::format(
-                "the score's passphrase is missing: give --passphrase-file FILE or set {}", PassphraseVariable));
-        }
-        if (text.empty()) throw std::runtime_error("the score's passphrase is empty");
-    }
-    ~Passphrase() { tavo_sec::Wipe(text); }
-    Passphrase(const Passphrase&) = delete;
-    Passphrase& operator=(const Passphrase&) = delete;
-
-    std::string text;
-};
-
 stage::PagePackage OpenPackage(const stage::ShowDirectory& directory, const ScoreWords& words) {
     if (directory.scoreName.empty())
         throw std::runtime_error(fmt::format("the show \"{}\" has no .score file", directory.path));
-    const Passphrase passphrase(words.passphraseFile);
+    const ScorePassphrase passphrase(words.passphraseFile);
     return {directory.PathOf(directory.scoreName), passphrase.text};
 }
 
@@ -66,7 +41,7 @@ void PrintComparison(const std::vector<stage::ScorePage>& pages,
 void Pack(ScoreWords& words, bool hasFirstNumber) {
     const stage::ShowDirectory directory = stage::ScanShowDirectory(words.showPath);
     const tavo_midi::ShowData show(directory.ShowDataPath());
-    const Passphrase passphrase(words.passphraseFile);
+    const ScorePassphrase passphrase(words.passphraseFile);
     stage::PagePackRequest& request = words.pack;
     request.scorePath = directory.PathOf(kit::path::basename_no_ext(directory.showDataName) + ".score");
     request.existing = words.replace ? kit::ExistingFile::Replace : kit::ExistingFile::Keep;
@@ -133,7 +108,7 @@ CLI::App* AddOperation(CLI::App& score, const char* name, const char* help, Scor
     operation->add_option("SHOW", words.showPath, "The show directory")->required();
     operation
         ->add_option("--passphrase-file", words.passphraseFile,
-                     fmt::format("A file that holds the passphrase; without it {} does", PassphraseVariable))
+                     fmt::format("A file that holds the passphrase; without it {} does", ScorePassphrase::Variable))
         ->type_name("FILE");
     return operation;
 }

@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
+#include "kit/words.h"
 #include "stage/control/command.h"
 #include "stage/import/source_scores.h"
 #include "stage/picture/song_picture.h"
@@ -27,14 +29,8 @@ std::string AsBody(const AnswerJson& json) {
     return json.dump(-1, ' ', false, AnswerJson::error_handler_t::replace);
 }
 
-/// With a capital and a full stop.
-std::string AsSentence(std::string words) {
-    if (!words.empty() && words[0] >= 'a' && words[0] <= 'z') words[0] = static_cast<char>(words[0] - 'a' + 'A');
-    return words + ".";
-}
-
 WebAnswer Refuse(unsigned int status, const std::string& words) {
-    return {status, "application/json", AsBody({{"sentence", AsSentence(words)}})};
+    return {status, "application/json", AsBody({{"sentence", kit::AsSentence(words)}})};
 }
 
 std::string MakeVerbs() {
@@ -51,8 +47,13 @@ std::string MakeVerbs() {
 
 }  // namespace
 
-ShowAnswers::ShowAnswers(const tavo_midi::ShowData& show, std::string showPath, bool isLocked, Settings settings)
-    : show_(show), showPath_(std::move(showPath)), settings_(std::move(settings)), showJson_(MakeShow_(isLocked)) {}
+ShowAnswers::ShowAnswers(const tavo_midi::ShowData& show, std::string showPath, bool isLocked, Settings settings,
+                         std::unique_ptr<PagePackage> pages)
+    : show_(show),
+      showPath_(std::move(showPath)),
+      settings_(std::move(settings)),
+      pages_(std::move(pages)),
+      showJson_(MakeShow_(isLocked)) {}
 
 void ShowAnswers::SetLog(std::shared_ptr<const CL::ChangeLog> log, std::string logName) {
     const std::lock_guard lock(mutex_);
@@ -79,9 +80,17 @@ std::string ShowAnswers::MakeShow_(bool isLocked) const {
                          {"seconds", GetWrittenSeconds(song)},
                          {"pages", song.GetTimeline().GetPageNums().size()},
                          {"score", !FindSourceScore(showPath_, song.GetSongNumber()).empty()}});
+    AnswerJson images = AnswerJson::array();
+    if (pages_ != nullptr) {
+        for (const ScorePage& page : pages_->GetPages())
+            images.push_back(page.number);
+    }
     const ShowDirectory directory = ScanShowDirectory(showPath_);
-    return AsBody(
-        {{"title", show_.GetTitle()}, {"name", directory.showDataName}, {"locked", isLocked}, {"songs", songs}});
+    return AsBody({{"title", show_.GetTitle()},
+                   {"name", directory.showDataName},
+                   {"locked", isLocked},
+                   {"songs", songs},
+                   {"pageImages", images}});
 }
 
 WebAnswer ShowAnswers::Answer(const WebRequest& request) {
@@ -99,6 +108,7 @@ WebAnswer ShowAnswers::Answer(const WebRequest& request) {
             return {200, "application/json", now.state == nullptr ? "{}" : *now.state};
         }
         if (parts.size() >= 3 && word == "song") return AnswerSong_(parts);
+        if (parts.size() == 3 && word == "page") return AnswerPage_(parts[2]);
     } catch (const std::out_of_range& unknown) {
         return Refuse(404, unknown.what());
     } catch (const std::invalid_argument& wrong) {
@@ -121,6 +131,16 @@ WebAnswer ShowAnswers::AnswerSong_(const std::vector<std::string>& parts) {
     return Refuse(404, "there is nothing at this address");
 }
 
+WebAnswer ShowAnswers::AnswerPage_(const std::string& number) {
+    std::uint32_t wanted = 0;
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), wanted);
+    if (error != std::errc() || end != number.data() + number.size())
+        return Refuse(400, fmt::format("{} is not the number of a page", kit::Quote(number)));
+    if (pages_ == nullptr) return Refuse(404, "no images of the score's pages are shown");
+    const ScorePage& page = pages_->GetPage(wanted);
+    return {200, std::string(GetMediaType(page.type)), pages_->ReadPage(wanted)};
+}
+
 // The ids are those by which an edit that is typed now would find its edits.
 std::string ShowAnswers::MakeSong_(const tavo_midi::SongData& song) {
     const Now now = GetNow_();
@@ -128,7 +148,7 @@ std::string ShowAnswers::MakeSong_(const tavo_midi::SongData& song) {
     AnswerJson json = MakeSongJson(song, songLog);
     json["warnings"] = AnswerJson::array();
     for (std::string& problem : FindSongProblems(show_, song, songLog, showPath_, &settings_))
-        json["warnings"].push_back(AsSentence(std::move(problem)));
+        json["warnings"].push_back(kit::AsSentence(std::move(problem)));
     if (idsOf_ != now.logName) {
         ids_ = EditIds::Read(ScanShowDirectory(showPath_), now.logName);
         idsOf_ = now.logName;

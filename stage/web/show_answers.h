@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "stage/pages/page_package.h"
 #include "stage/show/edit_ids.h"
 #include "stage/show/settings.h"
 #include "stage/web/web_server.h"
@@ -17,8 +18,10 @@ namespace stage {
 /// thread, may compute for a good part of a second and wait for the disk; the rest is thread-safe.
 class ShowAnswers {
 public:
-    /// `show` outlives the object; the cues of its edits are looked for in `settings`.
-    ShowAnswers(const tavo_midi::ShowData& show, std::string showPath, bool isLocked, Settings settings);
+    /// `show` outlives the object; the cues of its edits are looked for in `settings`. `pages` are the images of the
+    /// score's pages, null where there are none; the object is their only user.
+    ShowAnswers(const tavo_midi::ShowData& show, std::string showPath, bool isLocked, Settings settings,
+                std::unique_ptr<PagePackage> pages = nullptr);
 
     /// The edits from now on, and the bare name of the log that they were read from or saved as last.
     void SetLog(std::shared_ptr<const CL::ChangeLog> log, std::string logName);
@@ -38,6 +41,7 @@ private:
     [[nodiscard]] Now GetNow_() const;
     [[nodiscard]] std::string MakeShow_(bool isLocked) const;
     [[nodiscard]] WebAnswer AnswerSong_(const std::vector<std::string>& parts);
+    [[nodiscard]] WebAnswer AnswerPage_(const std::string& number);
     [[nodiscard]] std::string MakeSong_(const tavo_midi::SongData& song);
     [[nodiscard]] std::string MakeVersions_() const;
     [[nodiscard]] std::string MakeDifference_(const std::string& from, const std::string& to) const;
@@ -47,6 +51,7 @@ private:
     const tavo_midi::ShowData& show_;
     const std::string showPath_;
     const Settings settings_;
+    const std::unique_ptr<PagePackage> pages_;  // null, or used by the thread that answers
     const std::string showJson_;
 
     mutable std::mutex mutex_;

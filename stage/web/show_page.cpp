@@ -92,7 +92,7 @@ bool IsMoving(const LiveStatus& status) {
 
 }  // namespace
 
-ShowPage::ShowPage(LiveShow& show, const Options& options)
+ShowPage::ShowPage(LiveShow& show, const Options& options, std::unique_ptr<PagePackage> pageImages)
     : show_(show),
       options_(options),
       files_(options.pageDirectory.empty() ? PageFiles() : PageFiles(options.pageDirectory)),
@@ -100,8 +100,9 @@ ShowPage::ShowPage(LiveShow& show, const Options& options)
       run_(MakeRunName()),
       json_(show.GetSession().GetShow(), show.GetSession().GetOptions().framesPerSecond),
       answers_(show.GetSession().GetShow(), show.GetSession().GetShowDirectory(), show.IsLocked(),
-               show.GetSession().GetSettings()),
-      access_(options.passcodes, IsLoopback(options.server.address)),
+               show.GetSession().GetSettings(), std::move(pageImages)),
+      access_(options.passcodes, IsLoopback(options.server.address),
+              options.server.certificate.IsEmpty() ? WebAccess::Scheme::Http : WebAccess::Scheme::Https),
       server_(options.server, *this, access_, files_) {
     show_.AddListener(*this);
     LookAtState_();

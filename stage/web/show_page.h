@@ -37,8 +37,9 @@ public:
         std::chrono::milliseconds interval{50};
     };
 
-    /// Serves. `show` outlives the object. Throws as WebServer and WebAccess do.
-    ShowPage(LiveShow& show, const Options& options);
+    /// Serves. `show` outlives the object. `pageImages` are those of the score, null where none are shown. Throws as
+    /// WebServer and WebAccess do.
+    ShowPage(LiveShow& show, const Options& options, std::unique_ptr<PagePackage> pageImages = nullptr);
     ~ShowPage();
     ShowPage(const ShowPage&) = delete;
     ShowPage& operator=(const ShowPage&) = delete;

@@ -184,8 +184,8 @@ void LoginGuard::NoteFailure(const std::string& address, Moment now) {
 
 // Access.
 
-WebAccess::WebAccess(WebPasscodes passcodes, bool isLoopback)
-    : passcodes_(std::move(passcodes)), isLoopback_(isLoopback), hostName_(LowerCase(GetHostName())) {
+WebAccess::WebAccess(WebPasscodes passcodes, bool isLoopback, Scheme scheme)
+    : passcodes_(std::move(passcodes)), isLoopback_(isLoopback), scheme_(scheme), hostName_(LowerCase(GetHostName())) {
     RequireSodium();
     if (passcodes_.IsEmpty() && !isLoopback_)
         throw std::runtime_error(
@@ -202,7 +202,7 @@ std::string WebAccess::FindProblem(std::string_view host, std::string_view origi
                            name.substr(0, 100));
     if (origin.empty()) return "";
     // What a browser adds to every request that another page may have caused.
-    if (LowerCase(origin) == "http://" + LowerCase(host)) return "";
+    if (LowerCase(origin) == (scheme_ == Scheme::Https ? "https://" : "http://") + LowerCase(host)) return "";
     return "Requests of pages from elsewhere are refused.";
 }
 

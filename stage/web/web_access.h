@@ -75,8 +75,11 @@ class WebAccess {
 public:
     static constexpr std::chrono::hours TokenLife{24 * 14};
 
+    /// Whether the page comes as it is or enciphered.
+    enum class Scheme : std::uint8_t { Http, Https };
+
     /// `isLoopback`: only programs of this computer reach it, which need no passcode where none is set.
-    WebAccess(WebPasscodes passcodes, bool isLoopback);
+    WebAccess(WebPasscodes passcodes, bool isLoopback, Scheme scheme = Scheme::Http);
 
     [[nodiscard]] bool AsksForPasscode() const { return !passcodes_.IsEmpty(); }
 
@@ -102,6 +105,7 @@ private:
 
     const WebPasscodes passcodes_;
     const bool isLoopback_;
+    const Scheme scheme_;
     const std::string hostName_;
     std::mutex mutex_;
     LoginGuard guard_;  // guarded by mutex_

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "stage/web/web_server_impl.h"
+#include "stage/web/web_stream.h"
 
 namespace stage {
 
@@ -21,7 +22,7 @@ class WebServer::Impl::Client : public std::enable_shared_from_this<Client> {
 public:
     using Request = http::request<http::string_body>;
 
-    Client(Impl& server, beast::tcp_stream stream, std::uint64_t number, WebRole role, std::string address)
+    Client(Impl& server, WebStream stream, std::uint64_t number, WebRole role, std::string address)
         : server_(server),
           number_(number),
           role_(role),
@@ -129,7 +130,7 @@ private:
         try {
             message = ParseClientMessage(text);
         } catch (const std::invalid_argument& wrong) {
-            return Close(websocket::close_code::policy_error, AsReport(wrong.what()));
+            return Close(websocket::close_code::policy_error, kit::AsSentence(wrong.what()));
         }
         if (message.kind == ClientMessage::Kind::Time) {
             const std::string t = message.t.empty() ? "null" : message.t;
@@ -200,7 +201,7 @@ private:
     const std::uint64_t number_;
     const WebRole role_;
     const std::string address_;
-    websocket::stream<beast::tcp_stream> socket_;
+    websocket::stream<WebStream> socket_;
     net::steady_timer deadline_;
     beast::flat_buffer buffer_;
     std::deque<Item> queue_;  // the first one is being written while isWriting_

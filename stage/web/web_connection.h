@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "stage/web/web_server_impl.h"
+#include "stage/web/web_stream.h"
 
 namespace stage {
 
@@ -33,12 +34,25 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
+    void Begin() {
+        if (!server_.IsEnciphered()) return Read();
+        Tcp_().expires_after(Bounds_().header);
+        beast::async_detect_ssl(Tcp_(), buffer_, [self = shared_from_this()](error_code error, bool isTls) {
+            if (error) return self->Close();
+            // Whoever has typed http is told where the page is.
+            if (!isTls) return self->Read();
+            self->stream_.AsyncShakeHands(*self->server_.tls_, self->buffer_, [self](error_code failed) {
+                if (failed) return self->Close();
+                self->Read();
+            });
+        });
+    }
     void Read() {
         parser_.emplace();
         parser_->header_limit(static_cast<std::uint32_t>(Bounds_().headerBytes));
         parser_->body_limit(Bounds_().bodyBytes);
         isFresh_ = !hadRequest_;
-        stream_.expires_after(hadRequest_ ? Bounds_().idle : Bounds_().header);
+        Tcp_().expires_after(hadRequest_ ? Bounds_().idle : Bounds_().header);
         http::async_read_header(stream_, buffer_, *parser_,
                                 [self = shared_from_this()](error_code error, std::size_t) { self->OnHeader_(error); });
     }
@@ -47,8 +61,8 @@ public:
     void Close() {
         isFresh_ = false;
         error_code ignored;
-        stream_.socket().shutdown(tcp::socket::shutdown_both, ignored);
-        stream_.close();
+        Tcp_().socket().shutdown(tcp::socket::shutdown_both, ignored);
+        Tcp_().close();
     }
     void Answer(WebAnswer answer, std::string cookie = {}) {
         auto response = Make_(answer.status, answer.type);
@@ -74,21 +88,22 @@ private:
         const tcp::endpoint peer = socket.remote_endpoint(error);
         return error ? std::string() : peer.address().to_string();
     }
-    static std::string MakePolicy_(std::string_view host) {
+    [[nodiscard]] std::string MakePolicy_(std::string_view host) const {
         // A browser of some age takes 'self' for the page's scheme alone, which the socket's is not.
         return fmt::format(
-            "default-src 'self'; script-src 'self' 'wasm-unsafe-eval'; worker-src 'self'; connect-src 'self' ws://{}; "
+            "default-src 'self'; script-src 'self' 'wasm-unsafe-eval'; worker-src 'self'; connect-src 'self' {}://{}; "
             "img-src 'self' data: blob:; object-src 'none'; base-uri 'none'; form-action 'self'; frame-ancestors "
             "'none'",
-            host);
+            stream_.IsEnciphered() ? "wss" : "ws", host);
     }
 
     [[nodiscard]] const Limits& Bounds_() const { return server_.options_.limits; }
+    [[nodiscard]] beast::tcp_stream& Tcp_() { return stream_.next_layer(); }
 
     void OnHeader_(error_code error) {
         isFresh_ = false;
         if (error) return OnUnread_(error);
-        stream_.expires_after(Bounds_().body);
+        Tcp_().expires_after(Bounds_().body);
         http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](error_code failed, std::size_t) {
             if (failed) return self->OnUnread_(failed);
             self->hadRequest_ = true;
@@ -126,8 +141,9 @@ private:
             target_ = ParseTarget({request.target().data(), request.target().size()});
         } catch (const std::invalid_argument& wrong) {
             keepsAlive_ = false;
-            return Refuse(400, AsReport(wrong.what()));
+            return Refuse(400, kit::AsSentence(wrong.what()));
         }
+        if (server_.IsEnciphered() && !stream_.IsEnciphered()) return SendToHttps_();
         role_ = FindRole_();
         if (websocket::is_upgrade(request)) return OnUpgrade_();
         if (request.method() == http::verb::post) return OnPost_();
@@ -140,6 +156,16 @@ private:
         }
         if (role_ == WebRole::None) return Refuse(401, "A passcode is needed first: POST it to /api/login.");
         AnswerLater_(false);
+    }
+
+    void SendToHttps_() {
+        keepsAlive_ = false;
+        const std::string url = fmt::format("https://{}", host_);
+        auto response = Make_(parser_->get().method() == http::verb::get ? 308 : 426, "application/json");
+        const auto target = parser_->get().target();
+        response->set(http::field::location, url + std::string(target.data(), target.size()));
+        response->body() = MakeSentenceBody(fmt::format("Everything here is enciphered: ask for {}.", url));
+        Send_(std::move(response));
     }
 
     [[nodiscard]] WebRole FindRole_() const {
@@ -173,9 +199,7 @@ private:
             return Refuse(415, "The body must be JSON: send Content-Type: application/json.");
         const std::string& word = target_.parts[1];
         if (word == "login") return OnLogin_();
-        if (word == "logout")
-            return Answer({200, "application/json", "{}"},
-                          fmt::format("{}=; HttpOnly; SameSite=Strict; Path=/; Max-Age=0", server_.cookieName_));
+        if (word == "logout") return Answer({200, "application/json", "{}"}, MakeCookie_("", 0));
         if (role_ == WebRole::None) return Refuse(401, "A passcode is needed first: POST it to /api/login.");
         try {
             WebPress press = server_.site_.ReadPress(word, ParseArguments(request.body()));
@@ -186,13 +210,13 @@ private:
             server_.waiting_[press.tag] = {{}, weak_from_this(), {}};
             isWaiting_ = true;
             // As long as it waits nothing is read from it: its end is seen when it is answered.
-            stream_.expires_never();
+            Tcp_().expires_never();
             held_ = shared_from_this();
             server_.site_.OnPress(press);
         } catch (const std::out_of_range& unknown) {
-            Refuse(404, AsReport(unknown.what()));
+            Refuse(404, kit::AsSentence(unknown.what()));
         } catch (const std::invalid_argument& wrong) {
-            Refuse(400, AsReport(wrong.what()));
+            Refuse(400, kit::AsSentence(wrong.what()));
         }
     }
 
@@ -201,7 +225,7 @@ private:
         try {
             passcode = ParsePasscode(parser_->get().body());
         } catch (const std::invalid_argument& wrong) {
-            return Refuse(400, AsReport(wrong.what()));
+            return Refuse(400, kit::AsSentence(wrong.what()));
         }
         server_.Compute_([self = shared_from_this(), passcode]() mutable {
             WebAccess::Login login = self->server_.access_.LogIn(passcode, self->address_);
@@ -222,9 +246,12 @@ private:
         const nlohmann::json body{{"role", GetRoleName(login.role)}, {"token", login.token}};
         const auto life = std::chrono::duration_cast<std::chrono::seconds>(WebAccess::TokenLife).count();
         Answer({200, "application/json", body.dump()},
-               login.token.empty() ? std::string()
-                                   : fmt::format("{}={}; HttpOnly; SameSite=Strict; Path=/; Max-Age={}",
-                                                 server_.cookieName_, login.token, life));
+               login.token.empty() ? std::string() : MakeCookie_(login.token, life));
+    }
+
+    [[nodiscard]] std::string MakeCookie_(const std::string& value, std::int64_t seconds) const {
+        return fmt::format("{}={}; HttpOnly; SameSite=Strict; {}Path=/; Max-Age={}", server_.cookieName_, value,
+                           stream_.IsEnciphered() ? "Secure; " : "", seconds);
     }
 
     void AnswerLater_(bool isPost) {
@@ -234,7 +261,7 @@ private:
             try {
                 answer = self->server_.site_.Answer(request);
             } catch (const std::exception& problem) {
-                answer = {500, "application/json", MakeSentenceBody(AsReport(problem.what()))};
+                answer = {500, "application/json", MakeSentenceBody(kit::AsSentence(problem.what()))};
             }
             net::io_context& io = self->server_.io_;
             net::post(io, [self = std::move(self), answer = std::move(answer)]() mutable {
@@ -264,7 +291,7 @@ private:
         response->keep_alive(keepsAlive_ && !server_.isShut_);
         response->content_length(response->body().size());
         if (isHead_) response->body().clear();
-        stream_.expires_after(Bounds_().sending);
+        Tcp_().expires_after(Bounds_().sending);
         const auto& sent = *response;
         http::async_write(stream_, sent, [self = shared_from_this(), response](error_code error, std::size_t) {
             if (error) return self->Close();
@@ -275,25 +302,26 @@ private:
 
     // A connection that is closed with something unread loses what was sent last.
     void SayGoodBye_() {
-        error_code ignored;
-        stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
-        stream_.expires_after(std::chrono::seconds(1));
-        Drop_();
+        Tcp_().expires_after(std::chrono::seconds(1));
+        stream_.AsyncEnd([self = shared_from_this()](error_code) {
+            error_code ignored;
+            self->Tcp_().socket().shutdown(tcp::socket::shutdown_send, ignored);
+            self->Drop_();
+        });
     }
     void Drop_() {
         buffer_.clear();
-        stream_.async_read_some(buffer_.prepare(4096),
-                                [self = shared_from_this()](error_code error, std::size_t count) {
-                                    self->dropped_ += count;
-                                    if (error || self->dropped_ > MostDroppedBytes) return self->Close();
-                                    self->Drop_();
-                                });
+        Tcp_().async_read_some(buffer_.prepare(4096), [self = shared_from_this()](error_code error, std::size_t count) {
+            self->dropped_ += count;
+            if (error || self->dropped_ > MostDroppedBytes) return self->Close();
+            self->Drop_();
+        });
     }
 
     Impl& server_;
     std::list<Connection*>::iterator place_;
     const std::string address_;
-    beast::tcp_stream stream_;
+    WebStream stream_;
     beast::flat_buffer buffer_;
     std::optional<http::request_parser<http::string_body>> parser_;
     WebTarget target_;

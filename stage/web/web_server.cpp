@@ -27,7 +27,7 @@ constexpr std::size_t MostRefusals = 64;
 void WebServer::Impl::Connection::OnUpgrade_() {
     if (target_.path != "/ws") return Refuse(404, "The WebSocket is at /ws.");
     if (role_ == WebRole::None) return Refuse(401, "A passcode is needed first: POST it to /api/login.");
-    stream_.expires_never();
+    Tcp_().expires_never();
     const std::uint64_t number = ++server_.lastClient_;
     auto client = std::make_shared<Client>(server_, std::move(stream_), number, role_, address_);
     server_.clients_[number] = client;
@@ -36,6 +36,7 @@ void WebServer::Impl::Connection::OnUpgrade_() {
 
 WebServer::Impl::Impl(const Options& options, WebSite& site, WebAccess& access, const PageFiles& files)
     : options_(options), site_(site), access_(access), files_(files), address_(options.address) {
+    ReadCertificate_();
     Listen_();
     cookieName_ = fmt::format("stage_{}", address_.port);
     Accept_();
@@ -67,6 +68,14 @@ WebServer::Impl::~Impl() {
     jobAdded_.notify_all();
     worker_.join();
     clients_.clear();
+}
+
+void WebServer::Impl::ReadCertificate_() {
+    const WebCertificate& certificate = options_.certificate;
+    if (certificate.IsEmpty()) return;
+    TlsContext context = MakeTlsContext(certificate);
+    warning_ = FindProblemOfDates(context, certificate, std::chrono::system_clock::now());
+    tls_.emplace(context.release());
 }
 
 void WebServer::Impl::Listen_() {
@@ -103,7 +112,7 @@ void WebServer::Impl::Accept_() {
 
 void WebServer::Impl::TakeIn_(tcp::socket socket) {
     if (connectionCount_ >= options_.limits.connections && !MakeRoom_()) return Refuse_(std::move(socket));
-    std::make_shared<Connection>(*this, std::move(socket))->Read();
+    std::make_shared<Connection>(*this, std::move(socket))->Begin();
 }
 
 // Those that were opened and say nothing go first, the oldest before the others.
@@ -116,7 +125,8 @@ bool WebServer::Impl::MakeRoom_() {
 
 void WebServer::Impl::Refuse_(tcp::socket socket) {
     ++refusedCount_;
-    if (refusals_ >= MostRefusals) return;
+    // To shake hands with it first would cost more than what it is refused for.
+    if (IsEnciphered() || refusals_ >= MostRefusals) return;
     ++refusals_;
     static const std::string answer = [] {
         const std::string body = MakeSentenceBody("Too many clients are connected: try again later.");
@@ -259,6 +269,14 @@ WebServer::~WebServer() = default;
 
 const WebAddress& WebServer::GetAddress() const {
     return impl_->GetAddress();
+}
+
+std::string WebServer::GetUrl() const {
+    return fmt::format("{}://{}", impl_->IsEnciphered() ? "https" : "http", AsText(impl_->GetAddress()));
+}
+
+const std::string& WebServer::GetWarning() const {
+    return impl_->GetWarning();
 }
 
 void WebServer::Publish(WebEntry entry) {

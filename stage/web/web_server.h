@@ -10,6 +10,7 @@
 #include "stage/web/page_files.h"
 #include "stage/web/web_access.h"
 #include "stage/web/web_address.h"
+#include "stage/web/web_certificate.h"
 #include "stage/web/web_messages.h"
 
 namespace stage {
@@ -104,11 +105,12 @@ public:
     };
     struct Options {
         WebAddress address;
+        WebCertificate certificate;  ///< with one, everything is enciphered (https, wss)
         Limits limits;
     };
 
     /// Listens. The references outlive the object. Throws WebAddressTaken, and std::runtime_error with one sentence for
-    /// any other address that cannot be used.
+    /// any other address that cannot be used, and for a certificate that cannot.
     WebServer(const Options& options, WebSite& site, WebAccess& access, const PageFiles& files);
     /// Says good-bye to the clients.
     ~WebServer();
@@ -117,6 +119,10 @@ public:
 
     /// With the port that the system has chosen.
     [[nodiscard]] const WebAddress& GetAddress() const;
+    /// What a browser is given: "https://192.168.1.20:7480".
+    [[nodiscard]] std::string GetUrl() const;
+    /// What browsers hold against the certificate, as a sentence without its point; mostly empty.
+    [[nodiscard]] const std::string& GetWarning() const;
     /// Any thread, in the order of the calls; waits for no client.
     void Publish(WebEntry entry);
 

@@ -6,6 +6,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -18,11 +19,13 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "kit/words.h"
 #include "stage/web/web_server.h"
 
 namespace stage {
@@ -38,19 +41,14 @@ inline std::string MakeSentenceBody(const std::string& sentence) {
     return nlohmann::json{{"sentence", sentence}}.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-/// What is thrown as a sentence on its own.
-inline std::string AsReport(std::string sentence) {
-    if (!sentence.empty() && sentence[0] >= 'a' && sentence[0] <= 'z')
-        sentence[0] = static_cast<char>(sentence[0] - 'a' + 'A');
-    return sentence + ".";
-}
-
 class WebServer::Impl {
 public:
     Impl(const Options& options, WebSite& site, WebAccess& access, const PageFiles& files);
     ~Impl();
 
     [[nodiscard]] const WebAddress& GetAddress() const { return address_; }
+    [[nodiscard]] bool IsEnciphered() const { return tls_.has_value(); }
+    [[nodiscard]] const std::string& GetWarning() const { return warning_; }
     void Publish(WebEntry entry);
     [[nodiscard]] Counts GetCounts() const;
 
@@ -67,6 +65,7 @@ private:
         std::string id;
     };
 
+    void ReadCertificate_();
     void Listen_();
     void Accept_();
     void TakeIn_(tcp::socket socket);
@@ -86,6 +85,8 @@ private:
     const PageFiles& files_;
     WebAddress address_;
     std::string cookieName_;
+    std::string warning_;
+    std::optional<net::ssl::context> tls_;  // where everything is enciphered
 
     std::atomic<std::size_t> connectionCount_{0};
     std::atomic<std::size_t> socketCount_{0};

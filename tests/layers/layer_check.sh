@@ -93,7 +93,7 @@ check_part pages 'show'
 check_part picture 'show'
 check_part offline 'show|sounds|engine|control|words|session'
 check_part live 'show|sounds|engine|control|words|session|offline'
-check_part web 'show|sounds|engine|control|words|session|import|picture|offline|live'
+check_part web 'show|sounds|engine|control|words|session|import|pages|picture|offline|live'
 check_part osc 'show|sounds|engine|control|words|session|offline|live'
 check_part cli 'show|sounds|engine|control|words|session|import|pages|picture|offline|live|osc|web'
 # The C library is for programs with devices of their own; its header is for C.

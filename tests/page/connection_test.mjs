@@ -1,7 +1,7 @@
 // The page without the server, and with it again.
 
 import assert from 'node:assert/strict';
-import { copyShow, isConnected, look, openPage, Performance, sees, setPasscode, testShow } from './support.mjs';
+import { copyShow, isConnected, look, makeCertificate, openPage, Performance, sees, setPasscode, testShow } from './support.mjs';
 
 testShow('Server is killed and started again: the page says so, presses nothing, and is whole again by itself', [], async (performance) => {
   const page = await openPage(performance);
@@ -89,3 +89,19 @@ testShow('Every request of the page: goes to the server that it came from', [], 
   assert.deepEqual(page.requested.filter((url) => !url.startsWith(performance.url)), []);
   assert.deepEqual(page.complaints, []);
 });
+
+testShow('Over https: the page runs the show, its cookie is sent enciphered only, and http leads there', makeCertificate(), async (performance) => {
+  const said = await performance.waitFor((event) => event.event === 'message' && /page is at/.test(event.sentence));
+  assert.equal(said.sentence, `The page is at ${performance.url.slice(0, -1)}.`);
+  const page = await openPage(performance, { connects: false });
+  await page.goto(performance.url.replace('https:', 'http:'));
+  const dialog = page.getByRole('dialog', { name: 'Passcode' });
+  await dialog.getByLabel('Passcode').fill('conductor');
+  await page.keyboard.press('Enter');
+  await isConnected(page);
+  assert.equal(page.url().split('#')[0], performance.url);
+  assert.equal((await page.context().cookies())[0].secure, true);
+  await page.keyboard.press(' ');
+  await sees(page, { motion: 'PLAYING' });
+  assert.deepEqual(performance.presses('taken'), ['go']);
+}, {}, copyShowWithPasscode);

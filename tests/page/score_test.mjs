@@ -1,15 +1,17 @@
 // The engraved music: the bar that is marked, what is pencilled over the bars, sheets that turn in time.
 
 import assert from 'node:assert/strict';
-import { existsSync, readdirSync, readFileSync } from 'node:fs';
+import { existsSync, mkdtempSync, readdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import test from 'node:test';
 import { assertAccessible } from './access_test.mjs';
-import { becomesEqual, importScores, openPage, Root, sees, testShow } from './support.mjs';
+import { becomesEqual, importScores, openPage, Root, runStage, sees, testShow, WorkFolder } from './support.mjs';
 
 const Corpus = join(Root, '..', 'shared', 'corpus');
 const Song = join(Corpus, 'show_schubert_muellerin', '01_Das_Wandern.mxl');
 const Engraver = join(process.env.STAGE ?? join(Root, 'build/release/bin/stage'), '..', '..', 'share/stage/engraver/verovio-module.mjs');
+const Passphrase = join(WorkFolder, 'passphrase');
 const obstacle = !existsSync(Song) ? 'the corpus is not here' : !existsSync(Engraver) ? 'the engraver is not installed: scripts/setup-packages does it' : '';
 
 /** Its twenty bars are played twice. */
@@ -174,6 +176,62 @@ testScore('Engraver that is not installed: the score\'s flow is shown, and a sen
   await sees(page, {});
   assert.deepEqual(page.complaints, []);
 });
+
+/** A show of eight bars on four pages, a second a bar, with images of the first three; a vamp leads back from the second page. */
+function makeShowWithPages() {
+  const bar = (number) => `<measure number="${number}">${number % 2 === 1 && number > 1 ? '<print new-page="yes"/>' : ''}${number === 1
+    ? '<attributes><divisions>1</divisions><time><beats>2</beats><beat-type>4</beat-type></time></attributes><sound tempo="120"/>' : ''}
+    <note><pitch><step>C</step><octave>4</octave></pitch><duration>2</duration><type>half</type></note></measure>`;
+  const folder = mkdtempSync(join(tmpdir(), 'page-images-'));
+  const file = join(folder, '1_Printed.musicxml');
+  writeFileSync(file, `<score-partwise version="4.0"><part-list><score-part id="P1"><part-name>Piano</part-name></score-part></part-list>
+    <part id="P1">${[1, 2, 3, 4, 5, 6, 7, 8].map(bar).join('')}</part></score-partwise>`);
+  const show = importScores([file], 'add vamp --song 1 --from 2 --to 4\n');
+  const pages = [1, 2, 3].map((page) => join(folder, `page-${page}.svg`));
+  for (const [index, page] of pages.entries()) {
+    writeFileSync(page, `<svg xmlns="http://www.w3.org/2000/svg" width="${index + 201}" height="297" viewBox="0 0 210 297"><rect width="210" height="297" fill="white"/><text x="60" y="150" font-size="40">Page ${index + 1}</text></svg>`);
+  }
+  writeFileSync(Passphrase, 'a lamp for the ferry\n');
+  runStage('score', 'pack', show, ...pages, '--passphrase-file', Passphrase);
+  rmSync(folder, { recursive: true });
+  return show;
+}
+
+/** Runs in the page: the pages in the two places by their widths, the one that sounds marked. */
+const pagesSeen = (page) => page.evaluate(() => [...document.querySelectorAll('.slot')].map((slot) => {
+  const image = slot.querySelector('img.page-image');
+  const name = image === null ? slot.textContent : String(image.naturalWidth - 200);
+  return slot.classList.contains('is-current') ? `[${name}]` : name;
+}));
+
+testShow('Printed pages: the one that sounds and the one that comes next, back round a vamp and on, and which is missing', ['--passphrase-file', Passphrase], async (performance) => {
+  const page = await openPage(performance, { view: 'score' });
+  await becomesEqual(() => pagesSeen(page), () => ['[1]', '2']);
+  assert.equal(await page.locator('#score-part').inputValue(), 'pages');
+  assert.match(await page.locator('.sheets').getAttribute('aria-label'), /bars 1 to 2 and 3 to 4\. Edits: vamp/);
+  const seek = (bar) => page.locator(`.score .flow [data-bar="${bar}"]`).click();
+  await seek(3);
+  await becomesEqual(() => pagesSeen(page), () => ['1', '[2]']);
+  await page.keyboard.press('Enter');
+  // Round the vamp, and then left: the first page makes room for the third.
+  await performance.waitFor(({ event }) => event === 'jump');
+  await becomesEqual(() => pagesSeen(page), () => ['[1]', '2']);
+  await page.keyboard.press(' ');
+  await becomesEqual(() => pagesSeen(page), () => ['3', '[2]']);
+  await page.keyboard.press('Escape');
+  await becomesEqual(() => pagesSeen(page), () => ['3', '[2]']);
+  await seek(7);
+  await becomesEqual(() => pagesSeen(page), () => ['[There is no image of page 4.]', '2']);
+  await assertAccessible(page, 'printed pages');
+  assert.deepEqual(page.complaints, []);
+
+  // The music is engraved where somebody would rather have that.
+  if (!existsSync(Engraver)) return;
+  await page.locator('#score-part').selectOption('');
+  await page.locator('.slot g.measure').first().waitFor({ state: 'attached' });
+  await page.locator('#score-part').selectOption('pages');
+  await becomesEqual(() => pagesSeen(page), () => ['[There is no image of page 4.]', '']);
+}, {}, makeShowWithPages);
 
 // The long run: whole songs as they are written. It takes as long as they do.
 for (const [folder, name] of [['show_schubert_muellerin', '01_Das_Wandern'], ['show_schubert_muellerin', '03_Halt'], ['show_holmes_melodies', '01_Noel']]) {

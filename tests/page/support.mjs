@@ -30,6 +30,7 @@ export async function findObstacle() {
 }
 
 const work = mkdtempSync(join(tmpdir(), 'page-tests-'));
+export const WorkFolder = work;
 /** What each test has opened and started: {contexts, running}. */
 const belongings = new AsyncLocalStorage();
 const withoutTest = { contexts: new Set(), running: new Set() };
@@ -113,6 +114,13 @@ add marker --song 3 --at 9 --text Bridge
 add marker --song 3 --at 17 --text "Last verse"
 `;
 
+/** Options of a program that shows a certificate which nobody has signed but itself. */
+export function makeCertificate() {
+  const [certificate, key] = ['page.pem', 'page.key'].map((name) => join(work, name));
+  execFileSync('openssl', ['req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1', '-nodes', '-subj', '/CN=pit', '-keyout', key, '-out', certificate], { stdio: 'ignore' });
+  return ['--web-certificate', certificate, '--web-key', key];
+}
+
 let shows = 0;
 let original = null;
 
@@ -182,7 +190,7 @@ export class Performance {
     const performance = new Performance();
     performance.port = port ?? (await findFreePort());
     performance.show = show;
-    performance.url = `http://127.0.0.1:${performance.port}/`;
+    performance.url = `http${options.includes('--web-certificate') ? 's' : ''}://127.0.0.1:${performance.port}/`;
     performance.#start(['play', show, '--headless', '--output', 'null', '--no-take', '--web', `127.0.0.1:${performance.port}`, ...options]);
     const ended = performance.ended.then(() => { throw new Error(`the program has ended: ${performance.errors}`); });
     ended.catch(() => {});
@@ -244,7 +252,7 @@ export class Performance {
 
 /** A page that is open, and connected unless it is not to be waited for. It notes whatever the browser complains of, and every frame of its sockets. */
 export async function openPage(performance, { view = 'perform', theme = 'dark', size = { width: 1280, height: 800 }, connects = true } = {}) {
-  const context = await (await findBrowser()).newContext({ viewport: size });
+  const context = await (await findBrowser()).newContext({ viewport: size, ignoreHTTPSErrors: true });
   own().contexts.add(context);
   await context.addInitScript((name) => localStorage.getItem('stage-theme') ?? localStorage.setItem('stage-theme', name), theme);
   await context.addInitScript(`window.lookAtPage = ${lookAtPage}; (${watchPage})();`);

@@ -78,9 +78,15 @@ std::string FillIn(std::string command, const std::string& take) {
     if (std::count(command.begin(), command.end(), ' ') == 1 && command != "stage devices") return command + " --help";
     if (command == "stage play --locked") command = "stage play myshow --locked";
     if (command.starts_with("stage passcode ")) command += " <secret.txt";
+    // Other computers are served only with a passcode, and the port may be taken.
+    const std::size_t address = command.find("0.0.0.0:7480");
+    if (address != std::string::npos) {
+        command.replace(address, 12, "0.0.0.0:0");
+        command = "{ stage passcode myshow operate <secret.txt >set; " + command + "; }";
+    }
     // The sound goes nowhere, and the performance ends when its input does.
     if (command.find("stage play") != std::string::npos && command.find("--output") == std::string::npos)
-        command += " --output null";
+        command.insert(command.ends_with(" }") ? command.size() - 3 : command.size(), " --output null");
     return command;
 }
 
@@ -130,6 +136,10 @@ TEST_F(DocumentedCommands, EveryOtherOfTheReadmeAndTheDocuments_Works) {
     WriteAll(directory_ / "rehearsal-2.edits", "add marker --song 1 --at 2 --text Here\n");
     WriteAll(directory_ / "secret.txt", "a long enough passphrase\n");
     WriteAll(directory_ / "page1.svg", "<svg xmlns=\"http://www.w3.org/2000/svg\"/>");
+    const ProgramResult certificate =
+        Run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=pit -keyout pit.key "
+            "-out pit.pem");
+    ASSERT_EQ(0, certificate.exitCode) << certificate.err;
     // What a performance of the evening before has left.
     ASSERT_EQ(0, Run("stage play made-show --headless --output null").exitCode);
     const auto takes = std::filesystem::directory_iterator(std::filesystem::path(made) / "takes");

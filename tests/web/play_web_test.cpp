@@ -92,4 +92,54 @@ TEST_F(PlayWeb, OtherAddresses_NeedAPasscode) {
     EXPECT_EQ(1, RunStage({"passcode", Show(), "operate", "--remove"}).exitCode);
 }
 
+TEST_F(PlayWeb, PagesOfTheScore_AreServedWithTheirPassphraseOnly) {
+    const std::string image =
+        R"(<svg xmlns="http://www.w3.org/2000/svg" width="21" height="30"><text>One</text></svg>)";
+    test_support::WriteAll(directory_ / "page-1.svg", image);
+    test_support::WriteAll(directory_ / "right", "harbour\n");
+    test_support::WriteAll(directory_ / "wrong", "market\n");
+    const auto play = [&](const std::string& passphrase) {
+        std::vector<std::string> words{Show(), "--output", "null", "--no-take", "--web", "127.0.0.1:0"};
+        if (!passphrase.empty()) words.insert(words.end(), {"--passphrase-file", directory_ / passphrase});
+        return words;
+    };
+    const auto sentence = [](LiveProgram& program) {
+        return program.WaitFor("message")["sentence"].get<std::string>();
+    };
+    {
+        LiveProgram without(play("right"));
+        FindPort(without);
+        EXPECT_EQ("The show has no .score file whose pages could be shown.", sentence(without));
+        without.Quit();
+    }
+    const auto packed =
+        RunStage({"score", "pack", Show(), directory_ / "page-1.svg", "--passphrase-file", directory_ / "right"});
+    ASSERT_EQ(0, packed.exitCode) << packed.err;
+    {
+        LiveProgram unasked(play(""));
+        FindPort(unasked);
+        EXPECT_THAT(sentence(unasked), testing::EndsWith("give --passphrase-file FILE or set TAVO_SCORE_PASSPHRASE."));
+        unasked.Quit();
+    }
+    {
+        LiveProgram wrong(play("wrong"));
+        const std::uint16_t port = FindPort(wrong);
+        EXPECT_THAT(sentence(wrong), testing::MatchesRegex("The pages of .* are not shown: .*passphrase.*"));
+        EXPECT_EQ(0U, Get(port, "/api/show").AsJson()["pageImages"].size());
+        EXPECT_EQ(404, Get(port, "/api/page/1").status);
+        wrong.Quit();
+    }
+    LiveProgram right(play("right"));
+    const std::uint16_t port = FindPort(right);
+    EXPECT_EQ(test_support::Json({1}), Get(port, "/api/show").AsJson()["pageImages"]);
+    const auto page = Get(port, "/api/page/1");
+    EXPECT_EQ(200, page.status);
+    EXPECT_EQ("image/svg+xml", page.headers.at("content-type"));
+    EXPECT_EQ(image, page.body);
+    EXPECT_EQ(404, Get(port, "/api/page/2").status);
+    EXPECT_EQ("\"one\" is not the number of a page.", Get(port, "/api/page/one").Sentence());
+    EXPECT_EQ(400, Get(port, "/api/page/4294967296").status);
+    right.Quit();
+}
+
 }  // namespace

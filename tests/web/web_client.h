@@ -38,7 +38,7 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         isOpen_ = ::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
-    ~RawConnection() {
+    virtual ~RawConnection() {
         if (socket_ >= 0) ::close(socket_);
     }
     RawConnection(RawConnection&& other) noexcept
@@ -51,7 +51,7 @@ public:
     bool Send(const std::string& bytes) {
         std::size_t sent = 0;
         while (sent < bytes.size()) {
-            const ssize_t count = ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            const ssize_t count = SendSome(bytes.data() + sent, bytes.size() - sent);
             if (count <= 0) return false;
             sent += static_cast<std::size_t>(count);
         }
@@ -60,9 +60,9 @@ public:
     /// Adds what comes to what was read; false at the end of the connection or of the patience.
     bool ReadMore(std::chrono::milliseconds patience = Patience) {
         pollfd input{socket_, POLLIN, 0};
-        if (::poll(&input, 1, static_cast<int>(patience.count())) <= 0) return false;
+        if (!HasReceived() && ::poll(&input, 1, static_cast<int>(patience.count())) <= 0) return false;
         char bytes[16384];
-        const ssize_t count = ::recv(socket_, bytes, sizeof bytes, 0);
+        const ssize_t count = ReceiveSome(bytes, sizeof bytes);
         if (count <= 0) return false;
         read_.append(bytes, static_cast<std::size_t>(count));
         return true;
@@ -96,6 +96,14 @@ public:
         pollfd input{socket_, POLLIN, 0};
         return ::poll(&input, 1, 0) > 0;
     }
+
+protected:
+    virtual ssize_t SendSome(const char* bytes, std::size_t count) {
+        return ::send(socket_, bytes, count, MSG_NOSIGNAL);
+    }
+    virtual ssize_t ReceiveSome(char* bytes, std::size_t most) { return ::recv(socket_, bytes, most, 0); }
+    /// Bytes can be received that the system does not hold any more.
+    [[nodiscard]] virtual bool HasReceived() const { return false; }
 
 private:
     int socket_ = -1;
@@ -132,8 +140,9 @@ inline Response ParseResponse(const std::string& text) {
 
 using Headers = std::map<std::string, std::string>;
 
-inline Response Request(std::uint16_t port, const std::string& method, const std::string& target,
-                        const std::string& body = "", Headers headers = {}) {
+template <class Connection = RawConnection>
+Response Request(std::uint16_t port, const std::string& method, const std::string& target, const std::string& body = "",
+                 Headers headers = {}) {
     headers.emplace("Host", "127.0.0.1:" + std::to_string(port));
     headers.emplace("Connection", "close");
     if (method == "POST") {
@@ -143,7 +152,7 @@ inline Response Request(std::uint16_t port, const std::string& method, const std
     std::string text = method + " " + target + " HTTP/1.1\r\n";
     for (const auto& [name, value] : headers)
         if (!value.empty()) text += name + ": " + value + "\r\n";
-    RawConnection connection(port);
+    Connection connection(port);
     connection.Send(text + "\r\n" + body);
     return ParseResponse(connection.ReadToEnd());
 }
@@ -157,9 +166,10 @@ inline Response Post(std::uint16_t port, const std::string& target, const Json& 
 }
 
 /// A client of the WebSocket (RFC 6455).
-class Socket {
+template <class Connection>
+class BasicSocket {
 public:
-    explicit Socket(std::uint16_t port, Headers headers = {}, int receiveBuffer = 0)
+    explicit BasicSocket(std::uint16_t port, Headers headers = {}, int receiveBuffer = 0)
         : connection_(port, receiveBuffer) {
         headers.emplace("Host", "127.0.0.1:" + std::to_string(port));
         std::string text = "GET /ws HTTP/1.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n";
@@ -173,7 +183,7 @@ public:
 
     [[nodiscard]] const Response& GetResponse() const { return response_; }
     [[nodiscard]] bool IsOpen() const { return response_.status == 101; }
-    [[nodiscard]] RawConnection& GetConnection() { return connection_; }
+    [[nodiscard]] Connection& GetConnection() { return connection_; }
     /// 0 before the server has closed.
     [[nodiscard]] int GetCloseCode() const { return closeCode_; }
     [[nodiscard]] const std::string& GetCloseReason() const { return closeReason_; }
@@ -281,11 +291,13 @@ private:
         return true;
     }
 
-    RawConnection connection_;
+    Connection connection_;
     Response response_;
     std::vector<Json> passedOver_;  // while the last one was waited for
     int closeCode_ = 0;
     std::string closeReason_;
 };
+
+using Socket = BasicSocket<RawConnection>;
 
 }  // namespace test_support

@@ -10,6 +10,7 @@
 #include "stage/web/embedded_files.h"
 #include "stage/web/web_server.h"
 #include "tests/support/run_program.h"
+#include "tests/web/plain_site.h"
 #include "tests/web/web_client.h"
 
 namespace {
@@ -19,33 +20,12 @@ using stage::WebEntry;
 using stage::WebServer;
 using test_support::Get;
 using test_support::Json;
+using test_support::PlainSite;
 using test_support::RawConnection;
 using test_support::Request;
 using test_support::Response;
 using test_support::Socket;
 using testing::HasSubstr;
-
-/// Welcomes everybody and answers every press at once.
-class PlainSite final : public stage::WebSite {
-public:
-    void Serve(WebServer& server) { server_ = &server; }
-    void OnJoin(std::uint64_t client, stage::WebRole, const std::string&) override {
-        server_->Publish({WebEntry::Kind::Welcome, client, R"({"type":"hello"})", R"({"type":"state"})", 200});
-    }
-    void OnPress(const stage::WebPress& press) override {
-        server_->Publish(
-            {WebEntry::Kind::Record, press.tag, Json({{"type", "record"}, {"press", press.line}}).dump(), "", 200});
-    }
-    stage::WebPress ReadPress(const std::string& word, const std::vector<std::string>&) override {
-        stage::WebPress press;
-        press.line = word;
-        return press;
-    }
-    stage::WebAnswer Answer(const stage::WebRequest&) override { return {200, "application/json", "{}"}; }
-
-private:
-    WebServer* server_ = nullptr;
-};
 
 class Server : public testing::Test {
 protected:

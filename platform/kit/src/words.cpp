@@ -42,6 +42,11 @@ std::size_t CountSlips(const std::string& a, const std::string& b) {
 
 }  // namespace
 
+std::string AsSentence(std::string words) {
+    if (!words.empty() && words[0] >= 'a' && words[0] <= 'z') words[0] = static_cast<char>(words[0] - 'a' + 'A');
+    return words + ".";
+}
+
 std::string CutToColumns(std::string_view text, std::size_t columns) {
     if (CountColumns(text) <= columns) return std::string(text);
     std::size_t taken = 0;

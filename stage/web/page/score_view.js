@@ -5,6 +5,7 @@ import { EditForm } from './edit_form.js';
 import { describeEdit, FlowPicture } from './flow_picture.js';
 import { ScoreEngraver } from './score_engraver.js';
 import { barIndexAt, barsOfMeasure, followFlow, nextSheet, turnSheets } from './score_flow.js';
+import { barsOnPage, pageAt, PageImages, PageSheet, pagesOf } from './score_pages.js';
 import { ScoreSheet } from './score_sheet.js';
 import { listBars, placeAt } from './song_time.js';
 
@@ -12,6 +13,8 @@ const Zooms = [50, 60, 75, 90, 100, 115, 135, 160, 200, 250];
 const ZoomKey = 'stage-score-zoom';
 /** A window that is being pulled larger is engraved for once it rests. */
 const RestMs = 200;
+/** In the place of a part: the pages as the theatre has printed them. */
+const Pages = 'pages';
 
 function readZoom() {
   try {
@@ -26,6 +29,7 @@ export class ScoreView {
   #press;
   #refuse;
   #engraver = new ScoreEngraver();
+  #images = new PageImages();
   #stillness = matchMedia('(prefers-reduced-motion: reduce)');
   #isStale = true;
   #song = null;
@@ -52,17 +56,18 @@ export class ScoreView {
       this.#part = this.parts.value;
       this.parts.blur();
       this.#engrave();
-    } }, make('option', { value: '' }, 'Whole score'));
+    } });
     const zoom = (step, name, text) => clickButton({ 'aria-label': name, onclick: () => this.#changeZoom(step) }, text);
     this.zoom = make('output', { class: 'value' });
+    this.zooms = [zoom(-1, 'Smaller notes', '−'), zoom(1, 'Larger notes', '+')];
     this.tools = clickButton({ 'aria-expanded': 'false', onclick: () => this.#toggleTools() }, 'Edit');
     this.head = make('div', { class: 'score-head' }, this.title, this.place,
       make('div', { class: 'row' }, make('label', { for: 'score-part', class: 'only-read' }, 'Part'), this.parts),
-      make('div', { class: 'row' }, zoom(-1, 'Smaller notes', '−'), this.zoom, zoom(1, 'Larger notes', '+'), this.tools));
+      make('div', { class: 'row' }, this.zooms[0], this.zoom, this.zooms[1], this.tools));
     this.answer = make('p', { class: 'none', role: 'status' });
     this.#slots = [0, 1].map(() => ({ holder: make('div', { class: 'slot' }), sheet: null, asked: '' }));
     this.sheets = make('div', { class: 'sheets', role: 'img' }, ...this.#slots.map(({ holder }) => holder));
-    this.flow = make('div', { class: 'picture' });
+    this.flow = make('div', { class: 'picture', tabindex: '0', role: 'region', 'aria-label': 'Flow of the song' });
     this.picture = new FlowPicture(this.flow, { onBar: (bar) => this.#seek(bar) });
     this.edits = make('p', { class: 'score-edits', role: 'status' });
     this.form = new EditForm((line) => edit(line, this.#song?.number ?? ''));
@@ -133,7 +138,8 @@ export class ScoreView {
     this.#orderKey = '';
     this.picture.show(song);
     if (isOther) {
-      this.#part = '';
+      this.#part = this.#hasImages(song) ? Pages : '';
+      this.#showParts([]);
       this.#choose(null);
       this.#engrave();
     } else {
@@ -142,8 +148,13 @@ export class ScoreView {
     }
   }
 
+  #hasImages(song) {
+    return pagesOf(song, this.#model.show.pageImages ?? []).length > 0;
+  }
+
   /** Why there is no engraved music; empty where there is. */
   #findObstacle(song) {
+    if (this.#part === Pages) return '';
     if (song.measures === undefined) return `Song ${song.number} has no score to engrave: it was imported from MIDI alone.`;
     return this.#model.hasEngraver ? '' : 'The engraver is not installed with the program: the flow of the song is shown instead.';
   }
@@ -168,6 +179,7 @@ export class ScoreView {
     this.#showObstacle(obstacle);
     if (obstacle !== '') return;
     if (this.sheets.clientWidth < 80 || this.sheets.clientHeight < 80) return;
+    if (this.#part === Pages) return this.#layPages(song);
     const request = { song: song.number, part: this.#part, ...this.#findShape() };
     const key = JSON.stringify(request);
     if (this.#engraved?.key === key) return;
@@ -189,6 +201,21 @@ export class ScoreView {
     }
   }
 
+  #layPages(song) {
+    const { clientWidth, clientHeight } = this.sheets;
+    this.sheets.classList.toggle('is-wide', clientWidth > clientHeight);
+    const key = `${Pages} ${song.number}`;
+    if (this.#engraved?.key === key) return;
+    this.#wanted = key;
+    this.#clear('');
+    this.#engraved = { key, song: song.number, part: Pages, isImages: true };
+    this.#shown = [null, null];
+    this.#orderKey = '';
+    const { songs } = this.#model.show;
+    // Its pages are known when it begins.
+    this.#model.getSong(songs[songs.findIndex(({ number }) => number === song.number) + 1]?.number);
+  }
+
   #clear(sentence) {
     this.#engraved = null;
     for (const slot of this.#slots) {
@@ -205,12 +232,20 @@ export class ScoreView {
     if (!isEngraved) this.#clear(sentence);
     setHidden(this.answer, isEngraved && this.answer.textContent === '');
     setHidden(this.sheets, !isEngraved);
-    setHidden(this.flow, isEngraved);
-    for (const control of this.head.querySelectorAll('select, button')) control.disabled = !isEngraved && control !== this.tools;
+    // Nothing can be marked in an image: where the music is, and what was edited, the flow below it shows.
+    setHidden(this.flow, isEngraved && this.#part !== Pages);
+    this.flow.classList.toggle('is-strip', isEngraved);
+    this.parts.disabled = !isEngraved;
+    for (const control of this.zooms) control.disabled = !isEngraved || this.#part === Pages;
   }
 
   #showParts(parts) {
-    this.parts.replaceChildren(make('option', { value: '' }, 'Whole score'), ...parts.map(({ id, name }) => make('option', { value: id }, name)));
+    const hasImages = this.#hasImages(this.#song);
+    const isEngravable = !hasImages || (this.#song.measures !== undefined && this.#model.hasEngraver);
+    this.parts.replaceChildren(
+      ...(hasImages ? [make('option', { value: Pages }, 'Printed pages')] : []),
+      ...(isEngravable ? [make('option', { value: '' }, 'Whole score')] : []),
+      ...parts.map(({ id, name }) => make('option', { value: id }, name)));
     this.parts.value = this.#part;
   }
 
@@ -222,6 +257,7 @@ export class ScoreView {
   }
 
   #sheetOf(index) {
+    if (this.#engraved.isImages) return pageAt(this.#song, this.#bars[index].tick);
     return this.#engraved.sheets[this.#song.measures[index]] ?? 1;
   }
 
@@ -235,7 +271,7 @@ export class ScoreView {
       const next = nextSheet(this.#order, (each) => this.#sheetOf(each), current);
       this.#turn(turnSheets(this.#shown, current, next), current);
     }
-    const measure = this.#song.measures[index];
+    const measure = this.#song.measures?.[index];
     const sheets = this.#slots.map(({ sheet }) => sheet).filter((sheet) => sheet !== null);
     // Until a sheet is drawn, one that was broken otherwise may have the bar.
     const bearer = sheets.find((sheet) => sheet.page === current && sheet.key === this.#engraved.key) ?? sheets.find((sheet) => sheet.has(measure));
@@ -259,6 +295,7 @@ export class ScoreView {
       return slot.holder.replaceChildren();
     }
     const engraved = this.#engraved;
+    if (engraved.isImages) return this.#fillWithImage(slot, page, engraved);
     try {
       const svg = await this.#engraver.drawSheet(engraved.request, page);
       if (slot.asked !== asked || this.#engraved !== engraved) return;
@@ -273,6 +310,27 @@ export class ScoreView {
     } catch (problem) {
       if (slot.asked === asked) this.#showObstacle(problem.message);
     }
+  }
+
+  async #fillWithImage(slot, page, engraved) {
+    const { asked } = slot;
+    const has = (this.#model.show.pageImages ?? []).includes(page);
+    slot.sheet = null;
+    let content;
+    try {
+      const image = has ? await this.#images.find(page) : null;
+      if (slot.asked !== asked || this.#engraved !== engraved) return;
+      if (has) slot.sheet = new PageSheet(image, page, barsOnPage(this.#song, this.#bars, page));
+      content = slot.sheet?.element ?? make('p', { class: 'none' }, `There is no image of page ${page}.`);
+    } catch (problem) {
+      if (slot.asked !== asked || this.#engraved !== engraved) return;
+      // With the next turn it is tried again.
+      slot.asked = '';
+      content = make('p', { class: 'none' }, problem.message);
+    }
+    slot.holder.replaceChildren(content);
+    slot.holder.dataset.page = String(page);
+    this.#describe();
   }
 
   #describe() {

@@ -15,6 +15,9 @@ inline constexpr std::size_t LongestQuotedColumns = 60;
 /// control character.
 [[nodiscard]] std::string Quote(std::string_view text);
 
+/// What is thrown as a sentence on its own: with a capital letter at its beginning and a full stop at its end.
+[[nodiscard]] std::string AsSentence(std::string words);
+
 /// The text in at most so many columns; what is cut off is an ellipsis in the last of them.
 [[nodiscard]] std::string CutToColumns(std::string_view text, std::size_t columns);
 
