@@ -21,11 +21,12 @@ class BarPositions {
 public:
     /// The ticks from `startTick` up to but not including `endTick`.
     struct Bar {
-        std::string label;
-        unsigned int startTick = 0;
-        unsigned int endTick = 0;
+        std::string label;           ///< as in the score; "12 (2)" the second time; need not be a number or unique
+        unsigned int startTick = 0;  ///< the downbeat, or a pick-up's first beat
+        unsigned int endTick = 0;    ///< the next bar's start; of the last bar the song's end
     };
 
+    /// Linear in the beats. A bar begins at each beat 1 and wherever the label changes; without beats there are none.
     explicit BarPositions(const Timeline& timeline);
 
     /// The bars in order; the last one ends with the song.

@@ -6,19 +6,21 @@
 
 namespace notify {
 
-/// Names of the callbacks that parts of the system raise for one another.
+/// Names of the callbacks that parts of the system raise for one another, each on the thread that raises it. The midi
+/// ones carry no payload (null) and are raised when a MIDI message gives the command, on the thread that delivers it or
+/// that the host performs commands on; the façade does what stands beside them. Constant, never destroyed.
 namespace names {
-extern const std::string& internal_cut;            ///< payload: unsigned int*, the tick where the cut ends
-extern const std::string& stopped_at_end_of_song;  ///< payload: null
-extern const std::string& reportTargetTempo;       ///< payload: double*, metronome clicks a minute
-extern const std::string& midiCommandPlay;
-extern const std::string& midiCommandPause;
-extern const std::string& midiCommandStop;
-extern const std::string& midiCommandNextSong;
-extern const std::string& midiCommandPreviousSong;
-extern const std::string& midiCommandNextMarker;
-extern const std::string& midiCommandPreviousMarker;
-extern const std::string& midiCommandContinue;
+extern const std::string& internal_cut;               ///< payload: unsigned int*, the tick where the cut ends
+extern const std::string& stopped_at_end_of_song;     ///< payload: null; Player answers by putting in the next song
+extern const std::string& reportTargetTempo;          ///< payload: double*, metronome clicks a minute as they sound
+extern const std::string& midiCommandPlay;            ///< Play: starts, or goes on from where it stopped
+extern const std::string& midiCommandPause;           ///< Pause(false): drops a pending caesura, else stops and stays
+extern const std::string& midiCommandStop;            ///< Stop, as the user's: the display is notified
+extern const std::string& midiCommandNextSong;        ///< NextSong: the one after stands ready
+extern const std::string& midiCommandPreviousSong;    ///< PrevSong: the one before stands ready
+extern const std::string& midiCommandNextMarker;      ///< SeekRight: to the next marker
+extern const std::string& midiCommandPreviousMarker;  ///< SeekLeft: to the marker before
+extern const std::string& midiCommandContinue;        ///< Continue: leaves a vamp, fermata or caesura, and goes on
 }  // namespace names
 
 /// A registry of named callbacks, grouped by the object they serve. Notify runs them at once, on its caller's thread,
@@ -26,14 +28,17 @@ extern const std::string& midiCommandContinue;
 /// Thread-safe.
 class CallbackDispatcher {
 public:
+    /// Is handed the payload that its name prescribes, which is good for the call only.
     using Callback = std::function<void(void*)>;
 
     CallbackDispatcher();
+    /// No thread is inside any more; what is registered is dropped and not called.
     ~CallbackDispatcher();
     CallbackDispatcher(const CallbackDispatcher&) = delete;
     CallbackDispatcher& operator=(const CallbackDispatcher&) = delete;
 
-    /// `target` is an identity only and never dereferenced. Waits for no callback.
+    /// `target` is an identity only and never dereferenced. Waits for no callback; a Notify that is under way does
+    /// not call it. A target may have several callbacks of one name.
     void AddCallback(const void* target, const std::string& name, Callback callback);
     /// After it returns no callback of `target` runs on another thread or is started again. Waits for those that run on
     /// other threads; one that runs on the calling thread finishes later. Removing twice is fine. Where callbacks on
