@@ -14,6 +14,7 @@ namespace CL {
 /// the guards of active_change_log.h protect the one in use.
 class ChangeLog {
 public:
+    /// "2" before "2a" before "10"; this is the order in which songs follow one another.
     using SongLogs = std::map<std::string, SongLog, kit::NumericStringCompare>;
 
     /// A log without songs at version 1.0.
@@ -37,21 +38,29 @@ public:
     /// any other failure std::runtime_error; nothing is then left behind. Blocks for the disk.
     std::string Save(const std::string& path);
 
+    /// 1.0 in a new log; what the file says, not its name, in one that was read. Save does not raise it.
     [[nodiscard]] const cmn::TAVOVersion& GetVersion() const { return version_; }
+    /// To raise before Save, so that the file gets a number of its own.
     cmn::TAVOVersion& GetVersion() { return version_; }
 
     /// The show's name, first part of the file names that Save chooses.
     [[nodiscard]] const std::string& GetShowName() const { return showName_; }
+    /// At most 4096 bytes of UTF-8, or Save refuses. In file names '_' stands for what cannot be in one.
     void SetShowName(std::string name) { showName_ = std::move(name); }
-    /// The directory that Save("") writes to: that of the file read, or what is set here.
+    /// The directory that Save("") writes to: that of the file read, or what is set here. Empty in a log that came from
+    /// neither; Save("") then throws.
     [[nodiscard]] const std::string& GetDirectory() const { return directory_; }
+    /// Not looked at before Save.
     void SetDirectory(std::string directory) { directory_ = std::move(directory); }
 
+    /// Edits for songs that the show lacks are kept. A song of the show that is missing here cannot be played.
     [[nodiscard]] const SongLogs& GetSongLogs() const { return songLogs_; }
+    /// To be changed; its operator[] adds a song without edits.
     SongLogs& GetSongLogs() { return songLogs_; }
 
     /// The log of a song; an unknown number throws std::out_of_range with a sentence that names it.
     [[nodiscard]] const SongLog& GetSongLog(const std::string& songNumber) const;
+    /// The same, to be changed.
     SongLog& GetSongLog(const std::string& songNumber);
 
 private:

@@ -54,6 +54,7 @@ public:
     /// The journal of the log at `logPath`; empty where there is none. Throws std::runtime_error with one sentence for
     /// a file that cannot be read or is none of ours.
     [[nodiscard]] static Contents Read(const std::string& logPath);
+    /// `logPath` with ".journal" after it. Looks at no file.
     [[nodiscard]] static std::string PathFor(const std::string& logPath);
 
 private:

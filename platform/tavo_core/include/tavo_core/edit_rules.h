@@ -7,7 +7,8 @@
 #include "tavo_core/timeline.h"
 
 /// What the production's edits may be: the one place for these rules.
-///   - An edit lies within the song; a range's end lies after its start. A sound effect may end where it starts.
+///   - An edit lies within the song, a marker and a caesura also at its very end; a range's end lies after its start. A
+///     sound effect may end where it starts.
 ///   - Values lie in their ranges; a click divides the bar of the meter where it starts.
 ///   - An effect has one value at a place: cuts do not overlap, nor tempo scales, transpositions, clicks, fermatas.
 ///   - Loops (vamps and repeats) may lie side by side or inside one another, but do not cross.

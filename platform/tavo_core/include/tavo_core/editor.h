@@ -14,14 +14,15 @@ namespace CL {
 
 /// A click edit that did not fit the meters, and what became of it.
 struct ModifiedClick {
-    Click click;
-    std::string reason;
+    Click click;         ///< as it was before it was changed or dropped
+    std::string reason;  ///< for people: what was done and why, "; " between several
 };
 
 /// Repairs the paired edits of a change log whose end lies before their start, by exchanging the two; returns how many
 /// there were and appends a line about each to `description`, which may be null. Without a holder it is the active
 /// change log that is repaired. Takes the holder's lock itself; std::logic_error where there is no log.
 unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description);
+/// The same for the log that `holder` has at this moment. `timelines` is for the bars in `description`.
 unsigned int FixInvertedPairedEvents(const TL::ShowTimelines& timelines, std::string* description, LogHolder& holder);
 
 /// Looks up and edits a change log where it is held against a show's timelines: the active change log, or one of a show
@@ -36,13 +37,15 @@ public:
     explicit Editor(const TL::ShowTimelines& timelines);
     /// Edits the log that `holder`, which outlives the object, has at this moment. A log has one editor at a time.
     Editor(const TL::ShowTimelines& timelines, LogHolder& holder);
+    /// Leaves a journal with changes where it is, for the next start to offer.
     ~Editor();
     Editor(const Editor&) = delete;
     Editor& operator=(const Editor&) = delete;
 
     // Looking up. An unknown song throws std::out_of_range with a sentence.
 
-    /// Label of the bar at `tick`; beyond either end of the song that of the last or first bar.
+    /// Label of the bar at `tick`; beyond either end of the song that of the last or first bar. Empty where the song
+    /// has no bars.
     [[nodiscard]] std::string GetBarString(const std::string& songNumber, unsigned int tick) const;
     /// First tick of the first bar with that label; std::out_of_range with a sentence where the song has none.
     [[nodiscard]] unsigned int GetBarTickIndex(const std::string& songNumber, const std::string& bar) const;
@@ -56,6 +59,7 @@ public:
     /// the first tick at or after `tick` that no cut covers.
     [[nodiscard]] unsigned int GetTickIndexNotBoundedByCutAndOneBeatBefore(unsigned int tick) const;
 
+    /// What the constructor did, by song number; songs whose clicks all fitted are not in it. Nothing changes it later.
     [[nodiscard]] std::map<std::string, std::vector<ModifiedClick>> GetModifiedClickEdits() const;
 
     // Editing. What cannot be done throws std::invalid_argument or std::out_of_range with one sentence, a journal that
@@ -69,6 +73,7 @@ public:
     void Change(const std::string& songNumber, const AnyEdit& from, const AnyEdit& to);
     /// All of them or none.
     void Remove(const std::string& songNumber, const std::vector<AnyEdit>& edits);
+    /// `attacca` is one of AttaccaNormal, AttaccaNext and AttaccaSkip (song_log.h). In force when the song ends.
     void SetAttacca(const std::string& songNumber, unsigned char attacca);
     /// Makes the edits those of `other`, as one step; the version number stays. Edits that the rules refuse are taken
     /// over as they are.
@@ -76,11 +81,14 @@ public:
     /// Makes changes of a journal, as one step.
     void ApplyRecovered(const std::vector<LogChange>& changes);
 
+    /// False before this object's first edit: what came with the log is not undone. ApplyRecovered counts as an edit.
     [[nodiscard]] bool CanUndo() const;
+    /// True while something that was undone can be made again: the next edit ends that.
     [[nodiscard]] bool CanRedo() const;
-    /// Takes back the last change, or makes it again, without limit within the object's life; returns what it did.
-    /// With nothing to undo, std::logic_error with a sentence.
+    /// Takes back the last change, without limit within the object's life; returns what it did, one line an edit
+    /// (DescribeChange). With nothing to undo, std::logic_error with a sentence.
     std::vector<std::string> Undo();
+    /// Makes the change again that was taken back last; returns and throws as Undo does.
     std::vector<std::string> Redo();
 
     /// Whether the edits differ from those of the log as it was read, or saved last. Linear in the edits.
