@@ -18,12 +18,14 @@
 /// Reads the active change log for as long as it lives.
 class ActiveChangeLogShared : public CL::LogHolder::Shared {
 public:
+    /// Blocks while a writer is in or waits, unless this thread reads already.
     ActiveChangeLogShared() : Shared(GetActiveLogHolder()) {}
 };
 
 /// Reads and writes the active change log for as long as it lives.
 class ActiveChangeLogExclusive : public CL::LogHolder::Exclusive {
 public:
+    /// Blocks while anybody else is in; forever where this thread is.
     ActiveChangeLogExclusive() : Exclusive(GetActiveLogHolder()) {}
 };
 

@@ -26,21 +26,23 @@ using AnyEdit =
 struct SongChange {
     /// What follows the song, before the change and after it.
     struct Attacca {
-        unsigned char before = AttaccaNormal;
-        unsigned char after = AttaccaNormal;
+        unsigned char before = AttaccaNormal;  ///< for undoing; Apply does not look at it
+        unsigned char after = AttaccaNormal;   ///< AttaccaNormal, AttaccaNext or AttaccaSkip
+        /// Compares both.
         bool operator==(const Attacca&) const = default;
     };
 
-    std::string songNumber;
-    std::vector<AnyEdit> removed;
-    std::vector<AnyEdit> added;
-    std::optional<Attacca> attacca;
+    std::string songNumber;          ///< need not be one of the show's
+    std::vector<AnyEdit> removed;    ///< each takes out one edit that is like it, of several the last
+    std::vector<AnyEdit> added;      ///< put in after that; each goes after what stands at its tick
+    std::optional<Attacca> attacca;  ///< nothing where it stays
 };
 
 /// A song at most once; no song without a change.
 struct LogChange {
-    std::vector<SongChange> songs;
+    std::vector<SongChange> songs;  ///< in the order of their numbers where Compare made them
 
+    /// What Compare gives for logs alike in edits and attacca, whatever their versions and names.
     [[nodiscard]] bool IsEmpty() const { return songs.empty(); }
 };
 

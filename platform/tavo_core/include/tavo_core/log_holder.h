@@ -9,6 +9,7 @@
 #include "kit/shared_mutex.h"
 #include "tavo_core/change_log.h"
 
+/// Guards a change log in use; shared for reading, exclusive for writing, fair to writers.
 using ChangeLogMutex = kit::FairSharedMutex;
 
 namespace CL {
@@ -21,17 +22,20 @@ namespace CL {
 class LogHolder {
 public:
     LogHolder() = default;
+    /// `log` is shared with whoever else keeps it; null is as none.
     explicit LogHolder(std::shared_ptr<ChangeLog> log) : log_(std::move(log)) {}
     LogHolder(const LogHolder&) = delete;
     LogHolder& operator=(const LogHolder&) = delete;
 
-    /// Reads the log for as long as it lives. Blocks while a writer is in. The operators throw std::logic_error where
-    /// there is no log.
+    /// Reads the log for as long as it lives. The operators throw std::logic_error where there is no log.
     class Shared {
     public:
+        /// Blocks while a writer is in or waits, unless this thread reads already. `holder` outlives the guard.
         explicit Shared(const LogHolder& holder) : holder_(&holder), lock_(holder.mutex_) {}
 
+        /// Good for as long as the guard lives.
         const ChangeLog& operator*() const { return holder_->GetOrThrow_(); }
+        /// Likewise; never null.
         const ChangeLog* operator->() const { return &**this; }
         /// Keeps the log alive beyond the guard, so that pointers into it stay valid when another takes its place; null
         /// where there is none. The log may still be written in place by others: read it only under a guard.
@@ -45,9 +49,13 @@ public:
     /// Reads and writes the log for as long as it lives. Otherwise like Shared.
     class Exclusive {
     public:
+        /// Blocks while anybody else is in; forever where this thread is. `holder` outlives the guard.
         explicit Exclusive(LogHolder& holder) : holder_(&holder), lock_(holder.mutex_) {}
 
+        /// May be changed in place, but no edit of it removed while a song is loaded, for flow control points at them:
+        /// that is for Replace.
         ChangeLog& operator*() const { return holder_->GetOrThrow_(); }
+        /// Likewise; never null.
         ChangeLog* operator->() const { return &**this; }
 
     private:

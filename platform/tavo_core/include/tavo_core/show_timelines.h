@@ -18,9 +18,13 @@ public:
 
 protected:
     ShowTimelines() = default;
+    /// These four, and the destructor, are for derived classes: nobody owns or copies a show by way of this class.
     ShowTimelines(const ShowTimelines&) = default;
+    /// For derived classes.
     ShowTimelines(ShowTimelines&&) = default;
+    /// For derived classes; timelines that were handed out before are those of the old show.
     ShowTimelines& operator=(const ShowTimelines&) = default;
+    /// For derived classes, likewise.
     ShowTimelines& operator=(ShowTimelines&&) = default;
     ~ShowTimelines() = default;
 };
