@@ -15,18 +15,27 @@ namespace TL {
 class BarsBeats {
 public:
     BarsBeats() = default;
+    /// `beat` counts from 1; `barLabel` is any text, and beats with the same label side by side are one bar until the
+    /// next beat 1.
     BarsBeats(unsigned int tick, unsigned int beat, std::string&& barLabel)
         : tick_(tick), beat_(beat), barLabel_(std::move(barLabel)) {}
     /// The same, with one copy of the label and nothing else.
     BarsBeats(unsigned int tick, unsigned int beat, const std::string& barLabel)
         : tick_(tick), beat_(beat), barLabel_(barLabel) {}
 
+    /// Tick index of the beat.
     [[nodiscard]] unsigned int abs_time() const { return tick_; }
+    /// codes::BarsBeats.
     [[nodiscard]] unsigned char code() const;
+    /// From 1; where a click edit is in force the number of the click. In a pick-up they count from 1 as well.
     [[nodiscard]] unsigned int beat() const { return beat_; }
+    /// Gives the beat another number; its tick and its bar stay.
     void beat(unsigned int number) { beat_ = number; }
+    /// Label of the bar, as in the score: not always a number, and several bars may have the same.
     [[nodiscard]] const std::string& bar_number() const { return barLabel_; }
+    /// Puts the beat into the bar of that label; its number stays.
     void bar_number(std::string label) { barLabel_ = std::move(label); }
+    /// Equal when all fields are, the tick included.
     bool operator==(const BarsBeats&) const = default;
 
 private:
@@ -39,6 +48,7 @@ private:
 class Meter {
 public:
     Meter() = default;
+    /// `denominator` is the note value itself, not its power of two. Nothing is checked.
     Meter(unsigned int tick, std::uint8_t numerator, std::uint8_t denominator, std::uint8_t clocksPerClick = 24,
           std::uint8_t thirtySecondsPerQuarter = 8)
         : tick_(tick),
@@ -47,7 +57,9 @@ public:
           clocksPerClick_(clocksPerClick),
           thirtySecondsPerQuarter_(thirtySecondsPerQuarter) {}
 
+    /// Tick index of the bar line from which it is in force.
     [[nodiscard]] unsigned int abs_time() const { return tick_; }
+    /// codes::Meter.
     [[nodiscard]] unsigned char code() const;
     /// Beats in a bar, 1 to 255.
     [[nodiscard]] unsigned int numerator() const { return numerator_; }
@@ -57,6 +69,7 @@ public:
     [[nodiscard]] unsigned char clocks_per_click() const { return clocksPerClick_; }
     /// Notated thirty-second notes in 24 MIDI clocks; 8 nearly always.
     [[nodiscard]] unsigned char thirty_seconds_per_quarter() const { return thirtySecondsPerQuarter_; }
+    /// Equal when all fields are, the tick included.
     bool operator==(const Meter&) const = default;
 
 private:
@@ -71,13 +84,18 @@ private:
 class Key {
 public:
     Key() = default;
+    /// `sharps` is -7 to 7, negative for flats, as in a MIDI key signature; texts clamp what lies beyond.
     Key(unsigned int tick, int sharps, bool minor) : tick_(tick), sharps_(sharps), minor_(minor) {}
 
+    /// Tick index from which it is in force.
     [[nodiscard]] unsigned int abs_time() const { return tick_; }
+    /// codes::Key.
     [[nodiscard]] unsigned char code() const;
     /// Sharps when positive, flats when negative; -7 to 7.
     [[nodiscard]] int sharps() const { return sharps_; }
+    /// Three flats are C minor if true, E flat major if not.
     [[nodiscard]] bool minor() const { return minor_; }
+    /// Equal when all fields are, the tick included.
     bool operator==(const Key&) const = default;
 
 private:
@@ -90,11 +108,15 @@ private:
 class Tempo {
 public:
     Tempo() = default;
+    /// Takes 0 as well: playback passes such a tempo over, and quarters_per_minute is infinite.
     Tempo(unsigned int tick, std::uint32_t microsecondsPerQuarter)
         : tick_(tick), microsecondsPerQuarter_(microsecondsPerQuarter) {}
 
+    /// Tick index from which it is in force.
     [[nodiscard]] unsigned int abs_time() const { return tick_; }
+    /// codes::Tempo.
     [[nodiscard]] unsigned char code() const;
+    /// As written: 500000 is 120 quarter notes a minute, and what a song without tempos has.
     [[nodiscard]] std::uint32_t microseconds_per_quarter() const { return microsecondsPerQuarter_; }
     /// Quarter notes a minute.
     [[nodiscard]] double quarters_per_minute() const { return 60e6 / microsecondsPerQuarter_; }
@@ -110,11 +132,16 @@ private:
 class PageNum {
 public:
     PageNum() = default;
+    /// `page` is 0 to 1000000 in a file; a display shows 0 before the first page.
     PageNum(unsigned int tick, unsigned int page) : tick_(tick), page_(page) {}
 
+    /// Tick index of the music at the top of the page.
     [[nodiscard]] unsigned int abs_time() const { return tick_; }
+    /// codes::PageNum.
     [[nodiscard]] unsigned char code() const;
+    /// The printed number; in scores without any, counted through the whole show.
     [[nodiscard]] unsigned int page_number() const { return page_; }
+    /// Equal when both fields are.
     bool operator==(const PageNum&) const = default;
 
 private:
@@ -122,39 +149,56 @@ private:
     unsigned int page_ = 0;
 };
 
-/// One song's timeline.
+/// One song's timeline. Nothing is checked or moved when a part of it is set: whoever builds it sees to it that entries
+/// ascend by tick.
 class Timeline {
 public:
     Timeline() = default;
+    /// The music is [startTick, endTick); the sequences begin empty.
     Timeline(unsigned int startTick, unsigned int endTick) : startTick_(startTick), endTick_(endTick) {}
 
     /// First tick of the song's music.
     [[nodiscard]] unsigned int GetStartTickIndex() const { return startTick_; }
     /// First tick after the song's music.
     [[nodiscard]] unsigned int GetEndTickIndex() const { return endTick_; }
+    /// Entries before it stay, and are in force as ever.
     void SetStartTickIndex(unsigned int tick) { startTick_ = tick; }
+    /// Playback ends there, whatever stands after it.
     void SetEndTickIndex(unsigned int tick) { endTick_ = tick; }
 
+    /// UTF-8, as a display shows it; without the song's number.
     [[nodiscard]] const std::string& GetSongTitle() const { return songTitle_; }
+    /// Empty for none.
     void SetSongTitle(std::string title) { songTitle_ = std::move(title); }
 
+    /// Written tempos; before the first, 120 quarter notes a minute.
     [[nodiscard]] const TimelineSequence<Tempo>& GetTempos() const { return tempos_; }
+    /// Every beat of every bar as written, no click edits applied (beat_ticks.h applies them).
     [[nodiscard]] const TimelineSequence<BarsBeats>& GetBarsBeats() const { return barsBeats_; }
+    /// Written keys; before the first, that one. Empty where the music has no key signature.
     [[nodiscard]] const TimelineSequence<Key>& GetKeys() const { return keys_; }
+    /// Empty for a score that has no pages, or none that are known.
     [[nodiscard]] const TimelineSequence<PageNum>& GetPageNums() const { return pageNums_; }
+    /// Before the first, that one; where there is none, 4/4.
     [[nodiscard]] const TimelineSequence<Meter>& GetMeters() const { return meters_; }
 
+    /// To be filled while the song is built.
     TimelineSequence<Tempo>& GetTempos() { return tempos_; }
+    /// Likewise.
     TimelineSequence<BarsBeats>& GetBarsBeats() { return barsBeats_; }
+    /// Likewise.
     TimelineSequence<Key>& GetKeys() { return keys_; }
+    /// Likewise.
     TimelineSequence<PageNum>& GetPageNums() { return pageNums_; }
+    /// Likewise.
     TimelineSequence<Meter>& GetMeters() { return meters_; }
 
-    /// The sequences themselves for readers that hold the timeline only as const or by a mutable reference alike.
+    /// These two read through a mutable reference as well, where the overload without `_` would be the one for writing.
     [[nodiscard]] const TimelineSequence<BarsBeats>& GetBarsBeats_() const { return barsBeats_; }
+    /// See GetBarsBeats_.
     [[nodiscard]] const TimelineSequence<Meter>& GetMeters_() const { return meters_; }
 
-    /// The click lengths, in thirty-second notes and ascending, that divide the bar of the meter in force at
+    /// The click lengths, in thirty-second notes (1 to 128) and ascending, that divide the bar of the meter in force at
     /// `tickIndex` evenly. A tick before the first meter takes the first; no meter at all answers as 4/4.
     [[nodiscard]] std::vector<int> GetAllowedClickValuesAtTickIndex(unsigned int tickIndex) const;
 
