@@ -37,7 +37,8 @@ enum class GuiNotificationType : std::uint8_t {
 /// "Playhead", "BarBeat", ... as the enumerators are spelt; "" for a number that is none of them. Static text.
 [[nodiscard]] const char* GuiNotificationName(GuiNotificationType type);
 
-/// One thing that a display is told. Which of the values mean something depends on the type; the others are 0 or empty.
+/// One thing that is sent to a display. Which of the values mean something depends on the type; the others are 0 or
+/// empty.
 struct GuiNotification {
     GuiNotificationType type = GuiNotificationType::Playhead;  ///< says what the three below are
     int number = 0;                                            ///< ticks, semitones, counts

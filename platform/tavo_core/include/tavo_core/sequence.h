@@ -13,7 +13,7 @@ namespace CL {
 
 /// The edits of one kind in one song, in ascending order of their tick; equal ticks keep the order of adding. An
 /// element keeps its address until it is removed or the sequence destroyed, and moves with the sequence when that is
-/// moved; copying copies the elements. Adding and removing spoil all iterators. Not thread-safe.
+/// moved; copying copies the elements. Adding and removing invalidate all iterators. Not thread-safe.
 template <class T>
 class ChangeLogSequence {
     using Storage = std::vector<std::unique_ptr<T>>;
@@ -122,7 +122,7 @@ public:
     using value_type = T;
     /// Random access; an entry that is changed through it keeps its tick.
     using iterator = typename std::deque<T>::iterator;
-    /// Random access. Appending spoils iterators, not addresses.
+    /// Random access. Appending invalidates iterators, not addresses.
     using const_iterator = typename std::deque<T>::const_iterator;
 
     TimelineSequence() = default;

@@ -149,8 +149,8 @@ private:
     unsigned int page_ = 0;
 };
 
-/// One song's timeline. Nothing is checked or moved when a part of it is set: whoever builds it sees to it that entries
-/// ascend by tick.
+/// One song's timeline. Nothing is checked or moved when a part of it is set; entries are to be appended in ascending
+/// order of tick.
 class Timeline {
 public:
     Timeline() = default;
