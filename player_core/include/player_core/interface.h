@@ -31,24 +31,28 @@ class CipherStream;
 /// Base of the façade's own errors.
 class InterfaceError : public std::runtime_error {
 public:
+    /// `message` becomes what(), word for word.
     explicit InterfaceError(const std::string& message) : std::runtime_error(message) {}
 };
 
 /// The show directory holds no `.showdata` file.
 class NoShowData : public InterfaceError {
 public:
+    /// As its base.
     using InterfaceError::InterfaceError;
 };
 
 /// The show directory holds no `.logdata` file.
 class NoChangeLog : public InterfaceError {
 public:
+    /// As its base.
     using InterfaceError::InterfaceError;
 };
 
-/// A text that names no bar.
+/// A text that names no bar. For a host's own operations: the façade answers false instead (SeekToBar).
 class NoBarStr : public InterfaceError {
 public:
+    /// As its base.
     using InterfaceError::InterfaceError;
 };
 
@@ -81,9 +85,12 @@ public:
     virtual tavo_sec::CipherStream* GetScoreTar();
     /// The master volume; true when it was taken over.
     virtual bool SetVolume(double volume);
+    /// A factor on the amplitude, 1 is full; true when it was taken over. What the player does with a value outside 0
+    /// to 1 is its own.
     virtual bool SetVolume(double volume, tavo_audio::VolumeType type);
     /// The master volume.
     virtual double GetVolume();
+    /// A factor on the amplitude; 1 for a type that the player has no volume of.
     virtual double GetVolume(tavo_audio::VolumeType type);
     /// The volumes that the host offers.
     virtual std::vector<tavo_audio::VolumeType> GetVolumeTypes() const = 0;
@@ -125,10 +132,14 @@ public:
     void SeekLeft();
     /// To the next marker.
     void SeekRight();
+    /// To the first bar line after the playhead that the display shows; in the song's last bar nothing happens.
     void SeekToNextMeasure();
+    /// To the bar line at or before that playhead, less than 960 ticks after it to the one before; exactly on the
+    /// song's first bar line nothing happens.
     void SeekToPreviousMeasure();
     /// In show order. What comes of it after the last song, or before the first, is the player's.
     void NextSong();
+    /// The same backwards.
     void PrevSong();
     /// Stops if playing; playback is not started again.
     void LoadSong(std::string songNumber);
@@ -136,9 +147,12 @@ public:
     void LoadSongAtTime(std::string songNumber, unsigned int tickIndex);
     /// `onDone` is called at silence, on a thread of the player's.
     void Fade(std::function<void()> onDone, float seconds);
+    /// Back to full level, and a faded player counts as playing again. Does nothing where no fade goes on, or in a
+    /// player without fades.
     void CancelFade();
-    /// A factor, and semitones; UserControls says how far they go.
+    /// A factor on every tempo, 0.5 to 2; what lies outside becomes the nearest end (UserControls).
     void SetTempoScale(double scale);
+    /// Semitones, -24 to 24; what lies outside becomes the nearest end (UserControls).
     void SetTransposition(int semitones);
     /// After a cut [start, end) was added.
     void MovePlayheadOutOfCut(unsigned int start, unsigned int end);
@@ -157,11 +171,15 @@ public:
 
     /// The PlayerState's numeric value.
     [[nodiscard]] unsigned char GetState();
+    /// PlayerState::Stopped only: a paused player, at a caesura too, is not stopped.
     [[nodiscard]] bool GetIsStopped();
     /// Playing only: a faded player does not count here.
     [[nodiscard]] bool GetIsPlaying();
+    /// Paused by the operator or at a caesura.
     [[nodiscard]] bool GetIsPaused();
+    /// Playing at a level that a fade has lowered or is lowering.
     [[nodiscard]] bool GetIsFaded();
+    /// The same as GetIsStopped.
     [[nodiscard]] bool IsStopped();
     /// A copy; empty before a song is loaded.
     [[nodiscard]] std::string GetCurrentSongNumber();
@@ -172,37 +190,57 @@ public:
 
     // MIDI commands.
 
-    /// Each goes to the operation of midi_commands::MidiCommands of its name or to the dispatcher, and throws what that
-    /// throws. What changes a command writes a file before it returns.
+    // Each goes to midi_commands::MidiCommands or to the dispatcher, and throws what that throws.
+
+    /// MidiCommands::LearnMidiCommandNoAssign: the next allowed message is kept for `command` and gives nothing until
+    /// SetMidiCommand assigns it. An unknown command throws std::out_of_range.
     void LearnMidiCommand(unsigned char command);
+    /// Whether the next allowed message is learned for `command`; false for an unknown one.
     [[nodiscard]] bool IsMidiCommandLearning(unsigned char command);
+    /// By the command's number: what is assigned, and over it what was learned but not assigned.
     [[nodiscard]] std::map<unsigned char, midi_commands::LearnedCommand> GetLearnedCommands();
+    /// Assigns a message of these bytes (MidiCommands::SetMidiCommand); writes the settings file before it returns.
     void SetMidiCommand(unsigned char command, unsigned char status, unsigned char data1, unsigned char data2);
+    /// Forgets what was learned or assigned; writes the settings file before it returns, if it held any of that.
     void UnsetMidiCommand(unsigned char command);
     /// The MIDI status bytes that a command may use, ascending.
     [[nodiscard]] std::vector<int> GetAllowedCommandStatuses();
-    /// Whether an input is connected, and its index. These and the two lists look at the ports, which may block for
-    /// some seconds.
+    /// Whether an input is connected that is there. Waits for no port.
     [[nodiscard]] bool HasMidiSource();
+    /// Its index in GetMidiSources; 0 as well while none is connected. This and the two lists look at the ports, which
+    /// may block for some seconds.
     [[nodiscard]] unsigned char GetConnectedSourceIndex();
-    /// This program's own ports are left out.
+    /// The first 256; this program's own ports are left out.
     [[nodiscard]] std::vector<MidiEndPoint> GetMidiSources();
+    /// The outputs, likewise.
     [[nodiscard]] std::vector<MidiEndPoint> GetMidiDestinations();
 
     // MIDI time code.
 
-    /// Each goes to MidiTimeCodeController's operation of its name, blocks as that does, and throws what that throws.
+    // Each goes to MidiTimeCodeController's operation of its name, blocks as that does, and throws what that throws.
+    // What changes a setting writes its file before it returns.
+
+    /// From now on, and in later runs, time code is sent wherever its output is there.
     void ActivateMidiTimeCode();
+    /// Sends the place where time code was, if it ran, and closes the output.
     void CancelMidiTimeCode();
+    /// Whether it was activated; its output need not be chosen or there.
     [[nodiscard]] bool GetMidiTimeCodeIsActive();
     /// FrameRate's numeric value, 0 to 3.
     [[nodiscard]] unsigned char GetFrameRate();
+    /// FrameRate's numeric value; above 3 throws std::out_of_range.
     void SetFrameRate(unsigned char frameRate);
+    /// One of GetFrameRateStrings.
     [[nodiscard]] std::string GetFrameRateAsString();
+    /// One of GetFrameRateStrings; any other text throws std::out_of_range.
     void SetFrameRateFromString(const std::string& text);
+    /// "24", "25", "29.97 drop", "30": in the order of the numeric values.
     [[nodiscard]] std::vector<std::string> GetFrameRateStrings();
+    /// Index in GetMidiDestinations; 0 as well while no output is chosen or the chosen one is not there.
     [[nodiscard]] unsigned int GetMidiTimeCodeOutputPortIndex();
+    /// Whether an output is chosen that is there.
     [[nodiscard]] bool GetHasMidiTimeCodeOutputPortIndex();
+    /// An index that GetMidiDestinations does not have throws std::out_of_range.
     void SetMidiTimeCodeOutputPortIndex(unsigned int index);
 
     // The end.
@@ -218,12 +256,15 @@ public:
 
     /// Not owned by the caller; another one after LoadChangeLogEditor, null before Initialize.
     [[nodiscard]] CL::Editor* GetChangeLogEditor() { return changeLogEditor_.get(); }
+    /// The process's: that of the façade which was constructed last.
     [[nodiscard]] std::string GetShowDirectory();
-    /// Bare file names; the score's may be empty.
+    /// A bare file name, in the show directory.
     [[nodiscard]] std::string GetShowDataFilename() { return showDataFileName_; }
+    /// A bare file name, in the show directory; empty for a show without a score.
     [[nodiscard]] std::string GetScoreFilename() { return scoreFileName_; }
-    /// Full paths. The settings file lies in the show directory, not in the settings directory.
+    /// Full path of the change log that was opened or saved last.
     [[nodiscard]] std::string GetChangelogFilename();
+    /// Full path; it lies in the show directory, not in the settings directory, and need not be there.
     [[nodiscard]] std::string GetSettingsFilename();
 
     // Change logs and their versions.
@@ -246,27 +287,31 @@ public:
     [[nodiscard]] std::string GetTempoScaleWarnings();
     /// One line for every click edit that had to be changed; empty if there is none.
     [[nodiscard]] std::string GetModifiedClickEditLog();
-    /// How many inverted edits the last load repaired, and what was repaired by all of them.
+    /// How many edits whose end lay before their start the last load repaired, by exchanging the two.
     [[nodiscard]] unsigned int GetInvertedLoopEventCount() { return invertedLoopEventCount_; }
+    /// A line for each that any load of this object repaired; empty if there was none.
     [[nodiscard]] std::string GetInvertedLoopEventDescription() { return invertedLoopEventDescription_; }
 
     // The timeline as the performers hear it. An unknown song throws what the show data throws.
 
-    /// The beats, with the clicks of the song's Click edits in place of the written ones unless `applyClicks` is false.
+    /// The beats, with the clicks of the song's Click edits in place of the written ones.
     [[nodiscard]] TL::TimelineSequence<TL::BarsBeats> GetBarsBeats(std::string song);
+    /// The same, or the written beats where `applyClicks` is false.
     [[nodiscard]] TL::TimelineSequence<TL::BarsBeats> GetBarsBeats(std::string song, bool applyClicks);
-    /// The click in force, in thirty-second notes, in the current song; so are the next four.
+    /// Length of the click in force, in thirty-second notes, in the current song.
     [[nodiscard]] int GetClickValueAt(unsigned int tick);
-    /// The second argument is ignored.
+    /// The lengths, in thirty-second notes and ascending, that divide the bar at `tick` of the current song evenly. The
+    /// second argument is ignored.
     [[nodiscard]] std::vector<int> GetClickValues(unsigned int tick, unsigned int ignored);
-    /// The bar and beat at `tick` of the current song, as the display writes them.
+    /// Label of the bar at `tick` of the current song, without a beat; beyond either end that of the last or first bar.
     [[nodiscard]] std::string GetBarString(unsigned int tick);
-    /// False, and nothing happens, if `bar` names no bar.
+    /// To the first bar of the current song with that label; false, and nothing happens, if `bar` names no bar.
     bool SeekToBar(std::string bar);
     /// Song and tick of a score page; an unknown page throws std::out_of_range "invalid map<K, T> key".
     [[nodiscard]] std::pair<std::string, unsigned int> LookupPage(unsigned int page);
-    /// Ticks.
+    /// Ticks from the song's start to its end.
     [[nodiscard]] unsigned int GetSongLength(std::string song);
+    /// Tick of its first bar, a pick-up included: the earliest place that a seek goes to. Not always 0.
     [[nodiscard]] unsigned int GetSongStartTickIndex(std::string song);
     /// The current song's markers, valid until the active change log is next changed.
     [[nodiscard]] std::vector<cmn::TavoEvent*> GetMarkers();
@@ -283,10 +328,13 @@ protected:
     void LoadPageNumbers();
     /// The production's choice of caesuras, as CL::SetCaesuraVersionTarget takes it.
     void SetVersionTarget(long target);
+    /// Only once LoadShowData has been called; good until it is called again.
     [[nodiscard]] tavo_midi::ShowData& GetShowData() { return *showData_; }
+    /// The input that commands come from; synchronises itself.
     [[nodiscard]] MidiMessageDispatcher& GetMidiMessageDispatcher() { return midiMessageDispatcher_; }
     /// For a filter of commands. One that uses a derived object is to be taken away by its destructor.
     [[nodiscard]] midi_commands::MidiCommands& GetMidiCommands() { return midiCommands_; }
+    /// For the player, which drives it; synchronises itself.
     [[nodiscard]] MidiTimeCodeController& GetMidiTimeCodeController() { return midiTimeCodeController_; }
     /// The constructor's third argument.
     [[nodiscard]] bool GetFlag() const { return flag_; }

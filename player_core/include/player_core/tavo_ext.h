@@ -14,18 +14,21 @@ namespace tavo_ext {
 /// No song follows.
 class EndOfShow : public std::out_of_range {
 public:
+    /// `message` becomes what(), word for word.
     explicit EndOfShow(const std::string& message) : std::out_of_range(message) {}
 };
 
 /// No song comes before.
 class StartOfShow : public std::out_of_range {
 public:
+    /// `message` becomes what(), word for word.
     explicit StartOfShow(const std::string& message) : std::out_of_range(message) {}
 };
 
 /// No marker follows. Not a logic error, unlike the two ends of the show.
 class NoNextMarker : public std::runtime_error {
 public:
+    /// `message` becomes what(), word for word.
     explicit NoNextMarker(const std::string& message) : std::runtime_error(message) {}
 };
 
