@@ -14,9 +14,11 @@ class ActiveSongNumber {
 public:
     /// Waits until there is neither reader nor writer. Not recursive.
     void lock();
+    /// For whoever has locked it; wakes all who wait.
     void unlock();
     /// Waits only for a writer that is in, not for one that waits: a reader may come in twice.
     void lock_shared();
+    /// Once for each time that it was locked shared; the last one wakes a writer that waits.
     void unlock_shared();
 
     /// A copy, read shared.

@@ -45,6 +45,7 @@ public:
     virtual void EnsureGuiIsCurrent();
     /// Seconds.
     virtual double GetElapsedTime() = 0;
+    /// The flow control that the player obeys: the same one for the player's whole life. Asked on any thread.
     virtual ShowControl& GetShowControl() = 0;
     /// Whether the audio output is open and running.
     virtual bool IsOutputRunning() = 0;
@@ -81,8 +82,10 @@ public:
     virtual void SeekToNextMeasure();
     /// Writes how a song follows on into the active change log.
     virtual void SetAttaccaState(const std::string& songNumber, unsigned char attacca);
-    /// As UserControls takes them: the nearest end of the range for what lies outside. Neither blocks.
+    /// A factor on every tempo, as UserControls takes it: 0.5 to 2, the nearest end for what lies outside. Does not
+    /// block.
     virtual void SetTempoScale(double scale);
+    /// Likewise: -24 to 24. Does not block.
     virtual void SetTransposition(int semitones);
     /// The process exits without destroying the player: stops the output and waits for nothing.
     virtual void PrepareForExit() = 0;
@@ -116,6 +119,8 @@ public:
     bool CurrentSongIsAttacca() override;
     void GUINotifyCaesura() override;
     bool GetJump() override;
+    /// The engine has followed the jump. It reads the tick and clears the mark in one turn of the seek lock
+    /// (ShowControl::GetSeekLock), or a seek in between is lost.
     void ClearJump() override;
     bool GetJumpForVampRepeatOrCut() override;
     bool GetFermataCanceledCaesura() override;
@@ -126,13 +131,16 @@ public:
     void SetPlayerState(PlayerState state);
     /// Playing or faded. Reads the state twice, so a change in between may be seen.
     [[nodiscard]] bool IsPlaying();
+    /// PlayerState::Stopped only: a paused player is not stopped.
     [[nodiscard]] bool IsStopped();
-    /// A mark for the concrete player; nothing here looks at it.
+    /// A mark for the concrete player; nothing here looks at it. False at first.
     [[nodiscard]] bool IsResetting();
+    /// Sets that mark and notifies nobody.
     void IsResetting(bool resetting);
 
-    /// These two synchronise themselves.
+    /// The active song's number, empty until one is loaded. It synchronises itself, as do the controls.
     [[nodiscard]] ActiveSongNumber& GetActiveSongNumberRef() { return activeSongNumber_; }
+    /// The operator's tempo scale and transposition, for those who play and display by them.
     [[nodiscard]] UserControls& GetUserControls() { return userControls_; }
     /// The playhead as the display shows it.
     [[nodiscard]] unsigned int GetTickIndex();
@@ -153,8 +161,10 @@ public:
 protected:
     /// The caller holds no lock.
     void SetActiveSongNumber(const std::string& songNumber);
-    /// Forget that the user cancelled a caesura.
+    /// Forgets that the user cancelled a caesura. Does not wait for the state's readers.
     void ResetForRecovery();
+    /// The same, for an engine that uses the cancellation up as it passes over a caesura, or leaves it behind by a
+    /// jump.
     void ResetForRecoveryAdvance();
 
     /// The user has cancelled the pending caesura since the last reset.

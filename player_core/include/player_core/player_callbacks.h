@@ -4,17 +4,21 @@
 
 namespace tavo {
 
-/// Hears the OSC messages that playback reaches. Called on the engine's thread: it must not block.
+/// Hears the OSC messages that playback reaches, where the host's flow control hands them on
+/// (ShowControl::SetOscCallback). Called on the engine's thread: it must not block.
 class PlayerOscCallback {
 public:
     virtual ~PlayerOscCallback() = default;
+    /// `message` is good for the call only: copy what is needed later.
     virtual void OnOsc(const CL::Osc& message) = 0;
 };
 
-/// Hears the sound effects that playback reaches. Called on the engine's thread: it must not block.
+/// Hears the sound effects that playback reaches, where a host's engine hands them on: the core itself calls it
+/// nowhere. Called on the engine's thread: it must not block.
 class SfxCallback {
 public:
     virtual ~SfxCallback() = default;
+    /// `effect` is good for the call only: copy what is needed later.
     virtual void OnSfx(const CL::Sfx& effect) = 0;
 };
 
