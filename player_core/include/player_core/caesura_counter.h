@@ -33,6 +33,7 @@ public:
 
     /// Whether the display has been told of this object's zero. Nothing takes it back: a copy carries its own mark.
     [[nodiscard]] bool GetZeroCountHasBeenReported() const { return zeroCountHasBeenReported_; }
+    /// For good, and for this object only: a copy that was made before stays unmarked.
     void SetZeroCountHasBeenReported() { zeroCountHasBeenReported_ = true; }
 
     /// Caesuras at one tick are equal, whatever their countdowns.

@@ -51,9 +51,11 @@ public:
     /// The first active vamp or repeat; throws std::logic_error "LoopEventList does not have a vamp or repeat.".
     LoopEvent& GetFirstVampOrRepeat();
 
-    /// These three ask for active events.
+    /// Whether there is an active vamp.
     [[nodiscard]] bool GetHasVamp() const;
+    /// Whether there is an active vamp or fermata, something that a press leaves: the vamp lamp is lit.
     [[nodiscard]] bool GetHasVampOrFermata() const;
+    /// Whether there is an active vamp or repeat, something that jumps back.
     [[nodiscard]] bool HasVampOrRepeat() const;
     /// Whether there is a repeat, canceled or not.
     [[nodiscard]] bool GetHasRepeat() const;
@@ -74,10 +76,13 @@ public:
     void RemoveFirstLoopEvent();
     /// Removes elements from the front, active or not, until one is met that contains `tickIndex`.
     void RemoveInactiveEvents(unsigned int tickIndex);
-    /// These four sweep out canceled events, active ones stay.
+    /// Sweeps out the canceled events; active ones stay, here and in the next three.
     void RemoveCanceledEvents();
+    /// Sweeps out the canceled events whose end is at `tickIndex` or before it.
     void RemoveCanceledEventsEndingOnOrBefore(unsigned int tickIndex);
+    /// Sweeps out the canceled events whose start is after `tickIndex`; one that starts there stays.
     void RemoveCanceledEventsStartingAfter(unsigned int tickIndex);
+    /// Sweeps out the canceled vamps, wherever they lie.
     void RemoveCanceledVamps();
     /// Removes everything, canceled or not.
     void Clear();

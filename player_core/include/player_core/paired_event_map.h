@@ -15,7 +15,9 @@ class PairedEventMap {
 public:
     /// An event and the tick index under which it is found. It must outlive the map.
     struct Entry {
+        /// Not always where the event stands: a caesura is met where its countdown begins.
         unsigned int key = 0;
+        /// Never null.
         const cmn::TavoEvent* event = nullptr;
     };
 
@@ -25,6 +27,7 @@ public:
 
     /// Forgets all events; spans that EventsAt answered are void.
     void Clear();
+    /// Whether there are no events.
     [[nodiscard]] bool IsEmpty() const { return keys_.empty(); }
 
     /// The first key that is not less than `tickIndex`. Asking for ticks that go up a little each time, as playback

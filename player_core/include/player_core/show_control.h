@@ -130,6 +130,7 @@ public:
     void SetAttaccaState(const std::string& songNumber, unsigned char attacca);
     /// What the active change log says; an unknown song throws std::out_of_range. Neither takes the seek lock.
     [[nodiscard]] bool SongIsAttacca(const std::string& songNumber);
+    /// False for a song that is passed over in the show's order (attacca byte 2); else as SongIsAttacca.
     [[nodiscard]] bool SongIsNotSkip(const std::string& songNumber);
 
     /// To the marker before, or at, the position that the display shows; to the one before that shortly after one.
@@ -160,10 +161,12 @@ public:
 
     /// Guards flow control. Recursive.
     [[nodiscard]] std::recursive_mutex& GetSeekLock() { return seekMutex_; }
-    /// The playhead of flow control. The engine sets it at every arrival; setting decides nothing by itself.
+    /// The playhead of flow control; after a jump the place where the engine is to go on.
     [[nodiscard]] unsigned int GetTickIndex();
+    /// The engine sets it at every arrival; that alone decides nothing and posts nothing.
     void SetTickIndex(unsigned int tickIndex);
-    /// Where the last seek went, at the song's start at the earliest.
+    /// Where the last seek was sent, also into a cut, at the song's start at the earliest; 0 after
+    /// ResetControlVariables.
     [[nodiscard]] unsigned int GetLastSeekTickIndex();
     /// The song was attacca when it was loaded, or has been made so since.
     [[nodiscard]] bool GetAttacca();
@@ -171,15 +174,21 @@ public:
     [[nodiscard]] bool GetFermata();
     /// The release of a fermata has dropped a pending caesura since this was last cleared.
     [[nodiscard]] bool GetFermataCanceledCaesura();
+    /// For the engine, once it has passed over the caesura or followed a jump.
     void ClearFermataCanceledCaesura();
     /// A jump was made since this was last cleared: the engine clears it when it follows.
     [[nodiscard]] bool GetJump();
+    /// Whoever follows the jump reads GetTickIndex and clears the mark in one turn of the seek lock.
     void ClearJump();
     /// The last jump was made for a loop, and not by a seek.
     [[nodiscard]] bool GetJumpForVampRepeatOrCut();
     // Read without the lock: the engine asks between blocks and a value one jump old is as good as the new one.
+
+    /// The playhead before the last jump; 0 after ResetControlVariables. Takes no lock, like the next two.
     [[nodiscard]] unsigned int GetPreJumpTickIndex() const { return preJumpTickIndex_; }
+    /// Where the last jump went; 0 after ResetControlVariables.
     [[nodiscard]] unsigned int GetLastJumpTargetTickIndex() const { return lastJumpTargetTickIndex_; }
+    /// The caesura that playback reached last; 0 after ResetControlVariables.
     [[nodiscard]] unsigned int GetCaesuraTickIndex() const { return caesuraTickIndex_; }
 
     /// Replaces the callback without a lock: only while nothing plays.
@@ -221,11 +230,18 @@ protected:
     std::vector<const CL::SfxAmbient*> GetAmbientSfxInTickRange_(long long from, long long to);
 
     // For concrete flow controls, which hold the seek lock while they use what these return.
+
+    /// What the last advance search found; seeks and resets leave it.
     [[nodiscard]] const FindNextControlEventResult& GetResult_() const { return result_; }
+    /// The loops that playback is inside of. Who changes them posts the status (CheckForRemainingVampRepeatOrFermata).
     [[nodiscard]] LoopEventList& GetLoopEvents_() { return loopEvents_; }
+    /// Copies of the song's OSC messages in order of tick; made anew by every load.
     [[nodiscard]] const std::vector<CL::Osc>& GetOscEvents_() const { return oscEvents_; }
+    /// Null until SetOscCallback gives one. Changes only while nothing plays, so this one needs no lock.
     [[nodiscard]] const std::shared_ptr<tavo::PlayerOscCallback>& GetOscCallback_() const { return oscCallback_; }
+    /// The song that is loaded, the show data's own; null when none is.
     [[nodiscard]] const tavo_midi::SongData* GetSongData_() const { return songData_; }
+    /// Ticks and seconds of the song that is loaded, at its written tempos.
     [[nodiscard]] TimeCodeConverter& GetTimeCodeConverter_() { return timeCodeConverter_; }
 
 private:
