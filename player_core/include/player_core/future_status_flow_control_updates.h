@@ -15,11 +15,15 @@ namespace gui {
 class StatusFlowControl {
 public:
     StatusFlowControl() = default;
+    /// Any word and any count; neither is checked.
     StatusFlowControl(const std::string& type, int count) : type_(type), count_(count) {}
+    /// The same without a copy of the word.
     StatusFlowControl(std::string&& type, int count) : type_(std::move(type)), count_(count) {}
 
     /// A copy of the word.
     [[nodiscard]] std::string GetType() const { return type_; }
+    /// The pass of a vamp or repeat, the beats left before a caesura, the clicks left before the song's end; 0 for the
+    /// other words.
     [[nodiscard]] int GetCount() const { return count_; }
     /// The last count before a caesura.
     [[nodiscard]] bool IsCaesuraZero() const { return count_ == 0 && type_ == "Caesura"; }

@@ -101,9 +101,11 @@ protected:
     unsigned int AdvanceToCurrentPosition();
     /// Passes a reported position through the filter of the last seek and returns the accepted playhead.
     unsigned int SetTickIndex_(unsigned int tickIndex);
+    /// Whether the generator is held; true at first.
     [[nodiscard]] bool GetIsPaused();
-    /// Whether the threads go on after what they are at; setting it wakes neither.
+    /// Whether the threads go on after what they are at; false for good after Quit and PrepareForExit.
     [[nodiscard]] bool GetShouldRun();
+    /// Wakes neither thread: one that waits for a signal ends at the next one.
     void SetShouldRun(bool shouldRun);
     /// The generator's period in milliseconds.
     [[nodiscard]] unsigned int GetInterval();
