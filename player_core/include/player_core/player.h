@@ -15,10 +15,10 @@ class ShowControl;
 
 /// Single bits, so that a set of states can be tested at once.
 enum class PlayerState : std::uint8_t {
-    Stopped = 1,
-    Playing = 2,
-    Paused = 4,
-    Faded = 8,  ///< running at a level that a fade has lowered; it counts as playing
+    Stopped = 1,  ///< nothing plays and no place is held; so it is at first
+    Playing = 2,  ///< running at full level
+    Paused = 4,   ///< held where playback was, by the operator or at a caesura
+    Faded = 8,    ///< running at a level that a fade has lowered; it counts as playing
 };
 
 /// The transport. It keeps the playback state, the active song's number and the user's controls, and does what is the
