@@ -18,11 +18,14 @@ public:
     virtual void Lock() const = 0;
     /// Throws std::system_error (operation_not_permitted) if not owned.
     virtual void Unlock() const = 0;
+    /// Whether this object has it locked; another lock object's hold does not count.
     [[nodiscard]] virtual bool OwnsLock() const = 0;
 
 protected:
     LockInterface() = default;
+    /// For derived classes, which say what becomes of the hold.
     LockInterface(const LockInterface&) = default;
+    /// Likewise.
     LockInterface& operator=(const LockInterface&) = default;
 };
 
@@ -39,8 +42,10 @@ public:
     }
     /// Does not take the mutex yet.
     UniqueLock(Mutex& mutex, std::defer_lock_t) noexcept : mutex_(&mutex) {}
+    /// Takes mutex and hold over; `other` has no mutex then.
     UniqueLock(UniqueLock&& other) noexcept
         : mutex_(std::exchange(other.mutex_, nullptr)), owns_(std::exchange(other.owns_, false)) {}
+    /// The same, and releases what it owned itself, once the other hold is its own.
     UniqueLock& operator=(UniqueLock&& other) noexcept {
         UniqueLock taken(std::move(other));
         std::swap(mutex_, taken.mutex_);
@@ -62,6 +67,7 @@ public:
         owns_ = false;
         mutex_->unlock();
     }
+    /// False as well where there is no mutex.
     [[nodiscard]] bool OwnsLock() const override { return owns_; }
 
 private:
@@ -75,6 +81,7 @@ private:
 template <class... Locks>
 class LockCollection final : public LockInterface {
 public:
+    /// Locks nothing: the parts are as they were made.
     explicit LockCollection(Locks... locks) : locks_(std::forward<Locks>(locks)...) {}
     LockCollection(const LockCollection&) = delete;
     LockCollection& operator=(const LockCollection&) = delete;
@@ -116,6 +123,7 @@ private:
     std::tuple<Locks...> locks_;
 };
 
+/// Makes a part that is an lvalue a reference, and any other one the collection's own.
 template <class... Locks>
 LockCollection(Locks&&...) -> LockCollection<Locks...>;
 

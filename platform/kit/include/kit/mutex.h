@@ -30,14 +30,18 @@ namespace kit {
 /// std::mutex, known to the analysis. Thread-safe; locking blocks.
 class KIT_CAPABILITY("mutex") Mutex : public std::mutex {
 public:
+    /// Not recursive.
     void lock() KIT_ACQUIRE() { std::mutex::lock(); }
+    /// Does not wait: false where it is held.
     [[nodiscard]] bool try_lock() KIT_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
+    /// On the thread that locked it.
     void unlock() KIT_RELEASE() { std::mutex::unlock(); }
 };
 
 /// Holds a mutex for a scope; may let go of it and take it again in between. Belongs to one thread.
 class KIT_SCOPED_CAPABILITY MutexLock {
 public:
+    /// Blocks until the mutex is taken, which outlives the object.
     explicit MutexLock(Mutex& mutex) KIT_ACQUIRE(mutex) : lock_(mutex) {}
     ~MutexLock() KIT_RELEASE() = default;
     MutexLock(const MutexLock&) = delete;
@@ -45,6 +49,7 @@ public:
 
     /// Blocks. As std::unique_lock: std::system_error where it is held already, or is not.
     void Lock() KIT_ACQUIRE() { lock_.lock(); }
+    /// Lets go until Lock is called; the destructor then has nothing to release.
     void Unlock() KIT_RELEASE() { lock_.unlock(); }
 
     /// Lets go of the mutex until `condition` is notified, or for no reason, and takes it again. What it guards may

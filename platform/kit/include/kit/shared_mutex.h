@@ -23,26 +23,32 @@ public:
     FairSharedMutex(const FairSharedMutex&) = delete;
     FairSharedMutex& operator=(const FairSharedMutex&) = delete;
 
+    /// Blocks until nobody is inside. Not for a thread that holds it already, shared or not.
     void lock() {
         if (!try_lock()) LockSlowly();
     }
+    /// Does not wait: false as soon as somebody is inside or waits.
     [[nodiscard]] bool try_lock() {
         std::uint32_t free = 0;
         return state_.compare_exchange_strong(free, Writer, std::memory_order_acquire, std::memory_order_relaxed);
     }
+    /// Lets those in who read and wait, else a writer that waits.
     void unlock() {
         std::uint32_t unwanted = Writer;
         if (!state_.compare_exchange_strong(unwanted, 0, std::memory_order_release, std::memory_order_relaxed))
             UnlockSlowly();
     }
 
+    /// Blocks while a writer is inside and, on a thread that holds no mutex of this class shared, while one waits.
     void lock_shared() {
         if (!try_lock_shared()) LockSharedSlowly();
     }
+    /// Does not wait: false where lock_shared would.
     [[nodiscard]] bool try_lock_shared() {
         const std::uint32_t obstacles = sharedHoldsOfThread_ == 0 ? Writer | WriterWaits : Writer;
         return TryLockShared(obstacles);
     }
+    /// Once for each time that it was taken; the last reader wakes a writer that waits.
     void unlock_shared() {
         --sharedHoldsOfThread_;
         const std::uint32_t before = state_.fetch_sub(1, std::memory_order_release);
