@@ -20,6 +20,7 @@ public:
     AppendedFile(const AppendedFile&) = delete;
     AppendedFile& operator=(const AppendedFile&) = delete;
 
+    /// Bytes of the file as far as they were added durably: what an Append that threw may have left does not count.
     [[nodiscard]] std::uintmax_t GetSize() const { return size_; }
 
     /// Adds the bytes, durably. Where that fails the file has its former length again, or zeros in their place. Where

@@ -41,7 +41,8 @@ void ReplaceFileDurably(const std::string& path, std::string_view bytes);
 /// sentence that names `to` and the system's reason; the directory then has its old name. Blocks on the disk.
 void RenameDirectoryDurably(const std::string& from, const std::string& to);
 
-/// What happens to a file that has the name already: it stays and the new one is refused, or it is replaced.
+/// What happens to a file that has the name already. Keep: it stays and the new one is refused (FileExistsError).
+/// Replace: the new one takes its place and its permissions.
 enum class ExistingFile { Keep, Replace };
 
 /// The same for a file that comes in pieces and need not fit into memory. Nothing stands under its name, or what stood
@@ -49,11 +50,13 @@ enum class ExistingFile { Keep, Replace };
 /// above do; after a throw the object can only be destroyed. Blocks on the disk.
 class DurableWriter {
 public:
+    /// Makes an empty temporary file in the directory of `path`, which must be there.
     DurableWriter(const std::string& path, ExistingFile existing);
     ~DurableWriter();
     DurableWriter(const DurableWriter&) = delete;
     DurableWriter& operator=(const DurableWriter&) = delete;
 
+    /// Adds to what was written before; any number of times, pieces of any length.
     void Write(std::string_view bytes);
     /// Once, after the last piece.
     void Commit();

@@ -18,6 +18,7 @@ namespace kit {
 
 /// What a text may have at most; one that has more is refused as soon as that is seen.
 struct JsonLimits {
+    /// Length of the whole text; 4 GiB is the most, whatever stands here.
     std::size_t bytes = std::size_t{1} << 20U;
     /// Objects and lists inside one another; the outermost counts.
     std::size_t depth = 16;
@@ -31,11 +32,14 @@ class JsonObject;
 /// One value with its place. Refers to the JsonText that it comes from, which outlives it.
 class JsonValue {
 public:
+    /// For JsonText and JsonObject, which give values out.
     JsonValue(const JsonTree& tree, std::uint32_t index) : tree_(&tree), index_(index) {}
 
+    /// Whether it is `null`, which every As... refuses.
     [[nodiscard]] bool IsNull() const;
     /// Whether it is this text.
     [[nodiscard]] bool Is(std::string_view text) const { return IsText_(text); }
+    /// Throws where it is neither true nor false, as every As... does where the value is not what is asked for.
     [[nodiscard]] bool AsFlag() const;
     /// UTF-8 of at most `longest` bytes.
     [[nodiscard]] std::string AsText(std::size_t longest = 10000) const;
@@ -59,6 +63,7 @@ public:
         }
         FailAs("must be " + choices);
     }
+    /// Each call gives an object that has been asked for no key yet.
     [[nodiscard]] JsonObject AsObject() const;
     /// At most `most` elements, in order.
     [[nodiscard]] std::vector<JsonValue> AsList(std::size_t most = 100000) const;
@@ -99,6 +104,7 @@ public:
     /// "FILE: PLACE is not a known key and is ignored", for each key that was not asked for; at most ten.
     void WarnOfOtherKeys(std::vector<std::string>& warnings) const;
 
+    /// Throws "FILE: PLACE problem", the place being the object's own.
     [[noreturn]] void Fail(const std::string& problem) const { value_.Fail(problem); }
 
 private:
@@ -114,9 +120,12 @@ private:
 /// JSON (with the line), too deep or too large, where an object has a key twice, or a number is too large for a double.
 class JsonText {
 public:
+    /// Reads all of it at once; `text` is not needed afterwards.
     JsonText(std::string_view text, std::string name, const JsonLimits& limits = {});
     ~JsonText();
+    /// Values of the one that was moved from belong to this one now.
     JsonText(JsonText&&) noexcept;
+    /// The same; those that this one had given out are void.
     JsonText& operator=(JsonText&&) noexcept;
 
     /// Refers to this.

@@ -7,12 +7,15 @@
 
 namespace kit {
 
+/// Paths as texts, with '/' between the names. Nothing here asks the file system.
 namespace path {
 
 /// The pieces with exactly one separator between them. Empty pieces are left out. A later piece that begins with a
 /// separator does not start anew: the result always lies below the first piece.
 [[nodiscard]] std::string Join(std::string_view first, std::string_view second);
+/// The same of any number of pieces, in order; empty if there is none.
 [[nodiscard]] std::string Join(std::initializer_list<std::string> pieces);
+/// Likewise.
 [[nodiscard]] std::string Join(const std::vector<std::string>& pieces);
 
 /// The last extension of the name with its dot (".logdata"), or an empty text. A dot that begins the name starts none.
