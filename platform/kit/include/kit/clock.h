@@ -32,6 +32,7 @@ public:
         AutoAdvance,  ///< a sleeper moves the time on by itself and returns at once
     };
 
+    /// Its time begins at 0; the mode is the object's for life.
     explicit FakeClock(Mode mode = Mode::ByHand) : mode_(mode) {}
 
     [[nodiscard]] std::chrono::nanoseconds Now() const override;
@@ -54,6 +55,7 @@ private:
 /// Puts a clock in force for a scope and afterwards the one that was in force before.
 class ScopedClock {
 public:
+    /// `clock` is not owned and outlives the object and all who wait on it. Scopes end in the reverse order.
     explicit ScopedClock(Clock& clock) : previous_(&GetClock()) { SetClock(&clock); }
     ~ScopedClock() { SetClock(previous_); }
     ScopedClock(const ScopedClock&) = delete;

@@ -25,9 +25,11 @@ public:
     /// The stream that collects; for code that can only write to a stream.
     [[nodiscard]] std::ostream& Stream() { return stream_; }
 
+    /// Calls the manipulator: kit::endl ends the line and writes.
     CoutBuffer& operator<<(CoutBuffer& (*manipulator)(CoutBuffer&)) { return manipulator(*this); }
     /// Unlike kit::endl, std::endl only ends the line.
     CoutBuffer& operator<<(std::ostream& (*manipulator)(std::ostream&));
+    /// std::hex and its like: in force until changed, whatever is written meanwhile.
     CoutBuffer& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
 
 private:
@@ -37,6 +39,7 @@ private:
 /// Ends the line and writes what was collected.
 CoutBuffer& endl(CoutBuffer& buffer);
 
+/// Collects the value as its operator<< for std::ostream writes it; nothing goes out yet.
 template <class T>
 CoutBuffer& operator<<(CoutBuffer& buffer, const T& value) {
     buffer.Stream() << value;

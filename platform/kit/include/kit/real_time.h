@@ -4,10 +4,11 @@
 
 namespace kit {
 
-/// Have a thread, or the calling one, run before all ordinary ones (POSIX SCHED_FIFO) at `priority`, 1 to 99. False
+/// Has a thread run before all ordinary ones (POSIX SCHED_FIFO) at `priority`, 1 to 99. False
 /// where the system does not permit it: the thread stays as it was, as punctual as the machine is idle. Any thread;
-/// block for microseconds.
+/// blocks for microseconds.
 bool MakeRealTime(std::thread& thread, int priority);
+/// The same for the calling thread.
 bool MakeThisThreadRealTime(int priority);
 /// Takes that back for the calling thread.
 void MakeThisThreadOrdinary();

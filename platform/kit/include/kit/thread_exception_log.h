@@ -7,6 +7,7 @@ namespace kit {
 
 /// The file for exceptions that escape a worker thread. Empty at first. Thread-safe.
 void SetThreadExceptionLogPath(const std::string& path);
+/// What was set last. Thread-safe; waits for a line that is being written.
 [[nodiscard]] std::string GetThreadExceptionLogPath();
 
 /// Appends one line: UTC time, name of the calling thread, text (line ends in it become spaces). Writes to stderr if no

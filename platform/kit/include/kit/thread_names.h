@@ -13,9 +13,11 @@ public:
     void SetNameOfCurrentThread(const std::string& name) const;
     /// Empty if the thread was given no name.
     [[nodiscard]] std::string GetNameOfCurrentThread() const;
+    /// The same of another thread; empty as well once that has ended.
     [[nodiscard]] std::string GetName(std::thread::id thread) const;
 };
 
+/// The way to the one register of the process; other objects of the class lead to the same.
 inline constexpr ThreadNames threadNames;
 
 }  // namespace kit

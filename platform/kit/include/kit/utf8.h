@@ -11,6 +11,7 @@ namespace kit {
 
 /// Offset of the first byte that does not belong to well-formed UTF-8; npos where all of it does.
 [[nodiscard]] std::size_t FindIllFormedUtf8(std::string_view text);
+/// Whether all of it is well-formed; true for an empty text.
 [[nodiscard]] bool IsUtf8(std::string_view text);
 
 /// The greatest length not above `longest` at which `text` can be cut without cutting a character.
@@ -20,7 +21,9 @@ namespace kit {
 struct Character {
     /// The code point, or the byte.
     std::uint32_t value = 0;
+    /// How many bytes of the text it takes, 1 to 4.
     std::size_t bytes = 1;
+    /// False for a byte that does not begin a well-formed character.
     bool isWellFormed = false;
     /// Columns that it takes where letters are equally wide: combining marks none, wide characters two, others one.
     std::size_t columns = 1;
