@@ -10,19 +10,20 @@
 
 #include "tavo_midi/midi_message_dispatcher.h"
 
+/// What the operator gives by a pedal, a pad or another desk: commands and the messages that give them.
 namespace tavo_midi::midi_commands {
 
-/// The numbers of the commands.
+/// The numbers of the commands, which stay as they are. Settings files go by their names (commandNames).
 enum Command : unsigned char {
-    Play = 0,
-    Pause = 1,
-    Stop = 2,
-    Continue = 3,
-    NextSong = 4,
-    PreviousSong = 5,
-    NextMarker = 6,
-    PreviousMarker = 7,
-    ConductBeat = 8,
+    Play = 0,            ///< notify::names::midiCommandPlay, and so on down to PreviousMarker
+    Pause = 1,           ///< stays where playback is
+    Stop = 2,            ///< the operator's stop
+    Continue = 3,        ///< leaves a vamp, fermata or caesura and plays on
+    NextSong = 4,        ///< in show order
+    PreviousSong = 5,    ///< in show order
+    NextMarker = 6,      ///< a seek to it
+    PreviousMarker = 7,  ///< a seek to it
+    ConductBeat = 8,     ///< names::conductBeat, with the moment of the beat
 };
 
 /// Stands for "whatever the value": a controller gives its command when it is at 64 or above, a note when it is struck.
@@ -30,7 +31,9 @@ constexpr unsigned char AnyValue = 0xFF;
 
 /// The MIDI message that gives a command.
 struct LearnedCommand {
+    /// One of allowedStatuses, the channel included; 0 in an object that stands for none.
     unsigned char status = 0;
+    /// The note's, controller's or program's number, 0 to 127; without meaning for a sequencer's messages.
     unsigned char data1 = 0;
     /// A value that must match, or AnyValue. A note's velocity 0 is AnyValue, too: it is not a note-on. Without meaning
     /// for messages that have no second data byte.
@@ -38,6 +41,7 @@ struct LearnedCommand {
     /// False for one that was learned but not set: it is shown and gives nothing.
     bool isAssigned = true;
 
+    /// All fields count.
     bool operator==(const LearnedCommand&) const = default;
 };
 
@@ -53,25 +57,29 @@ extern const std::string& locate;       ///< payload: const std::chrono::nanosec
 
 /// MIDI Show Control 1.0 and MIDI machine control, as far as a show is driven by them.
 struct RemoteControl {
+    /// Whether MIDI Show Control is heard: the formats of sound, 0x10 to 0x1F, and all types.
     bool showControl = false;
+    /// Whether MIDI Machine Control is heard.
     bool machineControl = false;
     /// 0 to 111 for show control, 0 to 126 for machine control; 127, all devices, is heard in any case.
     unsigned char deviceNumber = 0;
 
+    /// All fields count.
     bool operator==(const RemoteControl&) const = default;
 };
 
 /// Which kind of message a command came by.
 enum class CommandDoor : unsigned char {
     LearnedMessage,  ///< one that is assigned to the command
-    ShowControl,
-    MachineControl,
+    ShowControl,     ///< MIDI Show Control: a cue number is a song's
+    MachineControl,  ///< MIDI Machine Control: stop, play, pause, locate
 };
 
 /// A command that a message gives, before its callback is called.
 struct DeliveredCommand {
     /// The callback's name, of notify::names or midi_commands::names; never destroyed.
     const std::string& callbackName;
+    /// By which kind of message it came.
     CommandDoor door = CommandDoor::LearnedMessage;
     std::chrono::nanoseconds arrival{0};             ///< the message's, on the steady clock
     std::optional<Command> command;                  ///< nothing for loadSong and locate
@@ -83,6 +91,7 @@ struct DeliveredCommand {
 
 /// What gave a command was let go: the note's end, or the controller back on its other side of 64.
 struct ReleasedCommand {
+    /// What the press had given; one message may release several, each by itself.
     Command command = Play;
     std::chrono::nanoseconds arrival{0};  ///< the message's, on the steady clock
 };

@@ -15,8 +15,10 @@ namespace tavo_midi {
 struct MidiEndPoint {
     /// Index among the system's inputs or outputs; it may change when devices come and go.
     unsigned char index = 0;
+    /// As the system has it, no two alike: by it a connection finds its port again.
     std::string name;
 
+    /// Index and name count.
     bool operator==(const MidiEndPoint&) const = default;
 };
 
@@ -24,10 +26,11 @@ struct MidiEndPoint {
 /// and a sequencer's start, continue and stop. Never destroyed.
 extern const std::set<unsigned char>& allowedStatuses;
 
-/// The system's first 256 MIDI inputs and outputs other than those that this product opened itself. Empty where there
-/// is no MIDI system. Any thread; may block for some seconds where a system does not answer. What a host's own ports
+/// The system's first 256 MIDI inputs other than those that this product opened itself. Empty where there is no MIDI
+/// system. Any thread; may block for some seconds where a system does not answer. What a host's own ports
 /// throw reaches the caller.
 [[nodiscard]] std::vector<MidiEndPoint> GetNonTavoMidiSources();
+/// The outputs, likewise.
 [[nodiscard]] std::vector<MidiEndPoint> GetNonTavoMidiDestinations();
 
 /// The connection to one MIDI input, which is known by its name: where the port goes and comes back, the connection is

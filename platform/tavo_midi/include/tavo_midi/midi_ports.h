@@ -15,16 +15,18 @@ namespace tavo_midi {
 
 /// A moment on the steady clock and, where it is known, the same moment as a frame of the JACK server, which is exact.
 struct TimeCodeMoment {
+    /// On the steady clock; the moment at which the object is made, unless it is given.
     std::chrono::nanoseconds time{std::chrono::steady_clock::now().time_since_epoch()};
+    /// As the server counts frames, which wraps around; an output that is not on JACK goes by `time`.
     std::optional<std::uint32_t> jackFrame;
 };
 
 /// What time code does from a moment on. An order takes back those given before it for later moments.
 struct TimeCodeOrder {
-    TimeCodeMoment when{};
-    FrameRate frameRate = FrameRate::Fps30;
-    std::int64_t positionNs = 0;  ///< time of day at `when`; it may lie beyond a day
-    bool rolls = false;           ///< quarter frames follow
+    TimeCodeMoment when{};                   ///< may have gone by: it then takes effect at once
+    FrameRate frameRate = FrameRate::Fps30;  ///< of all messages that the order brings
+    std::int64_t positionNs = 0;             ///< time of day at `when`; it may lie beyond a day
+    bool rolls = false;                      ///< quarter frames follow
 };
 
 /// Takes what arrives at an input, any number of bytes at a time. Real-time safe; called by one thread at a time.
@@ -74,9 +76,11 @@ public:
     /// In the system's order, no name twice. What they throw is logged where the ports are watched, and reaches callers
     /// of GetNonTavoMidiSources and GetNonTavoMidiDestinations.
     [[nodiscard]] virtual std::vector<std::string> GetSourceNames() = 0;
+    /// The outputs, likewise.
     [[nodiscard]] virtual std::vector<std::string> GetDestinationNames() = 0;
-    /// Both throw std::runtime_error with a sentence. `sink` must outlive the input, the ports both.
+    /// Throws std::runtime_error with a sentence where it cannot be opened. `sink` and the ports outlive the input.
     [[nodiscard]] virtual std::unique_ptr<MidiInput> OpenInput(const std::string& name, MidiByteSink& sink) = 0;
+    /// Throws likewise; the ports outlive the output.
     [[nodiscard]] virtual std::unique_ptr<MidiOutput> OpenOutput(const std::string& name) = 0;
 };
 
@@ -85,7 +89,7 @@ enum class MidiSystemChoice {
     Auto,    ///< JACK where a server runs, otherwise RtMidi
     Jack,    ///< JACK; a server is never started
     RtMidi,  ///< the operating system's, through RtMidi
-    None,
+    None,    ///< none of the computer's: chosen ports are waited for
 };
 
 /// Opens the computer's MIDI systems. This library knows none itself: tavo_midi_io brings those of JACK and RtMidi, and
@@ -127,10 +131,10 @@ void SendMidiMessage(const std::string& destinationName, std::span<const unsigne
 
 /// A chosen port came or went.
 struct MidiPortReport {
-    std::string portName;
-    bool isSource = true;
-    bool isConnected = false;
-    std::string sentence;  ///< for the operator
+    std::string portName;      ///< as it was chosen
+    bool isSource = true;      ///< an input; false for an output
+    bool isConnected = false;  ///< it came and is connected; false where it was lost
+    std::string sentence;      ///< for the operator
 };
 
 /// Sets who is notified of chosen ports that come and go; an empty function takes it away. Called on the thread that

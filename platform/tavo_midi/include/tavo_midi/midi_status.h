@@ -7,20 +7,21 @@ namespace tavo_midi {
 
 /// The first bytes of MIDI messages, as MIDI 1.0 numbers them.
 namespace status_byte {
-// Their low four bits are the channel.
-inline constexpr std::uint8_t NoteOff = 0x80;
-inline constexpr std::uint8_t NoteOn = 0x90;
-inline constexpr std::uint8_t ControlChange = 0xB0;
-inline constexpr std::uint8_t ProgramChange = 0xC0;
-inline constexpr std::uint8_t ChannelPressure = 0xD0;
-inline constexpr std::uint8_t PitchBend = 0xE0;
+// Channel messages: the low four bits are the channel.
+inline constexpr std::uint8_t NoteOff = 0x80;          ///< key, release velocity
+inline constexpr std::uint8_t NoteOn = 0x90;           ///< key, velocity; velocity 0 is a note-off
+inline constexpr std::uint8_t ControlChange = 0xB0;    ///< controller, value
+inline constexpr std::uint8_t ProgramChange = 0xC0;    ///< program, counted from 0
+inline constexpr std::uint8_t ChannelPressure = 0xD0;  ///< pressure, of all keys of the channel
+inline constexpr std::uint8_t PitchBend = 0xE0;        ///< low seven bits, high seven; 0x2000 is the middle
 
-inline constexpr std::uint8_t Sysex = 0xF0;
-inline constexpr std::uint8_t TimeCodeQuarter = 0xF1;
-inline constexpr std::uint8_t SongPosition = 0xF2;
-inline constexpr std::uint8_t SongSelect = 0xF3;
-inline constexpr std::uint8_t TuneRequest = 0xF6;
-inline constexpr std::uint8_t SysexEnd = 0xF7;
+// System messages.
+inline constexpr std::uint8_t Sysex = 0xF0;            ///< any number of data bytes up to SysexEnd
+inline constexpr std::uint8_t TimeCodeQuarter = 0xF1;  ///< one byte: piece and its four bits
+inline constexpr std::uint8_t SongPosition = 0xF2;     ///< sixteenth notes, low seven bits, high seven
+inline constexpr std::uint8_t SongSelect = 0xF3;       ///< the song's number
+inline constexpr std::uint8_t TuneRequest = 0xF6;      ///< without data
+inline constexpr std::uint8_t SysexEnd = 0xF7;         ///< ends a system-exclusive message
 
 /// From here on a message is one byte, which may stand within any other.
 inline constexpr std::uint8_t FirstRealTime = 0xF8;
