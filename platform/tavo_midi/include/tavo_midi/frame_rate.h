@@ -3,14 +3,16 @@
 #include <string>
 #include <vector>
 
+/// The music of a show as MIDI: its songs and their time, what a musician must know at a place, commands from MIDI
+/// ports and time code to them.
 namespace tavo_midi {
 
 /// Frames a second of MIDI time code, in the order in which the time code itself numbers them.
 enum class FrameRate : unsigned char {
-    Fps24 = 0,
-    Fps25 = 1,
-    Fps2997Drop = 2,
-    Fps30 = 3,
+    Fps24 = 0,        ///< 24, film
+    Fps25 = 1,        ///< 25, EBU
+    Fps2997Drop = 2,  ///< 30000 / 1001, counted as 30 with addresses left out (drop frame)
+    Fps30 = 3,        ///< 30 exactly; 30000 / 1001 without drop frame has no number here
 };
 
 /// The display names of the frame rates, in the order of their values. Never destroyed.

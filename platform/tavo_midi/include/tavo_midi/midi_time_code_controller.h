@@ -46,7 +46,9 @@ public:
     /// Closes the output, which has had a full frame of the place where time code was if it ran. Blocks as Activate
     /// does.
     void CancelMidiTimeCode();
+    /// Whether it was activated, in this run or an earlier one; false where there is no file. Looks at no port.
     [[nodiscard]] bool GetIsActive() const;
+    /// 30 where the file says nothing.
     [[nodiscard]] FrameRate GetFrameRate() const;
     /// Song offsets that are not addresses of the new rate become the nearest one in the same second. A value that is
     /// not a frame rate throws std::out_of_range with a sentence.
@@ -63,6 +65,7 @@ public:
     /// Chooses the output that has or will have this name; an empty one chooses none. Blocks as Activate does.
     void SetOutputPortName(const std::string& name);
 
+    /// JumpRule::Locate where the file says nothing.
     [[nodiscard]] JumpRule GetJumpRule() const;
     /// Holds from the next Jump on.
     void SetJumpRule(JumpRule rule);
@@ -81,9 +84,14 @@ public:
 
     /// Sends nothing by itself: the next call does, at the song's own place.
     void SetSong(const std::string& songNumber);
+    /// A full frame of the position; quarter frames follow from there if they did before. `when` is now if left out,
+    /// here and below. Ends what JumpRule::RunOn has shifted.
     void Locate(std::chrono::nanoseconds position, TimeCodeMoment when = {});
+    /// A full frame of the position, and quarter frames from there.
     void Start(std::chrono::nanoseconds position, TimeCodeMoment when = {});
+    /// A full frame of the position, and no quarter frames any more.
     void Stop(std::chrono::nanoseconds position, TimeCodeMoment when = {});
+    /// What the jump rule says. `from` is where the music left, `to` where it goes on.
     void Jump(std::chrono::nanoseconds from, std::chrono::nanoseconds to, TimeCodeMoment when = {});
 
     /// Has time code stop with a full frame if it runs, and returns at once; nothing else is sent any more.

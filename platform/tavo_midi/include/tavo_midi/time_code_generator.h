@@ -12,25 +12,27 @@ namespace tavo_midi {
 
 /// A full frame or a quarter frame.
 struct TimeCodeMessage {
-    std::int64_t at = 0;  ///< in the generator's units
-    std::array<unsigned char, 10> bytes{};
-    unsigned char size = 0;
+    std::int64_t at = 0;                    ///< in the generator's units
+    std::array<unsigned char, 10> bytes{};  ///< the first `size` of them are the message, status byte included
+    unsigned char size = 0;                 ///< 10 for a full frame, 2 for a quarter frame
 };
 
 /// Turns orders into the messages of MIDI time code with their exact moments, counted in units of any clock: samples or
 /// nanoseconds. For outputs that time them by themselves (MidiOutput::RunTimeCode). Real-time safe.
 class TimeCodeGenerator {
 public:
+    /// Later than every moment.
     static constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 
     /// A TimeCodeOrder whose moment is counted in units.
     struct Order {
-        std::int64_t at = 0;
-        FrameRate frameRate = FrameRate::Fps30;
-        std::int64_t positionNs = 0;
-        bool rolls = false;
+        std::int64_t at = 0;                     ///< in the generator's units
+        FrameRate frameRate = FrameRate::Fps30;  ///< of all messages that the order brings
+        std::int64_t positionNs = 0;             ///< time of day at `at`; it may lie beyond a day
+        bool rolls = false;                      ///< quarter frames follow
     };
 
+    /// Of the clock whose units are counted: a sample rate, or a thousand million for nanoseconds. Above 0.
     explicit TimeCodeGenerator(std::int64_t unitsPerSecond) : unitsPerSecond_(unitsPerSecond) {}
 
     /// Units in a span of time, to the nearest.
