@@ -19,7 +19,9 @@ public:
     /// is wrong with it. Blocks while it reads.
     explicit ShowData(const std::string& path);
 
+    /// UTF-8; empty for a show without one.
     [[nodiscard]] const std::string& GetTitle() const { return title_; }
+    /// Taken as it stands.
     void SetTitle(std::string title) { title_ = std::move(title); }
 
     /// The songs in show order. A song keeps its address while others are added after it.
@@ -30,6 +32,7 @@ public:
     /// An unknown number throws std::out_of_range with a sentence that names it.
     /// The reference is good as long as the show.
     [[nodiscard]] const SongData& GetSongData(const std::string& number) const;
+    /// The same for whoever changes the song.
     SongData& GetSongData(const std::string& number);
 
     /// In show order.
@@ -39,6 +42,7 @@ public:
 
     /// What was wrong with the songs' files and could be read all the same, a sentence each.
     [[nodiscard]] const std::vector<std::string>& GetWarnings() const { return warnings_; }
+    /// One sentence that names file and place.
     void AddWarning(std::string sentence) { warnings_.push_back(std::move(sentence)); }
 
 private:

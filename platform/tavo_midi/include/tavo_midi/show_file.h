@@ -12,6 +12,7 @@ namespace tavo_midi {
 
 /// A song as it is packed into a `.showdata` file. Songs may share a Standard MIDI File: they then give the same name.
 struct ShowSong {
+    /// What the file does not say; number, title and bar labels are UTF-8.
     SongOptions options;
     /// The file's name inside the archive: not empty, not "show.json".
     std::string smfName;
@@ -19,13 +20,17 @@ struct ShowSong {
     std::string smf;
 };
 
-/// What an archive may hold; a larger one is refused by reader and writer alike.
+/// The most bytes that an archive may have; a larger one is refused by reader and writer alike, here and below.
 inline constexpr std::size_t MaxShowFileBytes = std::size_t{256} << 20U;
+/// The most bytes of one song's Standard MIDI File.
 inline constexpr std::size_t MaxShowMemberBytes = std::size_t{16} << 20U;
+/// The most bytes of `show.json`.
 inline constexpr std::size_t MaxShowJsonBytes = std::size_t{4} << 20U;
+/// The most files in an archive, `show.json` among them.
 inline constexpr std::size_t MaxShowMembers = 4096;
 /// What its songs may come to together, a file that songs share counted for each.
 inline constexpr std::size_t MaxShowSongBytes = std::size_t{256} << 20U;
+/// The most beats of all songs together.
 inline constexpr std::size_t MaxShowBeats = 1000000;
 
 /// The bytes of a `.showdata` file; the same show gives the same bytes. Throws std::runtime_error with one sentence if
@@ -36,6 +41,8 @@ inline constexpr std::size_t MaxShowBeats = 1000000;
 /// is bounded by the limits above. Any thread.
 [[nodiscard]] ShowData UnpackShowData(std::string_view bytes, const std::string& name);
 
+/// What happens to a file that has the name already. Keep: it stays and the new one is refused (kit::FileExistsError).
+/// Replace: the new one takes its place and its permissions.
 enum class ExistingShow { Keep, Replace };
 
 /// Packs a show into a file. A crash at any moment leaves the old state or the new one. Throws what PackShowData

@@ -17,25 +17,31 @@ namespace tavo_midi {
 struct BarLabel {
     /// Index of the bar in playing order; the first bar is 0.
     std::size_t bar = 0;
+    /// Any text; two bars may have the same.
     std::string label;
 
+    /// Both fields count.
     bool operator==(const BarLabel&) const = default;
 };
 
 /// A tempo that the file does not give, or gives differently.
 struct SongTempo {
+    /// From where on it is in force, counted as the file's ticks are.
     std::uint32_t tick = 0;
     /// 1 to 16777215, as a Standard MIDI File can say it.
     std::uint32_t microsecondsPerQuarter = 500000;
     /// Nobody has given it as a number: it was taken from words, or is what is usual.
     bool isGuessed = false;
 
+    /// All fields count.
     bool operator==(const SongTempo&) const = default;
 };
 
 /// What a Standard MIDI File does not say about the song that it holds.
 struct SongOptions {
+    /// The song's name in the show, which no other song of it has: "1", "12a". Not empty.
     std::string number;
+    /// For the display; may be empty.
     std::string title;
     /// Which of the file's sequences the song is; below CountSequences.
     std::size_t sequence = 0;
@@ -54,7 +60,7 @@ struct SongOptions {
     std::vector<SongTempo> tempos;
 };
 
-/// A song has fewer beats than this.
+/// A song with more beats is refused.
 inline constexpr std::size_t MaxSongBeats = 250000;
 
 /// Makes a song from a file. Every meter event begins a bar. The first bar is a pick-up if the options say so or if a

@@ -14,22 +14,27 @@ namespace tavo_midi {
 /// One MIDI channel message at its tick, or a system-exclusive one. Eight bytes, so that a show of a million notes
 /// stays small.
 struct MidiEvent {
+    /// From the start of the song's data.
     std::uint32_t tick = 0;
     /// 0x80 to 0xEF; 0xF0 for a system-exclusive message, whose bytes SongData::GetSysex gives.
     std::uint8_t status = 0;
+    /// 0 to 127, and so is data2; of a system-exclusive message part of its index (SongData::SysexIndex).
     std::uint8_t data1 = 0;
+    /// 0 for a message that has no second data byte.
     std::uint8_t data2 = 0;
     /// MIDI port, 0 to 15: sixteen channels each.
     std::uint8_t port = 0;
 
+    /// All fields count.
     bool operator==(const MidiEvent&) const = default;
 };
 
 /// What one player has in a song: a named track of its file. A plain value.
 struct SongPart {
-    std::string name;
+    std::string name;                    ///< of the track; two may have the same
     std::vector<std::uint8_t> channels;  ///< that its events use, over all ports, 16 each; ascending
 
+    /// Both fields count.
     bool operator==(const SongPart&) const = default;
 };
 
@@ -37,6 +42,7 @@ struct SongPart {
 class SongData {
 public:
     SongData() = default;
+    /// A song without music yet. `ticksPerQuarter` is 1 to 32767; nothing is checked.
     SongData(std::string number, TL::Timeline timeline, std::uint16_t ticksPerQuarter)
         : number_(std::move(number)), timeline_(std::move(timeline)), ticksPerQuarter_(ticksPerQuarter) {}
 
@@ -44,7 +50,9 @@ public:
     [[nodiscard]] const std::string& GetSongNumber() const { return number_; }
     /// The timeline's.
     [[nodiscard]] const std::string& GetTitle() const { return timeline_.GetSongTitle(); }
+    /// Beats, meters, tempos, keys and pages as written, without the production's edits.
     [[nodiscard]] const TL::Timeline& GetTimeline() const { return timeline_; }
+    /// For whoever makes the song: flow control and display go on with what they took when the song was loaded.
     TL::Timeline& GetTimeline() { return timeline_; }
     /// Ticks in a quarter note, 1 to 32767.
     [[nodiscard]] std::uint16_t GetTicksPerQuarter() const { return ticksPerQuarter_; }
@@ -54,6 +62,7 @@ public:
     /// First tick after the music as it was recorded, the ringing of its last notes included. The timeline's end tick
     /// is never earlier: it completes the last bar.
     [[nodiscard]] unsigned int GetMusicEndTickIndex() const { return musicEndTick_; }
+    /// Not checked against the timeline's end.
     void SetMusicEndTickIndex(unsigned int tick) { musicEndTick_ = tick; }
 
     /// The music in ascending order of tick; at one tick note-offs come before what is not a note, and that before
@@ -77,10 +86,12 @@ public:
 
     /// In the order of the file's tracks; those without a name or an event are left out.
     [[nodiscard]] const std::vector<SongPart>& GetParts() const { return parts_; }
+    /// They are taken as they stand.
     void SetParts(std::vector<SongPart> parts) { parts_ = std::move(parts); }
 
     /// The markers written in the music itself, as a first change log takes them over.
     [[nodiscard]] const std::vector<CL::Marker>& GetScoreMarkers() const { return scoreMarkers_; }
+    /// Ascending by tick.
     void SetScoreMarkers(std::vector<CL::Marker> markers) { scoreMarkers_ = std::move(markers); }
 
     /// Whether the tempo of the timeline that begins at this tick was guessed when the song was imported.
@@ -92,6 +103,7 @@ public:
 
     /// The song's Standard MIDI File as it is packed into the show; empty for a song that was not read from one.
     [[nodiscard]] const std::string& GetSmfName() const { return smfName_; }
+    /// The name of a member of the show's archive.
     void SetSmfName(std::string name) { smfName_ = std::move(name); }
 
 private:
