@@ -21,11 +21,13 @@ public:
     /// Thrown by GetNextMeasureTickIndex where no bar begins later.
     class SongEnd : public std::out_of_range {
     public:
+        /// With its one sentence.
         SongEnd();
     };
     /// Thrown by GetPreviousMeasureTickIndex on the song's first bar line.
     class SongBegin : public std::out_of_range {
     public:
+        /// With its one sentence.
         SongBegin();
     };
 
@@ -48,12 +50,15 @@ public:
 
     /// The beat that GetBarString shows.
     bool UpdateBar();
+    /// Numerator or denominator: another click alone is not a change of it.
     bool UpdateMeter();
     /// The length of a click.
     bool UpdateClick();
+    /// The user's and the edit's together, so a change of one that the other makes up for is none.
     bool UpdateTransposition();
     /// The written key: another transposition alone is not a change of it.
     bool UpdateKey();
+    /// The user's times the edit's, compared exactly.
     bool UpdateTempoScale();
     /// The written tempo: another tempo scale alone is not a change of it.
     bool UpdateTempo();
@@ -69,7 +74,7 @@ public:
 
     /// "12:3", bar label and beat as the performers count them, click edits applied; empty before the first beat.
     [[nodiscard]] std::string GetBarString() const;
-    /// "6/8".
+    /// "6/8"; before the first meter that one, and "4/4" in a song without any.
     [[nodiscard]] std::string GetMeterString() const;
     /// The key that sounds: the written one with the transposition applied; empty in a song without keys.
     [[nodiscard]] std::string GetKeyString() const;
@@ -79,6 +84,7 @@ public:
     [[nodiscard]] std::string GetTempoScaleString() const;
     /// Text of the marker in force; empty before the first one.
     [[nodiscard]] std::string GetMarkerString() const;
+    /// Of the data that was set last; empty before.
     [[nodiscard]] std::string GetSongTitle() const;
     /// Length of the click in force in thirty-second notes.
     [[nodiscard]] int GetNotated32PerClick() const;
@@ -90,7 +96,7 @@ public:
     [[nodiscard]] int GetPageNumberValue() const;
     /// Metronome clicks a minute that sound.
     [[nodiscard]] double GetTempoDouble() const;
-    /// Tick of the marker in force.
+    /// Tick of the marker in force; before the first one the position.
     [[nodiscard]] unsigned int GetMarkerTickIndex() const;
 
     /// The controls that were given at construction.

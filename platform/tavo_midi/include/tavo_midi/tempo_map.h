@@ -16,15 +16,19 @@ class TempoMap {
 public:
     /// The tempo before the first tempo event, as a Standard MIDI File has it: 120 quarter notes a minute.
     static constexpr std::uint32_t DefaultMicrosecondsPerQuarter = 500000;
+    /// The resolution where none is given.
     static constexpr unsigned int DefaultTicksPerQuarter = 480;
 
     /// The ticks from `tick` up to the next segment's run at one tempo.
     struct Segment {
+        /// Its first one.
         std::uint32_t tick = 0;
+        /// At least 1.
         std::uint32_t microsecondsPerQuarter = DefaultMicrosecondsPerQuarter;
         /// Time from tick 0 to `tick`.
         std::uint64_t tickMicroseconds = 0;
 
+        /// All fields count.
         bool operator==(const Segment&) const = default;
     };
 
@@ -34,14 +38,17 @@ public:
     /// is taken as 480.
     TempoMap(const TL::TimelineSequence<TL::Tempo>& tempos, unsigned int ticksPerQuarter);
 
+    /// At least 1.
     [[nodiscard]] unsigned int GetTicksPerQuarter() const { return ticksPerQuarter_; }
+    /// A million times GetTicksPerQuarter: what to divide a time of this class by for seconds.
     [[nodiscard]] std::uint64_t GetTickMicrosecondsPerSecond() const { return ticksPerQuarter_ * 1000000ULL; }
 
     /// In ascending order, never empty; the first begins at tick 0.
     [[nodiscard]] std::span<const Segment> GetSegments() const { return {segments_.data(), times_.size()}; }
-    /// Index of the segment that holds `tick`. A right or nearly right `guess`, the last answer for instance, makes it
-    /// cheap whatever the number of tempos; any guess gives the right answer.
+    /// Index of the segment that holds `tick`.
     [[nodiscard]] std::size_t FindSegment(std::uint32_t tick) const;
+    /// The same. A right or nearly right `guess`, the last answer for instance, makes it cheap whatever the number of
+    /// tempos; any guess gives the right answer.
     [[nodiscard]] std::size_t FindSegment(std::uint32_t tick, std::size_t guess) const;
 
     /// Time from tick 0 to `tick`, exactly.
