@@ -2,6 +2,7 @@
 
 #include "tavo_core/change_log_events.h"
 
+/// What playback hands on to a host that listens.
 namespace tavo {
 
 /// Hears the OSC messages that playback reaches, where the host's flow control hands them on

@@ -17,8 +17,9 @@ public:
     virtual void OnNewChangeLog() = 0;
     /// A jump was made since ClearJump was last called.
     virtual bool GetJump() = 0;
+    /// The jump has been followed.
     virtual void ClearJump() = 0;
-    /// The last jump was made by a vamp, a repeat or a cut.
+    /// The last jump was made by a vamp or a repeat, and not by a seek. A cut that is met on the way marks no jump.
     virtual bool GetJumpForVampRepeatOrCut() = 0;
     /// Releasing a fermata also dropped a caesura that stood pending.
     virtual bool GetFermataCanceledCaesura() = 0;

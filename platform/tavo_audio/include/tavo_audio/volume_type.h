@@ -1,5 +1,6 @@
 #pragma once
 
+/// The line between the transport and the audio engine that plays for it.
 namespace tavo_audio {
 
 /// Which volume is meant. The single-argument volume operations mean Master.

@@ -20,8 +20,9 @@ namespace jack_clients {
 
 /// Whether a client may be opened now. To be asked within AskJack, right before.
 [[nodiscard]] bool MayOpen();
+/// Within the AskJack that MayOpen was asked in, right before or after the client is opened.
 void NoteOpened();
-/// After it was closed.
+/// After it was closed, once for each NoteOpened. Where none is left, the death of their server is forgotten.
 void NoteClosed();
 /// A client was told that its server has died.
 void NoteServerDied();

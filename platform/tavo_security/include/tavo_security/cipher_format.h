@@ -24,27 +24,33 @@ public:
 
 /// What deriving the key from the passphrase costs (argon2id 1.3, RFC 9106, one lane), and how the plaintext is cut.
 struct CipherOptions {
+    /// Over the memory, 1 to MaxKeyPasses.
     std::uint32_t passes = 3;
+    /// Which reader and writer need while they derive the key, MinKeyMemoryKib to MaxKeyMemoryKib.
     std::uint32_t memoryKib = 64U << 10U;
-    /// Plaintext bytes in a chunk, the least that is read and authenticated at once.
+    /// Plaintext bytes in a chunk, the least that is read and authenticated at once; MinChunkBytes to MaxChunkBytes.
     std::uint32_t chunkBytes = 64U << 10U;
-    /// Each segment of so many chunks is a secretstream of its own: a seek deciphers at most one segment.
+    /// Each segment of so many chunks is a secretstream of its own: a seek deciphers at most one segment. 1 to
+    /// MaxChunksPerSegment.
     std::uint32_t chunksPerSegment = 16;
 };
 
 /// What a header may ask of its reader: a hostile file costs at most 128 MiB and about a second.
 inline constexpr std::uint32_t MaxKeyPasses = 10;
-inline constexpr std::uint32_t MinKeyMemoryKib = 8;
-inline constexpr std::uint32_t MaxKeyMemoryKib = 128U << 10U;
-inline constexpr std::uint32_t MinChunkBytes = 16;
-inline constexpr std::uint32_t MaxChunkBytes = 1U << 20U;
-inline constexpr std::uint32_t MaxChunksPerSegment = 1024;
+inline constexpr std::uint32_t MinKeyMemoryKib = 8;            ///< the least that argon2id takes with one lane
+inline constexpr std::uint32_t MaxKeyMemoryKib = 128U << 10U;  ///< 128 MiB
+inline constexpr std::uint32_t MinChunkBytes = 16;             ///< of plaintext
+inline constexpr std::uint32_t MaxChunkBytes = 1U << 20U;      ///< of plaintext: a reader's memory is two of them
+inline constexpr std::uint32_t MaxChunksPerSegment = 1024;     ///< at most so many are deciphered for a seek
 
+/// Length of what MakeCipherHeader makes; the first chunk follows it.
 inline constexpr std::size_t CipherHeaderBytes = 76;
 
 /// What an enciphered file begins with, before its first chunk.
 struct CipherHeader {
+    /// As the file was written.
     CipherOptions options;
+    /// For the derivation of the key: random, and another one for each file.
     std::array<std::uint8_t, 16> salt{};
     /// Tells a wrong passphrase from a damaged file.
     std::array<std::uint8_t, 16> keyCheck{};
