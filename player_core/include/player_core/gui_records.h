@@ -33,6 +33,7 @@ class BarsBeats : public TimelineRecord<TL::BarsBeats> {
 public:
     /// Keeps the pointer.
     explicit BarsBeats(const TL::BarsBeats* entry) : TimelineRecord(entry) {}
+    /// "12:3", bar label and beat.
     std::string value() const override;
 };
 
@@ -41,6 +42,7 @@ class Key : public TimelineRecord<TL::Key> {
 public:
     /// Keeps the pointer.
     explicit Key(const TL::Key* entry) : TimelineRecord(entry) {}
+    /// The written key, "Eb major".
     std::string value() const override;
 };
 
@@ -49,6 +51,7 @@ class Meter : public TimelineRecord<TL::Meter> {
 public:
     /// Keeps the pointer.
     explicit Meter(const TL::Meter* entry) : TimelineRecord(entry) {}
+    /// "6/8".
     std::string value() const override;
     /// The entry itself, not owned by the caller and never null.
     [[nodiscard]] const TL::Meter* get_wrapped() const { return &GetEntry(); }
@@ -59,6 +62,7 @@ class PageNum : public TimelineRecord<TL::PageNum> {
 public:
     /// Keeps the pointer.
     explicit PageNum(const TL::PageNum* entry) : TimelineRecord(entry) {}
+    /// Number of the page.
     int int_value() const override;
 };
 
