@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "stage/import/musicxml/repeat_plan.h"
+#include "stage/import/musicxml/score_song.h"
 #include "tests/musicxml/flow_text.h"
 
 namespace {
@@ -167,6 +168,19 @@ TEST(OrderOfManySigns, WithoutForwardSigns_IsNotDeeperThanThat) {
     const PlayedOrder order = FindPlayedOrder(ParseFlow(flow), 100000);
     EXPECT_THAT(order.notes, testing::Contains(HasSubstr("more than 64 deep")));
     EXPECT_THAT(order.unplayed, IsEmpty());
+}
+
+TEST(OrderOfManyRepeats, OfAFewBars_EndsAfterADayOfMusic) {
+    stage::musicxml::WrittenScore score;
+    score.bars = ParseFlow("|: A |: B |: C |: D :|99 E :|99 F :|99 G :|99");
+    for (const stage::musicxml::BarOrder order :
+         {stage::musicxml::BarOrder::AsPlayed, stage::musicxml::BarOrder::AsWritten})
+        EXPECT_LE(OrderBars(score, order).bars.size(), stage::musicxml::AlwaysPlayedBars);
+    const PlayedOrder played = OrderBars(score, stage::musicxml::BarOrder::AsPlayed);
+    EXPECT_THAT(played.bars, SizeIs(50'000));
+    EXPECT_THAT(played.notes, testing::Contains(HasSubstr("the repeats ask for more than 50000 bars")));
+    EXPECT_EQ(120'000U, stage::musicxml::FindMostPlayedBars(60'000));
+    EXPECT_EQ(tavo_midi::MaxSongBeats, stage::musicxml::FindMostPlayedBars(200'000));
 }
 
 TEST(OrderOfPasses, CountsTimesAndPassesOfTheInnermostRepeat) {

@@ -180,7 +180,7 @@ TEST_F(NotesOfSong, MoreNotesThanAShowHolds_AreRefused) {
     for (int i = 0; i < 100; ++i)
         Note(0, 60, 0, 1);
     EXPECT_THAT([this] { (void)Play(); },
-                testing::ThrowsMessage<std::runtime_error>("the music has 25000000 notes and pedals when its repeats "
+                testing::ThrowsMessage<std::runtime_error>("the music has 5000000 notes and pedals when its repeats "
                                                            "are played, more than 2097152"));
 }
 

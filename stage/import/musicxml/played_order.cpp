@@ -10,6 +10,7 @@
 
 #include "stage/import/musicxml/repeat_plan.h"
 #include "stage/show/letters.h"
+#include "tavo_midi/song_builder.h"
 
 namespace stage::musicxml {
 
@@ -399,6 +400,10 @@ private:
 };
 
 }  // namespace
+
+std::size_t FindMostPlayedBars(std::size_t writtenBars) {
+    return std::min(std::max(AlwaysPlayedBars, 2 * writtenBars), tavo_midi::MaxSongBeats);
+}
 
 PlayedOrder FindPlayedOrder(const std::vector<WrittenBar>& bars, std::size_t maxBars) {
     return Walk(bars, maxBars).Go();

@@ -45,4 +45,9 @@ struct PlayedOrder {
 /// A jump that leads nowhere is passed over with a note. Ends at `maxBars` with a note.
 [[nodiscard]] PlayedOrder FindPlayedOrder(const std::vector<WrittenBar>& bars, std::size_t maxBars);
 
+/// More bars than this, or than twice those that are written, no repeats make of a score: it is a day of music, and
+/// a file of a few hundred bytes can ask for any number.
+inline constexpr std::size_t AlwaysPlayedBars = 50'000;
+[[nodiscard]] std::size_t FindMostPlayedBars(std::size_t writtenBars);
+
 }  // namespace stage::musicxml

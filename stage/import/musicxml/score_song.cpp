@@ -51,9 +51,10 @@ tavo_midi::Smf MakeSmf(const WrittenScore& score, SongLayout& layout, const Play
 }  // namespace
 
 PlayedOrder OrderBars(const WrittenScore& score, BarOrder barOrder) {
-    if (barOrder == BarOrder::AsPlayed) return FindPlayedOrder(score.bars, tavo_midi::MaxSongBeats);
+    const std::size_t most = FindMostPlayedBars(score.bars.size());
+    if (barOrder == BarOrder::AsPlayed) return FindPlayedOrder(score.bars, most);
     const RepeatPlan plan = PlanRepeats(score.bars);
-    return OrderAsWritten(score.bars, plan, FindVamps(score.bars, plan), tavo_midi::MaxSongBeats).order;
+    return OrderAsWritten(score.bars, plan, FindVamps(score.bars, plan), most).order;
 }
 
 ImportedSong MakeScoreSong(const WrittenScore& score, BarOrder barOrder, Breaths breaths) {

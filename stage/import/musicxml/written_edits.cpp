@@ -31,7 +31,7 @@ public:
           breathsStop_(breathsStop),
           plan_(PlanRepeats(score.bars)),
           isVamp_(FindVamps(score.bars, plan_)),
-          written_(OrderAsWritten(score.bars, plan_, isVamp_, tavo_midi::MaxSongBeats)) {}
+          written_(OrderAsWritten(score.bars, plan_, isVamp_, FindMostPlayedBars(score.bars.size()))) {}
 
     WrittenEdits Find() {
         found_.notes = plan_.notes;
