@@ -37,8 +37,8 @@ function(tavo_ship target)
     target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
 endfunction()
 
-# tavo_precompile(<target> <headers>...): reads large headers of others once, where sources are compiled each by itself. The clang
-# preset does without precompiled headers, so that every source of the product is seen to include what it needs.
+# tavo_precompile(<target> <headers>...): reads large headers of others once, where sources are compiled each by itself. The preset
+# of clang does without precompiled headers, so that every source of the product is seen to include what it needs.
 function(tavo_precompile target)
     if(NOT TAVO_UNITY)
         target_precompile_headers(${target} PRIVATE <algorithm> <filesystem> <functional> <map> <mutex> <string> <vector>

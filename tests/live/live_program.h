@@ -14,17 +14,14 @@
 #include <vector>
 
 #include "tests/midi_ports/jack_server.h"
+#include "tests/support/sanitizers.h"
 
 /// `stage play --headless` as a process of its own, driven as another program would.
 namespace test_support {
 
 /// Whether the program looks for leaks at its end: it then stops all its threads, of which some run before ordinary
 /// ones, and was once seen not to come back from that.
-#ifdef __SANITIZE_ADDRESS__
-inline constexpr bool ChecksLeaksAtItsEnd = true;
-#else
-inline constexpr bool ChecksLeaksAtItsEnd = false;
-#endif
+inline constexpr bool ChecksLeaksAtItsEnd = IsAddressSanitized;
 inline constexpr const char* WhyNotWithLeakCheck =
     "A performance of its own process needs a build without a leak check.";
 

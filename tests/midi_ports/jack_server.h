@@ -19,24 +19,11 @@
 #include <vector>
 
 #include "tavo_midi_io/install_midi_ports.h"
+#include "tests/support/sanitizers.h"
 
 /// Real processes around the test: a JACK server with its dummy driver in a /dev/shm of the test's own, and devices on
 /// it.
 namespace test_support {
-
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#define TAVO_SANITIZED 1
-#endif
-#elif defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define TAVO_SANITIZED 1
-#endif
-/// Whether a sanitizer slows the program down so much that it cannot keep up with music.
-#ifdef TAVO_SANITIZED
-inline constexpr bool IsSanitized = true;
-#else
-inline constexpr bool IsSanitized = false;
-#endif
 
 /// A child process with pipes to its standard input and output.
 class Child {

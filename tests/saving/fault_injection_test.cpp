@@ -11,6 +11,7 @@
 
 #include "tests/saving/evening.h"
 #include "tests/saving/traced_child.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/temporary_directory.h"
 
 using test_support::Fault;
@@ -116,11 +117,7 @@ TEST_F(FaultInjection, ShortWriteAtEachCall_NothingIsRefused) {
 /// ends, takes long: there the three errors share the calls.
 class FailingDisk : public FaultInjection, public testing::WithParamInterface<int> {
 protected:
-#ifdef __SANITIZE_ADDRESS__
-    static constexpr unsigned int Step = 3;
-#else
-    static constexpr unsigned int Step = 1;
-#endif
+    static constexpr unsigned int Step = test_support::IsAddressSanitized ? 3 : 1;
     [[nodiscard]] static unsigned int FindFirst() {
         const unsigned int index = GetParam() == ENOSPC ? 0 : GetParam() == EIO ? 1 : 2;
         return 1 + index % Step;

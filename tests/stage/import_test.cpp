@@ -6,6 +6,7 @@
 
 #include "tavo_core/change_log.h"
 #include "tests/stage/small_show.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/show_table.h"
 
 namespace {
@@ -18,11 +19,6 @@ using test_support::ShowTableRow;
 using test_support::WriteAll;
 using testing::HasSubstr;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool CanMeasureMemory = false;
-#else
-constexpr bool CanMeasureMemory = true;
-#endif
 constexpr long MostMegabytes = 64;
 
 std::string KindsOfMeters(const json& song) {
@@ -114,7 +110,7 @@ TEST(StageImportOfOddFiles, EveryStressFile_IsReadOrRefusedInOneSentence) {
         SCOPED_TRACE(entry.path().filename().string());
         const test_support::TemporaryDirectory directory;
         const ProgramResult import = RunStage({"import", entry.path(), "-o", directory / "show"});
-        EXPECT_LE(CanMeasureMemory ? import.peakMegabytes : 0, MostMegabytes);
+        EXPECT_LE(!test_support::IsSanitized ? import.peakMegabytes : 0, MostMegabytes);
         if (import.exitCode == 0) {
             ++read;
             const ProgramResult check = RunStage({"check", directory / "show"});

@@ -7,8 +7,11 @@
 #include "kit/file.h"
 #include "tavo_midi/song_builder.h"
 #include "tests/support/corpus.h"
+#include "tests/support/sanitizers.h"
 
 namespace {
+
+using test_support::IsSanitized;
 
 /// What came of one file: "read" or the sentence that refuses it.
 std::string ReadOrRefuse(const std::string& bytes, const std::string& name) {
@@ -40,19 +43,6 @@ void ExpectOneSentence(const std::string& sentence, const std::string& name) {
     EXPECT_NE(std::string::npos, sentence.find(name)) << sentence;
     EXPECT_GE(sentence.size(), name.size() + 10) << sentence;
 }
-
-// A sanitizer keeps freed memory for a while: its process says nothing about ours.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool IsSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool IsSanitized = true;
-#else
-constexpr bool IsSanitized = false;
-#endif
-#else
-constexpr bool IsSanitized = false;
-#endif
 
 long PeakKilobytes() {
     rusage usage{};

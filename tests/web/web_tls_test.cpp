@@ -148,7 +148,7 @@ TEST_F(SecureServer, LongMessagesBothWays_ArriveWhole) {
     SecureSocket client(Port());
     const std::string line(60000, 'x');
     client.Send({{"type", "press"}, {"line", line}, {"id", 1}});
-    EXPECT_EQ(line, client.WaitFor("record", {{"id", 1}})["press"]);
+    EXPECT_EQ(line, client.WaitFor("record", {{"id", 1}})["press"].get<std::string>());
 }
 
 TEST_F(SecureServer, EndOfAnAnswer_IsSaidSoThatNothingSeemsCutOff) {
