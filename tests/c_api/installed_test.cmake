@@ -1,5 +1,6 @@
 # Installs the C library into a fresh folder, looks at what it shows, and builds and runs the example in C with it: by hand as
-# strict C99 with pkg-config, and by CMake. Needs BUILD_DIR, SOURCE_DIR (of the project), WORK_DIR, CC, CXX, PKG_CONFIG, NM.
+# strict C99 with pkg-config, and by CMake. Then the tutorials are followed with what is installed. Needs BUILD_DIR, SOURCE_DIR
+# (of the project), WORK_DIR, CC, CXX, PKG_CONFIG, NM; with PYTHON and STAGE, the program, it does all that there is.
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE error)
     if(NOT result EQUAL 0)
@@ -88,4 +89,28 @@ if(PYTHON)
     if(NOT output MATCHES "Lantern Waltz")
         message(FATAL_ERROR "The example in Python prints:\n${output}")
     endif()
+endif()
+
+# The tutorials' host in C++ is clean whatever the compiler.
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component player_core --prefix ${prefix})
+set(flags "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror")
+if(CXX MATCHES "clang")
+    string(APPEND flags " -Wno-deprecated-declarations")
+endif()
+set(host ${WORK_DIR}/host)
+run(${CMAKE_COMMAND} -G Ninja -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags}
+    -S ${SOURCE_DIR}/examples/your_host -B ${host})
+run(${CMAKE_COMMAND} --build ${host})
+run(${host}/your_host ${SOURCE_DIR}/tests/shows/0.1.0)
+if(NOT output MATCHES "  1  Lantern Waltz\n")
+    message(FATAL_ERROR "The host of the tutorial prints:\n${output}")
+endif()
+
+# Step by step, as their readers follow them.
+if(PYTHON AND STAGE)
+    set(tutorial ${PYTHON} -B ${SOURCE_DIR}/tests/documents/tutorial_test.py)
+    run(${CMAKE_COMMAND} -E env CMAKE_PREFIX_PATH=${prefix} CMAKE_GENERATOR=Ninja CXX=${CXX} ${tutorial} cpp ${STAGE}
+        ${WORK_DIR}/tutorial_cpp)
+    run(${CMAKE_COMMAND} -E env PYTHONPATH=${prefix}/lib/python3/dist-packages TAVO_LIBRARY=${lib_dir}/libtavo.so ${tutorial}
+        python ${STAGE} ${WORK_DIR}/tutorial_python)
 endif()
