@@ -127,9 +127,10 @@ private:
     }
 
     void ShowPlace_() {
-        const std::string place = session_.GetBarString(session_.GetTickIndex());
-        if (std::exchange(place_, place) == place) return;
-        Show_(place.ends_with(":1") ? place.substr(0, place.size() - 2) : ".");
+        const TL::Timeline& timeline = session_.GetShow().GetTimelineOf(session_.GetCurrentSongNumber());
+        const TL::BarsBeats* const beat = timeline.GetBarsBeats().FindInForceAt(session_.GetTickIndex());
+        if (beat == nullptr || std::exchange(beat_, beat) == beat) return;
+        Show_(beat->beat() == 1 ? beat->bar_number() : ".");
     }
 
     [[nodiscard]] bool IsInVamp_() {
@@ -151,7 +152,7 @@ private:
     std::array<float, BlockFrames> left_{};
     std::array<float, BlockFrames> right_{};
     bool isOver_ = false;
-    std::string place_;
+    const TL::BarsBeats* beat_ = nullptr;  // the one that is shown
     std::string answer_;
 };
 
