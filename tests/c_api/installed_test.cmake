@@ -10,7 +10,7 @@ function(run)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
-set(prefix ${WORK_DIR}/prefix)
+set(prefix ${WORK_DIR}/tavo)
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component tavo --prefix ${prefix})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component tavo_dev --prefix ${prefix})
 file(GLOB_RECURSE pc_files ${prefix}/*/tavo.pc)
@@ -108,9 +108,8 @@ endif()
 
 # Step by step, as their readers follow them.
 if(PYTHON AND STAGE)
-    set(tutorial ${PYTHON} -B ${SOURCE_DIR}/tests/documents/tutorial_test.py)
-    run(${CMAKE_COMMAND} -E env CMAKE_PREFIX_PATH=${prefix} CMAKE_GENERATOR=Ninja CXX=${CXX} ${tutorial} cpp ${STAGE}
-        ${WORK_DIR}/tutorial_cpp)
-    run(${CMAKE_COMMAND} -E env PYTHONPATH=${prefix}/lib/python3/dist-packages TAVO_LIBRARY=${lib_dir}/libtavo.so ${tutorial}
-        python ${STAGE} ${WORK_DIR}/tutorial_python)
+    foreach(language cpp python)
+        run(${CMAKE_COMMAND} -E env CMAKE_GENERATOR=Ninja CXX=${CXX} ${PYTHON} -B ${SOURCE_DIR}/tests/documents/tutorial_test.py
+            ${language} ${STAGE} ${WORK_DIR})
+    endforeach()
 endif()

@@ -3,8 +3,8 @@
 
 tutorial_test.py: whoever copies every block of code gets the finished program of examples/your_host. First the check itself is
 tried on planted mistakes.
-tutorial_test.py python|cpp STAGE WORK: besides, the program is made and run after each step, in the folder WORK, and prints
-what the tutorial shows. STAGE makes the demo show. What the set-up of the tutorial exports is to be in the environment.
+tutorial_test.py python|cpp STAGE HOME: besides, the program is made and run after each step, and prints what the tutorial shows.
+HOME is the reader's home, where its set-up has installed everything in the folder tavo; STAGE makes the demo show.
 """
 
 import dataclasses
@@ -138,9 +138,9 @@ def split_commands(block):
     return commands
 
 
-def check_printed(block, folder):
+def check_printed(block, folder, setup=''):
     for command, expected in split_commands(block):
-        printed, status = run_in_terminal(command, folder)
+        printed, status = run_in_terminal(setup + command, folder)
         # What a build prints is not shown.
         is_build = command.startswith('cmake') and not expected
         if (status != 0) if is_build else (printed != expected):
@@ -149,15 +149,18 @@ def check_printed(block, folder):
 
 def run_steps(language, folder):
     """Does what the reader does, step by step."""
+    document = read_tutorial(language)
+    setup = ''.join(line + '\n' for block in read_blocks(document) if block.language == 'sh' for line in block.lines
+                    if line.startswith('export '))
     count = 0
-    for block, programs in assemble(read_tutorial(language)):
+    for block, programs in assemble(document):
         if block is None:
             break
         for file, lines in programs.items():
             text = '\n'.join(lines) + '\n'
             if not (folder / file).exists() or (folder / file).read_text('utf-8') != text:
                 (folder / file).write_text(text, 'utf-8')
-        yield from check_printed(block, folder)
+        yield from check_printed(block, folder, setup)
         count += len(split_commands(block))
     print(f'{count} commands were run')
     if count < 10:
@@ -187,12 +190,13 @@ def try_itself():
     return failures
 
 
-def main(language='', stage='', work=''):
+def main(language='', stage='', home=''):
     problems = try_itself()
     for each in [language] if language else ['cpp', 'python']:
         problems += [f'docs/tutorial-{each}.md: {problem}' for problem in find_problems(read_tutorial(each), read_finished(each))]
     if language and not problems:
-        folder = pathlib.Path(work)
+        os.environ['HOME'] = home
+        folder = pathlib.Path(home) / 'your_host'
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(parents=True)
         subprocess.run([PROJECT / 'examples' / 'demo' / 'build', stage, folder / 'demo-show'], check=True, stdout=subprocess.DEVNULL)
