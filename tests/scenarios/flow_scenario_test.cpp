@@ -1,4 +1,4 @@
-// What an evening may hold, played on small songs: a bar lasts two seconds.
+// What else an evening may hold beside what stands in evening.txt, played on small songs: a bar lasts two seconds.
 
 #include <gtest/gtest.h>
 
@@ -11,29 +11,7 @@ namespace {
 
 using Bars = std::vector<int>;
 
-const std::set<std::string> Loops{"jump", "cut", "loop-begin", "loop-release", "loop-end", "song-end"};
 const std::set<std::string> Stops{"hold", "release", "caesura", "stop", "start", "jump", "song-end"};
-
-TEST(Vamp, LeftInItsSecondPass_RunsOnAtItsEnd) {
-    TestShow show;
-    show.Song("1", 5).Edits("vamp 2 3");
-    const Performance played = show.Perform("at 2@2 exit");
-    EXPECT_EQ(
-        "2.000 loop-begin vamp bars 2 to 3\n"
-        "6.000 jump 4 -> 2, vamp pass 2\n"
-        "6.000 loop-release vamp bars 2 to 3\n"
-        "14.000 song-end 1\n",
-        played.Only(Loops));
-    EXPECT_EQ((Bars{1, 2, 3, 2, 3, 4, 5}), played.Bars());
-    EXPECT_TRUE(played.result.remarks.empty());
-}
-
-TEST(Vamp, ShowsItsLampFromItsStartToTheExit) {
-    TestShow show;
-    show.Song("1", 5).Edits("vamp 2 3");
-    EXPECT_EQ("0.000 vamp-off\n2.000 vamp-on\n6.000 vamp-off\n",
-              show.Perform("at 2@2 exit").Only({"vamp-on", "vamp-off"}));
-}
 
 TEST(Vamp, NobodyLeavesIt_EndsTheRenderWithASentence) {
     TestShow show;
@@ -45,60 +23,6 @@ TEST(Vamp, NobodyLeavesIt_EndsTheRenderWithASentence) {
     EXPECT_EQ(17U, played.Bars().size());
 }
 
-TEST(Vamp, WithAHighestCount_LeavesByItself) {
-    TestShow show;
-    show.Song("1", 3).Edits("vamp 2 2 3");
-    EXPECT_EQ((Bars{1, 2, 2, 2, 3}), show.Perform("").Bars());
-}
-
-TEST(Repeat, PlaysItsRangeThatManyTimes) {
-    TestShow show;
-    show.Song("1", 4).Edits("repeat 2 3 3");
-    const Performance played = show.Perform("");
-    EXPECT_EQ((Bars{1, 2, 3, 2, 3, 2, 3, 4}), played.Bars());
-    EXPECT_EQ(
-        "2.000 loop-begin repeat bars 2 to 3, 3 times\n"
-        "6.000 jump 4 -> 2, repeat pass 2\n"
-        "10.000 jump 4 -> 2, repeat pass 3\n"
-        "14.000 loop-end repeat bars 2 to 3, 3 times\n"
-        "16.000 song-end 1\n",
-        played.Only(Loops));
-}
-
-TEST(Repeat, InsideAVamp_StartsAnewInEveryPass) {
-    TestShow show;
-    show.Song("1", 5).Edits("vamp 2 4\nrepeat 3 3 2");
-    EXPECT_EQ((Bars{1, 2, 3, 3, 4, 2, 3, 3, 4, 5}), show.Perform("at 2@2 exit").Bars());
-}
-
-TEST(Cut, IsSkippedWithoutAGapAndNothingOfItSounds) {
-    TestShow show;
-    show.Song("1", 6).Edits("cut 2 4");
-    const Performance played = show.Perform("");
-    EXPECT_EQ((Bars{1, 5, 6}), played.Bars());
-    EXPECT_EQ("2.000 cut 2 -> 5\n6.000 song-end 1\n", played.Only(Loops));
-}
-
-TEST(Cut, ThatBeginsWhereAnotherEnds_IsSkippedToo) {
-    TestShow show;
-    show.Song("1", 6).Edits("cut 2 2\ncut 3 4");
-    EXPECT_EQ((Bars{1, 5, 6}), show.Perform("").Bars());
-}
-
-TEST(Cut, AtTheSongsStart_PlaybackBeginsBehindIt) {
-    TestShow show;
-    show.Song("1", 4).Edits("cut 1 2");
-    const Performance played = show.Perform("");
-    EXPECT_EQ((Bars{3, 4}), played.Bars());
-    EXPECT_EQ("4.000 song-end 1\n", played.Only({"song-end"}));
-}
-
-TEST(Cut, SeekIntoIt_GoesToItsEnd) {
-    TestShow show;
-    show.Song("1", 6).Edits("cut 3 4");
-    EXPECT_EQ((Bars{1, 5, 6}), show.Perform("at 2 seek 4").Bars());
-}
-
 TEST(Cut, SeekIntoTenThousandThatFollowEachOther_LandsBehindTheLast) {
     TestShow show;
     show.Song("1", 12);
@@ -106,14 +30,6 @@ TEST(Cut, SeekIntoTenThousandThatFollowEachOther_LandsBehindTheLast) {
         show.GetLog().GetSongLog("1").GetCuts().Add(CL::Cut(1920 + i, 1921 + i));
     const Performance played = show.Perform("at 1:2 seek 2");
     EXPECT_EQ("0.500 jump 1:2 -> 7:1+400, seek\n", played.Only({"jump"}));
-}
-
-TEST(Fermata, HoldsAtItsEndUntilReleased) {
-    TestShow show;
-    show.Song("1", 4).Edits("fermata 2 2");
-    const Performance played = show.Perform("at 3 tempo 100%\n+3s exit");
-    EXPECT_EQ("0.000 start\n4.000 hold 3\n7.000 release 3\n11.000 stop\n11.000 song-end 1\n", played.Only(Stops));
-    EXPECT_EQ((Bars{1, 2, 3, 4}), played.Bars());
 }
 
 TEST(Fermata, WhileItHolds_TheDisplayStaysBeforeItsEndAndTheNoteSoundsOn) {
@@ -129,13 +45,6 @@ TEST(Fermata, WhileItHolds_TheDisplayStaysBeforeItsEndAndTheNoteSoundsOn) {
     }
 }
 
-TEST(Fermata, ReleasedBeforeItsEnd_SkipsTheRest) {
-    TestShow show;
-    show.Song("1", 4).Edits("fermata 2 2");
-    const Performance played = show.Perform("at 2:3 exit");
-    EXPECT_EQ("0.000 start\n3.000 jump 2:3 -> 3, seek\n7.000 stop\n7.000 song-end 1\n", played.Only(Stops));
-}
-
 TEST(Caesura, CountsDownStopsAndGoesOn) {
     TestShow show;
     show.Song("1", 4).Edits("caesura 3");
@@ -148,26 +57,6 @@ TEST(Caesura, CountsDownStopsAndGoesOn) {
                              "3.531 status Caesura 1\n4.000 status Caesura 0\n5.511 status\n"))
         << statuses;
     EXPECT_EQ((Bars{1, 2, 3, 4}), played.Bars());
-}
-
-TEST(Caesura, OnTheFirstBeats_StopsOnceOnly) {
-    TestShow show;
-    show.Song("1", 2).Edits("caesura 1:2");
-    EXPECT_EQ("0.500 caesura 1:2\n4.500 song-end 1\n",
-              show.Perform("at 1:2 tempo 100%\n+0.5s continue").Only({"caesura", "song-end"}));
-}
-
-TEST(Caesura, DroppedByAnExitDuringTheCountdown_PlaysThrough) {
-    TestShow show;
-    show.Song("1", 4).Edits("caesura 3");
-    EXPECT_EQ("0.000 start\n8.000 stop\n8.000 song-end 1\n", show.Perform("at 2:3 exit").Only(Stops));
-}
-
-TEST(Caesura, AfterASeekOntoIt_PlaysOn) {
-    TestShow show;
-    show.Song("1", 4).Edits("caesura 3");
-    EXPECT_EQ("0.000 start\n1.000 jump 1:3 -> 3, seek\n5.000 stop\n5.000 song-end 1\n",
-              show.Perform("at 1:3 seek 3").Only(Stops));
 }
 
 /// The words and counts that a display shows, one after the other; "lamp" and "dark" for the lamp.
@@ -239,32 +128,11 @@ TEST(Attacca, SkippedSongIsPassedOver) {
     EXPECT_EQ("2.000 attacca 1 -> 3\n", show.Perform("").Only({"attacca"}));
 }
 
-TEST(Attacca, AtTheLastSong_Stops) {
-    TestShow show;
-    show.Song("1", 1).Edits("attacca");
-    EXPECT_EQ("2.000 stop\n2.000 no-next-song\n2.000 song-end 1\n",
-              show.Perform("").Only({"song-end", "stop", "no-next-song"}));
-}
-
 TEST(Range, OperatorStartsEachSongOfIt) {
     TestShow show;
     show.Song("1", 1).Song("2", 1).Song("3", 1);
     EXPECT_EQ("0.000 start\n2.000 stop\n3.000 start\n5.000 stop\n",
               show.Perform(nullptr, "1", "2").Only({"start", "stop"}));
-}
-
-TEST(Pause, ContinuesOnTheVeryTick) {
-    TestShow show;
-    show.Song("1", 3);
-    const Performance played = show.Perform("at 2:2+37 pause\n+0.7s continue");
-    EXPECT_EQ("0.000 start\n2.539 stop\n3.239 start\n6.700 stop\n6.700 song-end 1\n", played.Only(Stops));
-    EXPECT_EQ((Bars{1, 2, 3}), played.Bars());
-}
-
-TEST(Stop, GoesBackToTheSongsStart) {
-    TestShow show;
-    show.Song("1", 2);
-    EXPECT_EQ((Bars{1, 1, 2}), show.Perform("at 2 stop\n+1s play").Bars());
 }
 
 TEST(TempoScale, SlowsItsBarsAndLandsOnItsTicks) {
@@ -273,13 +141,6 @@ TEST(TempoScale, SlowsItsBarsAndLandsOnItsTicks) {
     const Performance played = show.Perform("");
     EXPECT_EQ("0.000 tempo-scale 100%\n2.013 tempo-scale 50%\n10.032 tempo-scale 100%\n", played.Only({"tempo-scale"}));
     EXPECT_EQ("12.000 song-end 1\n", played.Only({"song-end"}));
-}
-
-TEST(TempoScale, OfTheOperatorMultipliesTheEdits) {
-    TestShow show;
-    show.Song("1", 4).Edits("tempo 2 3 80");
-    // Bar 1 as written, then the operator's half: 2 bars at 40 %, one at 50 %.
-    EXPECT_EQ("16.000 song-end 1\n", show.Perform("at 2 tempo 50%").Only({"song-end"}));
 }
 
 TEST(Transposition, IsThatOfTheBarAndOfTheOperator) {
@@ -299,20 +160,6 @@ TEST(Transposition, ChangedWhileANoteSounds_EndsTheNoteThatWasStruck) {
         ASSERT_LE(sounding, 1);
     }
     EXPECT_EQ(0, sounding);
-}
-
-TEST(Operator, FadeEndsInAStop) {
-    TestShow show;
-    show.Song("1", 4);
-    const Performance played = show.Perform("at 2 fade 1.5\n+4s quit");
-    EXPECT_EQ("0.000 start\n3.500 stop\n", played.Only({"start", "stop"}));
-}
-
-TEST(Operator, GoesToMarkersAndMeasures) {
-    TestShow show;
-    show.Song("1", 8).Edits("marker 5 Verse");
-    EXPECT_EQ("1.000 jump 1:3 -> 5, seek\n2.000 jump 5:3 -> 6, seek\n",
-              show.Perform("at 1:3 next-marker\nat 5:3 next-measure\nat 6:2 quit").Only({"jump"}));
 }
 
 TEST(Operator, CueIsSentAtItsTickAndInEveryPass) {
