@@ -66,10 +66,12 @@ inline ProgramResult RunProgram(const std::vector<std::string>& words) {
     return result;
 }
 
-/// Runs the host program.
+#ifdef STAGE_BINARY
+/// Runs the host program, where it is built.
 inline ProgramResult RunStage(std::vector<std::string> words) {
     words.insert(words.begin(), STAGE_BINARY);
     return RunProgram(words);
 }
+#endif
 
 }  // namespace test_support
