@@ -247,7 +247,7 @@ void Play(const PlayWords& words) {
     if (words.webCertificate.path.empty() != words.webCertificate.keyPath.empty())
         throw stage::UsageError("--web-certificate FILE and --web-key FILE belong together: give both");
     const std::string takePath = Perform(words);
-    if (words.isHeadless) return PlayHeadless::PrintEnd();
+    if (words.isHeadless) return PlayHeadless::PrintEnd(takePath);
     std::cout << "The show has ended" << (takePath.empty() ? "." : "; its take is " + takePath) << std::endl;
 }
 

@@ -23,8 +23,10 @@ void PlayHeadless::Run() {
     static_cast<void>(show_.Deliver(*this));
 }
 
-void PlayHeadless::PrintEnd() {
-    std::cout << stage::LiveJson::WriteMessage("end", "The show has ended, and its take is complete.") << std::endl;
+void PlayHeadless::PrintEnd(const std::string& takePath) {
+    std::cout << stage::LiveJson::WriteMessage(
+                     "end", takePath.empty() ? "The show has ended." : "The show has ended, and its take is complete.")
+              << std::endl;
 }
 
 void PlayHeadless::OfferResume(const stage::Take& take) {

@@ -15,8 +15,8 @@ public:
 
     /// Until "quit", SIGTERM or SIGINT.
     void Run();
-    /// After the show was closed.
-    static void PrintEnd();
+    /// After the show was closed; `takePath` is empty where no take was made.
+    static void PrintEnd(const std::string& takePath);
     void OfferResume(const stage::Take& take);
 
     // LiveListener.

@@ -35,7 +35,7 @@ TEST_F(PlayWeb, PageOfAPerformance_IsServedUntilItEnds) {
     EXPECT_EQ(200, test_support::Post(port, "/api/play").status);
     EXPECT_EQ("page", play.WaitFor("press", {{"press", "play"}})["door"]);
     client.Send({{"type", "press"}, {"line", "quit"}});
-    play.WaitFor("end");
+    EXPECT_EQ("The show has ended.", play.WaitFor("end")["sentence"].get<std::string>());
     EXPECT_EQ(1001, client.WaitForClose());
 }
 
