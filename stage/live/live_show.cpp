@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "kit/path.h"
+#include "kit/words.h"
 #include "player_core/gui_update.h"
 #include "stage/control/command.h"
 #include "stage/engine/show_parts.h"
@@ -49,13 +50,6 @@ bool IsUrgent(notify::GuiNotificationType type) {
            type == Type::PlaybackStarted || type == Type::PlaybackStopped || type == Type::NoNextSong;
 }
 
-/// A sentence on its own.
-std::string MakeReport(std::string sentence) {
-    if (!sentence.empty() && sentence[0] >= 'a' && sentence[0] <= 'z')
-        sentence[0] = static_cast<char>(sentence[0] - 'a' + 'A');
-    return sentence + ".";
-}
-
 }  // namespace
 
 LiveShow::LiveShow(const std::string& showPath, const Options& options) : options_(options) {
@@ -66,10 +60,10 @@ LiveShow::LiveShow(const std::string& showPath, const Options& options) : option
         throw;
     }
     for (const std::string& sentence : session_->GetLeftEdits())
-        NoteMessage(MakeReport(sentence));
+        NoteMessage(kit::AsSentence(sentence));
     RecoverEdits_();
     if (!options_.isLocked && !session_->GetEditingProblem().empty())
-        NoteMessage(MakeReport(session_->GetEditingProblem()));
+        NoteMessage(kit::AsSentence(session_->GetEditingProblem()));
 }
 
 LiveShow::~LiveShow() {
@@ -118,7 +112,7 @@ void LiveShow::Open_(const std::string& showPath) {
     shown_.isLocked = options_.isLocked;
     shown_.showTitle = session_->GetShow().GetTitle();
     for (const std::string& warning : session_->GetWarnings())
-        NoteMessage(MakeReport(warning));
+        NoteMessage(kit::AsSentence(warning));
     tavo_midi::SetMidiPortListener([this](const tavo_midi::MidiPortReport& report) { NoteMessage(report.sentence); });
 }
 
@@ -191,7 +185,7 @@ void LiveShow::PressEdit_(const Command& command) {
         }
         NoteMade_(command);
         for (const std::string& problem : session_->GetCueProblems())
-            NoteMessage(MakeReport(problem));
+            NoteMessage(kit::AsSentence(problem));
     } catch (const std::exception& problem) {
         Fail_(command, problem.what());
     }
@@ -251,7 +245,7 @@ bool LiveShow::Deliver(LiveListener& listener) {
     }
     ReportLateFrames_();
     for (std::string& problem : session_->GetStagePlayer().TakeSoundProblems())
-        NoteMessage(MakeReport(std::move(problem)));
+        NoteMessage(kit::AsSentence(std::move(problem)));
     std::deque<CommandRecord> records;
     std::deque<notify::GuiNotification> notifications;
     std::deque<std::string> messages;
@@ -288,7 +282,7 @@ bool LiveShow::Deliver(LiveListener& listener) {
 void LiveShow::ReportMissingPrograms_(const tavo_midi::SongData& song) {
     if (!checkedSongs_.insert(song.GetSongNumber()).second) return;
     for (std::string& missing : DescribeMissingPrograms(song, session_->GetInstrumentFonts(), session_->GetGroupPlan()))
-        NoteMessage(MakeReport(std::move(missing)));
+        NoteMessage(kit::AsSentence(std::move(missing)));
 }
 
 // A sentence a second at most: on a machine that is too busy there would be hundreds.

@@ -74,7 +74,6 @@ private:
     void Beat_();
     void Drain_();
     void Deliver_(WebEntry& entry);
-    void AnswerPress_(const WebEntry& entry, const std::shared_ptr<const std::string>& text);
     void Shut_();
     void Work_();
     void Compute_(std::function<void()> job);

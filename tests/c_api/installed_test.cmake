@@ -1,13 +1,7 @@
 # Installs the C library into a fresh folder, looks at what it shows, and builds and runs the example in C with it: by hand as
 # strict C99 with pkg-config, and by CMake. Then the tutorials are followed with what is installed. Needs BUILD_DIR, SOURCE_DIR
 # (of the project), WORK_DIR, CC, CXX, PKG_CONFIG, NM; with PYTHON and STAGE, the program, it does all that there is.
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE error)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "${ARGN} failed:\n${output}${error}")
-    endif()
-    set(output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/run.cmake)
 
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/tavo)

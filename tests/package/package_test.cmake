@@ -1,12 +1,6 @@
 # Installs the libraries into a fresh folder, then configures, builds and runs hosts that find them there.
 # Needs BUILD_DIR, SOURCE_DIR (of the hosts), WORK_DIR, CXX, CXX_FLAGS, PKG_CONFIG, NINJA.
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "${ARGN} failed:\n${output}")
-    endif()
-    set(output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/run.cmake)
 
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component player_core --prefix ${WORK_DIR}/prefix)
