@@ -75,7 +75,7 @@ count_tests() {
 read_total() { sed -n "s/^[[:space:]]*$1=\"\([0-9]*\)\".*/\1/p" "$2" | head -n 1; }
 
 # failed_tests <preset> <report>: each failed test with the first lines that tell why, and in which of a program's tests they
-# stand where one entry is many. One that hung tells nothing but its time and where it was.
+# stand where one entry is many. One that hung or crashed tells nothing but its time and where it was.
 failed_tests() {
     awk -v preset="$1" -v most=8 '
         /<testcase / {
@@ -93,8 +93,11 @@ failed_tests() {
             if (!isNamed && name != "" && lines < most) { print "    in " name }
             isNamed = 1
         }
-        /\[  FAILED  \]/ { telling = 0 }
+        # A test of the page tells what was wrong behind its name.
+        /^ *not ok [0-9]+ - / { telling = 1 }
+        /^ *(---|duration_ms: .*|location: .*|failureType: .*)$/ { next }
+        /\[  FAILED  \]|^ *(stack|code): / { telling = 0 }
         telling && lines < most { print "    " substr($0, 1, 200); ++lines }
-        /<\/testcase>/ && lines == 0 && name != "" { print "    in " name }
+        /<\/testcase>/ && lines == 0 && name != "" { print "    it ended in the middle of " name }
     ' "$2"
 }

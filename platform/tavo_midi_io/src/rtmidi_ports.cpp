@@ -6,6 +6,8 @@
 #include <chrono>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
+#include <type_traits>
 #include <utility>
 
 #include "alsa_subscriptions.h"
@@ -23,6 +25,11 @@ namespace {
 constexpr unsigned int SendingCycles = 3;
 
 void SaySilently(RtMidiError::Type, const std::string&, void*) {}
+
+/// RtMidi's output on JACK lets its buffer go before its client, which may still be reading it for the port that was just
+/// closed: longer than a thread of sound waits for its processor in the middle of that, on a busy machine and without
+/// precedence.
+constexpr std::chrono::milliseconds LastReading{100};
 
 /// How often ports are listed that come and go meanwhile.
 constexpr int MostListings = 8;
@@ -72,6 +79,7 @@ public:
     CountedClient(const CountedClient&) = delete;
     CountedClient& operator=(const CountedClient&) = delete;
 
+    [[nodiscard]] bool GetIsOnJack() const { return isOnJack_; }
     /// Right before RtMidi is asked for something: whatever that is, it first opens the client that it has not got yet.
     void RequireServer() const {
         if (isOnJack_ && !jack_clients::MayOpen()) throw std::runtime_error("the JACK server has ended");
@@ -87,6 +95,13 @@ struct OpenPort {
     OpenPort(RtMidi::Api api, const char* clientName) : client(api), midi(api, clientName) {
         midi.setErrorCallback(&SaySilently);
     }
+    ~OpenPort() {
+        midi.closePort();
+        if (std::is_same_v<Midi, RtMidiOut> && client.GetIsOnJack()) std::this_thread::sleep_for(LastReading);
+    }
+    OpenPort(const OpenPort&) = delete;
+    OpenPort& operator=(const OpenPort&) = delete;
+
     void Open(const std::string& fullName, const char* ownName) {
         client.RequireServer();
         const std::vector<std::string> names = ListFullNames(midi);
