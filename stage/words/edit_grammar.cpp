@@ -164,7 +164,10 @@ void AddHoldKinds(CLI::App& add, const Grammar& grammar) {
                      "add caesura --song 3 --at 17 --text \"wait for the door\"", words,
                      [](unsigned int tick, const Words& w) { return CL::Caesura(tick, w.text, w.versionTarget); });
     caesura->add_option("--text", words->text, "A word for the operator")->type_name("TEXT");
-    caesura->add_option("--version-target", words->versionTarget, "Only in this version of the production; 0 is every")
+    caesura
+        ->add_option("--version-target", words->versionTarget,
+                     "The version of the production it is noted for, 0 for none: it stops in all of them; 4294967295 "
+                     "leaves it out")
         ->type_name("NUMBER")
         ->check(IsWholeNumber(0, 4294967295));
 }

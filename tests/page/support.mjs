@@ -285,8 +285,18 @@ function lookAtPage() {
   };
 }
 
-/** Runs in the page: keeps all that it has shown, however short, the bars in their order, and what a screen reader was told. */
+/** Runs in the page: keeps all that it has shown, however short, the bars in their order, what a screen reader was told, and when each event came. */
 function watchPage() {
+  window.arrivals = [];
+  window.WebSocket = class extends window.WebSocket {
+    constructor(...words) {
+      super(...words);
+      this.addEventListener('message', ({ data }) => {
+        const { type, event, bar } = JSON.parse(data);
+        if (type === 'event') window.arrivals.push({ event, bar, at: performance.now() });
+      });
+    }
+  };
   window.shown = [];
   window.seenUpTo = 0;
   window.shownBars = [];

@@ -14,7 +14,7 @@ export const EditKinds = [
   { kind: 'cut', listed: 'cut', label: 'Cut', help: 'is left out', places: Range, fields: [] },
   { kind: 'fermata', listed: 'fermata', label: 'Fermata', help: 'holds the notes until the operator goes on', places: Range, fields: [] },
   { kind: 'caesura', listed: 'caesura', label: 'Caesura', help: 'stops after a countdown; the operator goes on', places: ['at'],
-    fields: [{ name: 'text', label: 'Word for the operator', type: 'text' }, { name: 'version-target', label: 'Only in version', type: 'whole', min: 0, hint: 'every' }] },
+    fields: [{ name: 'text', label: 'Word for the operator', type: 'text' }, { name: 'version-target', label: 'Noted for version', type: 'whole', min: 0, hint: 'none' }] },
   { kind: 'tempo-scale', listed: 'tempo scale', label: 'Tempo', help: 'slower or faster, 50 to 200 percent', places: Range,
     fields: [{ name: 'percent', label: 'Percent', type: 'number', min: 50, max: 200, isRequired: true, start: '100' }] },
   { kind: 'transposition', listed: 'transposition', label: 'Transposition', help: 'up or down, 24 semitones at most', places: Range,
