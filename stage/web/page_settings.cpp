@@ -6,12 +6,15 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <ranges>
 #include <stdexcept>
 #include <string>
 
 #include "kit/words.h"
 #include "stage/show/press_guard.h"
 #include "stage/show/show_directory.h"
+#include "tavo_midi/midi_commands.h"
+#include "tavo_midi/midi_message_dispatcher.h"
 
 namespace stage {
 
@@ -50,6 +53,34 @@ void SetJumps(ShowSession& session, const std::string& value) {
     session.GetMidiTimeCodeController().SetJumpRule(value == "runOn" ? JumpRule::RunOn : JumpRule::Locate);
 }
 
+void ChooseMidiInput(ShowSession& session, const std::string& value) {
+    if (value.empty()) return session.GetMidiCommands().ForgetSource();
+    const std::vector<MidiEndPoint> inputs = GetNonTavoMidiSources();
+    const auto found = std::ranges::find(inputs, value, &MidiEndPoint::name);
+    if (found == inputs.end()) throw std::invalid_argument(fmt::format("there is no MIDI input {}", kit::Quote(value)));
+    session.GetMidiCommands().ConnectSourceByIndex(found->index);
+}
+
+unsigned char FindMidiCommand(const std::string& value) {
+    const auto& names = midi_commands::commandNames;
+    const auto found = std::ranges::find(names, value, [](const auto& named) { return named.second; });
+    if (found == names.end())
+        throw std::invalid_argument(fmt::format("there is no MIDI command {}: there are {}", kit::Quote(value),
+                                                fmt::join(std::views::values(names), ", ")));
+    return found->first;
+}
+
+void LearnMidiCommand(ShowSession& session, const std::string& value) {
+    midi_commands::MidiCommands& commands = session.GetMidiCommands();
+    if (value.empty()) return commands.CancelLearning();
+    const unsigned char command = FindMidiCommand(value);
+    if (session.GetMidiMessageDispatcher().GetPortName().empty())
+        throw std::invalid_argument("no MIDI input is connected: choose one first");
+    // One at a time: whoever presses a pedal means the last one that was asked for.
+    commands.CancelLearning();
+    commands.LearnMidiCommand(command);
+}
+
 }  // namespace
 
 void ChangeSetting(ShowSession& session, std::string_view words) {
@@ -62,10 +93,33 @@ void ChangeSetting(ShowSession& session, std::string_view words) {
     if (name == "time-code-rate") return SetFrameRate(session, value);
     if (name == "time-code-output") return session.GetMidiTimeCodeController().SetOutputPortName(value);
     if (name == "time-code-jumps") return SetJumps(session, value);
+    if (name == "midi-input") return ChooseMidiInput(session, value);
+    if (name == "midi-learn") return LearnMidiCommand(session, value);
+    if (name == "midi-forget") return session.GetMidiCommands().UnsetMidiCommand(FindMidiCommand(value));
     throw std::invalid_argument(
         fmt::format("there is no setting {} that a page may change: press-guard, time-code, time-code-rate, "
-                    "time-code-output and time-code-jumps are there",
+                    "time-code-output, time-code-jumps, midi-input, midi-learn and midi-forget are there",
                     kit::Quote(name)));
+}
+
+bool StartsLearning(std::string_view words) {
+    return words.starts_with("midi-learn ");
+}
+
+nlohmann::ordered_json MakePedals(const midi_commands::MidiCommands& commands) {
+    const std::map<unsigned char, midi_commands::LearnedCommand> learned = commands.GetLearnedCommands();
+    nlohmann::ordered_json messages = nlohmann::ordered_json::object();
+    std::string learning;
+    for (const auto& [command, name] : midi_commands::commandNames) {
+        const auto found = learned.find(command);
+        const bool isGiven = found != learned.end() && found->second.isAssigned;
+        messages[name] = isGiven ? midi_commands::DescribeMessage(found->second) : "";
+        if (commands.IsMidiCommandLearning(command)) learning = name;
+    }
+    const std::string problem = commands.GetLearnProblem();
+    return {{"commands", std::move(messages)},
+            {"learning", learning},
+            {"problem", problem.empty() ? "" : kit::AsSentence(problem)}};
 }
 
 }  // namespace stage

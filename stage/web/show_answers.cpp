@@ -18,6 +18,7 @@
 #include "stage/show/song_length.h"
 #include "tavo_core/log_change.h"
 #include "tavo_core/log_change_text.h"
+#include "tavo_midi/midi_message_dispatcher.h"
 
 namespace stage {
 
@@ -43,6 +44,13 @@ std::string MakeVerbs() {
                          {"needsSong", row.needsSong},
                          {"edits", row.edits}});
     return AsBody({{"verbs", verbs}});
+}
+
+std::string MakeMidiInputs() {
+    AnswerJson names = AnswerJson::array();
+    for (const MidiEndPoint& input : GetNonTavoMidiSources())
+        names.push_back(input.name);
+    return AsBody({{"inputs", std::move(names)}});
 }
 
 }  // namespace
@@ -100,6 +108,7 @@ WebAnswer ShowAnswers::Answer(const WebRequest& request) {
     try {
         if (parts.size() == 2 && word == "show") return {200, "application/json", showJson_};
         if (parts.size() == 2 && word == "verbs") return {200, "application/json", MakeVerbs()};
+        if (parts.size() == 2 && word == "midi-inputs") return {200, "application/json", MakeMidiInputs()};
         if (parts.size() == 2 && word == "versions") return {200, "application/json", MakeVersions_()};
         if (parts.size() == 5 && word == "versions" && parts[3] == "to")
             return {200, "application/json", MakeDifference_(parts[2], parts[4])};

@@ -15,7 +15,8 @@
 namespace stage {
 
 /// What the API tells of a show: its songs with their edits, pictures, scores and versions. `Answer` belongs to one
-/// thread, may compute for a good part of a second and wait for the disk; the rest is thread-safe.
+/// thread, may compute for a good part of a second and wait for the disk, and where it lists MIDI inputs for the MIDI
+/// system (two seconds at the most where that does not respond); the rest is thread-safe.
 class ShowAnswers {
 public:
     /// `show` outlives the object; the cues of its edits are looked for in `settings`. `pages` are the images of the

@@ -162,7 +162,13 @@ void ShowPage::Do_(const WebPress& press) {
 
 void ShowPage::Set_(const WebPress& press) {
     RequireOneLine(press.line);
-    ChangeSetting(show_.GetSession(), std::string_view(press.line).substr(SetWord.size() + 1));
+    const std::string_view words = std::string_view(press.line).substr(SetWord.size() + 1);
+    if (StartsLearning(words)) {
+        // In a performance a pedal is for what it gives.
+        if (IsMoving(show_.PeekStatus())) throw std::invalid_argument("a pedal is taught while the music stands");
+        learnsUntil_ = std::chrono::steady_clock::now() + options_.longestLearning;
+    }
+    ChangeSetting(show_.GetSession(), words);
     // Whoever asks for the state after the answer finds it in it.
     LookAtState_();
     const Json answer{{"type", "answer"}, {"press", press.line}, {"outcome", "taken"}, {"sentence", ""}};
@@ -358,6 +364,7 @@ PageJson ShowPage::MakeState_(const LiveStatus& status) const {
     for (Json& group : state["groups"])
         EraseMeter(group);
     if (!state.contains("leavesInBeats")) state["leavesInBeats"] = nullptr;
+    state["pedals"] = MakePedals(show_.GetSession().GetMidiCommands());
     state["locked"] = show_.IsLocked();
     state["take"] = show_.GetTakePath();
     state["takeProblem"] = status.takeProblem;
@@ -366,11 +373,19 @@ PageJson ShowPage::MakeState_(const LiveStatus& status) const {
     return state;
 }
 
+// What somebody forgot to press is not taken from a pedal that is needed.
+void ShowPage::EndForgottenLearning_(const LiveStatus& status) {
+    if (!learnsUntil_ || (!IsMoving(status) && lookedAt_ < *learnsUntil_)) return;
+    learnsUntil_.reset();
+    show_.GetSession().GetMidiCommands().CancelLearning();
+}
+
 void ShowPage::LookAtState_() {
     lookedAt_ = std::chrono::steady_clock::now();
     isChanged_ = false;
     const std::optional<Json> edits = FollowEdits_();
     const LiveStatus status = show_.PeekStatus();
+    EndForgottenLearning_(status);
     Json state = MakeState_(status);
     Json changed = Json::object();
     for (const auto& [name, value] : state.items())

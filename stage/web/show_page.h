@@ -35,6 +35,8 @@ public:
         std::string engraverDirectory;
         /// How often the state and a playhead that moves are looked at.
         std::chrono::milliseconds interval{50};
+        /// How long a MIDI message is waited for that is to be learned.
+        std::chrono::milliseconds longestLearning{30000};
     };
 
     /// Serves. `show` outlives the object. `pageImages` are those of the score, null where none are shown. Throws as
@@ -75,6 +77,7 @@ private:
     void Welcome_(const Join& join);
     void Publish_(WebEntry::Kind kind, const Json& message);
     [[nodiscard]] std::optional<Json> FollowEdits_();
+    void EndForgottenLearning_(const LiveStatus& status);
     void LookAtState_();
     [[nodiscard]] bool FollowPlayhead_(const LiveStatus& status);
     [[nodiscard]] Json MakeState_(const LiveStatus& status) const;
@@ -97,6 +100,7 @@ private:
     bool isPlayheadDue_ = true;
     std::chrono::steady_clock::time_point lookedAt_;
     std::chrono::steady_clock::time_point toldPlayhead_;
+    std::optional<std::chrono::steady_clock::time_point> learnsUntil_;
     std::shared_ptr<const CL::ChangeLog> log_;
     std::string logName_;
     bool isUnsaved_ = false;

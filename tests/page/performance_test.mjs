@@ -237,5 +237,12 @@ testShow('Set up: output groups are muted, made solo and faded, OSC is told of, 
   assert.equal(keptIn('settings.json').pressGuardMs, 400);
   const { active, frameRate, output } = keptIn('midiTimeCodeSettings');
   assert.deepEqual([active, frameRate, output], [true, '25', 'The desk']);
+
+  // What a real pedal does to it, the tests of the MIDI ports show.
+  const pedals = page.getByRole('region', { name: 'Pedals' });
+  assert.equal(await pedals.getByLabel('MIDI in').evaluate((input) => input.selectedOptions[0].text), 'none');
+  await pedals.getByRole('button', { name: 'Learn Next Song' }).click();
+  await page.locator('#notice', { hasText: 'no MIDI input is connected: choose one first' }).waitFor();
+  assert.equal(await pedals.locator('[data-command="Next Song"] .pedal-message').textContent(), 'nothing');
   assert.deepEqual(page.complaints, []);
 }, { groups: [{ name: 'wind', channels: [1, 2] }, { name: 'strings', channels: [3] }], osc: { listen: '0' } });

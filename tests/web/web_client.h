@@ -23,7 +23,7 @@ namespace test_support {
 using Json = nlohmann::json;
 
 /// Longer than any machine is busy: whoever waits for it waits in vain.
-inline constexpr std::chrono::seconds Patience{20};
+inline constexpr std::chrono::seconds ClientPatience{20};
 
 class RawConnection {
 public:
@@ -58,7 +58,7 @@ public:
         return true;
     }
     /// Adds what comes to what was read; false at the end of the connection or of the patience.
-    bool ReadMore(std::chrono::milliseconds patience = Patience) {
+    bool ReadMore(std::chrono::milliseconds patience = ClientPatience) {
         pollfd input{socket_, POLLIN, 0};
         if (!HasReceived() && ::poll(&input, 1, static_cast<int>(patience.count())) <= 0) return false;
         char bytes[16384];

@@ -200,7 +200,7 @@ TEST_F(Server, ClientThatSaysNothingOrSpeaksSlowly_IsClosedInTime_OthersAreServe
     idle.Send("GET / HTTP/1.1\r\n" + Host() + "\r\n");
     ExpectServes();
     // A byte now and then does not help.
-    const auto end = std::chrono::steady_clock::now() + test_support::Patience;
+    const auto end = std::chrono::steady_clock::now() + test_support::ClientPatience;
     bool isClosed = false;
     while (!isClosed && std::chrono::steady_clock::now() < end) {
         slow.Send("s");

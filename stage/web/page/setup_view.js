@@ -2,6 +2,7 @@
 
 import { clickButton, make, setText } from './elements.js';
 import { GroupsPanel } from './groups_panel.js';
+import { PedalsPanel } from './pedals_panel.js';
 import { SettingsPanel } from './settings_panel.js';
 import { describeSeconds } from './song_time.js';
 
@@ -61,12 +62,13 @@ export class SetupView {
     this.#device = device;
     this.grid = make('div', { class: 'panels' });
     this.element = make('section', { class: 'setup', 'aria-label': 'Set up' }, make('h2', {}, 'Set up'), this.grid,
-      make('p', { class: 'help' }, 'Devices, and what a pedal does, are set in settings.json and by “stage midi”.'));
+      make('p', { class: 'help' }, 'Sound devices and groups are set in settings.json.'));
     this.groups = new GroupsPanel(press);
     this.settings = new SettingsPanel(press);
+    this.pedals = new PedalsPanel(press);
     for (const name of ['Sound', 'How it is doing', 'Ports and doors', 'Show', 'This screen']) this.#addPanel(name);
     this.grid.children[1].after(this.groups.element);
-    this.#panels.get('Ports and doors').holder.after(this.settings.element);
+    this.#panels.get('Ports and doors').holder.after(this.settings.element, this.pedals.element);
     this.#panels.get('This screen').holder.append(make('div', { class: 'row' }, ...actions.map(({ name, act }) => clickButton({ onclick: act }, name))));
   }
 
@@ -92,6 +94,7 @@ export class SetupView {
     this.groups.show(state.groups, this.#model.mayOperate);
     this.#show('Ports and doors', describeDoors(state));
     this.settings.show(state, this.#model.editRefusal === '');
+    this.pedals.show(state, this.#model.editRefusal === '');
     this.#show('Show', describeShow(this.#model));
     this.#show('This screen', this.#device());
   }
