@@ -187,6 +187,7 @@ void LiveRenderer::RenderBlock_() {
     const nanoseconds begin = Now();
     EndLostNotes_();
     engine_.Render(pairs_, options_.blockFrames);
+    tone_.AddTo(pairs_, options_.blockFrames, framesPerSecond_, engine_.IsRolling());
     limiter_.Process(pairs_.front().left, pairs_.front().right, options_.blockFrames);
     DelayOtherPairs_();
     NotePlayhead_();

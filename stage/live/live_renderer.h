@@ -17,6 +17,7 @@
 #include "stage/live/output_feed.h"
 #include "stage/live/rate_converter.h"
 #include "stage/live/real_time.h"
+#include "stage/live/test_tone.h"
 #include "stage/session/show_session.h"
 
 namespace stage {
@@ -76,6 +77,10 @@ public:
     /// program with real-time rights held up, say. Any thread.
     [[nodiscard]] std::uint64_t CountHeldUpBlocks() const { return heldUpBlocks_.load(std::memory_order_relaxed); }
 
+    /// Plays the tone on each pair of the output, one after the other, beside what is rendered; what is played is no
+    /// part of the session, and ends when music begins. Any thread; wait-free.
+    void PlayTestTone() { tone_.Begin(); }
+
     /// Frames of the main output that the limiter has turned down. Any thread.
     [[nodiscard]] std::uint64_t CountLimitedFrames() const { return limiter_.CountLimitedFrames(); }
 
@@ -124,6 +129,7 @@ private:
     const tavo_midi::SongData* song_ = nullptr;
 
     // Synchronise themselves.
+    TestTone tone_;
     PlayheadHistory history_;
     kit::SpscQueue<LiveEvent, 4096> events_;
     std::atomic<bool> isRealTime_{false};

@@ -98,7 +98,7 @@ void ChangeSetting(ShowSession& session, std::string_view words) {
     if (name == "midi-forget") return session.GetMidiCommands().UnsetMidiCommand(FindMidiCommand(value));
     throw std::invalid_argument(
         fmt::format("there is no setting {} that a page may change: press-guard, time-code, time-code-rate, "
-                    "time-code-output, time-code-jumps, midi-input, midi-learn and midi-forget are there",
+                    "time-code-output, time-code-jumps, midi-input, midi-learn, midi-forget and test-tone are there",
                     kit::Quote(name)));
 }
 

@@ -35,6 +35,8 @@ constexpr std::chrono::milliseconds ShortestInterval{10};
 constexpr std::string_view RollBackWord = "rollback";
 /// Nor is this one, which changes a setting.
 constexpr std::string_view SetWord = "set";
+/// It comes behind that one and is kept by nobody.
+constexpr std::string_view TestToneWord = "test-tone";
 
 std::string WriteLine(const PageJson& json) {
     return json.dump(-1, ' ', false, PageJson::error_handler_t::replace);
@@ -83,6 +85,12 @@ void RequireOneLine(const std::string& line) {
 
 bool IsSetting(const WebPress& press) {
     return !press.isEdit && press.line.starts_with(SetWord) && press.line.substr(SetWord.size()).starts_with(' ');
+}
+
+/// Whether a song is being played, at a fermata as well.
+bool Sounds(const LiveStatus& status) {
+    using Motion = LiveStatus::Motion;
+    return status.motion == Motion::Playing || status.motion == Motion::Fading || status.motion == Motion::Holding;
 }
 
 bool IsMoving(const LiveStatus& status) {
@@ -163,16 +171,27 @@ void ShowPage::Do_(const WebPress& press) {
 void ShowPage::Set_(const WebPress& press) {
     RequireOneLine(press.line);
     const std::string_view words = std::string_view(press.line).substr(SetWord.size() + 1);
-    if (StartsLearning(words)) {
-        // In a performance a pedal is for what it gives.
-        if (IsMoving(show_.PeekStatus())) throw std::invalid_argument("a pedal is taught while the music stands");
-        learnsUntil_ = std::chrono::steady_clock::now() + options_.longestLearning;
+    if (words == TestToneWord) {
+        PlayTestTone_();
+    } else {
+        if (StartsLearning(words)) {
+            // In a performance a pedal is for what it gives.
+            if (Sounds(show_.PeekStatus())) throw std::invalid_argument("a pedal is taught while the music stands");
+            learnsUntil_ = std::chrono::steady_clock::now() + options_.longestLearning;
+        }
+        ChangeSetting(show_.GetSession(), words);
     }
-    ChangeSetting(show_.GetSession(), words);
     // Whoever asks for the state after the answer finds it in it.
     LookAtState_();
     const Json answer{{"type", "answer"}, {"press", press.line}, {"outcome", "taken"}, {"sentence", ""}};
     server_.Publish({WebEntry::Kind::Answer, press.tag, WriteLine(answer), "", 200});
+}
+
+void ShowPage::PlayTestTone_() {
+    const LiveStatus status = show_.PeekStatus();
+    if (Sounds(status)) throw std::invalid_argument("the tone is played while the music stands");
+    if (!status.output.isPlaying) throw std::invalid_argument("no device takes the sound");
+    show_.GetRenderer().PlayTestTone();
 }
 
 Command ShowPage::MakeCommand_(const WebPress& press) {
@@ -375,7 +394,7 @@ PageJson ShowPage::MakeState_(const LiveStatus& status) const {
 
 // What somebody forgot to press is not taken from a pedal that is needed.
 void ShowPage::EndForgottenLearning_(const LiveStatus& status) {
-    if (!learnsUntil_ || (!IsMoving(status) && lookedAt_ < *learnsUntil_)) return;
+    if (!learnsUntil_ || (!Sounds(status) && lookedAt_ < *learnsUntil_)) return;
     learnsUntil_.reset();
     show_.GetSession().GetMidiCommands().CancelLearning();
 }

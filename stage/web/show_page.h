@@ -70,6 +70,7 @@ private:
 
     void Do_(const WebPress& press);
     void Set_(const WebPress& press);
+    void PlayTestTone_();
     [[nodiscard]] Command MakeCommand_(const WebPress& press);
     [[nodiscard]] Command MakeRollBack_(const std::string& version);
     [[nodiscard]] std::string FindRefusal_(const WebPress& press) const;

@@ -238,6 +238,9 @@ testShow('Set up: output groups are muted, made solo and faded, OSC is told of, 
   const { active, frameRate, output } = keptIn('midiTimeCodeSettings');
   assert.deepEqual([active, frameRate, output], [true, '25', 'The desk']);
 
+  await page.getByRole('button', { name: 'Play a test tone' }).click();
+  await becomesEqual(() => page.received.filter(({ press }) => press === 'set test-tone').map(({ outcome }) => outcome), () => ['taken']);
+
   // What a real pedal does to it, the tests of the MIDI ports show.
   const pedals = page.getByRole('region', { name: 'Pedals' });
   assert.equal(await pedals.getByLabel('MIDI in').evaluate((input) => input.selectedOptions[0].text), 'none');

@@ -3,6 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+#include "stage/sounds/sound_clip.h"
 #include "tests/live/live_program.h"
 #include "tests/stage/small_show.h"
 #include "tests/web/web_client.h"
@@ -56,6 +62,34 @@ TEST_F(PlayWeb, PortIsTaken_IsAnErrorWhereAskedForAndASentenceWhereNot) {
     second.WaitFor("started");
     second.Quit();
     first.Quit();
+}
+
+TEST_F(PlayWeb, TestToneFromThePage_IsHeardLeftThenRight_AndNotWhileTheMusicPlays) {
+    const std::string path = directory_ / "tone.wav";
+    LiveProgram play({Show(), "--output", "file:" + path, "--no-take", "--lead", "4096", "--web", "127.0.0.1:0"});
+    const std::uint16_t port = FindPort(play);
+    const auto playTone = [&] { return test_support::Post(port, "/api/set", {{"arguments", {"test-tone"}}}); };
+    EXPECT_EQ(200, playTone().status);
+    // What is paced by a clock tells of no tone.
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    EXPECT_EQ(200, test_support::Post(port, "/api/play").status);
+    play.WaitFor("started");
+    EXPECT_EQ("the tone is played while the music stands", playTone().Sentence());
+    play.Quit();
+
+    const stage::SoundClip sound = stage::ReadSoundFile(path, 48000, stage::SoundUse::Once).clip;
+    const auto findLevel = [](const std::vector<float>& samples, std::size_t from) {
+        double sum = 0;
+        for (std::size_t i = from; i < from + 45000; ++i)
+            sum += static_cast<double>(samples.at(i)) * samples[i];
+        return std::sqrt(sum / 45000);
+    };
+    const auto begin = static_cast<std::size_t>(
+        std::ranges::find_if(sound.left, [](float sample) { return std::abs(sample) > 0.001F; }) - sound.left.begin());
+    EXPECT_NEAR(0.0707, findLevel(sound.left, begin + 1000), 0.001);
+    EXPECT_LT(findLevel(sound.right, begin + 1000), 1e-4);
+    EXPECT_LT(findLevel(sound.left, begin + 49000), 1e-4);
+    EXPECT_NEAR(0.0707, findLevel(sound.right, begin + 49000), 0.001);
 }
 
 TEST_F(PlayWeb, PageIsOff_NothingIsServedOrSaid) {

@@ -66,7 +66,9 @@ export class SetupView {
     this.groups = new GroupsPanel(press);
     this.settings = new SettingsPanel(press);
     this.pedals = new PedalsPanel(press);
+    this.tone = clickButton({ onclick: () => press('set test-tone') }, 'Play a test tone');
     for (const name of ['Sound', 'How it is doing', 'Ports and doors', 'Show', 'This screen']) this.#addPanel(name);
+    this.#panels.get('Sound').holder.append(make('div', { class: 'row' }, this.tone));
     this.grid.children[1].after(this.groups.element);
     this.#panels.get('Ports and doors').holder.after(this.settings.element, this.pedals.element);
     this.#panels.get('This screen').holder.append(make('div', { class: 'row' }, ...actions.map(({ name, act }) => clickButton({ onclick: act }, name))));
@@ -95,6 +97,7 @@ export class SetupView {
     this.#show('Ports and doors', describeDoors(state));
     this.settings.show(state, this.#model.editRefusal === '');
     this.pedals.show(state, this.#model.editRefusal === '');
+    this.tone.disabled = this.#model.editRefusal !== '';
     this.#show('Show', describeShow(this.#model));
     this.#show('This screen', this.#device());
   }
