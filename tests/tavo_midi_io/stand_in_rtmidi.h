@@ -182,6 +182,8 @@ public:
         StandInSequencer::Get().Write(index, this);
         isOpen_ = true;
     }
+    /// Asked for on JACK only, which this library does not have.
+    void closePort() { isOpen_ = false; }
     void sendMessage(const unsigned char* bytes, std::size_t size) {
         StandInSequencer::Get().Send(this, {bytes, bytes + size});
     }

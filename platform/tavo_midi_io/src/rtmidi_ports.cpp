@@ -96,8 +96,11 @@ struct OpenPort {
         midi.setErrorCallback(&SaySilently);
     }
     ~OpenPort() {
-        midi.closePort();
-        if (std::is_same_v<Midi, RtMidiOut> && client.GetIsOnJack()) std::this_thread::sleep_for(LastReading);
+        if constexpr (std::is_same_v<Midi, RtMidiOut>) {
+            if (!client.GetIsOnJack()) return;
+            midi.closePort();
+            std::this_thread::sleep_for(LastReading);
+        }
     }
     OpenPort(const OpenPort&) = delete;
     OpenPort& operator=(const OpenPort&) = delete;
