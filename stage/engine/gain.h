@@ -9,6 +9,8 @@ namespace stage {
 class Gain {
 public:
     [[nodiscard]] bool IsMoving() const { return framesLeft_ > 0; }
+    /// Whether Apply would change nothing.
+    [[nodiscard]] bool IsOne() const { return framesLeft_ == 0 && value_ == 1.0F; }
     [[nodiscard]] float GetTarget() const { return target_; }
 
     /// Reaches `target` after `frames`; 0 at once.
