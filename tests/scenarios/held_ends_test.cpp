@@ -63,6 +63,7 @@ INSTANTIATE_TEST_SUITE_P(
         HeldCase{"a key that is struck again", "60@480-930 60@940-959", "60"},
         HeldCase{"a note so long that its end lies before the fermata", "60@0-7296", "60", 7440, 7680},
         HeldCase{"a note that just ends before the fermata", "2:60@0-1799 72@1800-1914", "72", 1800, 1920},
+        HeldCase{"a note that rests before the fermata below a long one", "60@0-1760 2:72@480-4000", "", 1800, 1920},
         HeldCase{"a drum roll", "10:38@480-500 10:38@540-560 10:38@600-620", "38"},
         HeldCase{"the end of a note that began at once with the fermata's end", "60@480-960 62@960-1416", ""},
         HeldCase{"the pedal is lifted with the notes", "pedal@480-950 60@480-600 2:64@480-936", "64 pedal"},
