@@ -246,6 +246,8 @@ void Play(const PlayWords& words) {
     if (words.showPath.empty()) throw stage::UsageError("SHOW is missing");
     if (words.webCertificate.path.empty() != words.webCertificate.keyPath.empty())
         throw stage::UsageError("--web-certificate FILE and --web-key FILE belong together: give both");
+    if (words.web == "off" && (!words.webCertificate.IsEmpty() || !words.passphraseFile.empty()))
+        throw stage::UsageError("--web off serves no page, for which --web-certificate and --passphrase-file are");
     const std::string takePath = Perform(words);
     if (words.isHeadless) return PlayHeadless::PrintEnd(takePath);
     std::cout << "The show has ended" << (takePath.empty() ? "." : "; its take is " + takePath) << std::endl;

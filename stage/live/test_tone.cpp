@@ -50,7 +50,7 @@ private:
 
 void TestTone::AddTo(std::span<const StereoBuffer> pairs, std::uint32_t frames, std::uint32_t framesPerSecond,
                      bool isToEnd) noexcept {
-    if (isWanted_.exchange(false)) {
+    if (isWanted_.exchange(false) && !isPlaying_) {
         played_ = 0;
         gain_ = 0;
         isPlaying_ = true;

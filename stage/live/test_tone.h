@@ -12,7 +12,7 @@ namespace stage {
 /// comes and goes within 10 ms, also where it is ended before.
 class TestTone {
 public:
-    /// From the beginning, with the next frames that are added. Any thread; wait-free.
+    /// With the next frames that are added; while it plays it goes on as it is. Any thread; wait-free.
     void Begin() { isWanted_ = true; }
     /// Any thread; wait-free.
     [[nodiscard]] bool IsPlaying() const { return isWanted_ || isPlaying_; }

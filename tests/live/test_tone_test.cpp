@@ -70,8 +70,12 @@ TEST_F(Tone, Begun_SoundsOnEachSideOfEachPairInTurnWithoutAClick) {
 
 TEST_F(Tone, EndedOnTheWay_GoesWithin10Ms_AndBegunAgainStartsAtTheLeft) {
     tone_.Begin();
+    AddUntil(Rate / 2);
+    // While it plays it goes on.
+    tone_.Begin();
     AddUntil(Rate + Rate / 2);
     AddUntil(2 * Rate, true);
+    EXPECT_NEAR(Level, FindLevel(0, 0.02, 0.98), 0.001);
     EXPECT_GT(FindLevel(1, 1.1, 1.4), 0.9 * Level);
     EXPECT_EQ(0, FindLevel(1, 1.512, 2));
     EXPECT_LE(FindStep(1), 1.1F * Steepest);

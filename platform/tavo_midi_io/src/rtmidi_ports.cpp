@@ -26,9 +26,9 @@ constexpr unsigned int SendingCycles = 3;
 
 void SaySilently(RtMidiError::Type, const std::string&, void*) {}
 
-/// RtMidi's output on JACK lets its buffer go before its client, which may still be reading it for the port that was just
-/// closed: longer than a thread of sound waits for its processor in the middle of that, on a busy machine and without
-/// precedence.
+/// RtMidi's output on JACK lets its buffer go before its client, which may still be reading it for the port that was
+/// just closed: longer than a thread of sound waits for its processor in the middle of that, on a busy machine and
+/// without precedence.
 constexpr std::chrono::milliseconds LastReading{100};
 
 /// How often ports are listed that come and go meanwhile.

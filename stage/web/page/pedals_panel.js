@@ -82,7 +82,7 @@ export class PedalsPanel {
       setClass(learn, 'is-on', isLearning);
       setHidden(forget, pedals.commands[name] === '' || isLearning);
     }
-    setText(this.problem, pedals.learning === '' ? '' : pedals.problem);
+    setText(this.problem, pedals.problem);
     if (isEnabled === this.#enabled) return;
     this.#enabled = isEnabled;
     for (const control of this.element.querySelectorAll('button, select')) control.disabled = !isEnabled;
