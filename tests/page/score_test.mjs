@@ -58,6 +58,32 @@ async function toldBars(page) {
   return { told: told.map(({ bar }) => bar), isShort: told.map(({ at }, index) => told[index + 1]?.at - at < 400) };
 }
 
+/**
+ * Lays the marks beside the bars that were played: {unseen, steps}, the places in `played` of bars that no mark stands for, and of
+ * each mark what comes after it. A bar that was over at once may have been drawn or not; where it was not, equal bars around it are
+ * one mark. Whatever fits best counts.
+ */
+function alignMarks(marks, played, isShort) {
+  const short = [...played.keys()].filter((index) => isShort[index]).slice(0, 8);
+  let best = null;
+  for (let choice = 0; choice < 2 ** short.length; ++choice) {
+    const drawn = [...played.keys()].filter((index) => !(choice & (1 << short.indexOf(index))) || !short.includes(index));
+    const kept = drawn.filter((index, place) => played[index] !== played[drawn[place - 1]]);
+    const unseen = new Set(kept);
+    const steps = [];
+    let at = -1;
+    for (const { bar, seen } of marks) {
+      const place = kept.findIndex((index, each) => each > at && played[index] === bar);
+      if (place < 0) break;
+      at = place;
+      unseen.delete(kept[place]);
+      steps.push({ bar, seen, next: kept[place + 1] });
+    }
+    if (best === null || unseen.size < best.unseen.length) best = { unseen: [...unseen], steps };
+  }
+  return best;
+}
+
 testScore('Engraved score: the marked bar is the one that the core tells at every downbeat, through a vamp, a fermata, a cut, a caesura and a seek, and the next one is in sight', [], async (performance) => {
   const page = await openScore(performance);
   assert.equal(await marked(page), '1');
@@ -82,17 +108,9 @@ testScore('Engraved score: the marked bar is the one that the core tells at ever
   const sought = played.indexOf('18') + 1;
   assert.deepEqual(told.slice(0, played.length), played);
   const { marks, gaps } = await page.evaluate(() => ({ marks: window.marks, gaps: window.gaps }));
-  const missed = new Set(played.keys());
-  let at = -1;
-  for (const { bar, seen } of marks) {
-    const index = played.indexOf(bar, at + 1);
-    if (index < 0) break;
-    at = index;
-    missed.delete(index);
-    if (index + 1 < played.length && index + 1 !== sought) assert.ok(seen.includes(played[index + 1]), `after bar ${bar} comes ${played[index + 1]}, and ${seen} are seen`);
-  }
-  // A machine that is too busy to draw, or to tell the page, for the length of a bar leaves that one out, and no other.
-  const unseen = [...missed].filter((index) => !isShort[index]);
+  const { unseen, steps } = alignMarks(marks, played, isShort);
+  for (const { seen, bar, next } of steps) if (next !== undefined && next !== sought) assert.ok(seen.includes(played[next]), `after bar ${bar} comes ${played[next]}, and ${seen} are seen`);
+  // A machine that is too busy to draw for the length of a bar leaves that one out, and no other.
   assert.ok(unseen.length <= gaps, `${marks.map(({ bar }) => bar).join(' ')} of ${played.join(' ')}: bars ${unseen.map((index) => played[index])} are missing, with ${gaps} gaps`);
   assert.deepEqual(page.complaints, []);
 });
