@@ -149,7 +149,9 @@ void LiveRenderer::Run_() {
         try {
             if (session_.GetDesk().RunPosted() > 0) {
                 engine_.FollowForCertain();
-                NotePlayhead_();
+                // What begins to play where it was put jumps there with its first block only; until then it is where it
+                // stood.
+                if (hasRolled_ || !engine_.IsRolling()) NotePlayhead_();
             }
             NoteLatePeriods_();
             if (IsBlockDue_()) {
@@ -190,6 +192,7 @@ void LiveRenderer::RenderBlock_() {
     tone_.AddTo(pairs_, options_.blockFrames, framesPerSecond_, engine_.IsRolling());
     limiter_.Process(pairs_.front().left, pairs_.front().right, options_.blockFrames);
     DelayOtherPairs_();
+    hasRolled_ = engine_.IsRolling();
     NotePlayhead_();
     WriteBlock_();
     const std::int64_t took = (Now() - begin).count();

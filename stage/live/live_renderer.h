@@ -122,6 +122,7 @@ private:
     std::vector<float> delayed_;     // DelayFrames of each channel behind the main pair's
     std::vector<float> delayBlock_;  // those and a block
     bool hasLostMidi_ = false;       // there was no room for a message
+    bool hasRolled_ = false;         // playback went in the last block
     std::unique_ptr<RateConverter> converter_;
     std::uint32_t deviceRate_ = 0;
     std::uint64_t latePeriods_ = 0;

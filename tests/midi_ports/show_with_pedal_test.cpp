@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -290,12 +291,18 @@ TEST_F(ShowWithPedal, TwoHundredJumps_TheNextFullFrameIsWhereThePlayerIs) {
         const unsigned int tick = seed / 65536U % (15 * TicksPerBar);
         // No two that are taken for one.
         const long expected = static_cast<long>(tick) * 30 / TicksPerSecond;
+        const auto asked = std::chrono::steady_clock::now();
         show_->session.Seek(tick);
+        long longest = 1;
         do {
             frame = NextFullFrame();
             ASSERT_TRUE(frame) << "jump " << jump << " to tick " << tick;
-        } while (jump == 0 && std::abs(*frame - expected) > 1);
-        ASSERT_NEAR(static_cast<double>(*frame), static_cast<double>(expected), 1) << "jump " << jump;
+            // The player goes on while a busy machine has the message wait.
+            const std::chrono::duration<double> took = std::chrono::steady_clock::now() - asked;
+            longest = 1 + static_cast<long>(took.count() * 30);
+        } while (jump == 0 && (*frame < expected - 1 || *frame > expected + longest));
+        ASSERT_GE(*frame, expected - 1) << "jump " << jump;
+        ASSERT_LE(*frame, expected + longest) << "jump " << jump;
     }
 }
 
