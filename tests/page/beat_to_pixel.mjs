@@ -31,7 +31,7 @@ async function findOffset() {
   return best;
 }
 
-/** Runs in the page: notes the moment at which each change of the beat has been painted, and what is told of the position. */
+/** Runs in the page: notes the moment at which each change of the beat has been painted. */
 function watchBeats() {
   window.painted = [];
   const channel = new MessageChannel();
@@ -40,23 +40,10 @@ function watchBeats() {
   new MutationObserver(() => channel.port2.postMessage(0)).observe(document.getElementById('beat'), { childList: true, characterData: true, subtree: true });
 }
 
-function watchPlayhead() {
-  window.playheads = [];
-  window.WebSocket = class extends window.WebSocket {
-    constructor(...words) {
-      super(...words);
-      this.addEventListener('message', ({ data }) => {
-        const message = JSON.parse(data);
-        if (message.type === 'playhead') window.playheads.push(message);
-      });
-    }
-  };
-}
-
 const TicksOfBeat = 480;
 
 const show = await Performance.start(copyShow(), { options: ['--song', '3'] });
-const page = await openPage(show, { beforehand: watchPlayhead });
+const page = await openPage(show);
 const { offset, took } = await page.evaluate(findOffset);
 await page.evaluate(watchBeats);
 show.child.stdin.write('tempo 200%\n');
@@ -64,7 +51,8 @@ for (let time = 1; time <= times; ++time) {
   show.child.stdin.write(time === 1 ? 'play\n' : 'load 3\nplay\n');
   while (show.events.filter(({ event }) => event === 'song-end').length < time) await new Promise((resolve) => setTimeout(resolve, 500));
 }
-const { painted, playheads } = await page.evaluate(() => ({ painted: window.painted, playheads: window.playheads }));
+const painted = await page.evaluate(() => window.painted);
+const playheads = page.received.filter(({ type }) => type === 'playhead');
 const late = [];
 for (const moment of painted) {
   const now = moment + offset;

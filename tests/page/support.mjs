@@ -250,12 +250,11 @@ export class Performance {
   }
 }
 
-/** A page that is open, and connected unless it is not to be waited for. It notes whatever the browser complains of, and every frame of its sockets. `beforehand` runs in it before anything else. */
-export async function openPage(performance, { view = 'perform', theme = 'dark', size = { width: 1280, height: 800 }, connects = true, beforehand = null } = {}) {
+/** A page that is open, and connected unless it is not to be waited for. It notes whatever the browser complains of, and every frame of its sockets. */
+export async function openPage(performance, { view = 'perform', theme = 'dark', size = { width: 1280, height: 800 }, connects = true } = {}) {
   const context = await (await findBrowser()).newContext({ viewport: size, ignoreHTTPSErrors: true });
   own().contexts.add(context);
   await context.addInitScript((name) => localStorage.getItem('stage-theme') ?? localStorage.setItem('stage-theme', name), theme);
-  if (beforehand !== null) await context.addInitScript(beforehand);
   await context.addInitScript(`window.lookAtPage = ${lookAtPage}; (${watchPage})();`);
   const page = await context.newPage();
   page.setDefaultTimeout(PatientMs);
