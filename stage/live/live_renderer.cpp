@@ -143,7 +143,8 @@ void LiveRenderer::Run_() {
     isRealTime_ = BecomeRealTime(RealTimePriority::Rendering);
     FollowDevice_();
     NotePlayhead_();
-    for (;;) {
+    // Where the machine cannot keep up, a block is always due.
+    while (!IsEnding_()) {
         const nanoseconds begin = Now();
         const ThreadUse before = GetThreadUse();
         try {
@@ -163,13 +164,14 @@ void LiveRenderer::Run_() {
             // The show goes on: what a listener could not do is no reason for silence.
             kit::AppendToThreadExceptionLog(problem.what());
         }
-        {
-            const std::lock_guard lock(mutex_);
-            if (isEnding_) break;
-        }
         Wait_();
     }
     session_.GetDesk().RunPosted();
+}
+
+bool LiveRenderer::IsEnding_() {
+    const std::lock_guard lock(mutex_);
+    return isEnding_;
 }
 
 bool LiveRenderer::IsBlockDue_() {

@@ -92,6 +92,7 @@ private:
     void OnEngineEvent(const EngineEvent& event) override;
 
     void Run_();
+    [[nodiscard]] bool IsEnding_();
     [[nodiscard]] bool IsBlockDue_();
     void RenderBlock_();
     void CountIfSlow_(std::chrono::nanoseconds begin, const ThreadUse& before);

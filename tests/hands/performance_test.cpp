@@ -16,9 +16,6 @@ namespace {
 
 class Performance : public test_support::SharedShow {
 protected:
-    void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
-    }
     /// The press that adds a marker to what is in use.
     [[nodiscard]] std::string EditPress(const std::string& text) const {
         CL::ChangeLog after = LogInUse();

@@ -12,7 +12,6 @@ using test_support::LiveProgram;
 class Resume : public test_support::SmallShow {
 protected:
     void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
         for (const char* edit : {"add vamp --song 1 --from 2 --to 2", "add fermata --song 1 --from 6:3 --to 6:4",
                                  "add caesura --song 1 --at 8:1"})
             ASSERT_EQ(0, Edit(edit).exitCode) << edit;

@@ -22,7 +22,6 @@ struct Size {
 class Screen : public test_support::SmallShow {
 protected:
     void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
         EXPECT_EQ(0, Edit("add vamp --song 1 --from 2 --to 2").exitCode);
         if (!terminal_.IsOpen()) GTEST_SKIP() << "tmux cannot be started here.";
     }
@@ -201,7 +200,6 @@ protected:
 };
 
 TEST_F(Account, Evening_IsToldInALineForEachThing) {
-    if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
     for (const char* edit : {"add vamp --song 1 --from 2 --to 2", "add fermata --song 1 --from 4:3 --to 4:4"})
         ASSERT_EQ(0, Edit(edit).exitCode);
     test_support::Child play({STAGE_BINARY, "play", Show(), "--output", "null", "--no-take"});

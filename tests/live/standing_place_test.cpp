@@ -9,12 +9,7 @@ namespace {
 
 using test_support::LiveProgram;
 
-class StandingPlace : public test_support::SmallShow {
-protected:
-    void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
-    }
-};
+class StandingPlace : public test_support::SmallShow {};
 
 TEST_F(StandingPlace, StoppedWhilePlaying_IsTheSongsBeginning) {
     LiveProgram play({Show(), "--output", "null", "--no-take"});

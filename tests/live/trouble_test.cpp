@@ -13,12 +13,7 @@ namespace {
 
 using test_support::LiveProgram;
 
-class Trouble : public test_support::SmallShow {
-protected:
-    void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
-    }
-};
+class Trouble : public test_support::SmallShow {};
 
 // As a laptop does whose lid was closed: its steady clock may have gone on or not.
 TEST_F(Trouble, ProgramThatStoodStill_GoesOnWhereItWas) {

@@ -230,9 +230,6 @@ TEST(MidiCue, EditMeansAMessage_OrIsRefusedInASentence) {
 
 class CuePlay : public test_support::SmallShow {
 protected:
-    void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
-    }
     void WriteTargets(const Json& targets) const {
         test_support::WriteAll(Show() + "/settings.json", Json{{"oscTargets", targets}}.dump());
     }

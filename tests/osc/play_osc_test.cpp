@@ -28,10 +28,6 @@ using Json = nlohmann::json;
 
 class OscPlay : public test_support::SmallShow {
 protected:
-    void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
-    }
-
     [[nodiscard]] std::vector<std::string> Words(const std::string& osc = "0") const {
         return {Show(), "--output", "null", "--no-take", "--osc", osc};
     }

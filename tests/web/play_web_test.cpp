@@ -22,9 +22,6 @@ using testing::HasSubstr;
 
 class PlayWeb : public test_support::SmallShow {
 protected:
-    void SetUp() override {
-        if (test_support::ChecksLeaksAtItsEnd) GTEST_SKIP() << test_support::WhyNotWithLeakCheck;
-    }
     static std::uint16_t FindPort(LiveProgram& play) {
         const std::string sentence = play.WaitFor("message")["sentence"];
         EXPECT_THAT(sentence, HasSubstr("The page is at http://127.0.0.1:"));
