@@ -17,7 +17,7 @@
 #include "kit/json_object.h"
 #include "kit/path.h"
 #include "kit/words.h"
-#include "stage/show/press_guard.h"
+#include "stage/show/kept_settings.h"
 #include "tavo_core/tavo_version.h"
 
 namespace stage {
@@ -303,6 +303,20 @@ void KeepPressGuard(const std::string& settingsPath, int milliseconds) {
     Json json = ReadJson(settingsPath);
     json["pressGuardMs"] = milliseconds;
     kit::ReplaceFileDurably(settingsPath, json.dump(4) + "\n");
+}
+
+void KeepSetting(const std::string& settingsPath, const std::string& key, const std::string& json) {
+    static_cast<void>(ReadSettings(settingsPath));
+    Json settings = ReadJson(settingsPath);
+    const std::string name = kit::path::basename(settingsPath);
+    try {
+        static_cast<void>(kit::JsonText(json, key, {.bytes = MaxFileBytes}));
+        settings[key] = Json::parse(json);
+        static_cast<void>(ParseSettings(settings.dump(), name));
+    } catch (const std::runtime_error& problem) {
+        throw std::invalid_argument(problem.what());
+    }
+    kit::ReplaceFileDurably(settingsPath, settings.dump(4) + "\n");
 }
 
 std::string AsText(const Settings& settings) {

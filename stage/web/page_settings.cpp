@@ -11,7 +11,7 @@
 #include <string>
 
 #include "kit/words.h"
-#include "stage/show/press_guard.h"
+#include "stage/show/kept_settings.h"
 #include "stage/show/show_directory.h"
 #include "tavo_midi/midi_commands.h"
 #include "tavo_midi/midi_message_dispatcher.h"
@@ -61,6 +61,11 @@ void ChooseMidiInput(ShowSession& session, const std::string& value) {
     session.GetMidiCommands().ConnectSourceByIndex(found->index);
 }
 
+// What is open goes on as it was opened: a device that changes hands in the middle of a performance would be heard.
+void KeepForTheNextOpening(ShowSession& session, const std::string& key, const std::string& value) {
+    KeepSetting(ScanShowDirectory(session.GetShowDirectory()).SettingsPath(), key, value);
+}
+
 unsigned char FindMidiCommand(const std::string& value) {
     const auto& names = midi_commands::commandNames;
     const auto found = std::ranges::find(names, value, [](const auto& named) { return named.second; });
@@ -93,13 +98,16 @@ void ChangeSetting(ShowSession& session, std::string_view words) {
     if (name == "time-code-rate") return SetFrameRate(session, value);
     if (name == "time-code-output") return session.GetMidiTimeCodeController().SetOutputPortName(value);
     if (name == "time-code-jumps") return SetJumps(session, value);
+    if (name == "outputs" || name == "groups") return KeepForTheNextOpening(session, std::string(name), value);
+    if (name == "osc-targets") return KeepForTheNextOpening(session, "oscTargets", value);
     if (name == "midi-input") return ChooseMidiInput(session, value);
     if (name == "midi-learn") return LearnMidiCommand(session, value);
     if (name == "midi-forget") return session.GetMidiCommands().UnsetMidiCommand(FindMidiCommand(value));
-    throw std::invalid_argument(
-        fmt::format("there is no setting {} that a page may change: press-guard, time-code, time-code-rate, "
-                    "time-code-output, time-code-jumps, midi-input, midi-learn, midi-forget and test-tone are there",
-                    kit::Quote(name)));
+    throw std::invalid_argument(fmt::format(
+        "there is no setting {} that a page may change: press-guard, time-code, time-code-rate, "
+        "time-code-output, time-code-jumps, midi-input, midi-learn, midi-forget, outputs, groups, osc-targets and "
+        "test-tone are there",
+        kit::Quote(name)));
 }
 
 bool StartsLearning(std::string_view words) {

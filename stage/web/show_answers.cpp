@@ -109,6 +109,7 @@ WebAnswer ShowAnswers::Answer(const WebRequest& request) {
         if (parts.size() == 2 && word == "show") return {200, "application/json", showJson_};
         if (parts.size() == 2 && word == "verbs") return {200, "application/json", MakeVerbs()};
         if (parts.size() == 2 && word == "midi-inputs") return {200, "application/json", MakeMidiInputs()};
+        if (parts.size() == 2 && word == "settings") return {200, "application/json", MakeSettings_()};
         if (parts.size() == 2 && word == "versions") return {200, "application/json", MakeVersions_()};
         if (parts.size() == 5 && word == "versions" && parts[3] == "to")
             return {200, "application/json", MakeDifference_(parts[2], parts[4])};
@@ -171,6 +172,13 @@ std::string ShowAnswers::MakeSong_(const tavo_midi::SongData& song) {
         measures.size() == json["bars"].size() && !measures.empty())
         json["measures"] = measures;
     return AsBody(json);
+}
+
+// As they are kept now, for the next time that the show is opened. The passcode of OSC is nobody's business.
+std::string ShowAnswers::MakeSettings_() const {
+    const AnswerJson kept = AnswerJson::parse(AsText(ReadSettings(ScanShowDirectory(showPath_).SettingsPath())));
+    return AsBody(
+        {{"outputs", kept.at("outputs")}, {"groups", kept.at("groups")}, {"oscTargets", kept.at("oscTargets")}});
 }
 
 std::string ShowAnswers::MakeVersions_() const {

@@ -44,6 +44,7 @@ private:
     [[nodiscard]] WebAnswer AnswerSong_(const std::vector<std::string>& parts);
     [[nodiscard]] WebAnswer AnswerPage_(const std::string& number);
     [[nodiscard]] std::string MakeSong_(const tavo_midi::SongData& song);
+    [[nodiscard]] std::string MakeSettings_() const;
     [[nodiscard]] std::string MakeVersions_() const;
     [[nodiscard]] std::string MakeDifference_(const std::string& from, const std::string& to) const;
     [[nodiscard]] CL::ChangeLog LoadVersion_(const std::string& version) const;

@@ -230,7 +230,7 @@ class Outputs(unittest.TestCase):
     def ask_all(self, page):
         for reference, path in {'show': '/api/show', 'verbs': '/api/verbs', 'state': '/api/state', 'song': '/api/song/2',
                                 'versions': '/api/versions', 'difference': '/api/versions/1.0/to/now',
-                                'midiInputs': '/api/midi-inputs', 'session': '/api/session'}.items():
+                                'midiInputs': '/api/midi-inputs', 'settings': '/api/settings', 'session': '/api/session'}.items():
             status, answer = page.ask(path)
             self.assertEqual(200, status, path)
             schemas.require(f'web-answer#{reference}', answer, path)

@@ -295,8 +295,9 @@ protected:
         stage::ShowAnswers answers(show, "show", false, stage::Settings());
         const std::string log = directory.LogPathInUse();
         answers.SetLog(std::make_shared<const CL::ChangeLog>(CL::ChangeLog::Load(log)), log.substr(log.rfind('/') + 1));
-        for (const char* address : {"/api/show", "/api/song/1", "/api/song/2", "/api/song/2/score.musicxml",
-                                    "/api/versions", "/api/song/1/picture.svg", "/api/versions/1.0/to/now"}) {
+        for (const char* address :
+             {"/api/show", "/api/song/1", "/api/song/2", "/api/song/2/score.musicxml", "/api/versions", "/api/settings",
+              "/api/song/1/picture.svg", "/api/versions/1.0/to/now"}) {
             stage::WebRequest request;
             request.target = stage::ParseTarget(address);
             const stage::WebAnswer answer = answers.Answer(request);

@@ -241,6 +241,32 @@ testShow('Set up: output groups are muted, made solo and faded, OSC is told of, 
   await page.getByRole('button', { name: 'Play a test tone' }).click();
   await becomesEqual(() => page.received.filter(({ press }) => press === 'set test-tone').map(({ outcome }) => outcome), () => ['taken']);
 
+  // Kept for the next time; what is open stays as it is.
+  const wires = page.getByRole('region', { name: 'Outputs, groups and targets' });
+  await wires.getByLabel('MIDI channels, with commas').first().fill('1, 2, 5');
+  await wires.getByRole('button', { name: 'Add a group' }).click();
+  assert.equal(await page.evaluate(() => document.activeElement.labels[0].textContent), 'Group');
+  await page.keyboard.type('main');
+  await wires.getByRole('button', { name: 'Keep the groups' }).click();
+  await wires.getByRole('status').filter({ hasText: 'settings.json: groups[2].name must not be "main"' }).waitFor();
+  await wires.getByLabel('Group', { exact: true }).last().fill('brass');
+  await wires.getByLabel('Parts, with commas').last().fill('Horn*, Trumpet');
+  await wires.getByLabel('Leaves by').last().selectOption('own');
+  await wires.getByLabel('Into the reverb, dB').last().fill('-12.5');
+  await wires.getByRole('button', { name: 'Remove group strings' }).click();
+  await wires.getByRole('button', { name: 'Keep the groups' }).click();
+  await wires.getByRole('status').filter({ hasText: 'Kept for the next time that the show is opened.' }).waitFor();
+  await wires.locator('legend', { hasText: 'group brass' }).waitFor();
+  const groups = keptIn('settings.json').groups.map(({ name, parts, channels, output: by, reverbDb }) => [name, parts, channels, by, reverbDb]);
+  assert.deepEqual(groups, [['wind', [], [1, 2, 5], 'main', 'off'], ['brass', ['Horn*', 'Trumpet'], [], 'own', -12.5]]);
+  await wires.getByRole('button', { name: 'Add a target' }).click();
+  await wires.getByLabel('Target', { exact: true }).fill('lights');
+  await wires.getByLabel('Port', { exact: true }).fill('8000');
+  await wires.getByRole('button', { name: 'Keep the targets' }).click();
+  await wires.locator('legend', { hasText: 'target lights' }).waitFor();
+  assert.deepEqual(keptIn('settings.json').oscTargets, [{ name: 'lights', transport: 'udp', port: 8000, timeTags: false }]);
+  assert.equal(await group.getByRole('button', { name: 'Mute strings' }).count(), 1);
+
   // What a real pedal does to it, the tests of the MIDI ports show.
   const pedals = page.getByRole('region', { name: 'Pedals' });
   assert.equal(await pedals.getByLabel('MIDI in').evaluate((input) => input.selectedOptions[0].text), 'none');

@@ -39,6 +39,9 @@ for (const shot of shots()) {
     if (view === 'score') await page.waitForFunction(() => document.querySelector('.score .picture:not([hidden]) svg.flow') ?? document.querySelector('.sheet .pencil'));
     await take(page, view, shot);
   }
+  await page.locator('.wires-panel fieldset').first().waitFor();
+  await page.locator('.wires-panel').evaluate((panel) => panel.scrollIntoView());
+  await take(page, 'wires', shot);
   await page.context().close();
 }
 await performance.kill();

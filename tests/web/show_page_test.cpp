@@ -226,6 +226,10 @@ TEST_F(Page, SetUpByAClient_HoldsAtOnceAndIsKept_WhatCannotBeIsASentence) {
         {"press-guard 10001", "the press guard must be from 0 to 10000 ms, not 10001"},
         {"time-code perhaps", "time code must be on or off, not \"perhaps\""},
         {"time-code-rate 23", "the frame rate must be one of 24, 25, 29.97 drop, 30, not \"23\""},
+        {"groups", "groups, line 1: the text is not JSON"},
+        {"groups [{\"name\": \"main\"}]", "settings.json: groups[0].name must not be \"main\", which means another"},
+        {"outputs [{\"name\": \"main\", \"backend\": \"tape\"}]", "settings.json: outputs[0].backend must be "},
+        {"osc-targets [{\"name\": \"desk\", \"port\": 0}]", "settings.json: oscTargets[0].port must be "},
         {"time-code-jumps high", "what time code does at a jump must be locate or runOn, not \"high\""},
         {"lights", "there is no setting \"lights\" that a page may change"}};
     for (const auto& [line, sentence] : wrong) {
@@ -233,6 +237,42 @@ TEST_F(Page, SetUpByAClient_HoldsAtOnceAndIsKept_WhatCannotBeIsASentence) {
         EXPECT_EQ(400, refused.status) << line;
         EXPECT_THAT(refused.Sentence(), testing::StartsWith(sentence));
     }
+}
+
+TEST_F(Page, OutputsAndGroupsSetByAClient_AreKeptForTheNextTimeBesideWhatIsThere) {
+    test_support::WriteAll(Show() + "/settings.json", Json{{"countIn", 2}, {"osc", {{"passcode", "sesame"}}}}.dump());
+    const Json groups = Json::parse(R"([{"name": "wind", "parts": ["Flute", "Oboe"], "output": "own", "reverbDb": -9.5},
+                                        {"name": "strings", "channels": [3, 4]}])");
+    const Json targets = Json::parse(R"([{"name": "lights", "host": "10.0.0.7", "port": 8000}])");
+    {
+        ServedShow show(Show());
+        const auto set = [&](const std::string& words) {
+            return Post(show.GetPort(), "/api/set", {{"arguments", {words}}}).status;
+        };
+        Json before = Get(show.GetPort(), "/api/settings").AsJson();
+        EXPECT_EQ(Json::array(), before["groups"]);
+        EXPECT_EQ("auto", before["outputs"][0]["backend"]);
+        EXPECT_EQ(200, set("groups " + groups.dump()));
+        EXPECT_EQ(200, set("osc-targets " + targets.dump()));
+        EXPECT_EQ(200, set(R"(outputs [{"name": "main", "backend": "jack", "device": "desk:in"}])"));
+        const auto answer = Get(show.GetPort(), "/api/settings");
+        EXPECT_EQ(std::string::npos, answer.body.find("sesame"));
+        Json after = answer.AsJson();
+        ASSERT_EQ(2U, after["groups"].size()) << after;
+        EXPECT_EQ(-9.5, after["groups"][0]["reverbDb"]);
+        EXPECT_EQ("jack", after["outputs"][0]["backend"]);
+        // What is open plays on as it was opened.
+        EXPECT_EQ(Json::array(), Get(show.GetPort(), "/api/state").AsJson()["groups"]);
+    }
+    Json kept = Json::parse(test_support::ReadAll(Show() + "/settings.json"));
+    EXPECT_EQ(2, kept["countIn"]);
+    EXPECT_EQ("sesame", kept["osc"]["passcode"]);
+    EXPECT_EQ(groups, kept["groups"]);
+    EXPECT_EQ(targets, kept["oscTargets"]);
+    ServedShow again(Show());
+    Json state = Get(again.GetPort(), "/api/state").AsJson();
+    ASSERT_EQ(2U, state["groups"].size());
+    EXPECT_EQ("wind", state["groups"][0]["name"]);
 }
 
 TEST_F(Page, LockedShow_RefusesEditsAndToEnd_TakesPresses) {

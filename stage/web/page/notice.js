@@ -4,7 +4,13 @@ import { make, setText } from './elements.js';
 import { describeRecord, withoutVerb } from './press_list.js';
 
 const ShownMs = 8000;
+const LongestPress = 60;
 const Statuses = { Vamp: 'Vamp', Repeat: 'Repeat', Skip: 'Fermata', Caesura: 'Caesura ahead', EndOfSong: 'End of song ahead', AdvanceAttacca: 'Segue ahead' };
+
+/** A press may carry a whole list. */
+function shorten(press) {
+  return press.length <= LongestPress ? press : `${press.slice(0, LongestPress)}...`;
+}
 
 export class Notice {
   #element;
@@ -37,7 +43,7 @@ export class Notice {
 
   refuse(record, line) {
     const outcome = record.outcome === 'refused' ? 'REFUSED' : 'FAILED';
-    this.tell(`${outcome} ${record.press ?? line}: ${withoutVerb(record)}`, true);
+    this.tell(`${outcome} ${shorten(record.press ?? line)}: ${withoutVerb(record)}`, true);
   }
 
   /** The operator has pressed on. */

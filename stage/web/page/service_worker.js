@@ -9,7 +9,7 @@ self.addEventListener('install', (event) => {
     './', 'base.css', 'perform.css', 'edit.css', 'score.css', 'icon.svg', 'manifest.webmanifest', 'main.js', 'connection.js', 'connection_sign.js',
     'controls_panel.js', 'dialogs.js', 'edit_form.js', 'edit_kinds.js', 'edit_view.js', 'elements.js', 'flow_picture.js', 'groups_panel.js', 'level_meter.js', 'keyboard_door.js',
     'notice.js', 'operator_keys.js', 'pedals_panel.js', 'perform_view.js', 'place_panel.js', 'press_list.js', 'score_engraver.js', 'score_flow.js', 'score_pages.js', 'score_sheet.js', 'score_view.js', 'score_worker.js', 'screen_device.js', 'server_clock.js',
-    'settings_panel.js', 'setup_view.js', 'show_model.js', 'song_time.js', 'transport.js', 'version_list.js',
+    'settings_panel.js', 'setup_view.js', 'show_model.js', 'song_time.js', 'transport.js', 'version_list.js', 'wires_panel.js',
   ])).then(() => self.skipWaiting()));
 });
 

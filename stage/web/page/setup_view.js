@@ -5,6 +5,7 @@ import { GroupsPanel } from './groups_panel.js';
 import { PedalsPanel } from './pedals_panel.js';
 import { SettingsPanel } from './settings_panel.js';
 import { describeSeconds } from './song_time.js';
+import { WiresPanel } from './wires_panel.js';
 
 function milliseconds(frames, framesPerSecond) {
   return framesPerSecond ? `${((1000 * frames) / framesPerSecond).toFixed(1)} ms` : '?';
@@ -61,16 +62,17 @@ export class SetupView {
     this.#model = model;
     this.#device = device;
     this.grid = make('div', { class: 'panels' });
-    this.element = make('section', { class: 'setup', 'aria-label': 'Set up' }, make('h2', {}, 'Set up'), this.grid,
-      make('p', { class: 'help' }, 'Sound devices and groups are set in settings.json.'));
+    this.element = make('section', { class: 'setup', 'aria-label': 'Set up' }, make('h2', {}, 'Set up'), this.grid);
     this.groups = new GroupsPanel(press);
     this.settings = new SettingsPanel(press);
     this.pedals = new PedalsPanel(press);
+    this.wires = new WiresPanel(press);
     this.tone = clickButton({ onclick: () => press('set test-tone') }, 'Play a test tone');
     for (const name of ['Sound', 'How it is doing', 'Ports and doors', 'Show', 'This screen']) this.#addPanel(name);
     this.#panels.get('Sound').holder.append(make('div', { class: 'row' }, this.tone));
     this.grid.children[1].after(this.groups.element);
     this.#panels.get('Ports and doors').holder.after(this.settings.element, this.pedals.element);
+    this.#panels.get('This screen').holder.after(this.wires.element);
     this.#panels.get('This screen').holder.append(make('div', { class: 'row' }, ...actions.map(({ name, act }) => clickButton({ onclick: act }, name))));
   }
 
@@ -81,8 +83,9 @@ export class SetupView {
     this.grid.append(holder);
   }
 
-  note() {
+  note(message) {
     this.#nextShown = 0;
+    if (message.type === 'view' || message.type === 'connection') this.wires.renew();
   }
 
   showFrame() {
@@ -97,6 +100,7 @@ export class SetupView {
     this.#show('Ports and doors', describeDoors(state));
     this.settings.show(state, this.#model.editRefusal === '');
     this.pedals.show(state, this.#model.editRefusal === '');
+    this.wires.show(this.#model.editRefusal === '');
     this.tone.disabled = this.#model.editRefusal !== '';
     this.#show('Show', describeShow(this.#model));
     this.#show('This screen', this.#device());

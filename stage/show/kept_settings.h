@@ -9,4 +9,9 @@ namespace stage {
 /// range.
 void KeepPressGuard(const std::string& settingsPath, int milliseconds);
 
+/// Writes the value of `key`, JSON text (RFC 8259), into the file in the same way; what is open goes on with what it
+/// was opened with. Durable; throws as KeepPressGuard does: std::invalid_argument where the file could not be read with
+/// it, its sentence naming the place.
+void KeepSetting(const std::string& settingsPath, const std::string& key, const std::string& json);
+
 }  // namespace stage
