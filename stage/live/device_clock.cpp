@@ -21,6 +21,7 @@ void DeviceClock::NotePeriod(std::uint64_t firstFrame, std::uint32_t frames, std
     moment_.store(moment.count(), std::memory_order_release);
     silentFrames_.store(silentFrames, std::memory_order_release);
     version_.store(version + 2, std::memory_order_release);
+    allFrames_.fetch_add(std::uint64_t{frames} + silentFrames, std::memory_order_relaxed);
     periods_.fetch_add(1, std::memory_order_release);
 }
 

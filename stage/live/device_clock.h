@@ -33,6 +33,8 @@ public:
     /// When the device began its newest period; nothing before the first.
     [[nodiscard]] std::optional<std::chrono::nanoseconds> GetLastMoment() const noexcept;
     [[nodiscard]] std::uint64_t CountPeriods() const noexcept { return periods_.load(std::memory_order_acquire); }
+    /// The frames of all periods, the silent ones among them.
+    [[nodiscard]] std::uint64_t CountFrames() const noexcept { return allFrames_.load(std::memory_order_relaxed); }
 
 private:
     struct Period {
@@ -51,6 +53,7 @@ private:
     std::atomic<std::int64_t> moment_{0};
     std::atomic<std::uint32_t> silentFrames_{0};
     std::atomic<std::uint64_t> periods_{0};
+    std::atomic<std::uint64_t> allFrames_{0};
 
     // By themselves: they change seldom, and one of them a period late does no harm.
     std::atomic<std::uint32_t> framesPerSecond_{48000};

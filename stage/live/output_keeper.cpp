@@ -21,6 +21,11 @@ constexpr auto RetryInterval = 200ms;
 constexpr auto LongestStandstill = 1500ms;
 /// One that has just been opened may take longer to begin.
 constexpr auto LongestStart = 6s;
+/// How long a device's speed is measured, and how slow is told.
+constexpr auto PaceWindow = 3s;
+constexpr auto LongestBreak = 500ms;
+constexpr double SlowPace = 0.6;
+constexpr double UsualPace = 0.9;
 
 OutputChoice::Kind KindOf(const AudioOutput& output) {
     const std::string name = output.GetName();
@@ -90,6 +95,7 @@ void OutputKeeper::Watch_() {
     const std::string problem = FindProblem_();
     if (!problem.empty()) return Lose_(problem);
     if (const std::string remark = output_->TakeRemark(); !remark.empty()) onChange_(remark);
+    WatchPace_();
     Publish_();
     Wait_(WatchInterval);
 }
@@ -109,9 +115,28 @@ std::string OutputKeeper::FindProblem_() {
     return fmt::format("{} has stopped taking sound; it will be tried again.", output_->GetName());
 }
 
+// A server that waits in vain for one of its clients, period by period, plays everything, and everything too slowly.
+void OutputKeeper::WatchPace_() {
+    const auto now = std::chrono::steady_clock::now();
+    const std::uint64_t frames = feed_.GetClock().CountFrames();
+    const bool wasBroken = !feed_.HasSettled() || now - std::exchange(paceLookedAt_, now) > LongestBreak;
+    if (!wasBroken && now - paceSince_ < PaceWindow) return;
+    const double seconds = std::chrono::duration<double>(now - std::exchange(paceSince_, now)).count();
+    const std::uint64_t taken = frames - std::exchange(paceFrames_, frames);
+    if (wasBroken) return;
+    const double pace = static_cast<double>(taken) / (seconds * feed_.GetClock().GetFormat().framesPerSecond);
+    if (isSlow_ == (pace < (isSlow_ ? UsualPace : SlowPace))) return;
+    isSlow_ = !isSlow_;
+    onChange_(isSlow_ ? fmt::format("{} takes the sound at {:.0f} % of its speed, and everything is heard too slowly: "
+                                    "look what holds up the sound server.",
+                                    output_->GetName(), 100 * pace)
+                      : fmt::format("{} takes the sound at its speed again.", output_->GetName()));
+}
+
 void OutputKeeper::Lose_(const std::string& problem) {
     lostOverruns_ += output_->CountDeviceOverruns();
     output_.reset();
+    isSlow_ = false;
     feed_.Rest(true);
     if (whenLost_ == WhenLost::Run) StandIn_();
     {

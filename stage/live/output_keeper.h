@@ -50,6 +50,7 @@ private:
     [[nodiscard]] bool WaitUntilItPlays_();
     void TryToReturn_();
     [[nodiscard]] std::string FindProblem_();
+    void WatchPace_();
     void Publish_();
     void Wait_(std::chrono::milliseconds time);
 
@@ -64,6 +65,11 @@ private:
     std::uint64_t lastPeriods_ = 0;
     std::uint64_t lostOverruns_ = 0;  // of devices that were lost
     std::chrono::steady_clock::time_point lastMove_;
+    // The frames that were asked for since then, as far as it was looked at without a break.
+    std::chrono::steady_clock::time_point paceSince_;
+    std::chrono::steady_clock::time_point paceLookedAt_;
+    std::uint64_t paceFrames_ = 0;
+    bool isSlow_ = false;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
+#include <thread>
 
 #include "tests/live/live_program.h"
 #include "tests/stage/small_show.h"
@@ -68,6 +70,32 @@ TEST_P(Recovery, ServerKilledInVamp_GoesRoundAfterwards) {
     play_->WaitFor("jump", {{"reason", "loop"}});
     play_->Press("exit");
     play_->WaitFor("bar", {{"bar", "3"}});
+}
+
+TEST_P(Recovery, ServerHeldUpAgainAndAgain_IsSaidAndThatItGoesOnAgain) {
+    if (IsLeftOut()) GTEST_SKIP() << "Only with TAVO_SERVER_KILLS in this mode.";
+    play_->Press("play");
+    play_->WaitFor("started");
+    {
+        const std::jthread holding([this](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                server_->Signal(SIGSTOP);
+                std::this_thread::sleep_for(std::chrono::milliseconds(150));
+                server_->Signal(SIGCONT);
+                std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            }
+        });
+        std::string sentence;
+        while (!sentence.ends_with("look what holds up the sound server.")) {
+            const nlohmann::json message = play_->WaitFor("message");
+            ASSERT_FALSE(message.is_null());
+            sentence = message["sentence"].get<std::string>();
+        }
+        EXPECT_EQ(0U, sentence.find("JACK takes the sound at ")) << sentence;
+    }
+    play_->WaitFor("message", {{"sentence", "JACK takes the sound at its speed again."}});
+    EXPECT_EQ(0, play_->Status()["output"]["timesLost"]);
+    EXPECT_EQ("playing", play_->Status()["motion"]);
 }
 
 TEST_P(Recovery, ServerKilledInFermata_HoldsUntilReleased) {
