@@ -289,6 +289,7 @@ TEST(FlowStateText, ThatIsNotOne_IsRefusedInOneSentence) {
         {With("\"type\":\"click\"", "\"type\":\"repeat\""), "vamp, repeat, cut or fermata is expected"},
         {With("\"song\":\"\\x", "\"song\":\""), "JSON has no such escape"},
         {With("\"song\":\"\\ud800", "\"song\":\""), "half of a surrogate pair stands alone"},
+        {With("\"song\":\"\\udfff", "\"song\":\""), "half of a surrogate pair stands alone"},
         {With("\"song\":\"\\u12", "\"song\":\""), "four hexadecimal digits are expected"},
         {With("\"song\":\"\n", "\"song\":\""), "a control character stands in the text"},
         {"{\"song", "the text has no closing quotation mark"},
@@ -303,8 +304,8 @@ TEST(FlowStateText, ThatIsNotOne_IsRefusedInOneSentence) {
 }
 
 TEST(FlowStateText, EscapedCharacters_ReadAsThemselves) {
-    const FlowState state = FlowStateFromText(With("\"song\":\"\\u00e9\\ud834\\udd1e\\/\\t", "\"song\":\""));
-    EXPECT_TRUE(state.song.starts_with("\xC3\xA9\xF0\x9D\x84\x9E/\t")) << state.song;
+    const FlowState state = FlowStateFromText(With("\"song\":\"\\u00e9\\ud834\\udd1e\\ue000\\/\\t", "\"song\":\""));
+    EXPECT_TRUE(state.song.starts_with("\xC3\xA9\xF0\x9D\x84\x9E\xEE\x80\x80/\t")) << state.song;
 }
 
 TEST(FlowStateText, WithValuesThatNoFlowControlHas_IsRefused) {

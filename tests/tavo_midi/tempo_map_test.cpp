@@ -35,6 +35,12 @@ TEST(TempoMap, SegmentsBeginAtTickZero) {
     }
 }
 
+// Searched as all others are, in blocks that are filled up behind the last segment.
+TEST(TempoMap, LastTickOfAll_IsInTheLastSegment) {
+    EXPECT_EQ(0U, TempoMap(Tempos({{0, 600000}}), 480).FindSegment(0xFFFFFFFF));
+    EXPECT_EQ(2U, TempoMap(Tempos({{0, 5}, {7, 6}, {9, 7}}), 480).FindSegment(0xFFFFFFFF));
+}
+
 TEST(TempoMap, TickToFrameAndBack_AtTheBoundaries) {
     // 480 ticks a quarter note of 0.5 s at 48 kHz: 50 frames a tick; twice as slow from tick 960 on.
     const TempoMap map(Tempos({{0, 500000}, {960, 1000000}}), 480);
