@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -100,6 +101,54 @@ TEST(GuiBatch, SendsWithinIt_ArriveInOrderOnceItHasEnded) {
     }
     dispatcher.Drain();
     EXPECT_EQ((Lines{"BarBeat '1:1'", "PageNum 2", "BarBeat '1:2'"}), listener.lines);
+}
+
+/// Counts what it hears, without Drain, which wakes the dispatcher's thread itself.
+class Counter {
+public:
+    explicit Counter(GuiDispatcher& dispatcher) {
+        dispatcher.AddHandler([this](const GuiNotification&) { ++heard_; });
+    }
+    [[nodiscard]] bool Hears(int count, std::chrono::milliseconds patience) const {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (heard_ < count && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return heard_ >= count;
+    }
+
+private:
+    std::atomic<int> heard_{0};
+};
+
+TEST(GuiBatch, SendOutsideOne_WakesTheThreadThatSleeps) {
+    GuiDispatcher dispatcher;
+    const Counter counter(dispatcher);
+    for (int sent = 1; sent <= 20; ++sent) {
+        dispatcher.SendNoNextSong();
+        ASSERT_TRUE(counter.Hears(sent, std::chrono::seconds(20))) << sent;
+        // Most of the next ones meet a thread that has gone to sleep.
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+TEST(GuiBatch, InnerOneEnds_TheThreadSleepsUntilTheOuterOneDoes) {
+    GuiDispatcher dispatcher;
+    const Counter counter(dispatcher);
+    bool hasSleptOn = false;
+    int sent = 0;
+    // On a busy machine the thread may still be awake, and hears it without having been woken.
+    for (int tries = 0; tries < 100 && !hasSleptOn; ++tries) {
+        {
+            const notify::GuiBatch batch;
+            {
+                const notify::GuiBatch nested;
+                dispatcher.SendNoNextSong();
+            }
+            hasSleptOn = !counter.Hears(++sent, std::chrono::milliseconds(30));
+        }
+        ASSERT_TRUE(counter.Hears(sent, std::chrono::seconds(20)));
+    }
+    EXPECT_TRUE(hasSleptOn);
 }
 
 TEST(GuiBatch, DrainWithinIt_IsNotHeldUp) {
