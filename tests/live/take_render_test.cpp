@@ -102,7 +102,7 @@ TEST_P(TakeRenderFormats, RecordedPerformance_IsTheTakesRender) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Jack, TakeRenderFormats,
-                         testing::Values(Format{48000, 32}, Format{48000, 1024}, Format{96000, 128},
+                         testing::Values(Format{48000, 32}, Format{48000, 1024}, Format{96000, 128}, Format{88200, 64},
                                          Format{44100, 256}),
                          [](const auto& tested) {
                              return std::to_string(tested.param.framesPerSecond) + "_" +
