@@ -241,6 +241,13 @@ testShow('Set up: output groups are muted, made solo and faded, OSC is told of, 
   await page.getByRole('button', { name: 'Play a test tone' }).click();
   await becomesEqual(() => page.received.filter(({ press }) => press === 'set test-tone').map(({ outcome }) => outcome), () => ['taken']);
 
+  // The same groups are faded where the show is performed.
+  await page.getByRole('link', { name: 'Perform' }).click();
+  await page.getByRole('slider', { name: 'Volume: strings' }).fill('70');
+  await performance.waitFor((event) => event.press === 'volume 70% strings' && event.outcome === 'taken');
+  assert.equal(await page.getByRole('slider', { name: 'Volume: wind' }).inputValue(), '40');
+  await page.getByRole('link', { name: 'Set up' }).click();
+
   // Kept for the next time; what is open stays as it is.
   const wires = page.getByRole('region', { name: 'Outputs, groups and targets' });
   await wires.getByLabel('MIDI channels, with commas').first().fill('1, 2, 5');

@@ -113,6 +113,7 @@ export class ControlsPanel {
     this.tempo.show(Math.round((state.tempoScale ?? 1) * 100));
     this.#showTransposition((state.transposition ?? 0) - edited);
     for (const [name, factor] of Object.entries(state.volumes ?? {})) this.#findVolume(name).show(Math.round(factor * 100));
+    for (const { name, volume } of state.groups ?? []) this.#findVolume(name).show(Math.round(volume * 100));
   }
 
   #showTransposition(own) {
