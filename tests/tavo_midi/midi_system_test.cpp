@@ -111,6 +111,19 @@ TEST_F(TheMidiSystem, ConnectionGoneThoughThePortIsThere_IsReportedAndMadeAgain)
     EXPECT_TRUE(dispatcher.GetIsConnected());
 }
 
+TEST_F(TheMidiSystem, MessageIsSentBesideAConnection_TheConnectionIsWatchedAsBefore) {
+    WriteReportsDown();
+    Install();
+    MidiMessageDispatcher dispatcher;
+    dispatcher.ConnectSourceByName("pedal");
+    ASSERT_TRUE(reports_.WaitFor(Connected));
+    tavo_midi::SendMidiMessage("desk", Start);
+    EXPECT_TRUE(dispatcher.GetIsConnected());
+    ports_->isConnected = false;
+    EXPECT_TRUE(reports_.WaitFor(Gone));
+    EXPECT_TRUE(reports_.WaitFor(Back));
+}
+
 TEST_F(TheMidiSystem, PortsTakenAwayWhileAMessageIsSent_StayUntilItHasLeft) {
     const std::weak_ptr<test_support::FakeMidiPorts> watched = ports_;
     bool isThereAtTheEnd = false;
