@@ -55,7 +55,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libtavo${PROJECT_VERSION_MAJOR} (= ${package_version}), libfmt-dev, nlohmann-json3-dev, libzip-dev, libutf8proc-dev, libsodium-dev")
 # The static library and MIDI devices need more.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
-    "libfluidsynth-dev, libsndfile1-dev, libsamplerate0-dev, libstk-dev, libpugixml-dev, libcli11-dev, libjack-jackd2-dev | libjack-dev, librtmidi-dev, libasound2-dev")
+    "libfluidsynth-dev, libsndfile1-dev, libmpg123-dev, libsamplerate0-dev, libstk-dev, libpugixml-dev, libcli11-dev, libjack-jackd2-dev | libjack-dev, librtmidi-dev, libasound2-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "player of live musical theatre shows - development
 Header and libraries for programs in C or C++ that open, edit and play shows,
 and the player's core itself with the libraries that it stands on, to be

@@ -1,6 +1,7 @@
 // Sound files into memory, through libsndfile.
 
 #include <fmt/format.h>
+#include <mpg123.h>
 #include <sndfile.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@ namespace {
 constexpr sf_count_t ReadAtATime = 16384;
 constexpr int LowestRate = 8000;
 constexpr int HighestRate = 192000;
+constexpr std::int64_t MpegHeaderBytes = 4;
 /// Far below what anybody hears, far above where processors change their ways: a sound is the same on all threads.
 constexpr float Inaudible = 1e-15F;
 
@@ -28,6 +30,11 @@ struct CloseSound {
     void operator()(SNDFILE* sound) const { sf_close(sound); }
 };
 using OpenSound = std::unique_ptr<SNDFILE, CloseSound>;
+
+struct CloseFrames {
+    void operator()(mpg123_handle* frames) const { mpg123_delete(frames); }
+};
+using OpenFrames = std::unique_ptr<mpg123_handle, CloseFrames>;
 
 [[noreturn]] void Refuse(const std::string& reason) {
     throw std::runtime_error("cannot be played: " + reason);
@@ -86,6 +93,33 @@ bool IsCutShort(const std::string& path) {
     return !ignored && told > size - 8;
 }
 
+/// Whether an MP3 file ends within a frame. One that does not say how long it is, as most do, is known to be cut short
+/// by that alone: one that ends between two frames sounds as if it were whole.
+bool EndsWithinFrame(const std::string& path) {
+    const OpenFrames frames(mpg123_new(nullptr, nullptr));
+    if (frames == nullptr || mpg123_param(frames.get(), MPG123_ADD_FLAGS, MPG123_QUIET, 0) != MPG123_OK ||
+        mpg123_open(frames.get(), path.c_str()) != MPG123_OK)
+        return false;
+    int result = MPG123_OK;
+    std::int64_t end = 0;
+    unsigned long header = 0;
+    while ((result = mpg123_framebyframe_next(frames.get())) == MPG123_OK || result == MPG123_NEW_FORMAT) {
+        unsigned char* body = nullptr;
+        std::size_t size = 0;
+        if (mpg123_framedata(frames.get(), &header, &body, &size) != MPG123_OK) return false;
+        end = mpg123_framepos(frames.get()) + MpegHeaderBytes + static_cast<std::int64_t>(size);
+    }
+    if (result != MPG123_DONE || end == 0) return false;
+    // What lies behind the last whole frame is a tag, or the beginning of another frame of the same kind.
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 2> rest{};
+    file.seekg(end).read(rest.data(), rest.size());
+    const auto isAsInHeader = [&](std::size_t byte, unsigned shift) {
+        return static_cast<unsigned char>(rest[byte]) == (header >> shift & 0xFFU);
+    };
+    return file.gcount() > 0 && isAsInHeader(0, 24) && (file.gcount() == 1 || isAsInHeader(1, 16));
+}
+
 }  // namespace
 
 SoundFile ReadSoundFile(const std::string& path, std::uint32_t framesPerSecond, SoundUse use) {
@@ -108,10 +142,11 @@ SoundFile ReadSoundFile(const std::string& path, std::uint32_t framesPerSecond, 
     }
     if (read == 0) Refuse("there is no sound in it");
     const bool isUnknown = info.frames <= 0 || info.frames == SF_COUNT_MAX;
+    const int kind = info.format & SF_FORMAT_TYPEMASK;
     // The library finds the length of an Ogg stream on the page that ends it.
-    const bool hasNoEnd = isUnknown && (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
-    const bool isShort =
-        hasNoEnd || IsCutShort(path) || (!isUnknown && read < info.frames) || sf_error(sound.get()) != 0;
+    const bool hasNoEnd =
+        (kind == SF_FORMAT_OGG && isUnknown) || (kind == SF_FORMAT_MPEG && EndsWithinFrame(path)) || IsCutShort(path);
+    const bool isShort = hasNoEnd || (!isUnknown && read < info.frames) || sf_error(sound.get()) != 0;
     SoundFile file;
     const auto rate = static_cast<std::uint32_t>(info.samplerate);
     if (isShort)

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$1"
 
 layers='kit|tavo_core|tavo_midi|tavo_midi_io|tavo_audio|tavo_security|player_core|stage|tavo'
-third_party='fmt/|nlohmann/|utf8\.h|utf8proc|zip\.h|CLI/|fluidsynth|sndfile|samplerate|stk/|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
+third_party='fmt/|nlohmann/|utf8\.h|utf8proc|zip\.h|CLI/|fluidsynth|sndfile|mpg123|samplerate|stk/|boost/|pugixml|sodium|lo/|jack/|rtmidi|rtaudio'
 devices='jack/|rtmidi|rtaudio|alsa/'
 violations=0
 known_folders=()

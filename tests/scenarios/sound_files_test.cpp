@@ -35,6 +35,17 @@ std::vector<float> MakeStereo(std::size_t frames, int rate) {
     return both;
 }
 
+// A codec would make nothing of a tone.
+std::vector<float> MakeNoise(std::size_t frames) {
+    std::vector<float> samples(frames);
+    std::uint32_t state = 1;
+    for (float& sample : samples) {
+        state = state * 1664525 + 1013904223;
+        sample = static_cast<float>(state >> 8U) / 16777216.0F - 0.5F;
+    }
+    return samples;
+}
+
 /// How alike two sounds are, 1 for the same form. The ends are left out: codecs and converters ring there.
 double Correlate(const std::vector<float>& a, const std::vector<float>& b) {
     double ab = 0;
@@ -122,14 +133,7 @@ class CutSound : public testing::TestWithParam<Format> {};
 TEST_P(CutSound, IsPlayedAsFarAsItGoes_AndToldOf) {
     const TemporaryDirectory directory;
     const std::string path = directory / GetParam().name;
-    // Noise, for a codec would make nothing of a tone.
-    std::vector<float> samples(480'000);
-    std::uint32_t state = 1;
-    for (float& sample : samples) {
-        state = state * 1664525 + 1013904223;
-        sample = static_cast<float>(state >> 8U) / 16777216.0F - 0.5F;
-    }
-    test_support::WriteSound(path, GetParam().format, GetParam().rate, 1, samples);
+    test_support::WriteSound(path, GetParam().format, GetParam().rate, 1, MakeNoise(480'000));
     const std::string bytes = test_support::ReadBytes(path);
     WriteBytes(path, bytes.substr(0, bytes.size() / 2));
     const stage::SoundFile file = stage::ReadSoundFile(path, Rate, SoundUse::Once);
@@ -145,6 +149,42 @@ INSTANTIATE_TEST_SUITE_P(Kinds, CutSound,
                                          Format{"sound.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS, 48000},
                                          Format{"sound.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 48000}),
                          [](const auto& tested) { return std::string(tested.param.name).substr(6); });
+
+/// An MP3 file of noise that does not say how long it is, as most encoders write it: without what names the length.
+std::string MakeMp3WithoutLength(const std::string& path) {
+    test_support::WriteSound(path, SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 48000, 1, MakeNoise(96'000));
+    std::string bytes = test_support::ReadBytes(path);
+    const std::size_t name = bytes.find("Xing");
+    EXPECT_NE(std::string::npos, name);
+    return bytes.replace(name, 4, "    ");
+}
+
+TEST(CutMp3, WithoutALength_IsToldOfWhereverInAFrameItEnds) {
+    const TemporaryDirectory directory;
+    const std::string path = directory / "sound.mp3";
+    const std::string whole = MakeMp3WithoutLength(path);
+    WriteBytes(path, whole);
+    EXPECT_EQ("", SentenceOf(path));
+    // A tag behind the sound, and bytes of nothing, are no part of a frame.
+    WriteBytes(path, whole + "TAG" + std::string(125, '\0'));
+    EXPECT_EQ("", SentenceOf(path));
+    WriteBytes(path, whole + std::string(700, '\0'));
+    EXPECT_EQ("", SentenceOf(path));
+    // Frames of this file begin with their kind, and take some hundred bytes.
+    const std::string kind = whole.substr(0, 2);
+    std::size_t between = 0;
+    for (std::size_t bytes = whole.size() / 2; bytes < whole.size() / 2 + 500; ++bytes) {
+        WriteBytes(path, whole.substr(0, bytes));
+        const std::string sentence = SentenceOf(path);
+        if (sentence.empty()) {
+            ++between;
+            EXPECT_EQ(kind, whole.substr(bytes, 2)) << bytes;
+        } else {
+            EXPECT_TRUE(sentence.starts_with("is cut short or damaged: its first ")) << sentence;
+        }
+    }
+    EXPECT_LT(between, 5U);
+}
 
 // Bytes of all kinds of files, changed at random: each is read or refused with a sentence.
 TEST(BrokenSound, DamagedAtRandom_IsReadOrRefused) {
