@@ -43,6 +43,10 @@ class PlayerOptions(Structure):
                 ("sound_font", c_char_p), ("version", c_char_p)]
 
 
+class Pair(Structure):
+    _fields_ = [("left", c_void_p), ("right", c_void_p)]
+
+
 class StatusInfo(Structure):
     _fields_ = [("motion", c_uint32), ("song", c_uint32), ("tick", c_uint32), ("beats_to_count_in", c_uint32),
                 ("frame", c_int64), ("transposition", c_int32), ("is_vamp_lamp_on", c_uint32),
@@ -95,7 +99,9 @@ _FUNCTIONS = {
     "tavo_player_show": (_HANDLE, POINTER(_HANDLE)),
     "tavo_player_command": (_HANDLE, c_char_p),
     "tavo_player_press": (_HANDLE, c_char_p),
-    "tavo_player_render": (_HANDLE, c_void_p, c_void_p, c_uint32),
+    "tavo_player_pair_count": (_HANDLE, POINTER(c_uint32)),
+    "tavo_player_pair_name": (_HANDLE, c_uint32, POINTER(c_char_p)),
+    "tavo_player_render_pairs": (_HANDLE, POINTER(Pair), c_uint32, c_uint32),
     "tavo_player_latency": (_HANDLE, POINTER(c_uint32)),
     "tavo_player_status": (_HANDLE, POINTER(StatusInfo)),
     "tavo_player_next_event": (_HANDLE, POINTER(EventInfo)),

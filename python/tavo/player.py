@@ -5,7 +5,7 @@ import ctypes
 import enum
 import os
 from dataclasses import dataclass
-from typing import Any, Iterator, List, Optional, Tuple
+from typing import Any, Dict, Iterator, List, Optional, Tuple
 
 from . import _library as c
 from .show import Path, Show, Song
@@ -122,20 +122,43 @@ class Player:
     def render(self, frames: int) -> Any:
         """The next frames of sound: a NumPy array of shape (frames, 2) in float32 where NumPy is there, otherwise a pair of
         arrays, left and right. Other threads of Python run meanwhile."""
+        return self._render(frames, 1)[0]
+
+    @property
+    def pairs(self) -> List[str]:
+        """Names of the stereo pairs by which the sound leaves: "main", "click", and each output group that has its own."""
+        count = ctypes.c_uint32()
+        c.check(c.library.tavo_player_pair_count(self.handle, count))
+        name = ctypes.c_char_p()
+        names: List[str] = []
+        for index in range(count.value):
+            c.check(c.library.tavo_player_pair_name(self.handle, index, name))
+            names.append(c.decode(name.value))
+        return names
+
+    def render_pairs(self, frames: int) -> Dict[str, Any]:
+        """The next frames of sound by each of `pairs`, as `render` gives those of the main one."""
+        names = self.pairs
+        return dict(zip(names, self._render(frames, len(names))))
+
+    def _render(self, frames: int, count: int) -> List[Any]:
         if frames < 0 or frames >= c.NO_SONG:
             raise c.BadArgument("the number of frames is out of range")
-        if numpy is not None:
-            sound = numpy.empty((2, frames), dtype=numpy.float32)
-            self._render_into(sound[0].ctypes.data, sound[1].ctypes.data, frames)
-            return sound.T
-        left, right = (array.array("f", bytes(4 * frames)) for _ in range(2))
-        self._render_into(left.buffer_info()[0], right.buffer_info()[0], frames)
-        return left, right
-
-    def _render_into(self, left: int, right: int, frames: int) -> None:
+        pairs = (c.Pair * count)()
+        sounds: List[Any] = []
+        for pair in pairs:
+            if numpy is not None:
+                sound = numpy.empty((2, frames), dtype=numpy.float32)
+                pair.left, pair.right = (channel.ctypes.data for channel in sound)
+                sounds.append(sound.T)
+            else:
+                left, right = (array.array("f", bytes(4 * frames)) for _ in range(2))
+                pair.left, pair.right = left.buffer_info()[0], right.buffer_info()[0]
+                sounds.append((left, right))
         # An empty array may have no address.
         if frames > 0:
-            c.check(c.library.tavo_player_render(self.handle, left, right, frames))
+            c.check(c.library.tavo_player_render_pairs(self.handle, pairs, count, frames))
+        return sounds
 
     def events(self) -> Iterator[Event]:
         """What has happened since the last call, oldest first."""

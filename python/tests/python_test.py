@@ -153,6 +153,21 @@ class Package(WithShow):
         frames = 2 * 48000 - latency
         self.assertEqual(tavo.as_pcm(played)[4 * latency:], tavo.as_pcm(rendered.sound)[:4 * frames])
 
+    def test_the_click_leaves_by_its_own_pair(self) -> None:
+        with tavo.Player(self.show, click_everywhere=True) as player:
+            self.assertEqual(["main", "click"], player.pairs)
+            player.do("load 2")
+            player.do("play")
+            alone = player.render(48000)
+            self.assertEqual(["main", "click"], list(player.render_pairs(0)))
+            pairs = player.render_pairs(48000)
+        rest = tavo.as_pcm(alone) + tavo.as_pcm(pairs["main"])
+        with tavo.Player(self.show) as player:
+            player.do("load 2")
+            player.do("play")
+            self.assertEqual(tavo.as_pcm(player.render(96000)), rest)
+        self.assertTrue(any(tavo.as_pcm(pairs["click"])))
+
     def test_numpy_gets_one_array_where_it_is_there(self) -> None:
         with tavo.Player(self.show) as player:
             sound = player.render(480)
@@ -165,9 +180,9 @@ class Package(WithShow):
     def test_every_function_of_the_header_is_known(self) -> None:
         header = (HERE.parent.parent / "tavo_c" / "include" / "tavo" / "tavo.h").read_text(encoding="utf-8")
         declared = set(re.findall(r"TAVO_API [^;(]*?(tavo_\w+)\(", header))
-        # Python fetches events and needs neither a callback nor a number for the version.
+        # Python fetches events, renders pairs, and needs neither a callback nor a number for the version.
         rest = {"tavo_version_number", "tavo_version", "tavo_result_name", "tavo_last_error", "tavo_free",
-                "tavo_event_name", "tavo_player_position", "tavo_player_set_callback"}
+                "tavo_event_name", "tavo_player_position", "tavo_player_render", "tavo_player_set_callback"}
         self.assertEqual(declared, set(_library._FUNCTIONS) | rest)
 
 

@@ -73,8 +73,7 @@ LiveRenderer::LiveRenderer(ShowSession& session, OutputFeed& feed, const Options
       framesPerSecond_(session.GetOptions().framesPerSecond),
       samples_(2 * feed.GetRing().CountPairs() * options.blockFrames),
       limiter_(framesPerSecond_),
-      delayed_(2 * (feed.GetRing().CountPairs() - 1) * DelayFrames),
-      delayBlock_(DelayFrames + options.blockFrames) {
+      delay_(feed.GetRing().CountPairs() - 1) {
     session_.GetMidiOut().SetSink([this](const MidiOutEvent& event) { SendMidi_(event); });
     for (std::size_t pair = 0; pair < feed_.GetRing().CountPairs(); ++pair) {
         float* const left = samples_.data() + 2 * pair * options_.blockFrames;
@@ -193,7 +192,7 @@ void LiveRenderer::RenderBlock_() {
     engine_.Render(pairs_, options_.blockFrames);
     tone_.AddTo(pairs_, options_.blockFrames, framesPerSecond_, engine_.IsRolling());
     limiter_.Process(pairs_.front().left, pairs_.front().right, options_.blockFrames);
-    DelayOtherPairs_();
+    delay_.Process(std::span<const StereoBuffer>(pairs_).subspan(1), options_.blockFrames);
     hasRolled_ = engine_.IsRolling();
     NotePlayhead_();
     WriteBlock_();
@@ -208,18 +207,6 @@ void LiveRenderer::CountIfSlow_(nanoseconds begin, const ThreadUse& before) {
         slowBlocks_.fetch_add(1, std::memory_order_relaxed);
     } else if (now.waits > before.waits) {
         heldUpBlocks_.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
-void LiveRenderer::DelayOtherPairs_() {
-    const std::uint32_t block = options_.blockFrames;
-    for (std::size_t channel = 2; channel < 2 * pairs_.size(); ++channel) {
-        float* const samples = samples_.data() + channel * block;
-        float* const held = delayed_.data() + (channel - 2) * DelayFrames;
-        std::copy_n(held, DelayFrames, delayBlock_.begin());
-        std::copy_n(samples, block, delayBlock_.begin() + DelayFrames);
-        std::copy_n(delayBlock_.begin(), block, samples);
-        std::copy_n(delayBlock_.begin() + block, DelayFrames, held);
     }
 }
 

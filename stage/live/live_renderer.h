@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kit/spsc_queue.h"
+#include "stage/engine/pair_delay.h"
 #include "stage/engine/true_peak_limiter.h"
 #include "stage/live/device_clock.h"
 #include "stage/live/live_event.h"
@@ -96,7 +97,6 @@ private:
     [[nodiscard]] bool IsBlockDue_();
     void RenderBlock_();
     void CountIfSlow_(std::chrono::nanoseconds begin, const ThreadUse& before);
-    void DelayOtherPairs_();
     void SendMidi_(const MidiOutEvent& event);
     void EndLostNotes_();
     void WriteBlock_();
@@ -120,10 +120,9 @@ private:
     std::vector<float> samples_;       // of a block, one channel after the other
     std::vector<StereoBuffer> pairs_;  // as the ring has them
     TruePeakLimiter limiter_;
-    std::vector<float> delayed_;     // DelayFrames of each channel behind the main pair's
-    std::vector<float> delayBlock_;  // those and a block
-    bool hasLostMidi_ = false;       // there was no room for a message
-    bool hasRolled_ = false;         // playback went in the last block
+    PairDelay delay_;           // of all but the main pair
+    bool hasLostMidi_ = false;  // there was no room for a message
+    bool hasRolled_ = false;    // playback went in the last block
     std::unique_ptr<RateConverter> converter_;
     std::uint32_t deviceRate_ = 0;
     std::uint64_t latePeriods_ = 0;

@@ -7,6 +7,7 @@
 #include "guard.h"
 #include "player_core/flow_state.h"
 #include "stage/control/script.h"
+#include "stage/engine/show_parts.h"
 #include "tavo_core/active_change_log.h"
 
 namespace tavo_c {
@@ -123,10 +124,13 @@ PlayerAccess::PlayerAccess(const std::string& path, const Options& options)
     : session_(path, path, options.session),
       engine_(session_.GetStagePlayer().GetEngine()),
       feed_(session_.GetSteppedFeed()),
+      pairNames_(stage::ListSoundOutputs(session_.GetGroupPlan())),
       waitsForDisplay_(options.waitsForDisplay),
       framesPerSecond_(options.session.framesPerSecond),
       passFrames_(std::int64_t{feed_.GetInterval()} * framesPerSecond_ / 1000),
-      limiter_(framesPerSecond_) {
+      limiter_(framesPerSecond_),
+      delay_(pairNames_.size() - 1) {
+    pairs_.reserve(pairNames_.size());
     engine_.SetClickEverywhere(options.clicksEverywhere);
     engine_.SetClickInMain(options.mixesClick || session_.GetSettings().clickInMain);
     session_.SetQuitHandler([this] {
@@ -148,10 +152,10 @@ PlayerAccess::~PlayerAccess() {
 
 // Rendering.
 
-bool PlayerAccess::Render(float* left, float* right, std::uint32_t frames) {
+bool PlayerAccess::Render(std::span<const tavo_pair> pairs, std::uint32_t frames) {
     if (isRendering_.exchange(true)) return false;
     try {
-        RenderPieces_(left, right, frames);
+        RenderPieces_(pairs, frames);
     } catch (...) {
         isRendering_ = false;
         throw;
@@ -160,15 +164,24 @@ bool PlayerAccess::Render(float* left, float* right, std::uint32_t frames) {
     return true;
 }
 
-void PlayerAccess::RenderPieces_(float* left, float* right, std::uint32_t frames) {
+void PlayerAccess::RenderPieces_(std::span<const tavo_pair> pairs, std::uint32_t frames) {
     for (std::uint32_t done = 0; done < frames;) {
         const std::uint32_t piece = PieceFrames_(frames - done);
-        engine_.RenderLater(left + done, right + done, piece);
+        PointTo_(pairs, done);
+        engine_.RenderLater(pairs_, piece);
         done += piece;
         MakePasses_(true);
     }
     engine_.FinishRendering();
-    limiter_.Process(left, right, frames);
+    PointTo_(pairs, 0);
+    limiter_.Process(pairs_.front().left, pairs_.front().right, frames);
+    delay_.Process(std::span(pairs_).subspan(1), frames);
+}
+
+void PlayerAccess::PointTo_(std::span<const tavo_pair> pairs, std::uint32_t frame) {
+    pairs_.clear();
+    for (const tavo_pair& pair : pairs)
+        pairs_.push_back({pair.left + frame, pair.right + frame});
 }
 
 // Up to the next pass of the display feed.

@@ -5,11 +5,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "event_queue.h"
 #include "handle_table.h"
+#include "stage/engine/pair_delay.h"
 #include "stage/engine/true_peak_limiter.h"
 #include "stage/session/show_session.h"
 #include "tavo/tavo.h"
@@ -51,8 +53,10 @@ public:
     void PutState(const std::string& state);
     [[nodiscard]] tavo_status GetStatus();
 
-    /// Without the turn; false where another thread renders.
-    [[nodiscard]] bool Render(float* left, float* right, std::uint32_t frames);
+    /// Without the turn; false where another thread renders. At most as many pairs as there are names.
+    [[nodiscard]] bool Render(std::span<const tavo_pair> pairs, std::uint32_t frames);
+    /// Names of the pairs by which the sound leaves. Constant, as their text is; without the turn.
+    [[nodiscard]] const std::vector<std::string>& GetPairNames() const { return pairNames_; }
     /// Without the turn; takes no lock.
     [[nodiscard]] const stage::Engine& GetEngine() const { return engine_; }
     /// Without the turn: what the display was sent becomes events.
@@ -65,7 +69,8 @@ private:
     // EngineSubscriber.
     void OnEngineEvent(const stage::EngineEvent& event) override;
 
-    void RenderPieces_(float* left, float* right, std::uint32_t frames);
+    void RenderPieces_(std::span<const tavo_pair> pairs, std::uint32_t frames);
+    void PointTo_(std::span<const tavo_pair> pairs, std::uint32_t frame);
     void MakePasses_(bool isBetweenBlocks);
     void Hear_(const notify::GuiNotification& notification);
     void Report_(const notify::GuiNotification& notification);
@@ -78,6 +83,7 @@ private:
     // Constant after construction.
     stage::Engine& engine_;
     stage::SteppedFeed& feed_;
+    const std::vector<std::string> pairNames_;
     const bool waitsForDisplay_;
     const std::uint32_t framesPerSecond_;
     const std::int64_t passFrames_;
@@ -85,6 +91,8 @@ private:
     // Used by the thread that renders.
     std::atomic<bool> isRendering_{false};
     stage::TruePeakLimiter limiter_;
+    stage::PairDelay delay_;                  // of all but the main pair
+    std::vector<stage::StereoBuffer> pairs_;  // that are written, from some frame on
 
     std::mutex passMutex_;            // one pass of the display feed at a time
     std::int64_t nextPassFrame_ = 0;  // guarded by passMutex_

@@ -46,6 +46,12 @@ tavo_result WithPlayer(tavo_player* player, Body&& body) noexcept {
     });
 }
 
+tavo_result Render(PlayerAccess& open, std::span<const tavo_pair> pairs, std::uint32_t frames) {
+    if (!open.Render(pairs, frames)) return Fail(TAVO_BUSY, "another thread is rendering");
+    open.GetEvents().Deliver();
+    return TAVO_OK;
+}
+
 std::uint32_t ReadRate(std::uint32_t framesPerSecond) {
     if (framesPerSecond == 0) return DefaultFramesPerSecond;
     if (framesPerSecond < LowestFramesPerSecond || framesPerSecond > HighestFramesPerSecond)
@@ -182,9 +188,42 @@ tavo_result tavo_player_render(tavo_player* player, float* left, float* right, u
     return WithOpenPlayer(player, [&](PlayerAccess& open) -> tavo_result {
         if (left == nullptr || right == nullptr)
             return Fail(TAVO_BAD_ARGUMENT, left == nullptr ? "left is a null pointer" : "right is a null pointer");
-        if (!open.Render(left, right, frames)) return Fail(TAVO_BUSY, "another thread is rendering");
-        open.GetEvents().Deliver();
+        const tavo_pair main{left, right};
+        return Render(open, {&main, 1}, frames);
+    });
+}
+
+tavo_result tavo_player_pair_count(tavo_player* player, uint32_t* count) {
+    return WithOpenPlayer(player, [&](PlayerAccess& open) -> tavo_result {
+        if (count == nullptr) return Fail(TAVO_BAD_ARGUMENT, "count is a null pointer");
+        *count = static_cast<uint32_t>(open.GetPairNames().size());
         return TAVO_OK;
+    });
+}
+
+tavo_result tavo_player_pair_name(tavo_player* player, uint32_t index, const char** name) {
+    return WithOpenPlayer(player, [&](PlayerAccess& open) -> tavo_result {
+        Require(name, "name");
+        const std::vector<std::string>& names = open.GetPairNames();
+        if (index >= names.size())
+            throw Problem(TAVO_NOT_FOUND, "the player has " + std::to_string(names.size()) +
+                                              " pairs, counted from 0, and none is " + std::to_string(index));
+        *name = names[index].c_str();
+        return TAVO_OK;
+    });
+}
+
+tavo_result tavo_player_render_pairs(tavo_player* player, const tavo_pair* pairs, uint32_t count, uint32_t frames) {
+    return WithOpenPlayer(player, [&](PlayerAccess& open) -> tavo_result {
+        if (pairs == nullptr) return Fail(TAVO_BAD_ARGUMENT, "pairs is a null pointer");
+        const std::size_t most = open.GetPairNames().size();
+        if (count == 0 || count > most)
+            throw Problem(TAVO_BAD_ARGUMENT, "the player has " + std::to_string(most) + " pairs: render 1 to " +
+                                                 std::to_string(most) + " of them, not " + std::to_string(count));
+        for (uint32_t i = 0; i < count; ++i)
+            if (pairs[i].left == nullptr || pairs[i].right == nullptr)
+                throw Problem(TAVO_BAD_ARGUMENT, "pair " + std::to_string(i) + " has a null pointer");
+        return Render(open, {pairs, count}, frames);
     });
 }
 

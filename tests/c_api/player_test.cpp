@@ -143,6 +143,122 @@ TEST(CPlayer, DemoWithScript_SoundsAsStageRendersIt_ToTheSample) {
     ExpectSameSound(show, "3", {{1000, "seek 20"}, {190000, "exit"}, {240000, "quit"}}, 4099);
 }
 
+/// Sound by each of a player's pairs, as long as what was rendered.
+class Pairs {
+public:
+    explicit Pairs(const OpenPlayer& player) : player_(player) {
+        std::uint32_t count = 0;
+        EXPECT_EQ("ok", Say(tavo_player_pair_count(player.handle, &count)));
+        sounds_.resize(count);
+    }
+
+    [[nodiscard]] std::vector<std::string> ListNames() const {
+        std::vector<std::string> names;
+        for (std::uint32_t i = 0; i < sounds_.size(); ++i) {
+            const char* name = nullptr;
+            EXPECT_EQ("ok", Say(tavo_player_pair_name(player_.handle, i, &name)));
+            names.emplace_back(name);
+        }
+        return names;
+    }
+
+    /// Into the first pairs only; the others hear nothing.
+    void Render(std::size_t frames, std::uint32_t block, std::size_t count) {
+        const std::size_t begin = sounds_.front().left.size();
+        for (Sound& sound : sounds_) {
+            sound.left.resize(begin + frames);
+            sound.right.resize(begin + frames);
+        }
+        for (std::size_t done = 0; done < frames; done += block) {
+            std::vector<tavo_pair> pairs;
+            for (std::size_t i = 0; i < count; ++i)
+                pairs.push_back({sounds_[i].left.data() + begin + done, sounds_[i].right.data() + begin + done});
+            const auto piece = static_cast<std::uint32_t>(std::min<std::size_t>(block, frames - done));
+            ASSERT_EQ("ok", Say(tavo_player_render_pairs(player_.handle, pairs.data(),
+                                                         static_cast<std::uint32_t>(count), piece)));
+        }
+    }
+    void Render(std::size_t frames, std::uint32_t block) { Render(frames, block, sounds_.size()); }
+
+    [[nodiscard]] const std::vector<float>& LeftOf(std::size_t pair) const { return sounds_[pair].left; }
+    [[nodiscard]] std::string SoundOf(std::size_t pair, std::size_t from) const {
+        return ::SoundOf(sounds_[pair].left, sounds_[pair].right, from);
+    }
+
+private:
+    struct Sound {
+        std::vector<float> left;
+        std::vector<float> right;
+    };
+    const OpenPlayer& player_;
+    std::vector<Sound> sounds_;
+};
+
+std::size_t CountSounding(const std::vector<float>& samples) {
+    return static_cast<std::size_t>(
+        std::count_if(samples.begin(), samples.end(), [](float value) { return value != 0; }));
+}
+
+void GiveBandItsOwnPair(const std::string& show) {
+    test_support::WriteAll(show + "/settings.json",
+                           R"({"groups": [{"name": "band", "channels": [1, 2], "output": "own"}]})");
+}
+
+TEST(CPlayer, EachPair_SoundsAsItsFileOfStageRender_ToTheSample) {
+    constexpr std::size_t Frames = 300'000;
+    const test_support::TemporaryDirectory directory;
+    const std::string show = MakeDemo(directory);
+    GiveBandItsOwnPair(show);
+    test_support::WriteAll(directory / "script", "at frame 100003 seek 5\nat frame 300000 quit\n");
+    const auto render = test_support::RunStage(
+        {"render", show, "--song", "2", "--script", directory / "script", "--click-everywhere", "--click-out",
+         directory / "click.wav", "--group-out", "band=" + (directory / "band.wav"), "--out", directory / "main.wav"});
+    ASSERT_EQ(0, render.exitCode) << render.err;
+    // The shortest blocks are shorter than what is held back.
+    for (const std::uint32_t block : {17U, 512U}) {
+        tavo_player_options options{};
+        options.flags = TAVO_PLAYER_OFFLINE | TAVO_PLAYER_CLICK_EVERYWHERE;
+        OpenPlayer player(show, options);
+        Pairs pairs(player);
+        ASSERT_THAT(pairs.ListNames(), ElementsAre("main", "click", "band"));
+        ASSERT_EQ("ok", player.Do("load 2"));
+        ASSERT_EQ("ok", player.Do("play"));
+        pairs.Render(100'003, block);
+        ASSERT_EQ("ok", player.Do("seek 5"));
+        pairs.Render(Frames - 100'003, block);
+        std::uint32_t latency = 0;
+        ASSERT_EQ(TAVO_OK, tavo_player_latency(player.handle, &latency));
+        for (const auto& [pair, file] :
+             {std::pair(0, "main.wav"), std::pair(1, "click.wav"), std::pair(2, "band.wav")}) {
+            const std::string expected = SoundOf(directory / file);
+            const std::string rendered = pairs.SoundOf(static_cast<std::size_t>(pair), latency);
+            ASSERT_GE(expected.size(), rendered.size()) << file;
+            EXPECT_TRUE(expected.starts_with(rendered)) << file << " in blocks of " << block;
+            EXPECT_GT(CountSounding(pairs.LeftOf(static_cast<std::size_t>(pair))), 10'000U) << file;
+        }
+    }
+}
+
+TEST(CPlayer, PairThatIsNotGiven_IsNotHeardAndBeginsWithSilence) {
+    const test_support::TemporaryDirectory directory;
+    const std::string show = MakeDemo(directory);
+    GiveBandItsOwnPair(show);
+    OpenPlayer player(show);
+    Pairs pairs(player);
+    ASSERT_EQ("ok", player.Do("load 2"));
+    ASSERT_EQ("ok", player.Do("play"));
+    pairs.Render(100'000, 512);
+    const std::size_t sounding = CountSounding(pairs.LeftOf(2));
+    EXPECT_GT(sounding, 10'000U);
+    pairs.Render(10'000, 512, 1);
+    pairs.Render(10'000, 512);
+    const auto again = pairs.LeftOf(2).begin() + 110'000;
+    std::uint32_t latency = 0;
+    ASSERT_EQ(TAVO_OK, tavo_player_latency(player.handle, &latency));
+    EXPECT_EQ(latency, std::count(pairs.LeftOf(2).begin() + 100'000, again + latency, 0.0F) - 10'000);
+    EXPECT_GT(CountSounding({again + latency, again + 10'000}), 5'000U);
+}
+
 TEST(CRender, OfDemo_IsThatOfStage_SoundAndTrace) {
     const test_support::TemporaryDirectory directory;
     const std::string show = MakeDemo(directory);
@@ -353,6 +469,21 @@ TEST(CPlayer, WhatIsWrong_IsSaidInOneSentence_AndChangesNothing) {
     EXPECT_EQ("bad argument: left is a null pointer", Say(tavo_player_render(player.handle, nullptr, sound, 8)));
     EXPECT_EQ("bad argument: right is a null pointer", Say(tavo_player_render(player.handle, sound, nullptr, 8)));
     EXPECT_EQ("ok", Say(tavo_player_render(player.handle, sound, sound, 0)));
+    std::uint32_t pairCount = 0;
+    EXPECT_EQ("ok", Say(tavo_player_pair_count(player.handle, &pairCount)));
+    EXPECT_EQ(2U, pairCount);
+    EXPECT_EQ("bad argument: count is a null pointer", Say(tavo_player_pair_count(player.handle, nullptr)));
+    const char* name = nullptr;
+    EXPECT_EQ("bad argument: name is a null pointer", Say(tavo_player_pair_name(player.handle, 0, nullptr)));
+    EXPECT_EQ("not found: the player has 2 pairs, counted from 0, and none is 2",
+              Say(tavo_player_pair_name(player.handle, 2, &name)));
+    const tavo_pair pairs[] = {{sound, sound + 4}, {sound, nullptr}, {sound, sound}};
+    EXPECT_EQ("bad argument: pairs is a null pointer", Say(tavo_player_render_pairs(player.handle, nullptr, 1, 4)));
+    EXPECT_EQ("bad argument: pair 1 has a null pointer", Say(tavo_player_render_pairs(player.handle, pairs, 2, 4)));
+    for (const std::uint32_t count : {0U, 3U, ~0U})
+        EXPECT_EQ("bad argument: the player has 2 pairs: render 1 to 2 of them, not " + std::to_string(count),
+                  Say(tavo_player_render_pairs(player.handle, pairs, count, 4)));
+    EXPECT_EQ("ok", Say(tavo_player_render_pairs(player.handle, pairs, 1, 0)));
     EXPECT_EQ("bad argument: event is a null pointer", Say(tavo_player_next_event(player.handle, nullptr)));
     EXPECT_EQ("ok", Say(tavo_player_position(player.handle, nullptr, nullptr)));
 }
@@ -374,6 +505,9 @@ TEST(CPlayer, HandlesThatAreNullClosedOrMadeUp_AreRefused) {
          {closed, reinterpret_cast<tavo_player*>(&sound), reinterpret_cast<tavo_player*>(~std::uintptr_t{0})}) {
         const std::string said = "bad handle: the player is not open: it was closed, or is no handle";
         EXPECT_EQ(said, Say(tavo_player_render(wrong, sound, sound, 8)));
+        EXPECT_EQ(said, Say(tavo_player_render_pairs(wrong, nullptr, 1, 8)));
+        EXPECT_EQ(said, Say(tavo_player_pair_count(wrong, &count)));
+        EXPECT_EQ(said, Say(tavo_player_pair_name(wrong, 0, nullptr)));
         EXPECT_EQ(said, Say(tavo_player_command(wrong, "play")));
         EXPECT_EQ(said, Say(tavo_player_position(wrong, nullptr, nullptr)));
         EXPECT_EQ(said, Say(tavo_player_close(wrong)));

@@ -163,7 +163,12 @@ void Render(Input& input, tavo_player* player) {
     static std::array<float, MostFrames> left;
     static std::array<float, MostFrames> right;
     const std::uint32_t frames = input.Number() % (MostFrames + 1);
-    const tavo_result result = tavo_player_render(player, left.data(), right.data(), frames);
+    static std::array<float, MostFrames> click;
+    // By one pair or two, now and then by more than there are.
+    const std::uint32_t count = input.Byte() % 8;
+    const std::array<tavo_pair, 8> pairs{{{left.data(), right.data()}, {click.data(), click.data()}}};
+    const tavo_result result = count == 0 ? tavo_player_render(player, left.data(), right.data(), frames)
+                                          : tavo_player_render_pairs(player, pairs.data(), count, frames);
     Check(result);
     for (std::uint32_t i = 0; result == TAVO_OK && i < frames; ++i)
         if (!(std::fabs(left[i]) <= 1.0001F && std::fabs(right[i]) <= 1.0001F)) std::abort();

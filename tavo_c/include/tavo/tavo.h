@@ -273,6 +273,24 @@ TAVO_API tavo_result tavo_player_press(tavo_player* player, const char* line);
  * reported: so for a thread that renders ahead of its device, or for a callback whose host gives it some room. The
  * callback of tavo_player_set_callback runs in it, after the sound is there. */
 TAVO_API tavo_result tavo_player_render(tavo_player* player, float* left, float* right, uint32_t frames);
+
+/** A stereo pair: buffers of the caller's with room for as many frames as are rendered. */
+typedef struct tavo_pair {
+    float* left;
+    float* right;
+} tavo_pair;
+
+/** By how many pairs the sound leaves, 2 at least: 0 is "main", 1 is "click", and one follows for each output group of
+ * the show's settings that has a pair of its own. They stay the same until the player is closed. Wait-free. */
+TAVO_API tavo_result tavo_player_pair_count(tavo_player* player, uint32_t* count);
+/** The pair's name: "main", "click" or that of its group. The text is the player's and ends with it. TAVO_NOT_FOUND
+ * from the number of pairs on. Does not wait. */
+TAVO_API tavo_result tavo_player_pair_name(tavo_player* player, uint32_t index, const char** name);
+/** As tavo_player_render, into the first `count` pairs, 1 or more. They are late by the same frames, and the main pair
+ * is that of tavo_player_render. What leaves by a pair that is not given is not heard; one that the call before was not
+ * given begins with tavo_player_latency frames of silence. The buffers must not overlap. */
+TAVO_API tavo_result tavo_player_render_pairs(tavo_player* player, const tavo_pair* pairs, uint32_t count,
+                                              uint32_t frames);
 /** Frames by which the sound is later than what is reported of it: what the limiter looks ahead. Wait-free. */
 TAVO_API tavo_result tavo_player_latency(tavo_player* player, uint32_t* frames);
 
