@@ -25,7 +25,7 @@ void PlayAccount::Run() {
     if (!show_.GetTakePath().empty()) Print_("the take is " + show_.GetTakePath());
     Print_("press by a line of its own: go, stop, pause, next, seek 12, quit; \"stage play --help\" lists all");
     while (show_.Deliver(*this))
-        lines_.Read();
+        show_.Attempt([this] { lines_.Read(); });
     static_cast<void>(show_.Deliver(*this));
 }
 

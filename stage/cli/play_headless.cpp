@@ -19,7 +19,7 @@ void PlayHeadless::Run() {
                              status.output.isPlaying ? "" : ", which is waited for: ", status.output.problem)));
     if (!show_.GetTakePath().empty()) Print_(stage::LiveJson::WriteMessage("take", show_.GetTakePath()));
     while (show_.Deliver(*this))
-        lines_.Read();
+        show_.Attempt([this] { lines_.Read(); });
     static_cast<void>(show_.Deliver(*this));
 }
 

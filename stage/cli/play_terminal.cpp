@@ -36,16 +36,21 @@ PlayTerminal::~PlayTerminal() {
 
 void PlayTerminal::Run() {
     while (show_.Deliver(*this)) {
-        const Moment now = std::chrono::steady_clock::now();
-        ReadKeys_(now);
-        for (const std::string& line : terminal_.TakeOutput())
-            OnMessage(line);
-        if (stage::ScreenTerminal::IsAskedToEnd() && !std::exchange(isQuitPressed_, true))
-            show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
-        if (isChanged_ || now - drawn_ >= DrawingInterval) Draw_(now);
+        show_.Attempt([this] { FollowTerminal_(std::chrono::steady_clock::now()); });
         terminal_.Wait(KeyWait, show_.GetWakeUp().GetDescriptor());
     }
     static_cast<void>(show_.Deliver(*this));
+}
+
+void PlayTerminal::FollowTerminal_(Moment now) {
+    ReadKeys_(now);
+    for (const std::string& line : terminal_.TakeOutput())
+        OnMessage(line);
+    if (stage::ScreenTerminal::IsAskedToEnd() && !isQuitPressed_) {
+        show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
+        isQuitPressed_ = true;
+    }
+    if (isChanged_ || now - drawn_ >= DrawingInterval) Draw_(now);
 }
 
 void PlayTerminal::OfferResume(const stage::Take& take) {

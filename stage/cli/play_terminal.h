@@ -32,6 +32,7 @@ public:
 private:
     using Moment = stage::ScreenControl::Moment;
 
+    void FollowTerminal_(Moment now);
     void ReadKeys_(Moment now);
     void Do_(const stage::ScreenAction& action, Moment now);
     void Draw_(Moment now);

@@ -37,12 +37,16 @@ PressLines::~PressLines() {
 }
 
 void PressLines::Read() {
-    if (isAskedToEnd && !std::exchange(isQuitPressed_, true))
+    if (isAskedToEnd && !isQuitPressed_) {
         show_.Press(show_.Read("quit", {stage::Door::Terminal, "signal"}));
+        isQuitPressed_ = true;
+    }
     std::array<pollfd, 2> awaited{{{show_.GetWakeUp().GetDescriptor(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
     const int ready = poll(awaited.data(), hasInput_ ? 2 : 1, WaitMilliseconds);
     if (ready <= 0 || awaited[1].revents == 0) return;
     std::array<char, 4096> bytes{};
+    // What was read is not lost for want of a place.
+    input_.reserve(input_.size() + bytes.size());
     const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
     if (count <= 0) {
         hasInput_ = false;
@@ -52,7 +56,7 @@ void PressLines::Read() {
     for (std::size_t end = input_.find('\n'); end != std::string::npos; end = input_.find('\n')) {
         const std::string line = input_.substr(0, end);
         input_.erase(0, end + 1);
-        DoLine_(line);
+        show_.Attempt([&] { DoLine_(line); });
     }
     if (input_.size() > LongestLine) {
         input_.clear();

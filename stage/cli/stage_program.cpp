@@ -35,8 +35,12 @@ int PrintUsageProblem(const CLI::App& app, const CLI::ParseError& problem) {
 std::string DescribeProblem(const std::exception& problem) {
     if (const auto* const file = dynamic_cast<const std::filesystem::filesystem_error*>(&problem))
         return fmt::format("\"{}\" cannot be used: {}", file->path1().string(), file->code().message());
-    if (const auto* const system = dynamic_cast<const std::system_error*>(&problem))
+    if (const auto* const system = dynamic_cast<const std::system_error*>(&problem)) {
+        // A thread needs memory for its stack.
+        if (system->code() == std::errc::resource_unavailable_try_again)
+            return "the memory, or the number of threads that are allowed, is not enough for this";
         return fmt::format("the system refuses: {}", system->code().message());
+    }
     if (dynamic_cast<const std::bad_alloc*>(&problem) != nullptr) return "the memory is not enough for this";
     return problem.what();
 }

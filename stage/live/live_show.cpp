@@ -86,10 +86,7 @@ void LiveShow::Open_(const std::string& showPath) {
     using Notification = notify::GuiNotification;
     handler_ =
         notify::guiDispatcher.AddHandler([this, last = Notification()](const Notification& notification) mutable {
-            {
-                const std::lock_guard lock(mutex_);
-                notifications_.push_back(notification);
-            }
+            NoteNotification_(notification);
             // Flow control sets the same status many times a second.
             if (!IsUrgent(notification.type) || notification == last) return;
             last = notification;
@@ -200,7 +197,7 @@ void LiveShow::NoteMade_(const Command& command) {
     record.place.tick = session_->GetStagePlayer().GetEngine().GetPosition();
     record.place.frame = session_->GetStagePlayer().GetEngine().GetFrame();
     const std::lock_guard lock(mutex_);
-    records_.push_back(std::move(record));
+    news_.records.push_back(std::move(record));
 }
 
 // A command that has failed already is decided in its turn like every other.
@@ -208,74 +205,129 @@ void LiveShow::Fail_(const Command& command, const std::string& sentence) {
     session_->GetDesk().Post(command, {}, [sentence] { throw std::runtime_error(sentence); });
 }
 
+// What happened has happened: only that it is told is in question.
 void LiveShow::NoteRecord_(const CommandRecord& record) {
-    if (take_ != nullptr) take_->NoteRecord(record);
-    {
+    try {
+        if (take_ != nullptr) take_->NoteRecord(record);
         const std::lock_guard lock(mutex_);
-        records_.push_back(record);
+        news_.records.push_back(record);
+    } catch (const std::bad_alloc&) {
+        isMemoryShort_ = true;
     }
     wakeUp_.Ring();
+}
+
+void LiveShow::NoteNotification_(const notify::GuiNotification& notification) {
+    try {
+        const std::lock_guard lock(mutex_);
+        news_.notifications.push_back(notification);
+    } catch (const std::bad_alloc&) {
+        isMemoryShort_ = true;
+    }
 }
 
 void LiveShow::NoteMessage(const std::string& sentence) {
     if (take_ != nullptr) take_->NoteDevice(sentence);
     {
         const std::lock_guard lock(mutex_);
-        messages_.push_back(sentence);
+        news_.messages.push_back(sentence);
     }
     wakeUp_.Ring();
+}
+
+void LiveShow::NoteTrouble_(const std::exception& problem) noexcept {
+    try {
+        if (dynamic_cast<const std::bad_alloc*>(&problem) == nullptr) {
+            trouble_ = problem.what();
+            return;
+        }
+    } catch (const std::bad_alloc&) {
+        // Then that is the trouble.
+    }
+    isMemoryShort_ = true;
+}
+
+// A sentence a second at most, and none that cannot be said yet is forgotten.
+void LiveShow::SayTrouble_() {
+    const auto now = std::chrono::steady_clock::now();
+    if ((trouble_.empty() && !isMemoryShort_) || now < nextTrouble_) return;
+    try {
+        if (!trouble_.empty()) NoteMessage(fmt::format("Not all could be shown: {}. The show goes on.", trouble_));
+        trouble_.clear();
+        if (isMemoryShort_) NoteMessage("The memory is too short to show all that happens; the show goes on.");
+        isMemoryShort_ = false;
+        nextTrouble_ = now + std::chrono::seconds(1);
+    } catch (const std::bad_alloc&) {
+        isMemoryShort_ = true;
+    }
 }
 
 // Reports.
 
 bool LiveShow::Deliver(LiveListener& listener) {
-    std::vector<LiveListener*> listeners = listeners_;
-    listeners.push_back(&listener);
-    const auto tell = [&listeners](auto method, const auto&... what) {
-        for (LiveListener* each : listeners)
-            (each->*method)(what...);
-    };
     wakeUp_.Clear();
-    LiveEvent event;
-    while (renderer_->TakeEvent(event)) {
-        if (event.kind == LiveEvent::Kind::Song && event.song != nullptr) ReportMissingPrograms_(*event.song);
-        if (event.kind == LiveEvent::Kind::Late && std::exchange(lateFrames_, lateFrames_ + event.missingFrames) == 0)
-            firstLate_ = event;
-        events_.push_back(event);
+    Attempt([this] { TakeNews_(); });
+    Attempt([&] { TellNews_(listener); });
+    SayTrouble_();
+    return !isEnding_;
+}
+
+void LiveShow::TakeNews_() {
+    for (;;) {
+        // Its place comes first: what was taken is not lost for want of one.
+        events_.emplace_back();
+        if (!renderer_->TakeEvent(events_.back())) break;
+        Attempt([this] { FollowEvent_(events_.back()); });
     }
+    events_.pop_back();
     ReportLateFrames_();
     for (std::string& problem : session_->GetStagePlayer().TakeSoundProblems())
         NoteMessage(kit::AsSentence(std::move(problem)));
-    std::deque<CommandRecord> records;
-    std::deque<notify::GuiNotification> notifications;
-    std::deque<std::string> messages;
-    {
-        const std::lock_guard lock(mutex_);
-        records = std::exchange(records_, {});
-        notifications = std::exchange(notifications_, {});
-        messages = std::exchange(messages_, {});
-    }
-    if (take_ != nullptr && takeProblem_.empty()) {
-        takeProblem_ = take_->GetProblem();
-        if (!takeProblem_.empty()) messages.push_back(takeProblem_);
-    }
-    for (const CommandRecord& record : records)
-        tell(&LiveListener::OnRecord, record);
-    for (const notify::GuiNotification& notification : notifications) {
-        FollowNotification_(notification);
-        tell(&LiveListener::OnNotification, notification);
-    }
+    if (take_ == nullptr || !takeProblem_.empty()) return;
+    const std::string problem = take_->GetProblem();
+    if (problem.empty()) return;
+    const std::lock_guard lock(mutex_);
+    news_.messages.push_back(problem);
+    takeProblem_ = problem;
+}
+
+void LiveShow::FollowEvent_(const LiveEvent& event) {
+    if (event.kind == LiveEvent::Kind::Late && std::exchange(lateFrames_, lateFrames_ + event.missingFrames) == 0)
+        firstLate_ = event;
+    if (event.kind == LiveEvent::Kind::Song && event.song != nullptr) ReportMissingPrograms_(*event.song);
+}
+
+void LiveShow::TellNews_(LiveListener& listener) {
+    hearing_ = listeners_;
+    hearing_.push_back(&listener);
+    const auto tell = [this](auto method, const auto&... what) {
+        for (LiveListener* each : hearing_)
+            Attempt([&] { (each->*method)(what...); });
+    };
     // Nothing is heard while no device plays: then what was decided is told at once.
     const bool isHeard = keeper_->GetState().isPlaying;
+    {
+        const std::lock_guard lock(mutex_);
+        std::swap(told_, news_);
+    }
+    // From here on nothing is thrown, so that all of it is told.
+    for (const CommandRecord& record : told_.records)
+        tell(&LiveListener::OnRecord, record);
+    for (const notify::GuiNotification& notification : told_.notifications) {
+        Attempt([&] { FollowNotification_(notification); });
+        tell(&LiveListener::OnNotification, notification);
+    }
     const std::int64_t heard = renderer_->FindHeardFrame();
     for (; !events_.empty() && (!isHeard || events_.front().frame <= heard); events_.pop_front()) {
-        NoteStanding_(events_.front());
+        Attempt([this] { NoteStanding_(events_.front()); });
         tell(&LiveListener::OnLiveEvent, events_.front());
     }
-    for (const std::string& message : messages)
+    for (const std::string& message : told_.messages)
         tell(&LiveListener::OnMessage, message);
+    told_.records.clear();
+    told_.notifications.clear();
+    told_.messages.clear();
     tell(&LiveListener::OnDelivered);
-    return !isEnding_;
 }
 
 // Once for each song.

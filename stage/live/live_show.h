@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -90,8 +91,19 @@ public:
     [[nodiscard]] Command Read(const std::string& line, const CommandSource& source);
 
     /// Reports what is heard by now. The host's thread; to be called every few milliseconds, and as soon as the wake-up
-    /// rings. False once the show is to end.
+    /// rings. False once the show is to end. A listener that throws has missed what it was told just then; nobody else
+    /// has, and it is said.
     bool Deliver(LiveListener& listener);
+    /// A step of the host. What it throws, for want of memory say, is told as a sentence, a second later at the latest;
+    /// the show goes on. The host's thread.
+    template <class Step>
+    void Attempt(Step&& step) {
+        try {
+            step();
+        } catch (const std::exception& problem) {
+            NoteTrouble_(problem);
+        }
+    }
     /// Hears the same, before the one that Deliver is given; outlives the object or is removed. The host's thread.
     void AddListener(LiveListener& listener) { listeners_.push_back(&listener); }
     void RemoveListener(LiveListener& listener) { std::erase(listeners_, &listener); }
@@ -117,6 +129,12 @@ private:
     void NoteMade_(const Command& command);
     void Fail_(const Command& command, const std::string& sentence);
     void NoteRecord_(const CommandRecord& record);
+    void NoteNotification_(const notify::GuiNotification& notification);
+    void NoteTrouble_(const std::exception& problem) noexcept;
+    void SayTrouble_();
+    void TakeNews_();
+    void TellNews_(LiveListener& listener);
+    void FollowEvent_(const LiveEvent& event);
     void ReportLateFrames_();
     void ReportMissingPrograms_(const tavo_midi::SongData& song);
     void FollowNotification_(const notify::GuiNotification& notification);
@@ -139,18 +157,26 @@ private:
     std::unique_ptr<LiveRenderer> renderer_;
     std::unique_ptr<OutputKeeper> keeper_;
 
+    /// What other threads have to say.
+    struct News {
+        std::vector<CommandRecord> records;
+        std::vector<notify::GuiNotification> notifications;
+        std::vector<std::string> messages;
+    };
     std::mutex mutex_;
-    // Guarded by mutex_.
-    std::deque<CommandRecord> records_;
-    std::deque<notify::GuiNotification> notifications_;
-    std::deque<std::string> messages_;
+    News news_;  // guarded by mutex_
 
     WakeUp wakeUp_;
     std::atomic<bool> isEnding_{false};
-    bool isRealTime_ = false;  // the host's thread
+    std::atomic<bool> isMemoryShort_{false};  // and nobody was told yet
+    bool isRealTime_ = false;                 // the host's thread
 
     // Used by the host's thread.
     std::vector<LiveListener*> listeners_;
+    std::vector<LiveListener*> hearing_;  // while they are told
+    News told_;
+    std::string trouble_;  // to be said
+    std::chrono::steady_clock::time_point nextTrouble_;
     std::deque<LiveEvent> events_;  // not heard yet
     std::uint32_t lateFrames_ = 0;  // since the last report
     LiveEvent firstLate_;           // of them

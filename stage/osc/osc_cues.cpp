@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
 #include "stage/live/real_time.h"
 
@@ -15,6 +16,7 @@ namespace {
 /// Cues that wait to be heard; far more than a bar has.
 constexpr std::size_t MostWaitingCues = 4096;
 constexpr std::chrono::seconds LongestSleep{1};
+constexpr std::chrono::milliseconds RestOfCues{10};
 
 OscMessage AsMessage(const CL::Osc& edit) {
     OscMessage message{edit.address(), {}};
@@ -80,10 +82,13 @@ void OscCues::Run_() {
             const std::lock_guard lock(mutex_);
             if (isEnding_) return;
         }
-        TakeNew_();
-        const Clock::time_point next = Work_(Clock::now());
-        Report_();
-        Wait_(next);
+        const bool isDone = kit::RunLogged([this] {
+            TakeNew_();
+            const Clock::time_point next = Work_(Clock::now());
+            Report_();
+            Wait_(next);
+        });
+        if (!isDone) std::this_thread::sleep_for(RestOfCues);
     }
 }
 

@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "kit/thread_exception_log.h"
 #include "kit/thread_names.h"
 #include "stage/live/real_time.h"
 
@@ -28,6 +29,7 @@ constexpr std::size_t FullBytes = 64U << 10U;
 constexpr std::size_t MostWaitingBytes = 1U << 20U;
 constexpr auto LongestWait = 1s;
 constexpr auto RestAfterTrouble = 1s;
+constexpr auto Breath = 10ms;
 
 bool WouldBlock() {
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
@@ -89,29 +91,36 @@ void OscServer::Run_() {
     // Whatever is sent here, it takes no processor away from music.
     BecomeOrdinary();
     for (;;) {
-        Wait_();
+        kit::RunLogged([this] { Wait_(); });
         {
             const std::lock_guard lock(mutex_);
             if (isEnding_) break;
         }
+        // What one sender's message did cannot be done: the others are still served.
+        if (!kit::RunLogged([this] { Work_(); })) std::this_thread::sleep_for(Breath);
+    }
+    kit::RunLogged([this] {
         now_ = Clock::now();
         DoOrders_();
-        ReadDatagrams_();
-        if (now_ >= resting_) AcceptConnections_();
-        for (Connection& connection : connections_) {
-            Read_(connection);
+        SendErrors_(true);
+        for (Connection& connection : connections_)
             Write_(connection);
-        }
-        EndBroken_();
-        SendErrors_(false);
-        ReportRefusals_();
-        UpdateState_();
-    }
+    });
+}
+
+void OscServer::Work_() {
     now_ = Clock::now();
     DoOrders_();
-    SendErrors_(true);
-    for (Connection& connection : connections_)
+    ReadDatagrams_();
+    if (now_ >= resting_) AcceptConnections_();
+    for (Connection& connection : connections_) {
+        Read_(connection);
         Write_(connection);
+    }
+    EndBroken_();
+    SendErrors_(false);
+    ReportRefusals_();
+    UpdateState_();
 }
 
 void OscServer::Wait_() {

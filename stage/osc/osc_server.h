@@ -113,6 +113,7 @@ private:
     // osc_server.cpp: sockets.
     void Open_();
     void Run_();
+    void Work_();
     void Wait_();
     void ReadDatagrams_();
     void AcceptConnections_();

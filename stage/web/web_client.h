@@ -80,6 +80,10 @@ public:
     void Look(std::chrono::steady_clock::time_point now) {
         if (!isClosing_ && !queue_.empty() && now - queue_.front().since > Bounds_().waiting) CloseAsTooSlow_();
     }
+    /// Lets go of it at once, without a word.
+    void Drop() {
+        if (!isClosing_) Forget_();
+    }
     void Close(websocket::close_code code, const std::string& sentence) {
         if (isClosing_) return;
         isClosing_ = true;

@@ -105,7 +105,8 @@ void WebServer::Impl::Accept_() {
             });
             return;
         }
-        TakeIn_(std::move(socket));
+        // Whatever becomes of this one, the next is taken in.
+        kit::RunLogged([&] { TakeIn_(std::move(socket)); });
         Accept_();
     });
 }
@@ -151,22 +152,27 @@ void WebServer::Impl::Beat_() {
     beat_.expires_after(options_.limits.heartbeat);
     beat_.async_wait([this](error_code error) {
         if (error || isShut_) return;
-        const auto text = std::make_shared<std::string>(fmt::format(R"({{"type":"heartbeat","now":{:.3f}}})", Now()));
-        const auto now = std::chrono::steady_clock::now();
-        const auto clients = clients_;
-        for (const auto& [number, client] : clients) {
-            client->Look(now);
-            if (client->HasJoined()) client->Send(text, Client::Number::None);
-        }
+        kit::RunLogged([this] { SendHeartbeats_(); });
         Beat_();
     });
+}
+
+void WebServer::Impl::SendHeartbeats_() {
+    const auto text = std::make_shared<std::string>(fmt::format(R"({{"type":"heartbeat","now":{:.3f}}})", Now()));
+    const auto now = std::chrono::steady_clock::now();
+    const auto clients = clients_;
+    for (const auto& [number, client] : clients) {
+        client->Look(now);
+        if (client->HasJoined()) client->Send(text, Client::Number::None);
+    }
 }
 
 void WebServer::Impl::Publish(WebEntry entry) {
     const std::lock_guard lock(inboxMutex_);
     inbox_.push_back(std::move(entry));
-    if (std::exchange(isDrainPosted_, true)) return;
+    if (isDrainPosted_) return;
     net::post(io_, [this] { Drain_(); });
+    isDrainPosted_ = true;
 }
 
 void WebServer::Impl::Drain_() {
@@ -177,7 +183,15 @@ void WebServer::Impl::Drain_() {
         isDrainPosted_ = false;
     }
     for (WebEntry& entry : entries)
-        Deliver_(entry);
+        if (!kit::RunLogged([&] { Deliver_(entry); })) SendAway_();
+}
+
+// Somebody has missed what the others know: whoever comes back is told everything anew.
+void WebServer::Impl::SendAway_() {
+    for (auto next = clients_.begin(); next != clients_.end();) {
+        const std::shared_ptr<Client> client = (next++)->second;
+        client->Drop();
+    }
 }
 
 void WebServer::Impl::Deliver_(WebEntry& entry) {

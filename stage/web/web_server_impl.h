@@ -72,6 +72,8 @@ private:
     void Refuse_(tcp::socket socket);
     [[nodiscard]] bool MakeRoom_();
     void Beat_();
+    void SendHeartbeats_();
+    void SendAway_();
     void Drain_();
     void Deliver_(WebEntry& entry);
     void Shut_();

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "stage/control/take.h"
 #include "tests/live/live_program.h"
@@ -72,6 +75,61 @@ TEST_F(Trouble, SoundFontThatCannotBeRead_IsNamedBeforeAnythingPlays) {
         EXPECT_NE(std::string::npos, result.err.find(name)) << result.err;
         EXPECT_EQ(1, std::count(result.err.begin(), result.err.end(), '\n')) << result.err;
     }
+}
+
+/// Bytes of address space that the process has.
+rlim_t FindAddressSpace(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/statm");
+    rlim_t pages = 0;
+    file >> pages;
+    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
+void LimitAddressSpace(pid_t process, rlim_t bytes) {
+    const rlimit limit{bytes, RLIM_INFINITY};
+    ASSERT_EQ(0, prlimit(process, RLIMIT_AS, &limit, nullptr));
+}
+
+TEST_F(Trouble, MemoryTooShortToOpenTheShow_IsSaidInOneSentence) {
+    if (test_support::IsSanitized) GTEST_SKIP() << "A sanitizer needs more address space than there is memory.";
+    for (int megabytes = 80; megabytes <= 200; megabytes += 20) {
+        const auto result = test_support::RunProgram(
+            {"/bin/sh", "-c",
+             "echo quit | { ulimit -v " + std::to_string(megabytes * 1024) + "; exec '" STAGE_BINARY "' play '" +
+                 Show() + "' --output null --headless --no-take --osc off --web off; }"});
+        SCOPED_TRACE(std::to_string(megabytes) + " MB: " + result.err);
+        if (result.exitCode == 0) {
+            EXPECT_NE(std::string::npos, result.out.find("The show has ended."));
+        } else {
+            EXPECT_EQ(1, result.exitCode);
+            EXPECT_EQ(0U, result.err.find("stage: the memory"));
+            EXPECT_EQ(1, std::count(result.err.begin(), result.err.end(), '\n'));
+        }
+    }
+}
+
+TEST_F(Trouble, MemoryThatIsUsedUpWhilePlaying_MusicGoesOnAndNothingSavedIsLost) {
+    if (test_support::IsSanitized) GTEST_SKIP() << "A sanitizer needs more address space than there is memory.";
+    LiveProgram play({Show(), "--output", "null", "--take", directory_ / "evening.take"});
+    play.WaitFor("song", {{"song", "1"}});
+    play.Press("edit add marker --song 1 --at 2 --text Kept");
+    play.Press("play");
+    play.WaitFor("bar", {{"bar", "2"}});
+    LimitAddressSpace(play.GetPid(), FindAddressSpace(play.GetPid()));
+    for (int i = 0; i < 200; ++i)
+        play.Press("edit add marker --song 2 --at " + std::to_string(1 + i % 8) + " --text Later");
+    play.Press("seek 10");
+    play.WaitFor("bar", {{"bar", "11"}});
+    play.Press("load 2");
+    play.Press("play");
+    LimitAddressSpace(play.GetPid(), RLIM_INFINITY);
+    EXPECT_FALSE(play.Status().is_null());
+    play.Quit();
+    EXPECT_TRUE(stage::ReadTake(directory_ / "evening.take").isFinished);
+    const auto log = test_support::RunStage({"log", Show(), "recover"});
+    EXPECT_EQ(0, log.exitCode) << log.err;
+    const auto list = test_support::RunStage({"log", Show(), "show"});
+    EXPECT_NE(std::string::npos, list.out.find("Kept")) << list.out << list.err;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -13,5 +14,18 @@ void SetThreadExceptionLogPath(const std::string& path);
 /// Appends one line: UTC time, name of the calling thread, text (line ends in it become spaces). Writes to stderr if no
 /// path is set or the file cannot be written. Thread-safe; never throws; blocks on the disk.
 void AppendToThreadExceptionLog(std::string_view text) noexcept;
+
+/// Does the step; where it throws a std::exception, appends that and answers false. For threads that go on whatever
+/// happens to one of their steps.
+template <class Step>
+bool RunLogged(Step&& step) {
+    try {
+        step();
+        return true;
+    } catch (const std::exception& problem) {
+        AppendToThreadExceptionLog(problem.what());
+        return false;
+    }
+}
 
 }  // namespace kit
