@@ -13,14 +13,14 @@ const flag = (name, label) => ({ name, label, type: 'checkbox', read: (input) =>
 
 const isMidi = (row) => row.transport === 'midi';
 const Lists = [
-  { key: 'outputs', press: 'outputs', title: 'Outputs', all: 'outputs', one: 'output', add: 'Add an output', fields: [
+  { key: 'outputs', press: 'outputs', title: 'Outputs', one: 'output', add: 'Add an output', fields: [
     text('name', 'Output'), choice('backend', 'Played by', ['auto', 'jack', 'rtaudio', 'none']), text('device', 'Device or ports'),
   ] },
-  { key: 'groups', press: 'groups', title: 'Groups', all: 'groups', one: 'group', add: 'Add a group', fields: [
+  { key: 'groups', press: 'groups', title: 'Groups', one: 'group', add: 'Add a group', fields: [
     text('name', 'Group'), list('parts', 'Parts, with commas', (word) => word), list('channels', 'MIDI channels, with commas', Number), choice('output', 'Leaves by', ['main', 'own']),
     number('trimDb', 'Trim in dB', 0), number('reverbDb', 'Into the reverb, dB', 'off'), text('midiPort', 'MIDI port'), text('soundfont', 'SoundFont of its own'),
   ] },
-  { key: 'oscTargets', press: 'osc-targets', title: 'OSC targets', all: 'targets', one: 'target', add: 'Add a target', fields: [
+  { key: 'oscTargets', press: 'osc-targets', title: 'OSC targets', one: 'target', add: 'Add a target', fields: [
     text('name', 'Target'), choice('transport', 'By', ['udp', 'tcp', 'midi']), text('host', 'Address', { read: (input) => input.value.trim() || undefined, belongs: (row) => !isMidi(row) }), { ...number('port', 'Port', ''), belongs: (row) => !isMidi(row) },
     { ...flag('timeTags', 'With time tags'), belongs: (row) => !isMidi(row) }, text('midiPort', 'MIDI port', { belongs: isMidi }),
   ] },
@@ -42,7 +42,7 @@ class ListForm {
       event.preventDefault();
       keep(this, `${description.press} ${JSON.stringify(this.#read())}`);
     } }, make('h4', {}, description.title), this.rows,
-    make('div', { class: 'row' }, clickButton({ onclick: () => this.#add() }, description.add), make('button', { type: 'submit' }, `Keep the ${description.all}`)));
+    make('div', { class: 'row' }, clickButton({ onclick: () => this.#add() }, description.add), make('button', { type: 'submit' }, `Keep the ${description.one}s`)));
   }
 
   #makeField(field, value, number) {
