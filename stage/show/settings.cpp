@@ -273,50 +273,58 @@ Settings ReadSettings(const std::string& path) {
 
 namespace {
 
-Json ReadJson(const std::string& path) {
-    return IsThere(path) ? Json::parse(kit::ReadFile(path, MaxFileBytes)) : Json::object();
-}
+/// The file as it stands, of which a part is changed. What cannot be read as settings is not written over.
+class SettingsFile {
+public:
+    explicit SettingsFile(const std::string& path)
+        : settings(ReadSettings(path)),
+          json(IsThere(path) ? Json::parse(kit::ReadFile(path, MaxFileBytes)) : Json::object()),
+          path_(path) {}
+
+    void Replace() const { kit::ReplaceFileDurably(path_, json.dump(4) + "\n"); }
+
+    const Settings settings;
+    Json json;
+
+private:
+    const std::string path_;
+};
 
 }  // namespace
 
 void ChooseChangeLog(const std::string& path, const std::string& logName) {
-    const Settings settings = ReadSettings(path);
-    if (settings.changeLog == logName && settings.nextVersion.empty()) return;
-    Json json = ReadJson(path);
-    json["changeLog"] = logName;
-    json.erase("nextVersion");
-    kit::ReplaceFileDurably(path, json.dump(4) + "\n");
+    SettingsFile file(path);
+    if (file.settings.changeLog == logName && file.settings.nextVersion.empty()) return;
+    file.json["changeLog"] = logName;
+    file.json.erase("nextVersion");
+    file.Replace();
 }
 
 void AnnounceVersion(const std::string& path, const std::string& version) {
-    if (ReadSettings(path).nextVersion == version) return;
-    Json json = ReadJson(path);
-    json["nextVersion"] = version;
-    kit::ReplaceFileDurably(path, json.dump(4) + "\n");
+    SettingsFile file(path);
+    if (file.settings.nextVersion == version) return;
+    file.json["nextVersion"] = version;
+    file.Replace();
 }
 
 void KeepPressGuard(const std::string& settingsPath, int milliseconds) {
     if (milliseconds < 0 || milliseconds > MaxPressGuardMs)
         throw std::invalid_argument(
             fmt::format("the press guard must be from 0 to {} ms, not {}", MaxPressGuardMs, milliseconds));
-    static_cast<void>(ReadSettings(settingsPath));
-    Json json = ReadJson(settingsPath);
-    json["pressGuardMs"] = milliseconds;
-    kit::ReplaceFileDurably(settingsPath, json.dump(4) + "\n");
+    KeepSetting(settingsPath, "pressGuardMs", std::to_string(milliseconds));
 }
 
 void KeepSetting(const std::string& settingsPath, const std::string& key, const std::string& json) {
-    static_cast<void>(ReadSettings(settingsPath));
-    Json settings = ReadJson(settingsPath);
+    SettingsFile file(settingsPath);
     const std::string name = kit::path::basename(settingsPath);
     try {
         static_cast<void>(kit::JsonText(json, key, {.bytes = MaxFileBytes}));
-        settings[key] = Json::parse(json);
-        static_cast<void>(ParseSettings(settings.dump(), name));
+        file.json[key] = Json::parse(json);
+        static_cast<void>(ParseSettings(file.json.dump(), name));
     } catch (const std::runtime_error& problem) {
         throw std::invalid_argument(problem.what());
     }
-    kit::ReplaceFileDurably(settingsPath, settings.dump(4) + "\n");
+    file.Replace();
 }
 
 std::string AsText(const Settings& settings) {
