@@ -143,7 +143,7 @@ void LiveRenderer::Run_() {
     FollowDevice_();
     NotePlayhead_();
     // Where the machine cannot keep up, a block is always due.
-    while (!IsEnding_()) {
+    while (!isEnding_) {
         const nanoseconds begin = Now();
         const ThreadUse before = GetThreadUse();
         try {
@@ -166,11 +166,6 @@ void LiveRenderer::Run_() {
         Wait_();
     }
     session_.GetDesk().RunPosted();
-}
-
-bool LiveRenderer::IsEnding_() {
-    const std::lock_guard lock(mutex_);
-    return isEnding_;
 }
 
 bool LiveRenderer::IsBlockDue_() {

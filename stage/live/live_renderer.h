@@ -93,7 +93,6 @@ private:
     void OnEngineEvent(const EngineEvent& event) override;
 
     void Run_();
-    [[nodiscard]] bool IsEnding_();
     [[nodiscard]] bool IsBlockDue_();
     void RenderBlock_();
     void CountIfSlow_(std::chrono::nanoseconds begin, const ThreadUse& before);
@@ -146,7 +145,9 @@ private:
     std::condition_variable changed_;
     // Guarded by mutex_.
     bool isWoken_ = false;
-    bool isEnding_ = false;
+    // Set under mutex_, so that the thread does not begin to wait without seeing it. Read without: no block waits for
+    // it.
+    std::atomic<bool> isEnding_{false};
 
     std::thread thread_;
 };
