@@ -68,6 +68,18 @@ public:
     std::optional<stage::LiveShow> show;
 };
 
+/// When the device begins to take this frame of its ring, as seen from between two blocks; nothing while it does not
+/// play.
+std::optional<double> FindTakenMoment(LiveStage& live, double frame) {
+    const stage::OutputFormat format = live.show->GetFeed().GetClock().GetFormat();
+    const auto moment = live.show->GetFeed().GetClock().GetLastMoment();
+    if (!moment) return std::nullopt;
+    // The device took frames up to here when it began its last period; those after it come one period later.
+    const auto taken = static_cast<double>(live.show->GetFeed().GetRing().CountTaken());
+    const double begins = static_cast<double>(moment->count()) + 1e9 * format.periodFrames / format.framesPerSecond;
+    return begins + 1e9 * (frame - taken) / format.framesPerSecond;
+}
+
 /// At each loop's end: how long after the decision the device begins to play what was decided.
 class SeamWatch final : public stage::EngineSubscriber {
 public:
@@ -76,15 +88,10 @@ public:
     void OnEngineEvent(const stage::EngineEvent& event) override {
         if (event.kind != stage::EngineEvent::Kind::Jumped) return;
         const double now = Now();
-        const stage::OutputFormat format = live_.show->GetFeed().GetClock().GetFormat();
-        const auto moment = live_.show->GetFeed().GetClock().GetLastMoment();
-        if (!moment) return;
-        // The device took frames up to here when it began its last period; those after it come one period later.
-        const auto taken = static_cast<double>(live_.show->GetFeed().GetRing().CountTaken());
-        const double begins = static_cast<double>(moment->count()) + 1e9 * format.periodFrames / format.framesPerSecond;
-        const double played = begins + 1e9 * (static_cast<double>(event.frame) - taken) / format.framesPerSecond;
+        const std::optional<double> played = FindTakenMoment(live_, static_cast<double>(event.frame));
+        if (!played) return;
         const std::lock_guard lock(mutex_);
-        leads_.Add(std::max(0.0, played - now));
+        leads_.Add(std::max(0.0, *played - now));
     }
     [[nodiscard]] Timing GetLeads() {
         const std::lock_guard lock(mutex_);
@@ -178,17 +185,6 @@ void AddStartRow(Table& table, const Effort& effort) {
                FormatRatio(loads.Median() / period), "50 ms", "", loads.Quantile(0.99) <= 50e6});
 }
 
-/// When the device begins to take the frame that comes next, as seen from between two blocks.
-double FindTakenMoment(LiveStage& live) {
-    const stage::DeviceClock& clock = live.show->GetFeed().GetClock();
-    const stage::OutputFormat format = clock.GetFormat();
-    const auto moment = clock.GetLastMoment();
-    if (!moment) return Now();
-    const stage::FrameRing& ring = live.show->GetFeed().GetRing();
-    const double begins = static_cast<double>(moment->count()) + 1e9 * format.periodFrames / format.framesPerSecond;
-    return std::max(Now(), begins + 1e9 * static_cast<double>(ring.CountWaiting()) / format.framesPerSecond);
-}
-
 void AddPressRow(Table& table, const OutputChoice& output, const std::string& name, const Effort& effort) {
     LiveStage live(output);
     live.Run(0.3);
@@ -201,11 +197,14 @@ void AddPressRow(Table& table, const OutputChoice& output, const std::string& na
     for (int i = 0; i < (effort.brief ? 60 : 400); ++i) {
         std::this_thread::sleep_for(std::chrono::microseconds(3000 + random.Below(5000)));
         const double pressed = Now();
-        live.show->GetSession().GetDesk().Post({Verb::Volume, {0.5 + i % 2 * 0.5}, {stage::Door::Script, ""}, 0, {}},
-                                               {}, [&, pressed] {
-                                                   const std::lock_guard lock(mutex);
-                                                   waits.Add(FindTakenMoment(live) - pressed);
-                                               });
+        live.show->GetSession().GetDesk().Post(
+            {Verb::Volume, {0.5 + i % 2 * 0.5}, {stage::Door::Script, ""}, 0, {}}, {}, [&, pressed] {
+                // What is rendered next.
+                const auto frame = static_cast<double>(live.show->GetFeed().GetRing().CountWritten());
+                const double taken = FindTakenMoment(live, frame).value_or(0);
+                const std::lock_guard lock(mutex);
+                waits.Add(std::max(Now(), taken) - pressed);
+            });
         if (i % 16 == 0) live.Run(0.005);
     }
     live.Run(0.1);
