@@ -1,9 +1,11 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <ranges>
 #include <stdexcept>
 #include <thread>
 
@@ -105,12 +107,9 @@ void Monitor(const MidiWords& words) {
 }
 
 unsigned char FindCommand(const std::string& word) {
-    std::string all;
-    for (const auto& [command, name] : midi_commands::commandNames) {
-        if (name == word) return command;
-        all += (all.empty() ? "" : ", ") + name;
-    }
-    throw std::runtime_error(fmt::format("\"{}\" is not a MIDI command: choose one of {}", word, all));
+    if (const auto command = midi_commands::FindCommand(word)) return *command;
+    throw std::runtime_error(fmt::format("\"{}\" is not a MIDI command: choose one of {}", word,
+                                         fmt::join(std::views::values(midi_commands::commandNames), ", ")));
 }
 
 void Learn(const MidiWords& words) {

@@ -67,12 +67,9 @@ void KeepForTheNextOpening(ShowSession& session, const std::string& key, const s
 }
 
 unsigned char FindMidiCommand(const std::string& value) {
-    const auto& names = midi_commands::commandNames;
-    const auto found = std::ranges::find(names, value, [](const auto& named) { return named.second; });
-    if (found == names.end())
-        throw std::invalid_argument(fmt::format("there is no MIDI command {}: there are {}", kit::Quote(value),
-                                                fmt::join(std::views::values(names), ", ")));
-    return found->first;
+    if (const auto command = midi_commands::FindCommand(value)) return *command;
+    throw std::invalid_argument(fmt::format("there is no MIDI command {}: there are {}", kit::Quote(value),
+                                            fmt::join(std::views::values(midi_commands::commandNames), ", ")));
 }
 
 void LearnMidiCommand(ShowSession& session, const std::string& value) {

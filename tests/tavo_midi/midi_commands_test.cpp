@@ -80,6 +80,13 @@ TEST_F(Commands, EachCommand_DoesWhatItsNameSays) {
     EXPECT_EQ(commandNames.size(), 9U);
 }
 
+TEST(CommandNames, LeadToTheirCommands_OthersToNone) {
+    for (const auto& [command, name] : commandNames)
+        EXPECT_EQ(FindCommand(name), command);
+    EXPECT_EQ(FindCommand("play"), std::nullopt);
+    EXPECT_EQ(FindCommand(""), std::nullopt);
+}
+
 TEST_F(Commands, ValuesCountOnlyWhereTheMessageHasOne) {
     commands_->SetMidiCommand(Play, 0x90, 60, AnyValue);
     commands_->SetMidiCommand(Pause, 0xB0, 64, 127);

@@ -22,9 +22,7 @@ unsigned char ReadByte(const kit::JsonValue& value, std::uint32_t highest) {
 }
 
 unsigned char ReadCommandName(const kit::JsonValue& value) {
-    const std::string name = value.AsText();
-    for (const auto& [command, commandName] : commandNames)
-        if (commandName == name) return command;
+    if (const auto command = FindCommand(value.AsText())) return *command;
     value.FailAs("must be the name of a command");
 }
 

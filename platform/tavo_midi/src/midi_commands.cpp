@@ -100,6 +100,12 @@ const std::map<unsigned char, std::string>& commandNames = *new std::map<unsigne
     {ConductBeat, "Conduct Beat"},
 };
 
+std::optional<unsigned char> FindCommand(std::string_view name) {
+    for (const auto& [command, commandName] : commandNames)
+        if (commandName == name) return command;
+    return std::nullopt;
+}
+
 namespace names {
 const std::string& conductBeat = *new std::string("midiCommandConductBeat");
 const std::string& loadSong = *new std::string("midiLoadSong");

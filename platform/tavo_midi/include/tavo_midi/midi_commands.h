@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tavo_midi/midi_message_dispatcher.h"
@@ -47,6 +48,8 @@ struct LearnedCommand {
 
 /// The commands' names by number. Never destroyed.
 extern const std::map<unsigned char, std::string>& commandNames;
+/// The number of the command that has this name; nothing where none has it.
+[[nodiscard]] std::optional<unsigned char> FindCommand(std::string_view name);
 
 /// Callbacks of notify::callbackDispatcher beside those that are named there.
 namespace names {
