@@ -1,12 +1,12 @@
 // The engraved music: the bar that is marked, what is pencilled over the bars, sheets that turn in time.
 
 import assert from 'node:assert/strict';
-import { existsSync, readdirSync, readFileSync } from 'node:fs';
+import { copyFileSync, existsSync, mkdirSync, readdirSync, readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
 import { assertAccessible } from './access_test.mjs';
 import { makeShowWithPages, Passphrase } from './printed_show.mjs';
-import { becomesEqual, importScores, openPage, Root, sees, testShow } from './support.mjs';
+import { becomesEqual, importScores, isConnected, openPage, Performance, Root, sees, testShow } from './support.mjs';
 
 const Corpus = join(Root, '..', 'shared', 'corpus');
 const Song = join(Corpus, 'show_schubert_muellerin', '01_Das_Wandern.mxl');
@@ -185,6 +185,44 @@ testScore('Engraved score that is clicked and edited: is pencilled over, seeks, 
   await page.locator('.score-edits', { hasText: /^Bar 4: vamp bars 3 to 4/ }).waitFor();
   assert.deepEqual(performance.presses('taken').filter((press) => /^(seek|play)/.test(press)), [1920, 4800, 0, 1920].map((tick) => `seek tick ${tick}`).concat('play'));
   assert.deepEqual(page.complaints, []);
+});
+
+testScore('Connection that comes back: the part stays; and another show\'s music is engraved anew', [], async (performance) => {
+  const page = await openScore(performance);
+  const parts = page.locator('#score-part');
+  const staffs = () => page.locator('.slot g.measure[data-n="1"] g.staff').count();
+  const notes = () => page.locator('.slot g.measure[data-n="1"] g.note').count();
+  const before = await notes();
+  await parts.selectOption({ index: 1 });
+  await becomesEqual(staffs, () => 1);
+  const [part, offered] = [await parts.inputValue(), await parts.locator('option').allTextContents()];
+  assert.ok(offered.length > 2, offered.join());
+  const joined = await page.evaluate(() => {
+    window.oldSocket = window.lastSocket;
+    window.oldSocket.close();
+    return true;
+  });
+  assert.ok(joined);
+  await page.waitForFunction(() => window.lastSocket !== window.oldSocket);
+  await isConnected(page);
+  // The state of now has come when a press is answered.
+  await page.keyboard.type('5\n');
+  await becomesEqual(() => marked(page), () => '5');
+  await page.keyboard.type('1\n');
+  await becomesEqual(() => marked(page), () => '1');
+  assert.deepEqual([await parts.inputValue(), await parts.locator('option').allTextContents(), await staffs()], [part, offered, 1]);
+
+  await performance.kill();
+  const other = join(`${performance.show}-other`, '01_Wohin.mxl');
+  mkdirSync(`${performance.show}-other`);
+  copyFileSync(join(Corpus, 'show_schubert_muellerin', '02_Wohin.mxl'), other);
+  await Performance.start(importScores([other]), { port: performance.port });
+  await isConnected(page);
+  await page.locator('.score h2', { hasText: /Wohin/ }).waitFor();
+  await becomesEqual(staffs, () => 3);
+  await becomesEqual(() => marked(page), () => '1');
+  assert.notEqual(await notes(), before);
+  assert.deepEqual(page.complaints.filter((each) => !/WebSocket|ERR_CONNECTION_REFUSED/.test(each)), []);
 });
 
 testShow('Song without a score: shows its flow and says why', [], async (performance) => {

@@ -291,6 +291,7 @@ function watchPage() {
   window.WebSocket = class extends window.WebSocket {
     constructor(...words) {
       super(...words);
+      window.lastSocket = this;
       this.addEventListener('message', ({ data }) => {
         const { type, event, bar } = JSON.parse(data);
         if (type === 'event') window.arrivals.push({ event, bar, at: performance.now() });

@@ -36,6 +36,15 @@ export class ScoreEngraver {
     return worker;
   }
 
+  /** The scores may be others from now on. What is still asked for is never answered. */
+  forget() {
+    this.#worker?.terminate();
+    this.#worker = null;
+    this.#problem = '';
+    this.#waiting.clear();
+    this.#kept.clear();
+  }
+
   #keep(task, request) {
     const key = JSON.stringify([task, request]);
     let answer = this.#kept.get(key);

@@ -23,6 +23,8 @@ export function barsOnPage(song, bars, number) {
   return [here[0]?.label ?? '', here.at(-1)?.label ?? ''];
 }
 
+const letGo = (image) => image.then(({ src }) => URL.revokeObjectURL(src), () => {});
+
 export class PageImages {
   #kept = new Map();
 
@@ -35,9 +37,15 @@ export class PageImages {
     for (const [oldest, kept] of this.#kept) {
       if (this.#kept.size <= KeptImages) break;
       this.#kept.delete(oldest);
-      kept.then(({ src }) => URL.revokeObjectURL(src), () => {});
+      letGo(kept);
     }
     return image;
+  }
+
+  /** The images may be others from now on. */
+  forget() {
+    for (const kept of this.#kept.values()) letGo(kept);
+    this.#kept.clear();
   }
 
   async #load(number) {

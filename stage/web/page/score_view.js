@@ -32,6 +32,7 @@ export class ScoreView {
   #images = new PageImages();
   #stillness = matchMedia('(prefers-reduced-motion: reduce)');
   #isStale = true;
+  #run;
   #song = null;
   #bars = [];
   #engraved = null;
@@ -48,6 +49,7 @@ export class ScoreView {
   /** `press(line)` sends a press, `edit(line, song)` an edit, `refuse(sentence)` tells why nothing was sent. */
   constructor(model, { press, edit, refuse }) {
     this.#model = model;
+    this.#run = model.run;
     this.#press = press;
     this.#refuse = refuse;
     this.title = make('h2', {});
@@ -85,7 +87,17 @@ export class ScoreView {
 
   note(message) {
     this.#isStale = true;
-    if (message?.type === 'hello') this.#song = null;
+    if (message?.type === 'hello' && this.#model.run !== this.#run) this.#beginAnew();
+  }
+
+  /** Another run of the program may play another show, whose songs have the same numbers. */
+  #beginAnew() {
+    this.#run = this.#model.run;
+    this.#song = null;
+    this.#wanted = '';
+    this.#clear('');
+    this.#engraver.forget();
+    this.#images.forget();
   }
 
   #changeZoom(step) {
