@@ -276,8 +276,8 @@ TAVO_API tavo_result tavo_player_render(tavo_player* player, float* left, float*
 
 /** A stereo pair: buffers of the caller's with room for as many frames as are rendered. */
 typedef struct tavo_pair {
-    float* left;
-    float* right;
+    float* left;  /**< of the left channel */
+    float* right; /**< of the right one */
 } tavo_pair;
 
 /** By how many pairs the sound leaves, 2 at least: 0 is "main", 1 is "click", and one follows for each output group of
