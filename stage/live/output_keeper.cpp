@@ -81,12 +81,7 @@ void OutputKeeper::Run_() {
             const std::lock_guard lock(mutex_);
             if (isEnding_) return;
         }
-        try {
-            Watch_();
-        } catch (const std::exception& problem) {
-            kit::AppendToThreadExceptionLog(problem.what());
-            Wait_(RetryInterval);
-        }
+        if (!kit::RunLogged([this] { Watch_(); })) Wait_(RetryInterval);
     }
 }
 

@@ -91,13 +91,14 @@ void OscServer::Run_() {
     // Whatever is sent here, it takes no processor away from music.
     BecomeOrdinary();
     for (;;) {
-        kit::RunLogged([this] { Wait_(); });
+        bool isDone = kit::RunLogged([this] { Wait_(); });
         {
             const std::lock_guard lock(mutex_);
             if (isEnding_) break;
         }
         // What one sender's message did cannot be done: the others are still served.
-        if (!kit::RunLogged([this] { Work_(); })) std::this_thread::sleep_for(Breath);
+        isDone = kit::RunLogged([this] { Work_(); }) && isDone;
+        if (!isDone) std::this_thread::sleep_for(Breath);
     }
     kit::RunLogged([this] {
         now_ = Clock::now();

@@ -46,13 +46,7 @@ WebServer::Impl::Impl(const Options& options, WebSite& site, WebAccess& access, 
         kit::threadNames.SetNameOfCurrentThread("page");
         // It may have inherited the host's precedence; clients are not to hold up what shares locks with rendering.
         kit::MakeThisThreadOrdinary();
-        for (;;) {
-            try {
-                io_.run();
-                break;
-            } catch (const std::exception& problem) {
-                kit::AppendToThreadExceptionLog(problem.what());
-            }
+        while (!kit::RunLogged([this] { io_.run(); })) {
         }
     });
 }
@@ -268,11 +262,7 @@ void WebServer::Impl::Work_() {
             job = std::move(jobs_.front());
             jobs_.pop_front();
         }
-        try {
-            job();
-        } catch (const std::exception& problem) {
-            kit::AppendToThreadExceptionLog(problem.what());
-        }
+        kit::RunLogged(job);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "tests/support/quartet.h"
+#include "tests/support/sound_files.h"
 
 using test_support::Grouped;
 using test_support::LargestDifference;
@@ -40,20 +41,10 @@ double EnergyOf(const std::vector<float>& sound, std::size_t from, std::size_t t
     return energy;
 }
 
-std::vector<float> MakeNoise(std::size_t frames) {
-    std::vector<float> noise(frames);
-    std::uint32_t state = 1;
-    for (float& sample : noise) {
-        state = state * 1664525 + 1013904223;
-        sample = static_cast<float>(state >> 8U) / 16777216.0F - 0.5F;
-    }
-    return noise;
-}
-
 TEST(Reverb, InOtherBlocksAndInASecondRoom_IsTheSame) {
     stage::Reverb first({}, 48000);
     stage::Reverb second({}, 48000);
-    const std::vector<float> noise = MakeNoise(20'000);
+    const std::vector<float> noise = test_support::MakeNoise(20'000);
     const Pair whole = Reverberate(first, noise, 96'000, 96'000);
     const Pair blocks = Reverberate(second, noise, 96'000, 37);
     EXPECT_GT(Peak(whole.first, 48'000), 1e-4F);

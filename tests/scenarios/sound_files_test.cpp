@@ -17,6 +17,7 @@ namespace {
 
 using stage::SoundClip;
 using stage::SoundUse;
+using test_support::MakeNoise;
 using test_support::MakeSine;
 using test_support::TemporaryDirectory;
 using test_support::WriteBytes;
@@ -33,17 +34,6 @@ std::vector<float> MakeStereo(std::size_t frames, int rate) {
         both.push_back(right[i]);
     }
     return both;
-}
-
-// A codec would make nothing of a tone.
-std::vector<float> MakeNoise(std::size_t frames) {
-    std::vector<float> samples(frames);
-    std::uint32_t state = 1;
-    for (float& sample : samples) {
-        state = state * 1664525 + 1013904223;
-        sample = static_cast<float>(state >> 8U) / 16777216.0F - 0.5F;
-    }
-    return samples;
 }
 
 /// How alike two sounds are, 1 for the same form. The ends are left out: codecs and converters ring there.
@@ -133,6 +123,7 @@ class CutSound : public testing::TestWithParam<Format> {};
 TEST_P(CutSound, IsPlayedAsFarAsItGoes_AndToldOf) {
     const TemporaryDirectory directory;
     const std::string path = directory / GetParam().name;
+    // A codec would make nothing of a tone.
     test_support::WriteSound(path, GetParam().format, GetParam().rate, 1, MakeNoise(480'000));
     const std::string bytes = test_support::ReadBytes(path);
     WriteBytes(path, bytes.substr(0, bytes.size() / 2));

@@ -48,6 +48,17 @@ inline std::vector<float> MakeSine(std::size_t frames, double hertz, int rate, d
     return samples;
 }
 
+/// The same noise each time, from -0.5 to 0.5.
+inline std::vector<float> MakeNoise(std::size_t frames) {
+    std::vector<float> noise(frames);
+    std::uint32_t state = 1;
+    for (float& sample : noise) {
+        state = state * 1664525 + 1013904223;
+        sample = static_cast<float>(state >> 8U) / 16777216.0F - 0.5F;
+    }
+    return noise;
+}
+
 inline std::string ReadBytes(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
