@@ -14,8 +14,9 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-/// While no device takes anything the thread looks this seldom.
-constexpr nanoseconds IdleWait = std::chrono::milliseconds(10);
+/// While no device takes anything the thread looks this seldom: one that begins is noticed before it has used up what
+/// is ready.
+constexpr nanoseconds IdleWait = std::chrono::milliseconds(1);
 /// A device is a little late now and then: how soon it is looked at again.
 constexpr nanoseconds ShortestWait = std::chrono::microseconds(150);
 /// After the moment at which the device should have taken its frames.
@@ -116,8 +117,9 @@ std::uint32_t LiveRenderer::GetLeadFrames() const {
     const std::uint32_t period = format.periodFrames;
     const std::uint32_t atOnce = period * format.periodsAtOnce;
     const std::uint32_t wanted = options_.leadFrames > 0 ? options_.leadFrames : atOnce + options_.blockFrames;
-    // Less than a period would come too late every time.
-    return std::clamp<std::uint32_t>(wanted, std::max(period, options_.blockFrames), FrameRing::Capacity / 2);
+    // Less than a period would come too late every time; more than the ring holds there cannot be.
+    const std::uint32_t needed = std::max({wanted, period, options_.blockFrames});
+    return std::min<std::uint32_t>(needed, FrameRing::Capacity / 2);
 }
 
 nanoseconds LiveRenderer::Period_() const {
@@ -146,6 +148,9 @@ void LiveRenderer::Run_() {
     while (!isEnding_) {
         const nanoseconds begin = Now();
         const ThreadUse before = GetThreadUse();
+        // Asked before the ring is looked at: what the device takes after that look would otherwise pass for known, and
+        // nothing would be rendered for a whole period.
+        const std::optional<nanoseconds> lastPeriod = feed_.GetClock().GetLastMoment();
         try {
             if (session_.GetDesk().RunPosted() > 0) {
                 engine_.FollowForCertain();
@@ -163,7 +168,7 @@ void LiveRenderer::Run_() {
             // The show goes on: what a listener could not do is no reason for silence.
             kit::AppendToThreadExceptionLog(problem.what());
         }
-        Wait_();
+        Wait_(lastPeriod);
     }
     session_.GetDesk().RunPosted();
 }
@@ -285,12 +290,12 @@ void LiveRenderer::OnEngineEvent(const EngineEvent& event) {
 }
 
 // Until the device should have taken its next frames or somebody has posted something.
-void LiveRenderer::Wait_() {
+void LiveRenderer::Wait_(std::optional<nanoseconds> lastPeriod) {
     const nanoseconds now = Now();
     nanoseconds wake = now + IdleWait;
-    if (const std::optional<nanoseconds> last = feed_.GetClock().GetLastMoment()) {
-        const bool isPlaying = now - *last < PeriodsUntilIdle * Period_();
-        if (isPlaying) wake = std::max(*last + Period_() + AfterPeriod, now + ShortestWait);
+    if (lastPeriod) {
+        const bool isPlaying = now - *lastPeriod < PeriodsUntilIdle * Period_();
+        if (isPlaying) wake = std::max(*lastPeriod + Period_() + AfterPeriod, now + ShortestWait);
     }
     std::unique_lock lock(mutex_);
     changed_.wait_until(lock, std::chrono::steady_clock::time_point(wake), [this] { return isWoken_ || isEnding_; });

@@ -103,7 +103,7 @@ private:
     void NoteLatePeriods_();
     void FollowDevice_();
     void Push_(const LiveEvent& event);
-    void Wait_();
+    void Wait_(std::optional<std::chrono::nanoseconds> lastPeriod);
     [[nodiscard]] std::chrono::nanoseconds Period_() const;
 
     // Constant after construction.

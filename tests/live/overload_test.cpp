@@ -1,4 +1,4 @@
-// A machine that cannot keep up with the music.
+// When rendering and the device meet: on a machine that cannot keep up with the music, and at any moment.
 
 #include <gtest/gtest.h>
 
@@ -7,12 +7,16 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <random>
 #include <thread>
 
 #include "stage/live/live_renderer.h"
 #include "tests/player_core/support/test_interface.h"
 
 namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 /// Takes all that is ready as soon as the next block begins: the lead is never reached.
 class HastyDevice final : public stage::EngineSubscriber {
@@ -52,10 +56,70 @@ TEST(Overload, MachineNeverKeepsUp_ThePerformanceIsEndedAllTheSame) {
     auto renderer = std::make_unique<stage::LiveRenderer>(session, feed, options);
     device.WaitForBlocks(100);
     const auto ended = std::async(std::launch::async, [&renderer] { renderer.reset(); });
-    EXPECT_EQ(std::future_status::ready, ended.wait_for(std::chrono::seconds(20)));
+    EXPECT_EQ(std::future_status::ready, ended.wait_for(20s));
     device.Rest();
     ended.wait();
     session.GetStagePlayer().GetEngine().Unsubscribe(device);
+}
+
+/// A device whose periods are far apart, as it says, and that takes a block when it is told to.
+class SlowDevice {
+public:
+    static constexpr std::uint32_t BlockFrames = 64;
+    static constexpr std::chrono::nanoseconds Period = 1s;
+
+    explicit SlowDevice(stage::OutputFeed& feed) : feed_(feed) {
+        feed_.NoteFormat({48000, 48000, 48000, 1});
+        // It settles where the second period does not come before its time.
+        Take(Period);
+        Take();
+    }
+    /// As one that began so long ago.
+    void Take(std::chrono::nanoseconds ago = {}) {
+        std::array<std::array<float, BlockFrames>, 2> samples{};
+        feed_.TakeFrames(samples[0].data(), samples[1].data(), BlockFrames, Now_() - ago);
+    }
+    /// Until everything that may be ready is; how long that took.
+    std::chrono::nanoseconds WaitUntilFull(std::uint32_t lead) const {
+        const auto begin = Now_();
+        while (feed_.GetRing().CountWaiting() < lead)
+            std::this_thread::yield();
+        return Now_() - begin;
+    }
+
+private:
+    static std::chrono::nanoseconds Now_() { return Clock::now().time_since_epoch(); }
+
+    stage::OutputFeed& feed_;
+};
+
+TEST(Meeting, DeviceTakesWhileTheRingIsLookedAt_WhatIsMissingIsRenderedAtOnce) {
+    test_support::ShowFiles files;
+    files.WriteMusic("evening.showdata", {test_support::MakeShowSong("1", 16)});
+    files.WriteLog("evening-1.0.logdata", {1, 0}, [](CL::ChangeLog&) {});
+    stage::ShowSession session(files.Show(), files.Settings());
+    stage::OutputFeed feed;
+    SlowDevice device(feed);
+    stage::LiveRenderer renderer(session, feed, {.blockFrames = SlowDevice::BlockFrames});
+    const std::uint32_t lead = renderer.GetLeadFrames();
+    device.WaitUntilFull(lead);
+    ASSERT_TRUE(feed.HasSettled());
+    std::minstd_rand random(7);
+    int missed = 0;
+    for (int i = 0; i < 2000; ++i) {
+        // The next period is due. The thread is kept looking at the ring, and the device comes at some moment of its
+        // last look.
+        device.Take(SlowDevice::Period);
+        for (const auto end = Clock::now() + 100us; Clock::now() < end;)
+            renderer.WakeUp();
+        for (const auto end = Clock::now() + random() % 2000 * 1ns; Clock::now() < end;) {
+        }
+        device.Take();
+        // A machine may stand still for a while now and then.
+        if (device.WaitUntilFull(lead) > SlowDevice::Period * 3 / 4) ++missed;
+        if (missed == 3) break;
+    }
+    EXPECT_LT(missed, 3);
 }
 
 }  // namespace

@@ -83,3 +83,24 @@ testShow('Every screen from a telephone to a wall: shows bar, beat and GO withou
       assert.ok(box.width > 0 && box.top >= 0 && box.left >= 0 && box.bottom <= height + 1 && box.right <= width + 1, `${Controls[index]} at ${width}x${height}: ${JSON.stringify(box)}`);
   }
 });
+
+testShow('Controls: none lies over another, and the volumes are in sight on a tablet held upright, a laptop and a wall', [], async (performance) => {
+  const page = await openPage(performance);
+  await sees(page, { bar: '1' });
+  // As high as that of a song with two lines of bars.
+  await page.evaluate(() => { document.querySelector('.picture').style.height = '11rem'; });
+  for (const [width, height] of [[360, 740], [740, 360], [820, 1180], [1180, 820], [1280, 800], [1920, 1080], [3840, 2160]]) {
+    await page.setViewportSize({ width, height });
+    const { panels, bottoms, end } = await page.evaluate(() => ({
+      panels: [...document.querySelectorAll('.control')].map((panel) => panel.getBoundingClientRect().toJSON()),
+      bottoms: [...document.querySelectorAll('.is-volume .row')].map((row) => row.getBoundingClientRect().bottom),
+      end: document.querySelector('#main').getBoundingClientRect().bottom,
+    }));
+    assert.equal(panels.length, 5);
+    for (const [index, a] of panels.entries()) for (const b of panels.slice(index + 1))
+      assert.ok(a.right <= b.left || b.right <= a.left || a.bottom <= b.top || b.bottom <= a.top, `at ${width}x${height}: ${JSON.stringify([a, b])}`);
+    assert.equal(bottoms.length, 5);
+    if (width !== 360 && width !== 740)
+      assert.ok(Math.max(...bottoms) <= end + 1, `at ${width}x${height}: ${bottoms.join(', ')}, and the view ends at ${end}`);
+  }
+});

@@ -6,8 +6,9 @@ import { LevelMeter } from './level_meter.js';
 const TempoRange = { min: 50, max: 200 };
 const VolumeNames = { master: 'Master', music: 'Music', click: 'Click', effects: 'Effects', ambience: 'Ambience' };
 
-function group(title, ...children) {
-  return make('fieldset', { class: 'control' }, make('legend', {}, title), ...children);
+/** `kind` says where it stands among the others. */
+function group(kind, title, ...children) {
+  return make('fieldset', { class: `control is-${kind}` }, make('legend', {}, title), ...children);
 }
 
 /** A slider that is the operator's while it is held, and follows the show otherwise. `onset(value)` at most every 60 ms. */
@@ -62,7 +63,7 @@ export class ControlsPanel {
     } }, make('label', { for: 'seek-bar' }, 'Bar'), this.place, make('button', { type: 'submit' }, 'Go there'));
     this.marker = this.#makeChoice('Marker', 'seek-marker');
     this.page = this.#makeChoice('Page', 'seek-page');
-    return group('Go to', form, this.marker.row, this.page.row);
+    return group('seek', 'Go to', form, this.marker.row, this.page.row);
   }
 
   #makeChoice(name, id) {
@@ -81,7 +82,7 @@ export class ControlsPanel {
   #makeTempo() {
     this.tempo = new Slider({ name: 'Tempo scale in percent', ...TempoRange, unit: '%', onset: (percent) => this.#press(`tempo ${percent}%`) });
     const change = (by) => () => `tempo ${Math.min(Math.max(Math.round((this.tempoScale ?? 1) * 100) + by, TempoRange.min), TempoRange.max)}%`;
-    return group('Tempo', make('div', { class: 'row' }, this.tempo.input, this.tempo.value),
+    return group('tempo', 'Tempo', make('div', { class: 'row' }, this.tempo.input, this.tempo.value),
       make('div', { class: 'row' }, this.#step('− 1 % tempo', '− 1 %', change(-1)), this.#step('+ 1 % tempo', '+ 1 %', change(1)),
         this.#step('As written: tempo', 'As written', () => 'tempo 100%')));
   }
@@ -90,20 +91,20 @@ export class ControlsPanel {
     this.transposition = make('output', { class: 'value' });
     const change = (by) => () => `transpose ${Math.min(Math.max(this.semitones + by, -24), 24)}`;
     this.semitones = 0;
-    return group('Transposition', make('div', { class: 'row' }, this.#step('− 1 semitone', '− 1', change(-1)), this.transposition,
+    return group('transposition', 'Transposition', make('div', { class: 'row' }, this.#step('− 1 semitone', '− 1', change(-1)), this.transposition,
       this.#step('+ 1 semitone', '+ 1', change(1)), this.#step('As written: not transposed', 'As written', () => 'transpose 0')));
   }
 
   #makeFade() {
     this.fade = make('input', { type: 'number', id: 'fade-seconds', min: '0', max: '600', step: '0.5', value: '3' });
-    return group('Fade', make('div', { class: 'row is-short' }, make('label', { for: 'fade-seconds' }, 'Seconds'), this.fade,
+    return group('fade', 'Fade', make('div', { class: 'row is-short' }, make('label', { for: 'fade-seconds' }, 'Seconds'), this.fade,
       clickButton({ onclick: () => this.#press(`fade ${this.fade.value || 0}`) }, 'Fade out'),
       clickButton({ onclick: () => this.#press('cancel-fade') }, 'Cancel')));
   }
 
   #makeVolumes() {
     this.level = new LevelMeter('Level of the main output');
-    this.volumes = group('Volume', this.level.element);
+    this.volumes = group('volume', 'Volume', this.level.element);
     return this.volumes;
   }
 
