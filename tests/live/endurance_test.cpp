@@ -1,13 +1,20 @@
 // A long stretch of a show on a real JACK server while the other core is busy.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <mutex>
 #include <thread>
+#include <vector>
 
+#include "kit/real_time.h"
+#include "stage/live/real_time.h"
 #include "tests/live/live_program.h"
 #include "tests/stage/small_show.h"
 
@@ -51,6 +58,64 @@ private:
     std::thread thread_;
 };
 
+/// A thread on each processor that should come next after the rendering, and notes when it did not: the machine stood
+/// still, or another program with real-time rights had the processor.
+class StandstillWatch {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    StandstillWatch() {
+        cpu_set_t allowed{};
+        if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
+        for (int processor = 0; processor < CPU_SETSIZE; ++processor)
+            if (CPU_ISSET(processor, &allowed)) threads_.emplace_back([this, processor] { Watch_(processor); });
+    }
+    ~StandstillWatch() {
+        ends_ = true;
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
+    StandstillWatch(const StandstillWatch&) = delete;
+    StandstillWatch& operator=(const StandstillWatch&) = delete;
+
+    /// False where a watching thread is an ordinary one and notes whatever the others do.
+    [[nodiscard]] bool IsRealTime() const { return isRealTime_; }
+    /// Whether something stood still shortly before `moment`: what is told comes a little later.
+    [[nodiscard]] bool HasStoodStillBefore(Clock::time_point moment) {
+        const std::lock_guard lock(mutex_);
+        return std::ranges::any_of(moments_, [moment](Clock::time_point each) {
+            return each <= moment && each > moment - std::chrono::milliseconds(200);
+        });
+    }
+
+private:
+    static constexpr std::chrono::microseconds Interval{500};
+    /// A few of these in a row are a period of 128 frames.
+    static constexpr std::chrono::microseconds Standstill{500};
+
+    void Watch_(int processor) {
+        cpu_set_t own{};
+        CPU_SET(processor, &own);
+        ::sched_setaffinity(0, sizeof own, &own);
+        if (!kit::MakeThisThreadRealTime(static_cast<int>(stage::RealTimePriority::Rendering) - 1)) isRealTime_ = false;
+        for (Clock::time_point due = Clock::now(); !ends_;) {
+            due += Interval;
+            std::this_thread::sleep_until(due);
+            const Clock::time_point now = Clock::now();
+            if (now - due < Standstill) continue;
+            due = now;
+            const std::lock_guard lock(mutex_);
+            moments_.push_back(now);
+        }
+    }
+
+    std::atomic<bool> ends_{false};
+    std::atomic<bool> isRealTime_{true};
+    std::mutex mutex_;
+    std::vector<Clock::time_point> moments_;  // guarded by mutex_: when they ended
+    std::vector<std::thread> threads_;
+};
+
 class Endurance : public test_support::SmallShow {};
 
 TEST_F(Endurance, LongShowBesideABusyProgram_NothingIsSlowerThanTheMachineAndMemoryStaysAsItIs) {
@@ -64,6 +129,7 @@ TEST_F(Endurance, LongShowBesideABusyProgram_NothingIsSlowerThanTheMachineAndMem
     LiveProgram play({Show(), "--output", "jack", "--take", directory_ / "long.take"});
     play.WaitFor("song", {{"song", "1"}});
     const BusyThread busy;
+    StandstillWatch watch;
     play.Press("tempo 200%");
     play.Press("play");
     const auto begin = std::chrono::steady_clock::now();
@@ -87,10 +153,16 @@ TEST_F(Endurance, LongShowBesideABusyProgram_NothingIsSlowerThanTheMachineAndMem
     }
     const nlohmann::json status = play.Status();
     const long grown = ReadMemory(play.GetPid()) - memory;
+    const auto ours = std::ranges::count_if(
+        play.GetLateMoments(), [&watch](const auto& moment) { return !watch.HasStoodStillBefore(moment); });
     std::cout << "  " << CountSeconds() << " s: " << status["slowBlocks"] << " slow blocks, " << status["heldUpBlocks"]
-              << " held up, " << status["latePeriods"] << " late ones, " << status["output"]["overruns"]
+              << " held up, " << status["latePeriods"] << " late ones, " << ours
+              << " of them while nothing stood still, " << status["output"]["overruns"]
               << " by the server's count, longest " << longestBlock << " ms, memory " << memory << " kB, grown by "
               << grown << " kB\n";
+    if (watch.IsRealTime()) {
+        EXPECT_EQ(0, ours);
+    }
     // Where a virtual machine stands still, a thread's clock goes on; the server notices it, too.
     const int stalls = status["output"]["overruns"];
     EXPECT_LE(status["slowBlocks"], stalls) << status;

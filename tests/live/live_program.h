@@ -60,6 +60,7 @@ public:
                 continue;
             }
             seen_.push_back(*line);
+            if (object.value("event", "") == "late") lateMoments_.push_back(child_->GetMomentOfLine());
             if (object.value("event", "") != event) continue;
             bool isIt = true;
             for (const auto& [key, value] : members.items())
@@ -76,6 +77,10 @@ public:
         Press("status");
         return WaitFor("state");
     }
+    /// When it was told, among the events up to the one that was waited for last, that something came too late.
+    [[nodiscard]] const std::vector<std::chrono::steady_clock::time_point>& GetLateMoments() const {
+        return lateMoments_;
+    }
     void Quit() {
         Press("quit");
         WaitFor("end");
@@ -85,6 +90,7 @@ public:
 private:
     std::unique_ptr<Child> child_;
     std::vector<std::string> seen_;
+    std::vector<std::chrono::steady_clock::time_point> lateMoments_;
 };
 
 struct StereoSound {

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tavo_midi_io/install_midi_ports.h"
@@ -87,8 +88,9 @@ public:
     void CollectLines() {
         reader_ = std::thread([this] {
             for (std::string line = ReadLine(); !line.empty(); line = ReadLine()) {
+                const auto moment = std::chrono::steady_clock::now();
                 const std::lock_guard lock(mutex_);
-                lines_.push_back(line);
+                lines_.emplace_back(line, moment);
                 changed_.notify_all();
             }
         });
@@ -96,10 +98,13 @@ public:
     std::optional<std::string> NextLine(std::chrono::milliseconds patience = std::chrono::seconds(5)) {
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, patience, [this] { return !lines_.empty(); })) return std::nullopt;
-        std::string line = lines_.front();
+        std::string line = std::move(lines_.front().first);
+        momentOfLine_ = lines_.front().second;
         lines_.pop_front();
         return line;
     }
+    /// When the line came that NextLine answered last.
+    [[nodiscard]] std::chrono::steady_clock::time_point GetMomentOfLine() const { return momentOfLine_; }
 
 private:
     pid_t pid_ = -1;
@@ -108,7 +113,8 @@ private:
     std::thread reader_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<std::string> lines_;
+    std::deque<std::pair<std::string, std::chrono::steady_clock::time_point>> lines_;
+    std::chrono::steady_clock::time_point momentOfLine_;
 };
 
 /// Gives the process a /dev/shm of its own, once; false where that is not permitted. To be called while it has one
