@@ -15,8 +15,8 @@ namespace stage {
 /// memory for all of them; every operation is wait-free and real-time safe.
 class FrameRing {
 public:
-    /// A power of two: four of the longest periods.
-    static constexpr std::uint64_t Capacity = 8192;
+    /// A power of two: two of the longest periods that a JACK server has.
+    static constexpr std::uint64_t Capacity = 16384;
 
     explicit FrameRing(std::size_t pairs = 1) : samples_(2 * pairs * Capacity) {}
 

@@ -119,7 +119,7 @@ std::uint32_t LiveRenderer::GetLeadFrames() const {
     const std::uint32_t wanted = options_.leadFrames > 0 ? options_.leadFrames : atOnce + options_.blockFrames;
     // Less than a period would come too late every time; more than the ring holds there cannot be.
     const std::uint32_t needed = std::max({wanted, period, options_.blockFrames});
-    return std::min<std::uint32_t>(needed, FrameRing::Capacity / 2);
+    return std::min<std::uint32_t>(needed, FrameRing::Capacity);
 }
 
 nanoseconds LiveRenderer::Period_() const {

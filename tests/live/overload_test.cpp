@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -62,18 +63,20 @@ TEST(Overload, MachineNeverKeepsUp_ThePerformanceIsEndedAllTheSame) {
     session.GetStagePlayer().GetEngine().Unsubscribe(device);
 }
 
-/// A device whose periods are far apart, as it says, and that takes a block when it is told to.
-class SlowDevice {
+/// A device that takes a block when it is told to, whatever it says its periods to be.
+class HandDevice {
 public:
     static constexpr std::uint32_t BlockFrames = 64;
-    static constexpr std::chrono::nanoseconds Period = 1s;
 
-    explicit SlowDevice(stage::OutputFeed& feed) : feed_(feed) {
-        feed_.NoteFormat({48000, 48000, 48000, 1});
+    HandDevice(stage::OutputFeed& feed, std::uint32_t periodFrames)
+        : feed_(feed), period_(std::chrono::nanoseconds(1s) * periodFrames / 48000) {
+        feed_.NoteFormat({48000, periodFrames, periodFrames, 1});
         // It settles where the second period does not come before its time.
-        Take(Period);
+        Take(1s);
         Take();
     }
+    /// How long one takes.
+    [[nodiscard]] std::chrono::nanoseconds GetPeriod() const { return period_; }
     /// As one that began so long ago.
     void Take(std::chrono::nanoseconds ago = {}) {
         std::array<std::array<float, BlockFrames>, 2> samples{};
@@ -91,35 +94,64 @@ private:
     static std::chrono::nanoseconds Now_() { return Clock::now().time_since_epoch(); }
 
     stage::OutputFeed& feed_;
+    std::chrono::nanoseconds period_;
 };
 
-TEST(Meeting, DeviceTakesWhileTheRingIsLookedAt_WhatIsMissingIsRenderedAtOnce) {
-    test_support::ShowFiles files;
-    files.WriteMusic("evening.showdata", {test_support::MakeShowSong("1", 16)});
-    files.WriteLog("evening-1.0.logdata", {1, 0}, [](CL::ChangeLog&) {});
-    stage::ShowSession session(files.Show(), files.Settings());
-    stage::OutputFeed feed;
-    SlowDevice device(feed);
-    stage::LiveRenderer renderer(session, feed, {.blockFrames = SlowDevice::BlockFrames});
+/// What renders for a device, and the feed between them.
+class Meeting : public testing::Test {
+protected:
+    Meeting() {
+        files_.WriteMusic("evening.showdata", {test_support::MakeShowSong("1", 16)});
+        files_.WriteLog("evening-1.0.logdata", {1, 0}, [](CL::ChangeLog&) {});
+        session_ = std::make_unique<stage::ShowSession>(files_.Show(), files_.Settings());
+    }
+
+    test_support::ShowFiles files_;
+    std::unique_ptr<stage::ShowSession> session_;
+    stage::OutputFeed feed_;
+    stage::LiveRenderer::Options options_{.blockFrames = HandDevice::BlockFrames};
+};
+
+TEST_F(Meeting, DeviceTakesWhileTheRingIsLookedAt_WhatIsMissingIsRenderedAtOnce) {
+    HandDevice device(feed_, 48000);
+    stage::LiveRenderer renderer(*session_, feed_, options_);
     const std::uint32_t lead = renderer.GetLeadFrames();
     device.WaitUntilFull(lead);
-    ASSERT_TRUE(feed.HasSettled());
+    ASSERT_TRUE(feed_.HasSettled());
     std::minstd_rand random(7);
     int missed = 0;
     for (int i = 0; i < 2000; ++i) {
         // The next period is due. The thread is kept looking at the ring, and the device comes at some moment of its
         // last look.
-        device.Take(SlowDevice::Period);
+        device.Take(device.GetPeriod());
         for (const auto end = Clock::now() + 100us; Clock::now() < end;)
             renderer.WakeUp();
         for (const auto end = Clock::now() + random() % 2000 * 1ns; Clock::now() < end;) {
         }
         device.Take();
         // A machine may stand still for a while now and then.
-        if (device.WaitUntilFull(lead) > SlowDevice::Period * 3 / 4) ++missed;
+        if (device.WaitUntilFull(lead) > device.GetPeriod() * 3 / 4) ++missed;
         if (missed == 3) break;
     }
     EXPECT_LT(missed, 3);
+}
+
+TEST_F(Meeting, DeviceBeginsAfterALongRest_WhatItTookIsRenderedBeforeItsNextPeriod) {
+    HandDevice device(feed_, 64);
+    stage::LiveRenderer renderer(*session_, feed_, options_);
+    const std::uint32_t lead = renderer.GetLeadFrames();
+    device.WaitUntilFull(lead);
+    ASSERT_TRUE(feed_.HasSettled());
+    std::chrono::nanoseconds shortest = 1h;
+    for (int i = 0; i < 20; ++i) {
+        // What looks seldom does so from a while after this period on.
+        device.Take();
+        device.WaitUntilFull(lead);
+        std::this_thread::sleep_for(9 * device.GetPeriod());
+        device.Take();
+        shortest = std::min(shortest, device.WaitUntilFull(lead));
+    }
+    EXPECT_LT(shortest, device.GetPeriod());
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ inline void Perform(
     }
 }
 
-/// Rendered ahead and not played yet when the show is ended.
+/// Rendered ahead and not played yet when the show is ended, with periods of up to 2048 frames.
 inline constexpr std::size_t NotPlayedFrames = 8192;
 
 inline StereoSound RenderTake(const std::string& showPath, const std::string& takePath) {
@@ -84,9 +84,10 @@ private:
 };
 
 /// From the first sound on, what was played for certain before "quit" was pressed.
-inline std::size_t CountPlayedFrames(const StereoSound& rendered, const std::string& takePath) {
+inline std::size_t CountPlayedFrames(const StereoSound& rendered, const std::string& takePath,
+                                     std::size_t notPlayed = NotPlayedFrames) {
     const auto quit = static_cast<std::size_t>(stage::ReadTake(takePath).lines.back().frame);
-    return quit - rendered.FindFirstSound() - NotPlayedFrames;
+    return quit - rendered.FindFirstSound() - notPlayed;
 }
 
 }  // namespace test_support
