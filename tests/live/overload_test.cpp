@@ -97,7 +97,7 @@ private:
     std::chrono::nanoseconds period_;
 };
 
-/// What renders for a device, and the feed between them.
+/// A device and what renders for it.
 class Meeting : public testing::Test {
 protected:
     Meeting() {
@@ -105,53 +105,55 @@ protected:
         files_.WriteLog("evening-1.0.logdata", {1, 0}, [](CL::ChangeLog&) {});
         session_ = std::make_unique<stage::ShowSession>(files_.Show(), files_.Settings());
     }
+    void Begin(std::uint32_t periodFrames) {
+        device_ = std::make_unique<HandDevice>(feed_, periodFrames);
+        renderer_ = std::make_unique<stage::LiveRenderer>(
+            *session_, feed_, stage::LiveRenderer::Options{.blockFrames = HandDevice::BlockFrames});
+        WaitUntilFull();
+        ASSERT_TRUE(feed_.HasSettled());
+    }
+    /// Until all that should be ready is; how long that took.
+    std::chrono::nanoseconds WaitUntilFull() { return device_->WaitUntilFull(renderer_->GetLeadFrames()); }
 
     test_support::ShowFiles files_;
     std::unique_ptr<stage::ShowSession> session_;
     stage::OutputFeed feed_;
-    stage::LiveRenderer::Options options_{.blockFrames = HandDevice::BlockFrames};
+    std::unique_ptr<HandDevice> device_;
+    std::unique_ptr<stage::LiveRenderer> renderer_;
 };
 
 TEST_F(Meeting, DeviceTakesWhileTheRingIsLookedAt_WhatIsMissingIsRenderedAtOnce) {
-    HandDevice device(feed_, 48000);
-    stage::LiveRenderer renderer(*session_, feed_, options_);
-    const std::uint32_t lead = renderer.GetLeadFrames();
-    device.WaitUntilFull(lead);
-    ASSERT_TRUE(feed_.HasSettled());
+    Begin(48000);
     std::minstd_rand random(7);
     int missed = 0;
     for (int i = 0; i < 2000; ++i) {
         // The next period is due. The thread is kept looking at the ring, and the device comes at some moment of its
         // last look.
-        device.Take(device.GetPeriod());
+        device_->Take(device_->GetPeriod());
         for (const auto end = Clock::now() + 100us; Clock::now() < end;)
-            renderer.WakeUp();
+            renderer_->WakeUp();
         for (const auto end = Clock::now() + random() % 2000 * 1ns; Clock::now() < end;) {
         }
-        device.Take();
+        device_->Take();
         // A machine may stand still for a while now and then.
-        if (device.WaitUntilFull(lead) > device.GetPeriod() * 3 / 4) ++missed;
+        if (WaitUntilFull() > device_->GetPeriod() * 3 / 4) ++missed;
         if (missed == 3) break;
     }
     EXPECT_LT(missed, 3);
 }
 
 TEST_F(Meeting, DeviceBeginsAfterALongRest_WhatItTookIsRenderedBeforeItsNextPeriod) {
-    HandDevice device(feed_, 64);
-    stage::LiveRenderer renderer(*session_, feed_, options_);
-    const std::uint32_t lead = renderer.GetLeadFrames();
-    device.WaitUntilFull(lead);
-    ASSERT_TRUE(feed_.HasSettled());
+    Begin(64);
     std::chrono::nanoseconds shortest = 1h;
     for (int i = 0; i < 20; ++i) {
-        // What looks seldom does so from a while after this period on.
-        device.Take();
-        device.WaitUntilFull(lead);
-        std::this_thread::sleep_for(9 * device.GetPeriod());
-        device.Take();
-        shortest = std::min(shortest, device.WaitUntilFull(lead));
+        // Eight periods after this one the device passes for one that does not play, and is looked at seldom.
+        device_->Take();
+        WaitUntilFull();
+        std::this_thread::sleep_for(9 * device_->GetPeriod());
+        device_->Take();
+        shortest = std::min(shortest, WaitUntilFull());
     }
-    EXPECT_LT(shortest, device.GetPeriod());
+    EXPECT_LT(shortest, device_->GetPeriod());
 }
 
 }  // namespace

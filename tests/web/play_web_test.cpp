@@ -63,10 +63,8 @@ TEST_F(PlayWeb, PortIsTaken_IsAnErrorWhereAskedForAndASentenceWhereNot) {
     EXPECT_THAT(told, HasSubstr("The page is not served: 127.0.0.1:7480"));
     performances.back()->Press("play");
     performances.back()->WaitFor("started");
-    while (!performances.empty()) {
-        performances.back()->Quit();
-        performances.pop_back();
-    }
+    for (const auto& performance : performances)
+        performance->Quit();
 }
 
 TEST_F(PlayWeb, TestToneFromThePage_IsHeardLeftThenRight_AndNotWhileTheMusicPlays) {
